@@ -1,0 +1,40 @@
+# One library a room. A room's include directory is its own; it sees another room only through a link
+# line, so an include against the direction of the arrows does not build.
+
+set(KORVANDIS_WARNINGS
+    -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wcast-qual
+    -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Wnull-dereference -Werror)
+
+add_library(korvandis_options INTERFACE)
+target_compile_options(korvandis_options INTERFACE ${KORVANDIS_WARNINGS})
+if(KORVANDIS_SANITIZE)
+  target_compile_options(korvandis_options INTERFACE -fsanitize=${KORVANDIS_SANITIZE}
+                         -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(korvandis_options INTERFACE -fsanitize=${KORVANDIS_SANITIZE})
+endif()
+target_link_libraries(korvandis_options INTERFACE Threads::Threads)
+
+# Every target gets the warnings and exactly the language standard of its room, without extensions.
+function(korvandis_target name standard)
+  set_target_properties(${name} PROPERTIES CXX_STANDARD ${standard} CXX_STANDARD_REQUIRED ON
+                                           CXX_EXTENSIONS OFF)
+  target_link_libraries(${name} PRIVATE korvandis_options)
+endfunction()
+
+# korvandis_room(NAME STANDARD DIRECTORY source...): the room's static library.
+function(korvandis_room name standard directory)
+  add_library(${name} STATIC ${ARGN})
+  target_include_directories(${name} PUBLIC ${directory})
+  korvandis_target(${name} ${standard})
+endfunction()
+
+# korvandis_program(NAME STANDARD source...): a program that is installed.
+function(korvandis_program name standard)
+  add_executable(${name} ${ARGN})
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+  korvandis_target(${name} ${standard})
+  if(KORVANDIS_STATIC AND NOT KORVANDIS_SANITIZE)
+    target_link_options(${name} PRIVATE -static-libstdc++ -static-libgcc)
+  endif()
+  install(TARGETS ${name} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endfunction()
