@@ -1,26 +1,28 @@
 // PPS text: the line parser, the decoder and the encoder.
 //
-// An object is text: a line "@name", then one line "name:encoding:value" an attribute. Encodings: empty
-// (plain text), n (number), b (true or false), c (text with C escapes), json.
+// An object is text: a line "@name", then one line "name:encoding:value" an attribute. Encodings:
+// empty (plain text), n (number), b (true or false), c (text with C escapes), json.
 //
-// Nothing here is shared between two decoders or encoders; one of them belongs to one thread at a time.
+// Nothing here is shared between two decoders or encoders; one of them belongs to one thread at a
+// time.
 #ifndef KORVANDIS_PPS_H
 #define KORVANDIS_PPS_H
 
 #include <cstddef>
 #include <cstdint>
 
-// --- line parser --------------------------------------------------------------------------------------
+// --- line parser
+// --------------------------------------------------------------------------------------
 
 typedef enum {
-  PPS_END = 0,              // no more lines
-  PPS_ERROR,                // a line that is none of the below; it is skipped
-  PPS_OBJECT,               // "@name"
-  PPS_OBJECT_CREATED,       // "+@name"
-  PPS_OBJECT_DELETED,       // "-@name"
-  PPS_OBJECT_TRUNCATED,     // "*@name"
-  PPS_ATTRIBUTE,            // "name:encoding:value"
-  PPS_ATTRIBUTE_DELETED,    // "-name"
+  PPS_END = 0,            // no more lines
+  PPS_ERROR,              // a line that is none of the below; it is skipped
+  PPS_OBJECT,             // "@name"
+  PPS_OBJECT_CREATED,     // "+@name"
+  PPS_OBJECT_DELETED,     // "-@name"
+  PPS_OBJECT_TRUNCATED,   // "*@name"
+  PPS_ATTRIBUTE,          // "name:encoding:value"
+  PPS_ATTRIBUTE_DELETED,  // "-name"
 } pps_status_t;
 
 // One parsed line. The strings point into the parsed text and end with a zero byte.
@@ -31,11 +33,12 @@ typedef struct {
   char* value;      // as it stands in the line, escapes included; null likewise
 } pps_attrib_t;
 
-// Parses the next line of *text in place and advances *text behind it. `attribute` keeps its object name
-// from call to call; start with a zeroed record. Takes any bytes up to the terminating zero.
+// Parses the next line of *text in place and advances *text behind it. `attribute` keeps its object
+// name from call to call; start with a zeroed record. Takes any bytes up to the terminating zero.
 pps_status_t ppsparse(char** text, pps_attrib_t* attribute);
 
-// --- decoder ------------------------------------------------------------------------------------------
+// --- decoder
+// ------------------------------------------------------------------------------------------
 
 typedef enum {
   PPS_DECODER_OK = 0,
@@ -69,28 +72,29 @@ pps_decoder_error_t pps_decoder_initialize(pps_decoder_t* decoder, char* text);
 // Releases the decoder's memory. Strings obtained stay valid as long as the text's buffer does.
 void pps_decoder_cleanup(pps_decoder_t* decoder);
 
-// Parses zero-terminated text in place and stands at its root: the text is changed, must outlive the
-// decoder and is pointed into by the strings obtained. Any text parsed before is forgotten.
-// PPS text: lines that are no PPS lines are skipped and give PARSE_ERROR, the others can be read all the
-// same; a last line that is cut before its value (no newline) is left out without an error. A json
-// attribute is checked when it is entered.
-// JSON text: one value, whole and well-formed, or PARSE_ERROR and nothing to read.
+// Parses zero-terminated text in place and stands at its root: the text is changed, must outlive
+// the decoder and is pointed into by the strings obtained. Any text parsed before is forgotten. PPS
+// text: lines that are no PPS lines are skipped and give PARSE_ERROR, the others can be read all
+// the same; a last line that is cut before its value (no newline) is left out without an error. A
+// json attribute is checked when it is entered. JSON text: one value, whole and well-formed, or
+// PARSE_ERROR and nothing to read.
 pps_decoder_error_t pps_decoder_parse_pps_str(pps_decoder_t* decoder, char* text);
 pps_decoder_error_t pps_decoder_parse_json_str(pps_decoder_t* decoder, char* text);
 
-// Enters the attribute, member or (name null) next element; at the root, name null, the first object or
-// the JSON value. push takes objects and arrays, push_array arrays only. On failure (NOT_FOUND,
-// BAD_TYPE; a json attribute that is not well-formed is BAD_TYPE) the position stays where it was.
+// Enters the attribute, member or (name null) next element; at the root, name null, the first
+// object or the JSON value. push takes objects and arrays, push_array arrays only. On failure
+// (NOT_FOUND, BAD_TYPE; a json attribute that is not well-formed is BAD_TYPE) the position stays
+// where it was.
 pps_decoder_error_t pps_decoder_push(pps_decoder_t* decoder, const char* name);
 pps_decoder_error_t pps_decoder_push_array(pps_decoder_t* decoder, const char* name);
 
 // Returns to the parent, at the sibling that follows what was left.
 pps_decoder_error_t pps_decoder_pop(pps_decoder_t* decoder);
 
-// The value of a member (the first of that name) or, name null, of the next element. An element that is
-// delivered is passed; one that is not stays the next. On failure *value is untouched. Integers are
-// numbers without fraction or exponent that fit. The string points into the text, zero-terminated, its
-// escapes resolved.
+// The value of a member (the first of that name) or, name null, of the next element. An element
+// that is delivered is passed; one that is not stays the next. On failure *value is untouched.
+// Integers are numbers without fraction or exponent that fit. The string points into the text,
+// zero-terminated, its escapes resolved.
 pps_decoder_error_t pps_decoder_get_int(pps_decoder_t* decoder, const char* name, int* value);
 pps_decoder_error_t pps_decoder_get_int64(pps_decoder_t* decoder, const char* name,
                                           std::int64_t* value);
@@ -114,14 +118,15 @@ int pps_decoder_length(pps_decoder_t* decoder);
 // The first failure since the start or the last clearing.
 pps_decoder_error_t pps_decoder_status(pps_decoder_t* decoder, bool clear);
 
-// --- encoder ------------------------------------------------------------------------------------------
+// --- encoder
+// ------------------------------------------------------------------------------------------
 
 typedef enum {
   PPS_ENCODER_OK = 0,
   PPS_ENCODER_NO_MEM,
-  PPS_ENCODER_BAD_NESTING,        // an end without its start, or too deep
-  PPS_ENCODER_INVALID_VALUE,      // no text (null), a number that is not finite, or a name that a line
-                                  // cannot hold
+  PPS_ENCODER_BAD_NESTING,    // an end without its start, or too deep
+  PPS_ENCODER_INVALID_VALUE,  // no text (null), a number that is not finite, or a name that a line
+                              // cannot hold
   PPS_ENCODER_MISSING_PROP_NAME,  // a member without a name
 } pps_encoder_error_t;
 
@@ -144,10 +149,10 @@ typedef struct {
 void pps_encoder_initialize(pps_encoder_t* encoder, bool json);
 void pps_encoder_cleanup(pps_encoder_t* encoder);
 
-// In PPS text the outermost object is the object line: its name stands behind '@' (added when missing;
-// null writes no line) and its members are attribute lines in the simplest encoding that can hold them.
-// Everything deeper is JSON. In an array names are not used. Each returns the encoder's status, which
-// keeps the first failure.
+// In PPS text the outermost object is the object line: its name stands behind '@' (added when
+// missing; null writes no line) and its members are attribute lines in the simplest encoding that
+// can hold them. Everything deeper is JSON. In an array names are not used. Each returns the
+// encoder's status, which keeps the first failure.
 pps_encoder_error_t pps_encoder_start_object(pps_encoder_t* encoder, const char* name);
 pps_encoder_error_t pps_encoder_end_object(pps_encoder_t* encoder);
 pps_encoder_error_t pps_encoder_start_array(pps_encoder_t* encoder, const char* name);
@@ -161,8 +166,8 @@ pps_encoder_error_t pps_encoder_add_string(pps_encoder_t* encoder, const char* n
                                            const char* value);
 pps_encoder_error_t pps_encoder_add_null(pps_encoder_t* encoder, const char* name);
 
-// The zero-terminated text so far, null after a failure or while an object is open; its length without
-// the terminator, then 0. Valid until the next call on the encoder.
+// The zero-terminated text so far, null after a failure or while an object is open; its length
+// without the terminator, then 0. Valid until the next call on the encoder.
 const char* pps_encoder_buffer(pps_encoder_t* encoder);
 int pps_encoder_length(pps_encoder_t* encoder);
 

@@ -5,11 +5,11 @@
 // Mode of spawnv: return at once, the child runs on.
 #define P_NOWAIT 1
 
-// Starts the program at `path` with the argument vector `argv` (ended by a null pointer). An absolute
-// path lies below HEADUNIT_ROOT. The child inherits standard input, output and error, the environment and
-// the working directory, no other descriptor, and starts with no signal blocked or ignored.
-// Returns the process id, or -1 with errno: ENOENT, EACCES and the like when the program cannot be run,
-// EINVAL for another mode than P_NOWAIT. The caller collects the child with waitpid.
+// Starts the program at `path` with the argument vector `argv` (ended by a null pointer). An
+// absolute path lies below HEADUNIT_ROOT. The child inherits standard input, output and error, the
+// environment and the working directory, no other descriptor, and starts with no signal blocked or
+// ignored. Returns the process id, or -1 with errno: ENOENT, EACCES and the like when the program
+// cannot be run, EINVAL for another mode than P_NOWAIT. The caller collects the child with waitpid.
 int spawnv(int mode, const char* path, char* const argv[]);
 
 #endif  // KORVANDIS_PROCESS_H

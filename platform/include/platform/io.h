@@ -1,10 +1,10 @@
 // Files of the unit: how the service opens, tests and writes a path, whatever stands behind it.
 //
-// On the unit these three forward to POSIX. On a Linux host an absolute path lies below the directory
-// that HEADUNIT_ROOT names, and a path component that is a Unix socket (SOCK_SEQPACKET) is a resource
-// manager: the rest of the path is asked of it, and the connection is the open file.
+// On the unit these forward to POSIX. On a Linux host an absolute path lies below the directory
+// that HEADUNIT_ROOT names, and a path component that is a Unix socket (SOCK_SEQPACKET) is a
+// resource manager: the rest of the path is asked of it, and the connection is the open file.
 //
-// All three may be called from any thread. None raises SIGPIPE, and none waits longer than
+// All may be called from any thread. None raises SIGPIPE, and none waits longer than
 // kManagerTimeoutMs for a manager.
 #ifndef KORVANDIS_PLATFORM_IO_H
 #define KORVANDIS_PLATFORM_IO_H
@@ -20,18 +20,23 @@ namespace platform {
 // Longest wait for a resource manager's answer, in milliseconds.
 const int kManagerTimeoutMs = 2000;
 
-// Opens `path` with the POSIX flags `oflag` and, when the file is created, `mode`. The descriptor is
-// close-on-exec. On a manager's file one write is one message and one read takes one message (a smaller
-// buffer drops its tail); a read or write that waits longer than kManagerTimeoutMs fails with EAGAIN.
-// Returns the descriptor, or -1 with errno: what the manager answered, EIO when it does not answer in
-// time, hangs up or is gone, otherwise as open(2).
+// Opens `path` with the POSIX flags `oflag` and, when the file is created, `mode`. The descriptor
+// is close-on-exec. On a manager's file one write is one message and one read takes one message (a
+// smaller buffer drops its tail); a read or write that waits longer than kManagerTimeoutMs fails
+// with EAGAIN. Returns the descriptor, or -1 with errno: what the manager answered, EIO when it
+// does not answer in time, hangs up or is gone, otherwise as open(2).
 int open(const char* path, int oflag, mode_t mode = 0);
 
 // Tests `path` as access(2) does. Returns 0, or -1 with errno as for open.
 int access(const char* path, int mode);
 
-// Writes `size` bytes to `fd`; on a manager's file they are one message. Returns the number of bytes
-// written, or -1 with errno (EPIPE when the manager is gone, EAGAIN when it takes nothing in time).
+// Removes the object or file at `path`. Returns 0, or -1 with errno as for open. For the tools: the
+// service removes nothing.
+int unlink(const char* path);
+
+// Writes `size` bytes to `fd`; on a manager's file they are one message. Returns the number of
+// bytes written, or -1 with errno (EPIPE when the manager is gone, EAGAIN when it takes nothing in
+// time).
 ssize_t write(int fd, const void* data, std::size_t size);
 
 }  // namespace platform

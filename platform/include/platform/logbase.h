@@ -18,8 +18,8 @@ enum LOG_LEV_EN {
   LOG_LEV_DEBUG = _SLOG_DEBUG1,  // 6: tracing of receive, dispatch and reply
 };
 
-// Logs "_KRV_[function]-message" at `level`; the whole line is cut at 511 characters. May be called from
-// any thread; two threads of one module at once may repeat an opcode, nothing else.
+// Logs "_KRV_[function]-message" at `level`; the whole line is cut at 511 characters. May be called
+// from any thread; two threads of one module at once may repeat an opcode, nothing else.
 __attribute__((format(printf, 3, 4))) static inline void LOGBASE(LOG_LEV_EN level,
                                                                  const char* function,
                                                                  const char* format, ...) {
@@ -30,10 +30,10 @@ __attribute__((format(printf, 3, 4))) static inline void LOGBASE(LOG_LEV_EN leve
 
   char line[512];
   const int prefix = std::snprintf(line, sizeof(line), "%s[%s]-", kTag, function);
-  const std::size_t used =
-      prefix < 0 ? 0
-                 : (static_cast<std::size_t>(prefix) < sizeof(line) ? static_cast<std::size_t>(prefix)
-                                                                    : sizeof(line) - 1);
+  const std::size_t used = prefix < 0 ? 0
+                                      : (static_cast<std::size_t>(prefix) < sizeof(line)
+                                             ? static_cast<std::size_t>(prefix)
+                                             : sizeof(line) - 1);
   va_list arguments;
   va_start(arguments, format);
   std::vsnprintf(line + used, sizeof(line) - used, format, arguments);

@@ -1,5 +1,5 @@
-// The log ring: a memory-mapped file that the unit creates, every program writes and anybody can follow.
-// Fields are in host byte order. Line i lies in slot i modulo the number of slots.
+// The log ring: a memory-mapped file that the unit creates, every program writes and anybody can
+// follow. Fields are in host byte order. Line i lies in slot i modulo the number of slots.
 #ifndef KORVANDIS_PLATFORM_SLOG_RING_H
 #define KORVANDIS_PLATFORM_SLOG_RING_H
 
@@ -44,8 +44,8 @@ struct SlogLine {
   std::string text;
 };
 
-// Creates an empty ring of `slots` lines (a power of two) at the host path `path`, replacing what lies
-// there in one step. Returns 0 or an error number.
+// Creates an empty ring of `slots` lines (a power of two) at the host path `path`, replacing what
+// lies there in one step. Returns 0 or an error number.
 int CreateSlogRing(const std::string& path, std::uint32_t slots);
 
 // Reads a ring while others write to it. Not thread-safe itself.
@@ -65,7 +65,7 @@ class SlogReader {
   enum class Result {
     kLine,     // *line holds the next line
     kNothing,  // the next line is not written yet
-    kLost,     // *lost lines were overwritten before they could be read; the reader is now behind them
+    kLost,  // *lost lines were overwritten before they could be read; the reader is now behind them
   };
   Result Next(SlogLine* line, std::uint64_t* lost);
 

@@ -35,7 +35,8 @@ const std::uint8_t kRecordStart = 0x2A;
 const std::uint8_t kRecordId = 0xA2;
 const std::uint8_t kReplyBit = 0x80;  // set in the command number of a reply
 
-const std::size_t kReplyOverhead = kLinkSize + kRecordHeadSize;  // payload bytes in front of the data
+const std::size_t kReplyOverhead =
+    kLinkSize + kRecordHeadSize;  // payload bytes in front of the data
 const std::size_t kMaxReplyData = 243;
 const std::size_t kMaxParameters = 254;
 const std::size_t kMaxPacket = 65536;  // one read of the MCU device
@@ -49,21 +50,25 @@ inline void StoreLe32(std::uint8_t* bytes, std::uint32_t value) {
   for (int i = 0; i < 4; ++i) bytes[i] = static_cast<std::uint8_t>(value >> (8 * i));
 }
 
-// A request as a test station sends it: `parameters` holds at most kMaxParameters bytes, further ones
-// are dropped. `sequence` fills the link's sequence byte, which the service does not read.
+// A request as a test station sends it: `parameters` holds at most kMaxParameters bytes, further
+// ones are dropped. `sequence` fills the link's sequence byte, which the service does not read.
 inline std::vector<std::uint8_t> BuildRequest(std::uint8_t command, std::uint8_t sub_command,
                                               const std::vector<std::uint8_t>& parameters,
                                               std::uint8_t sequence = 0) {
-  const std::size_t count =
-      parameters.size() < kMaxParameters ? parameters.size() : kMaxParameters;
+  const std::size_t count = parameters.size() < kMaxParameters ? parameters.size() : kMaxParameters;
   std::vector<std::uint8_t> packet(kHeaderSize);
   packet.reserve(kHeaderSize + kReplyOverhead + count);
-  StoreLe32(&packet[kPayloadLengthOffset],
-            static_cast<std::uint32_t>(kReplyOverhead + count));
+  StoreLe32(&packet[kPayloadLengthOffset], static_cast<std::uint32_t>(kReplyOverhead + count));
   StoreLe32(&packet[kPacketTypeOffset], kAtPacketType);
-  const std::uint8_t head[] = {kLinkType,    sequence,  kLinkByte,
-                               kRecordStart, kRecordId, 0,
-                               static_cast<std::uint8_t>(count + 1), command, sub_command};
+  const std::uint8_t head[] = {kLinkType,
+                               sequence,
+                               kLinkByte,
+                               kRecordStart,
+                               kRecordId,
+                               0,
+                               static_cast<std::uint8_t>(count + 1),
+                               command,
+                               sub_command};
   packet.insert(packet.end(), head, head + sizeof(head));
   packet.insert(packet.end(), parameters.begin(),
                 parameters.begin() + static_cast<std::ptrdiff_t>(count));

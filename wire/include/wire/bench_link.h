@@ -1,10 +1,10 @@
 // How the bench's own programs reach the simulated unit, besides the unit's devices.
 //
 // kStationPath: the test connector of the simulated MCU, a resource manager like any other.
-//   Open with the empty rest: each message written is one packet for the service; each message read is
-//   the reply packet to one of this station's requests.
-//   Open with the rest kMonitorRest: read-only; each message is a MonitorHead and a packet, for every
-//   packet that crosses the MCU link in either direction.
+//   Open with the empty rest: each message written is one packet for the service; each message read
+//   is the reply packet to one of this station's requests. Open with the rest kMonitorRest:
+//   read-only; each message is a MonitorHead and a packet, for every packet that crosses the MCU
+//   link in either direction.
 // kControlPath: the bench's control connector. Each message written is one line of words; each is
 //   answered by one message: "ok" or "ok " and text, or "error " and the reason.
 #ifndef KORVANDIS_WIRE_BENCH_LINK_H

@@ -1,0 +1,136 @@
+#include "platform/io.h"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+
+#include "resolve.h"
+#include "wire/resource_manager.h"
+
+namespace platform {
+namespace {
+
+// Owns a descriptor until it is released; closing keeps errno.
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ < 0) return;
+    const int saved = errno;
+    ::close(fd_);
+    errno = saved;
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return fd_; }
+  int release() {
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
+
+ private:
+  int fd_;
+};
+
+// Connects to the socket at `path`. A path too long for an address is reached through a descriptor
+// of the socket itself.
+int ConnectTo(int fd, const char* path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (std::strlen(path) < sizeof(address.sun_path)) {
+    std::strcpy(address.sun_path, path);
+    return ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+  }
+  Descriptor target(::open(path, O_PATH | O_CLOEXEC));
+  if (target.get() < 0) return -1;
+  std::snprintf(address.sun_path, sizeof(address.sun_path), "/proc/self/fd/%d", target.get());
+  return ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+}
+
+bool LimitWaits(int fd) {
+  const timeval limit = {kManagerTimeoutMs / 1000, (kManagerTimeoutMs % 1000) * 1000};
+  return ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit)) == 0 &&
+         ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit)) == 0;
+}
+
+// Asks the manager of `target` for the rest of the path. Returns the connection when it is granted,
+// -1 with errno otherwise.
+int Ask(const ResolvedPath& target, wire::RequestKind kind, int flags, mode_t mode) {
+  Descriptor connection(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  if (connection.get() < 0 || !LimitWaits(connection.get())) return -1;
+  if (ConnectTo(connection.get(), target.path) != 0) {
+    // Nobody listens any more, or nobody accepts.
+    if (errno == ECONNREFUSED || errno == EAGAIN || errno == EINPROGRESS) errno = EIO;
+    return -1;
+  }
+
+  wire::ManagerRequest request{static_cast<std::uint32_t>(kind), static_cast<std::uint32_t>(flags),
+                               static_cast<std::uint32_t>(mode)};
+  iovec parts[2] = {{&request, sizeof(request)},
+                    {const_cast<char*>(target.rest), std::strlen(target.rest)}};
+  msghdr message{};
+  message.msg_iov = parts;
+  message.msg_iovlen = 2;
+  if (::sendmsg(connection.get(), &message, MSG_NOSIGNAL) < 0) {
+    errno = EIO;
+    return -1;
+  }
+  std::int32_t answer = 0;
+  ssize_t received;
+  do {
+    received = ::recv(connection.get(), &answer, sizeof(answer), 0);
+  } while (received < 0 && errno == EINTR);
+  if (received != static_cast<ssize_t>(sizeof(answer))) {
+    errno = EIO;
+    return -1;
+  }
+  if (answer != 0) {
+    errno = answer;
+    return -1;
+  }
+  return connection.release();
+}
+
+// Asks and hangs up: for requests that are over with their answer.
+int AskOnly(const ResolvedPath& target, wire::RequestKind kind, int flags) {
+  const Descriptor connection(Ask(target, kind, flags, 0));
+  return connection.get() < 0 ? -1 : 0;
+}
+
+}  // namespace
+
+int open(const char* path, int oflag, mode_t mode) {
+  ResolvedPath target;
+  if (!Resolve(path, &target)) return -1;
+  if (target.rest != nullptr) return Ask(target, wire::RequestKind::kOpen, oflag, mode);
+  return ::open(target.path, oflag | O_CLOEXEC, mode);
+}
+
+int access(const char* path, int mode) {
+  ResolvedPath target;
+  if (!Resolve(path, &target)) return -1;
+  if (target.rest != nullptr) return AskOnly(target, wire::RequestKind::kAccess, mode);
+  return ::access(target.path, mode);
+}
+
+int unlink(const char* path) {
+  ResolvedPath target;
+  if (!Resolve(path, &target)) return -1;
+  if (target.rest != nullptr) return AskOnly(target, wire::RequestKind::kUnlink, 0);
+  return ::unlink(target.path);
+}
+
+ssize_t write(int fd, const void* data, std::size_t size) {
+  const ssize_t sent = ::send(fd, data, size, MSG_NOSIGNAL);
+  if (sent < 0 && errno == ENOTSOCK) return ::write(fd, data, size);
+  return sent;
+}
+
+}  // namespace platform

@@ -1,0 +1,21 @@
+// Mapping of a log ring, shared by its writer (slogf) and its reader.
+#ifndef KORVANDIS_PLATFORM_RING_MAP_H
+#define KORVANDIS_PLATFORM_RING_MAP_H
+
+#include "platform/slog_ring.h"
+
+namespace platform {
+
+// True when `header` is that of a ring that a file of `file_size` bytes can hold.
+bool IsRing(const SlogHeader& header, std::uint64_t file_size);
+
+// Maps the ring in the host file `path`. Returns null with errno (EINVAL: not a ring); otherwise
+// sets *size to the mapped bytes and *inode to the file's identity.
+void* MapRing(const char* path, std::size_t* size, unsigned long* inode);
+
+// True when `path` is still that file and large enough.
+bool IsSameFile(const char* path, unsigned long inode, std::size_t size);
+
+}  // namespace platform
+
+#endif  // KORVANDIS_PLATFORM_RING_MAP_H
