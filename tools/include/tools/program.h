@@ -1,0 +1,80 @@
+// What every command line program of the bench needs around its work: exit statuses, orderly ends,
+// text that is safe on a terminal.
+#ifndef KORVANDIS_TOOLS_PROGRAM_H
+#define KORVANDIS_TOOLS_PROGRAM_H
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <string_view>
+
+namespace tools {
+
+const int kExitRight = 0;
+const int kExitWrong = 1;  // an answer is missing or wrong, or there is nobody to ask
+const int kExitUsage = 2;  // the command line is wrong
+
+// Called first in main: descriptors 0 to 2 are open afterwards, so that a socket never takes their
+// place, and a closed pipe is an error of the stream instead of a signal.
+void PrepareProgram();
+
+// Ends main: flushes `out`. An output that could not be written turns `status` into kExitWrong.
+int FinishProgram(std::ostream& out, int status);
+
+// Collects SIGINT and SIGTERM while it lives, so that a loop can end in order. The calling thread's
+// mask is restored at the end. One at a time a process.
+class Interrupt {
+ public:
+  Interrupt();
+  ~Interrupt();
+  Interrupt(const Interrupt&) = delete;
+  Interrupt& operator=(const Interrupt&) = delete;
+
+  // True once a signal came.
+  bool Pending();
+
+  // Waits up to `milliseconds` (-1: no limit) for `fd` (-1: none) to become readable or to be hung
+  // up. Returns true when it did; false at the end of the time or on a signal.
+  bool Wait(int fd, int milliseconds);
+
+ private:
+  int signals_ = -1;
+  bool pending_ = false;
+  struct Mask;
+  Mask* saved_;
+};
+
+// Owns a descriptor and closes it.
+class Descriptor {
+ public:
+  explicit Descriptor(int fd = -1) : fd_(fd) {}
+  ~Descriptor() { Reset(-1); }
+  Descriptor(Descriptor&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    if (this != &other) {
+      Reset(other.fd_);
+      other.fd_ = -1;
+    }
+    return *this;
+  }
+  int get() const { return fd_; }
+  bool is_open() const { return fd_ >= 0; }
+  void Reset(int fd);
+
+ private:
+  int fd_;
+};
+
+// Takes the next message of an open file of the unit, however long, or the next part of a plain
+// file. Returns 1 with the text, 0 at the end of file, -1 with errno.
+int ReadMessage(int fd, std::string* message);
+
+// `text` with control characters, and bytes that are no UTF-8, written as \n, \t, \\ or \xNN.
+std::string Escape(std::string_view text);
+
+// "12:34:56.789" in local time.
+std::string ClockTime(std::uint64_t nanoseconds);
+
+}  // namespace tools
+
+#endif  // KORVANDIS_TOOLS_PROGRAM_H
