@@ -1,0 +1,191 @@
+#include "ATCmdBt.h"
+
+#include <pps.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "misc.h"
+#include "platform/io.h"
+#include "platform/logbase.h"
+
+namespace {
+
+char const kSystemInfo[] = "/pps/zelmar/setting/systeminfo";
+char const kAvrcpControl[] = "/pps/services/bluetooth/avrcp/control";
+char const kHandsfreeControl[] = "/pps/services/handsfree/control";
+char const kBtSettings[] = "/pps/services/bluetooth/settings";
+char const kBtControl[] = "/pps/zelmar/setting/bt_control";
+
+// Chosen by the first parameter byte.
+char const* const sPreNext[2] = {"previous", "next"};
+char const* const sPlayStop[2] = {"play", "stop"};
+char const* const sHangupCall[2] = {"HFP_ACCEPT", "HFP_HANGUP"};
+
+std::size_t const kTextSize = 128;     // name or pairing code
+std::size_t const kNumberSize = 35;    // phone number
+std::size_t const kPPSTextSize = 126;  // MAC or name as read
+int const kMacInput = 8;               // bytes taken; the first 6 are used
+int const kMacFields = 6;
+
+// The value of a hexadecimal digit, -1 for any other character.
+int DigitValue(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+}  // namespace
+
+bool CmdBtChgName::Work(pkg* record) {
+  if (!GetHead(record)) return false;
+  LOGBASE(LOG_LEV_DEBUG, "Work", "CmdBtChgName, m_subCmd = %d\n", m_subCmd);
+  switch (m_subCmd) {
+    case BT_SET_NAME:
+      return WriteText(record, kSystemInfo, "zmlocalname");
+    case BT_PRE_NEXT:
+      return WriteSelected(record, kAvrcpControl, sPreNext);
+    case BT_PLAY_STOP:
+      return WriteSelected(record, kAvrcpControl, sPlayStop);
+    case BT_HANGUP_CALL:
+    case BT_HANGUP_CALL_2:
+      return WriteSelected(record, kHandsfreeControl, sHangupCall);
+    case BT_CALL:
+      return Dial(record);
+    case BT_SET_PAIRING_CODE:
+      return WriteText(record, kBtSettings, "pairingcode");
+    case BT_GET_MAC_ADDR:
+      SendMacAddr();
+      return true;
+    case BT_SET_SWITCH:
+      return Switch(record);
+    case BT_GET_NAME:
+      SendName();
+      return true;
+    case BT_SET_MAC_ADDR:
+      return WriteMacAddr(record);
+    default:
+      return true;
+  }
+}
+
+bool CmdBtChgName::WriteText(pkg const* record, char const* path, char const* attribute) {
+  char text[kTextSize];
+  if (!ParameterText(record, text, sizeof(text))) return true;
+  return WritePPS(path, attribute, text, O_WRONLY) != 0;
+}
+
+bool CmdBtChgName::WriteSelected(pkg const* record, char const* path,
+                                 char const* const (&commands)[2]) {
+  unsigned char const selector = Selector(record);
+  if (selector > 1) return true;
+  return WritePPS(path, "command", commands[selector], O_WRONLY) != 0;
+}
+
+bool CmdBtChgName::Dial(pkg const* record) {
+  char number[kNumberSize];
+  if (!ParameterText(record, number, sizeof(number))) return true;
+  int const fd = platform::open(kHandsfreeControl, O_WRONLY, kPPSMode);
+  if (fd < 0) {
+    std::fprintf(stderr, "open(/pps/services/handsfree/control) failed\n");
+    return false;
+  }
+  pps_encoder_t encoder;
+  pps_encoder_initialize(&encoder, false);
+  pps_encoder_start_object(&encoder, "@control");
+  pps_encoder_add_string(&encoder, "command", "HFP_CALL");
+  pps_encoder_add_string(&encoder, "cmd_data", number);
+  pps_encoder_end_object(&encoder);
+  char const* const text = pps_encoder_buffer(&encoder);
+  if (text != nullptr) {
+    platform::write(fd, text, static_cast<std::size_t>(pps_encoder_length(&encoder)));
+  }
+  pps_encoder_cleanup(&encoder);
+  ::close(fd);
+  return true;
+}
+
+bool CmdBtChgName::Switch(pkg const* record) {
+  unsigned char const selector = Selector(record);
+  LOGBASE(LOG_LEV_DEBUG, "Work", "---CmdBtChgName, set BT switch to : %d\n", selector);
+  if (selector > 1) {
+    LOGBASE(LOG_LEV_ERROR, "Work", "CmdBtChgName, BT_SET_SWITCH, unknown cmd : %d\n", selector);
+    return true;
+  }
+  return WritePPS(kBtControl, "zmbt_switch", selector == 1 ? "on" : "off", O_WRONLY) != 0;
+}
+
+bool CmdBtChgName::WriteMacAddr(pkg const* record) {
+  int const count = ParameterCount();
+  if (count > kMacInput) {
+    LOGBASE(LOG_LEV_ERROR, "Work", "MAC of %d bytes does not fit %d, refused!\n", count, kMacInput);
+    return true;
+  }
+  unsigned char mac[kMacInput] = {0};
+  std::memcpy(mac, record->Parameters(), static_cast<std::size_t>(count));
+  char text[3 * kMacFields] = {0};  // "XX:XX:XX:XX:XX:XX" and its end
+  for (int i = 0; i < kMacFields; ++i) {
+    char* const field = text + 3 * i;
+    if (i > 0) field[-1] = ':';
+    Hex2char(static_cast<unsigned char>(mac[i] >> 4), field);
+    Hex2char(mac[i] & 0x0F, field + 1);
+  }
+  WritePPS(kBtSettings, "mac", text, O_WRONLY);
+  return true;
+}
+
+void CmdBtChgName::SendMacAddr() {
+  LOGBASE(LOG_LEV_DEBUG, "Work", "BT_GET_MAC_ADDR\n");
+  std::vector<int> fields;
+  if (!GetBtMacAddr(fields) || fields.empty()) {
+    LOGBASE(LOG_LEV_ERROR, "Work", "BT_GET_MAC_ADDR, get mac addr fail, send all 0 to mcu\n");
+    fields.assign(kMacFields, 0);
+  }
+  unsigned char data[kPPSTextSize];  // a text has at most one field more than separators
+  std::size_t const count = std::min(fields.size(), sizeof(data));
+  for (std::size_t i = 0; i < count; ++i) data[i] = static_cast<unsigned char>(fields[i] & 0xFF);
+  Reply(data, static_cast<int>(count));
+}
+
+bool CmdBtChgName::GetBtMacAddr(std::vector<int>& fields) {
+  std::string mac;
+  if (GetPPSStringVal(kBtSettings, "mac", mac) == 0) {
+    LOGBASE(LOG_LEV_ERROR, "GetBtMacAddr", "CmdBtChgName, get bt mac Addr from pps fail\n");
+    return false;
+  }
+  char text[kPPSTextSize];
+  CopyText(text, sizeof(text), mac.c_str());
+  LOGBASE(LOG_LEV_DEBUG, "GetBtMacAddr", "CmdBtChgName, mac = %s\n", text);
+  unsigned field = 0;  // unsigned: a field of many digits keeps its low bits
+  for (char const* c = text; *c != '\0'; ++c) {
+    LOGBASE(LOG_LEV_DEBUG, "GetBtMacAddr", "CmdBtChgName, c = %c\n", *c);
+    int const digit = DigitValue(*c);
+    if (digit >= 0) {
+      field = field * 16 + static_cast<unsigned>(digit);
+      continue;
+    }
+    LOGBASE(LOG_LEV_DEBUG, "GetBtMacAddr", "push, tmpData = %d\n", static_cast<int>(field));
+    fields.push_back(static_cast<int>(field));
+    field = 0;
+  }
+  fields.push_back(static_cast<int>(field));
+  return true;
+}
+
+void CmdBtChgName::Hex2char(unsigned char value, char* digit) {
+  if (value > 15) return;
+  *digit = "0123456789ABCDEF"[value];
+}
+
+void CmdBtChgName::SendName() {
+  std::string name;
+  if (GetPPSStringVal(kSystemInfo, "zmlocalname", name) == 0 || name.empty()) name = "error";
+  char text[kPPSTextSize];
+  CopyText(text, sizeof(text), name.c_str());
+  Reply(reinterpret_cast<unsigned char const*>(text), static_cast<int>(std::strlen(text)));
+  LOGBASE(LOG_LEV_DEBUG, "Work", "BT_GET_NAME, name = %s\n", text);
+}

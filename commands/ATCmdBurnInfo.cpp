@@ -1,0 +1,162 @@
+#include "ATCmdBurnInfo.h"
+
+#include <devctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "platform/io.h"
+#include "wire/devices.h"
+
+namespace {
+
+char const kDevice[] = "/dev/sysinfo";
+char const kHostSN[] = "/pps/zelmar/system/hostsn";
+
+// Sub-commands.
+unsigned char const kWriteMachineSN = 2;
+unsigned char const kReadMachineSN = 3;
+unsigned char const kWriteUUID = 10;
+unsigned char const kReadUUID = 11;
+
+int const kIdentitySize = static_cast<int>(sizeof(sysinfo_param_t().uuid));
+int const kUUIDLength = 16;
+int const kMachineSNLength = 20;
+
+// What the two identities differ in.
+struct Identity {
+  char const* setName;  // as its lines name the write
+  std::uint32_t get;
+  std::uint32_t set;
+  char const* getDcmd;
+  char const* setDcmd;
+};
+
+Identity const kUUID = {"SetUUID", DCMD_SYS_INFO_GET_UUID, DCMD_SYS_INFO_SET_UUID,
+                        "DCMD_SYS_INFO_GET_UUID", "DCMD_SYS_INFO_SET_UUID"};
+Identity const kMachineSN = {"SetMachineSN", DCMD_SYS_INFO_GET_BAR_CODE, DCMD_SYS_INFO_SET_BAR_CODE,
+                             "DCMD_SYS_INFO_GET_BAR_CODE", "DCMD_SYS_INFO_SET_BAR_CODE"};
+
+int Request(int fd, std::uint32_t dcmd, sysinfo_param_t* record) {
+  return ::devctl(fd, static_cast<int>(dcmd), record, sizeof(*record), nullptr);
+}
+
+// Reads one identity into a zeroed record whose length is then within 0..32.
+bool Read(Identity const& identity, sysinfo_param_t* record) {
+  *record = sysinfo_param_t();
+  int const fd = platform::open(kDevice, O_RDWR);
+  if (fd < 0) {
+    std::fprintf(stderr, "open /dev/sysinfo failed!\n");
+    return false;
+  }
+  int const error = Request(fd, identity.get, record);
+  ::close(fd);
+  if (error != 0) {
+    std::fprintf(stderr, "%s: devctl failed, errno=%d \n", identity.getDcmd, error);
+    return false;
+  }
+  record->length = std::max(0, std::min(record->length, kIdentitySize));
+  return true;
+}
+
+bool Write(Identity const& identity, char const* text, int length) {
+  sysinfo_param_t record = sysinfo_param_t();
+  std::size_t const size = std::strlen(text);
+  if (size > sizeof(record.uuid)) {
+    std::printf("%s: identity of %d bytes does not fit %d \n", identity.setName,
+                static_cast<int>(size), kIdentitySize);
+    return false;
+  }
+  std::memcpy(record.uuid, text, size);
+  record.length = length != 0 ? length : kUUIDLength;
+  int const fd = platform::open(kDevice, O_RDWR);
+  if (fd < 0) {
+    std::printf("%s: open /dev/sysinfo failed! \n", identity.setName);
+    return false;
+  }
+  int const error = Request(fd, identity.set, &record);
+  ::close(fd);
+  if (error != 0) {
+    std::printf("%s: %s: devctl failed, errno=%d \n", identity.setName, identity.setDcmd, error);
+    return false;
+  }
+  std::printf("%s: success \n", identity.setName);
+  return true;
+}
+
+// Room for the longest parameter text.
+int const kTextSize = 256;
+
+}  // namespace
+
+bool CmdBurnInfo::Work(pkg* record) {
+  if (!GetHead(record)) return false;
+  switch (m_subCmd) {
+    case kWriteMachineSN:
+      WriteMachineSN(record);
+      break;
+    case kReadMachineSN:
+      SendIdentity(&CmdBurnInfo::GetMachineSN, kMachineSNLength);
+      break;
+    case kWriteUUID:
+      WriteUUID(record);
+      break;
+    case kReadUUID:
+      SendIdentity(&CmdBurnInfo::GetUUID, kUUIDLength);
+      break;
+    default:
+      break;
+  }
+  return true;
+}
+
+void CmdBurnInfo::WriteMachineSN(pkg const* record) {
+  std::fprintf(stderr, "cmd_UUID_sub_write(cmd:'%d') \n", m_subCmd);
+  char text[kTextSize];
+  ParameterText(record, text, sizeof(text));
+  SetMachineSN(text, kMachineSNLength);
+  // Published also when the driver did not take it, but never when it could not have.
+  if (std::strlen(text) > static_cast<std::size_t>(kIdentitySize)) return;
+  WritePPS(kHostSN, "sn", text, O_WRONLY | O_CREAT);
+}
+
+void CmdBurnInfo::WriteUUID(pkg const* record) {
+  std::fprintf(stderr, "cmd_UUID_sub_write(cmd:'%d') \n", m_subCmd);
+  char text[kTextSize];
+  ParameterText(record, text, sizeof(text));
+  SetUUID(text, kUUIDLength);
+}
+
+// Replies with an identity, or with as many zero bytes as it nominally has.
+void CmdBurnInfo::SendIdentity(bool (CmdBurnInfo::*read)(unsigned char*, int&), int nominalLength) {
+  std::fprintf(stderr, "cmd_UUID_sub_read!(cmd:'%d') \n", m_subCmd);
+  unsigned char identity[sizeof(sysinfo_param_t().uuid)] = {0};
+  int length = 0;
+  if (!(this->*read)(identity, length)) length = nominalLength;
+  Reply(identity, length);
+}
+
+bool CmdBurnInfo::GetUUID(unsigned char* identity, int& length) {
+  sysinfo_param_t record;
+  if (!Read(kUUID, &record)) return false;
+  std::fprintf(stderr, "param.length = %d UUID(%.*s)\n", record.length, kIdentitySize, record.uuid);
+  std::memcpy(identity, record.uuid, sizeof(record.uuid));
+  length = record.length;
+  return true;
+}
+
+bool CmdBurnInfo::GetMachineSN(unsigned char* identity, int& length) {
+  sysinfo_param_t record;
+  if (!Read(kMachineSN, &record)) return false;
+  std::memcpy(identity, record.uuid, sizeof(record.uuid));
+  length = record.length;
+  return true;
+}
+
+bool CmdBurnInfo::SetUUID(char const* text, int length) { return Write(kUUID, text, length); }
+
+bool CmdBurnInfo::SetMachineSN(char const* text, int length) {
+  return Write(kMachineSN, text, length);
+}

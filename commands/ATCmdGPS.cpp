@@ -1,0 +1,219 @@
+#include "ATCmdGPS.h"
+
+#include <fcntl.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+
+#include "GpsData.h"
+#include "misc.h"
+#include "platform/logbase.h"
+
+namespace {
+
+char const kNaviCommand[] = "/pps/zelmar/navigation/command";
+char const kNaviStatus[] = "/pps/zelmar/navigation/status";
+
+// Sub-commands.
+unsigned char const kSensitivity = 0;
+unsigned char const kPosition = 2;
+unsigned char const kSpeed = 3;
+unsigned char const kAngle = 4;
+unsigned char const kNavi5 = 5;
+unsigned char const kNaviTest = 6;
+unsigned char const kNavi10 = 7;
+
+int const kBytesPerSatellite = 4;
+int const kMaxListed = (CmdGPS::kReplySize - 1) / kBytesPerSatellite;
+static_assert(kMaxListed == 19, "what the reply buffer has room for");
+
+char const kNoAngle[] = "    ";
+
+// C/N0 as a 32-bit integer, truncated toward zero; out of range it is clamped, not finite it is 0.
+std::int32_t ToInteger(double cno) {
+  if (!std::isfinite(cno)) return 0;
+  if (cno >= static_cast<double>(std::numeric_limits<std::int32_t>::max())) {
+    return std::numeric_limits<std::int32_t>::max();
+  }
+  if (cno <= static_cast<double>(std::numeric_limits<std::int32_t>::min())) {
+    return std::numeric_limits<std::int32_t>::min();
+  }
+  return static_cast<std::int32_t>(cno);
+}
+
+// An IEEE 754 double, little-endian.
+void PutDouble(unsigned char* bytes, double value) {
+  std::uint64_t bits;
+  static_assert(sizeof(bits) == sizeof(value), "a double has 64 bits");
+  std::memcpy(&bits, &value, sizeof(bits));
+  for (int i = 0; i < 8; ++i) bytes[i] = static_cast<unsigned char>(bits >> (8 * i));
+}
+
+}  // namespace
+
+int const CmdGPS::kReplySize;
+
+CmdGPS::CmdGPS() : m_gpsController(nullptr) { Init(); }
+
+CmdGPS::~CmdGPS() { Close(); }
+
+void CmdGPS::Init() {
+  if (!m_gpsController.Init()) {
+    LOGBASE(LOG_LEV_ERROR, "Init", "GpsController  Init  false\n");
+    return;
+  }
+  if (!m_gpsController.Start()) {
+    LOGBASE(LOG_LEV_ERROR, "Init", "GpsController Start  false\n");
+  }
+}
+
+void CmdGPS::Close() {
+  if (!m_gpsController.Stop()) {
+    LOGBASE(LOG_LEV_ERROR, "Close", "controller  Stop  false\n");
+    return;
+  }
+  if (!m_gpsController.Close()) {
+    LOGBASE(LOG_LEV_ERROR, "Close", "controller  Close  false\n");
+  }
+}
+
+bool CmdGPS::Work(pkg* record) {
+  if (!GetHead(record)) return false;
+  Init();
+  switch (m_subCmd) {
+    case kSensitivity: {
+      unsigned char list[kReplySize] = {0};
+      int length = 0;
+      GetSensitivityBuf(list, length);
+      Reply(list, length);
+      break;
+    }
+    case kPosition:
+      SendPosition();
+      break;
+    case kSpeed:
+      SendSpeed();
+      break;
+    case kAngle:
+      SendAngle();
+      break;
+    case kNavi5:
+      SendMsg2Navi(NAVI_MSG_SUB_5);
+      break;
+    case kNaviTest:
+      if (Selector(record) == 1) SendMsg2Navi(NAVI_MSG_TEST_1);
+      if (Selector(record) == 2) SendMsg2Navi(NAVI_MSG_TEST_2);
+      break;
+    case kNavi10:
+      SendMsg2Navi(NAVI_MSG_SUB_7);
+      break;
+    default:
+      break;
+  }
+  return true;
+}
+
+void CmdGPS::GetSensitivityBuf(unsigned char* buffer, int& length) {
+  GpsData* const store = GpsData::GetInstance();
+  GpsDataLock const lock(store);
+  int const count = store->m_satCount < kMaxListed ? store->m_satCount : kMaxListed;
+  length = 0;
+  buffer[length++] = static_cast<unsigned char>(count);
+  for (int i = 0; i < count; ++i) {
+    GpsSatellite const& satellite = store->m_satellites[i];
+    std::uint32_t const cno = static_cast<std::uint32_t>(ToInteger(satellite.cno));
+    buffer[length++] = static_cast<unsigned char>(satellite.id & 0xFF);
+    buffer[length++] = static_cast<unsigned char>(cno >> 16);
+    buffer[length++] = static_cast<unsigned char>(cno >> 8);
+    buffer[length++] = static_cast<unsigned char>(cno);
+  }
+}
+
+void CmdGPS::SendPosition() {
+  unsigned char data[2 * sizeof(double)];
+  {
+    GpsData* const store = GpsData::GetInstance();
+    GpsDataLock const lock(store);
+    PutDouble(data, store->m_longitude);
+    PutDouble(data + sizeof(double), store->m_latitude);
+  }
+  Reply(data, sizeof(data));
+}
+
+void CmdGPS::SendSpeed() {
+  int speed = 0;
+  {
+    GpsData* const store = GpsData::GetInstance();
+    GpsDataLock const lock(store);
+    speed = store->m_speed;
+  }
+  char text[kReplySize] = {0};
+  std::snprintf(text, sizeof(text), "%0.1f", static_cast<double>(speed));
+  Reply(reinterpret_cast<unsigned char const*>(text), sizeof(text));
+}
+
+void CmdGPS::SendAngle() {
+  char text[kReplySize] = {0};
+  SendMsg2Navi(NAVI_MSG_ANGLE);
+  GetAngle(text);
+  Reply(reinterpret_cast<unsigned char const*>(text), sizeof(text));
+}
+
+bool CmdGPS::SendMsg2Navi(E_NAVI_MSG_CMD command) {
+  char text[78] = {0};
+  std::snprintf(text, sizeof(text), "msg:json:{\"cmd\":%d}", static_cast<int>(command));
+  return WritePPS(kNaviCommand, text, O_WRONLY) != 0;
+}
+
+void CmdGPS::GetAngle(char* buffer) {
+  char object[1024];
+  if (!ReadText(kNaviStatus, object, sizeof(object))) return;
+  std::fprintf(stderr, "read buf is(\n'%s') \n", object);
+
+  pps_decoder_t decoder;
+  int msg = 0;
+  char const* dat = nullptr;
+  pps_decoder_initialize(&decoder, nullptr);
+  pps_decoder_parse_pps_str(&decoder, object);
+  if (pps_decoder_push(&decoder, nullptr) == PPS_DECODER_OK) {
+    if (pps_decoder_push(&decoder, "msgres") == PPS_DECODER_OK) {
+      pps_decoder_get_int(&decoder, "msg", &msg);
+      pps_decoder_get_string(&decoder, "dat", &dat);
+      pps_decoder_pop(&decoder);
+    }
+    pps_decoder_pop(&decoder);
+  }
+  std::fprintf(stderr, "msg('%d' \n", msg);
+
+  // The text may be longer than the reply: its angle is taken out before it is cut. It came out of
+  // the object's text, so it fits.
+  char angle[sizeof(object) + sizeof(kNoAngle)] = {0};
+  if (dat != nullptr) {
+    CopyText(angle, sizeof(object), dat);
+    std::fprintf(stderr, "dat(%s) \n", dat);
+  } else {
+    std::fprintf(stderr, "dat is NULL\xEF\xBC\x81 \n");
+  }
+  int const status = pps_decoder_status(&decoder, true);
+  if (status != PPS_DECODER_OK) {
+    std::fprintf(stderr, "pps_decoder_*() failed.pps_decoder_status (%d)\n", status);
+  }
+  pps_decoder_cleanup(&decoder);
+  if (dat == nullptr) return;
+  GetAngleStr(angle);
+  CopyText(buffer, kReplySize, angle);
+}
+
+void CmdGPS::GetAngleStr(char* text) {
+  if (text == nullptr) return;
+  std::fprintf(stderr, "frmStr(%s) \n", text);
+  char const* const last = std::strrchr(text, '=');
+  if (last == nullptr) {
+    std::memcpy(text, kNoAngle, sizeof(kNoAngle));
+    return;
+  }
+  std::memmove(text, last + 1, std::strlen(last + 1) + 1);
+  std::fprintf(stderr, "strExt(%s) \n", text);
+}

@@ -1,0 +1,53 @@
+// Command 5: satellites, position and speed; navigation test requests.
+#ifndef KORVANDIS_COMMANDS_ATCMDGPS_H
+#define KORVANDIS_COMMANDS_ATCMDGPS_H
+
+#include "ATCmd.h"
+#include "GpsController.h"
+
+// Command numbers of the navigation service.
+enum E_NAVI_MSG_CMD : int {
+  NAVI_MSG_ANGLE = 1,
+  NAVI_MSG_TEST_1 = 2,
+  NAVI_MSG_TEST_2 = 3,
+  NAVI_MSG_SUB_5 = 5,
+  NAVI_MSG_SUB_7 = 10,
+};
+
+// Owns the GpsController: opened and started at construction and again before every command,
+// stopped and closed at destruction.
+class CmdGPS : public Cmd {
+ public:
+  CmdGPS();
+  ~CmdGPS() override;
+  bool Work(pkg* record) override;
+
+  void Init();
+  void Close();
+
+  // Writes the sensitivity list, at most kReplySize bytes, and its length: the number of satellites
+  // it carries (19 at most), then four bytes for each: id and 24 bits of C/N0, high byte first.
+  void GetSensitivityBuf(unsigned char* buffer, int& length);
+
+  // Writes one navigation command; the result of the write.
+  bool SendMsg2Navi(E_NAVI_MSG_CMD command);
+
+  // Puts the navigation service's angle text into the kReplySize bytes at `buffer`, cut to fit;
+  // leaves them when there is none.
+  void GetAngle(char* buffer);
+
+  // Replaces `text` by the part after its last '=', by four spaces when there is none; an empty
+  // text must have room for them.
+  void GetAngleStr(char* text);
+
+  static int const kReplySize = 78;
+
+ private:
+  void SendPosition();
+  void SendSpeed();
+  void SendAngle();
+
+  GpsController m_gpsController;
+};
+
+#endif  // KORVANDIS_COMMANDS_ATCMDGPS_H

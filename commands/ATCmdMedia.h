@@ -1,0 +1,21 @@
+// Command 3: media playback.
+#ifndef KORVANDIS_COMMANDS_ATCMDMEDIA_H
+#define KORVANDIS_COMMANDS_ATCMDMEDIA_H
+
+#include "ATCmd.h"
+
+class Media;
+class MediaDISC;
+
+class CmdMedia : public Cmd {
+ public:
+  bool Work(pkg* record) override;
+
+ private:
+  bool HasParameters(int needed) const;
+  bool SendNumber(char const* path, char const* attribute);
+  bool SendDiscState();
+  bool SendDiscPosition(MediaDISC* disc);
+};
+
+#endif  // KORVANDIS_COMMANDS_ATCMDMEDIA_H

@@ -1,0 +1,110 @@
+#include "ATCmdVersion.h"
+
+#include <pps.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "misc.h"
+#include "platform/io.h"
+#include "platform/logbase.h"
+
+namespace {
+
+char const kVersionStatus[] = "/pps/zelmar/system/version_status";
+char const kZmVersionStatus[] = "/pps/zelmar/system/zmversion_status";
+char const kNaviSystemInfo[] = "/pps/zelmar/navigation/systeminfo";
+char const kNaviInfoFile[] = "/zmnavigator/zmnavigator.info";
+
+std::size_t const kObjectSize = 16 * 1024;  // of a version object; the longest one has 5 records
+std::size_t const kInfoFileSize = 256;
+
+// A reply holds no more of a text than this.
+int ReplyLength(std::size_t length) {
+  return static_cast<int>(std::min(length, static_cast<std::size_t>(Cmd::kMaxReply)));
+}
+
+}  // namespace
+
+CmdVer::CmdVer() {
+  m_verMap[VER_MPU] = {kVersionStatus, "mpu", "version"};
+  m_verMap[VER_OS] = {kVersionStatus, "os", "version"};
+  m_verMap[VER_NAVI] = {kNaviSystemInfo, "engerversion", "data"};
+  m_verMap[VER_MAP] = {"/pps/zelmar/disc/mpeginfo", "mapversion", "version"};
+  m_verMap[VER_BT] = {"/pps/services/bluetooth/btmonitorstatus", "btmonitorstatus", "version"};
+  m_verMap[VER_MPU_MODEL] = {kVersionStatus, "mpu", "model"};
+  m_verMap[VER_ZMMPU] = {kZmVersionStatus, "zmmpu", "version"};
+  m_verMap[VER_ZMOS] = {kZmVersionStatus, "zmos", "version"};
+  m_verMap[VER_TOUCHPANEL] = {kVersionStatus, "touchpanel", "version"};
+  m_verMap[VER_IFS] = {kVersionStatus, "ifs", "version"};
+}
+
+bool CmdVer::Work(pkg* record) {
+  if (!GetHead(record)) return false;
+  return SendVer(static_cast<VER_SUB_CMD>(m_subCmd)) != 0;
+}
+
+int CmdVer::SendVer(VER_SUB_CMD subCommand) {
+  if (m_mcu == nullptr) return 0;
+  auto const entry = m_verMap.find(subCommand);
+  if (entry == m_verMap.end()) {
+    Reply(nullptr, 0);
+    std::fprintf(stderr, "VER_SUB_CMD is not define!('%d') \n", subCommand);
+    return 0;
+  }
+  LOGBASE(LOG_LEV_DEBUG, "SendVer", "m_subCmd = %d\n", subCommand);
+  if (subCommand == VER_NAVI && platform::access(kNaviSystemInfo, F_OK) != 0) {
+    return SendNaviInfo();
+  }
+
+  infoExchg info = infoExchg();
+  CopyText(info.path, sizeof(info.path), entry->second.path);
+  CopyText(info.attr, sizeof(info.attr), entry->second.attr);
+  CopyText(info.ver, sizeof(info.ver), entry->second.ver);
+  GetVerStr(info);
+  return Reply(reinterpret_cast<unsigned char const*>(info.verStr),
+               ReplyLength(static_cast<std::size_t>(info.verLen)));
+}
+
+// The version follows the first colon of the info file; without a colon it is the whole text.
+int CmdVer::SendNaviInfo() {
+  char text[kInfoFileSize];
+  if (!ReadText(kNaviInfoFile, text, sizeof(text))) return 0;
+  LOGBASE(LOG_LEV_DEBUG, "SendVer", "buf = %s\n", text);
+  ReportText(text);
+  char const* const colon = std::strchr(text, ':');
+  char const* const version = colon != nullptr ? colon + 1 : text;
+  return Reply(reinterpret_cast<unsigned char const*>(version), ReplyLength(std::strlen(version)));
+}
+
+bool CmdVer::GetVerStr(infoExchg& info) {
+  std::fprintf(stderr, "path is('%s') \n", info.path);
+  std::fprintf(stderr, "attr is('%s') \n", info.attr);
+  std::fprintf(stderr, "ver is('%s') \n", info.ver);
+  char text[kObjectSize];
+  if (!ReadText(info.path, text, sizeof(text))) return false;
+  ReportText(text);
+
+  pps_decoder_t decoder;
+  char const* found = nullptr;
+  pps_decoder_initialize(&decoder, nullptr);
+  pps_decoder_parse_pps_str(&decoder, text);
+  if (pps_decoder_push(&decoder, nullptr) == PPS_DECODER_OK) {
+    // A member of that name one level up is another value: no entry, no text.
+    if (pps_decoder_push(&decoder, info.attr) == PPS_DECODER_OK) {
+      pps_decoder_get_string(&decoder, info.ver, &found);
+      pps_decoder_pop(&decoder);
+    }
+    pps_decoder_pop(&decoder);
+  }
+  pps_decoder_cleanup(&decoder);
+  if (found == nullptr) return false;
+
+  CopyText(info.verStr, sizeof(info.verStr), found);
+  info.verLen = static_cast<int>(std::strlen(info.verStr));
+  std::fprintf(stderr, "verStr is('%s') \n", found);
+  std::fprintf(stderr, "verLen is('%d') \n", static_cast<int>(std::strlen(found)));
+  return true;
+}

@@ -1,0 +1,57 @@
+// Command 7: the version texts of the unit's software and modules.
+#ifndef KORVANDIS_COMMANDS_ATCMDVERSION_H
+#define KORVANDIS_COMMANDS_ATCMDVERSION_H
+
+#include <map>
+
+#include "ATCmd.h"
+
+enum VER_SUB_CMD {
+  VER_MPU = 1,
+  VER_OS = 2,
+  VER_NAVI = 3,  // falls back to a text file
+  VER_BT = 4,
+  VER_MAP = 5,
+  VER_MPU_MODEL = 6,
+  VER_ZMMPU = 8,
+  VER_ZMOS = 9,
+  VER_TOUCHPANEL = 27,
+  VER_IFS = 29,
+};
+
+// Where a version lies: the string member `ver` of the JSON attribute `attr` of the object `path`.
+struct verinfo {
+  char const* path;
+  char const* attr;
+  char const* ver;
+};
+
+// Working record of one request: what to look for, and the text found.
+struct infoExchg {
+  char path[256];
+  char attr[256];
+  char ver[256];
+  char verStr[256];
+  int verLen;  // bytes in verStr
+};
+
+class CmdVer : public Cmd {
+ public:
+  CmdVer();
+  bool Work(pkg* record) override;
+
+  // Replies with the version of `subCommand`: empty when it is not known or not found. Returns the
+  // result of the reply, 0 where none or an empty one is sent for want of a version source.
+  int SendVer(VER_SUB_CMD subCommand);
+
+  // Fills verStr and verLen from what path, attr and ver name; false, with both as they were, when
+  // there is no such text.
+  bool GetVerStr(infoExchg& info);
+
+ private:
+  int SendNaviInfo();
+
+  std::map<VER_SUB_CMD, verinfo> m_verMap;
+};
+
+#endif  // KORVANDIS_COMMANDS_ATCMDVERSION_H

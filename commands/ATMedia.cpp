@@ -1,0 +1,186 @@
+#include "ATMedia.h"
+
+#include <pps.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "ATCmd.h"
+#include "misc.h"
+#include "platform/io.h"
+#include "platform/logbase.h"
+
+char const* const DISC_CMD_cmd = "cmd";
+char const* const DISC_CMD_param1 = "param1";
+char const* const DISC_CMD_param2 = "param2";
+
+namespace {
+
+char const kDiscControl[] = "/pps/zelmar/disc/control";
+char const kDiscPlaying[] = "/pps/zelmar/disc/playing";
+char const kKey[] = "/pps/zelmar/system/key";
+char const kAutotestControl[] = "/pps/zelmar/media/autotest/control";
+
+std::size_t const kLineSize = 256;
+std::size_t const kValueSize = 1024;
+
+// Disc commands.
+int const kDiscStop = 129;
+int const kDiscPause = 130;
+int const kDiscPlay = 131;
+int const kDiscNext = 135;
+int const kDiscPrevious = 136;
+int const kDiscJump = 182;
+int const kDiscRepeat = 192;
+int const kDiscScan = 193;
+
+// Key codes.
+unsigned char const kKeyPlay = 17;
+unsigned char const kKeyPause = 18;  // also stops
+unsigned char const kKeyNext = 20;
+unsigned char const kKeyPrevious = 21;
+
+// Parameter of each repeat mode's disc command; kNone: the mode belongs to the other command.
+unsigned char const kNone = 255;
+unsigned char const kRepeatParameter[] = {1, 0, 2, kNone, kNone};
+unsigned char const kScanParameter[] = {kNone, kNone, kNone, 1, 0};
+
+}  // namespace
+
+Media::~Media() {}
+
+int Media::CtrlPreNext(unsigned char direction) {
+  switch (direction) {
+    case 0:
+      return PlayNext();
+    case 1:
+      return PlayPre();
+    default:
+      return 0;
+  }
+}
+
+int Media::CtrlPlay(unsigned char operation) {
+  switch (operation) {
+    case 0:
+      return Pause();
+    case 1:
+      return Play();
+    case 2:
+      return Stop();
+    default:
+      return 0;
+  }
+}
+
+bool Media::WritePPS(char const* path, char const* name, char const* value) {
+  char line[kLineSize];
+  CopyText(line, sizeof(line), path);
+  int const fd = platform::open(line, O_RDWR | O_CREAT | O_TRUNC, Cmd::kPPSMode);
+  if (fd < 0) {
+    ReportOpenFailure(line);
+    return false;
+  }
+  std::snprintf(line, sizeof(line), "%s:%s", name, value);
+  platform::write(fd, line, std::strlen(line));
+  LOGBASE(LOG_LEV_INFO, "WritePPS", "%s", line);
+  ::close(fd);
+  return true;
+}
+
+bool Media::SendKey(unsigned char key) {
+  char value[kValueSize];
+  std::snprintf(value, sizeof(value),
+                "json:{\"key\":%d,\"src\":\"wheel\",\"status\":\"dn\",\"param\":0}", key);
+  WritePPS(kKey, "zmkey", value);
+  std::snprintf(value, sizeof(value),
+                "json:{\"key\":%d,\"src\":\"wheel\",\"status\":\"up\",\"param\":0}", key);
+  return WritePPS(kKey, "zmkey", value);
+}
+
+bool Media::WriteDiscCommand(int command, int param1, int param2, bool report) {
+  char value[kValueSize] = {0};
+  std::snprintf(value, sizeof(value), "json:{\"%s\":%d,\"%s\":%d,\"%s\":%d}", DISC_CMD_cmd, command,
+                DISC_CMD_param1, param1, DISC_CMD_param2, param2);
+  if (report) std::fprintf(stderr, "wirtepps buf is('%s') \n", value);
+  return WritePPS(kDiscControl, "zmcmd", value);
+}
+
+int MediaDISC::Publish(int command, int param1, int param2) {
+  return WriteDiscCommand(command, param1, param2, true) ? 1 : 0;
+}
+
+void MediaDISC::PublishCmdCommmand(int command, int param1, int param2) {
+  Publish(command, param1, param2);
+}
+
+int MediaDISC::PlayPre() { return Publish(kDiscPrevious, 1, 0); }
+int MediaDISC::PlayNext() { return Publish(kDiscNext, 1, 0); }
+int MediaDISC::Play() { return Publish(kDiscPlay, 1, 0); }
+int MediaDISC::Pause() { return Publish(kDiscPause, 1, 0); }
+int MediaDISC::Stop() { return Publish(kDiscStop, 1, 0); }
+
+int MediaDISC::JumpTo(unsigned short folder, unsigned short number) {
+  std::fprintf(stderr, "JumpTo(folde:%d,number:'%d') \n", folder, number);
+  return Publish(kDiscJump, number, folder);
+}
+
+bool MediaDISC::GetSongNo(int& songNo, int& folder) {
+  char text[1024];
+  if (!ReadText(kDiscPlaying, text, sizeof(text))) return false;
+  ReportText(text);
+  pps_decoder_t decoder;
+  pps_decoder_initialize(&decoder, nullptr);
+  pps_decoder_parse_pps_str(&decoder, text);
+  if (pps_decoder_push(&decoder, nullptr) == PPS_DECODER_OK) {
+    if (pps_decoder_push(&decoder, "trackinfo") == PPS_DECODER_OK) {
+      pps_decoder_get_int(&decoder, "curmediaid", &songNo);
+      pps_decoder_get_int(&decoder, "parentFolder", &folder);
+      pps_decoder_pop(&decoder);
+    }
+    pps_decoder_pop(&decoder);
+  }
+  pps_decoder_cleanup(&decoder);
+  std::fprintf(stderr, "read fileId is('%d') songNo[%d] \n", folder, songNo);
+  return true;
+}
+
+void MediaDISC::AskRepeatMode(unsigned char mode) {
+  if (mode >= sizeof(kRepeatParameter)) return;
+  if (kRepeatParameter[mode] != kNone) {
+    PublishCmdCommmand(kDiscRepeat, kRepeatParameter[mode], 0);
+  } else if (kScanParameter[mode] != kNone) {
+    PublishCmdCommmand(kDiscScan, kScanParameter[mode], 0);
+  }
+}
+
+int MediaUsbSD::Press(char const* operation, unsigned char key) {
+  std::fprintf(stderr, "do('%s') \n", operation);
+  return SendKey(key) ? 1 : 0;
+}
+
+int MediaUsbSD::PlayPre() { return Press("MediaUsbSD::PlayPre", kKeyPrevious); }
+int MediaUsbSD::PlayNext() { return Press("MediaUsbSD::PlayNext", kKeyNext); }
+int MediaUsbSD::Play() { return Press("MediaUsbSD::Play", kKeyPlay); }
+int MediaUsbSD::Pause() { return Press("MediaUsbSD::Pause", kKeyPause); }
+int MediaUsbSD::Stop() { return Press("MediaUsbSD::Stop", kKeyPause); }
+
+int MediaUsbSD::JumpTo(unsigned short folder, unsigned short number) {
+  int const index = number != 0 ? number - 1 : 0;
+  char value[kValueSize] = {0};
+  std::snprintf(value, sizeof(value), "json:{\"folderid\":%d,\"index\":%d}", folder, index);
+  std::fprintf(stderr, "goto(folder[%d],index[%d]') \n", folder, index);
+  return WritePPS(kAutotestControl, "autotest_play", value) ? 1 : 0;
+}
+
+int CommMedia::PlayPre() { return 0; }
+int CommMedia::PlayNext() { return 0; }
+int CommMedia::Play() { return 0; }
+int CommMedia::Pause() { return 0; }
+int CommMedia::Stop() { return 0; }
+int CommMedia::JumpTo(unsigned short, unsigned short) { return 0; }
+
+void CommMedia::PublishCmdCommmand(int command, int param1, int param2) {
+  WriteDiscCommand(command, param1, param2, false);
+}

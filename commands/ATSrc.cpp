@@ -1,0 +1,106 @@
+#include "ATSrc.h"
+
+#include <pps.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "misc.h"
+
+namespace NXQ {
+namespace ZMCAR {
+namespace {
+
+// At its identifier's place.
+char const* const kSourceNames[] = {"none",       "disc",    "sd",   "usb",    "rusb",   "radio",
+                                    "hdradio",    "dab",     "sxm",  "tv",     "aux1",   "aux2",
+                                    "bttel",      "btaudio", "ipod", "camera", "navi",   "pandora",
+                                    "iheadradio", "tpms",    "cdc",  "dar",    "linker", "tsp",
+                                    "ptt",        "asr",     "mpu",  "svc"};
+static_assert(sizeof(kSourceNames) / sizeof(kSourceNames[0]) == 28, "identifiers 0 to 27");
+
+}  // namespace
+
+SourcesNameIdMap::SourcesNameIdMap() { Init(); }
+
+SourcesNameIdMap::~SourcesNameIdMap() {}
+
+void SourcesNameIdMap::Init() {
+  m_idNameMap.clear();
+  unsigned char id = 0;
+  for (char const* name : kSourceNames) m_idNameMap[id++] = name;
+}
+
+bool SourcesNameIdMap::GetIDByName(std::string const& name, unsigned char& id) {
+  for (auto const& entry : m_idNameMap) {
+    if (entry.second != name) continue;
+    id = entry.first;
+    return true;
+  }
+  return false;
+}
+
+}  // namespace ZMCAR
+}  // namespace NXQ
+
+namespace {
+
+char const kNowPlaying[] = "/pps/zelmar/navigator/nowplaying";
+std::size_t const kObjectSize = 16384;
+std::size_t const kPrefixSize = 2;  // the maker prefix of application names
+
+struct AppEntry {
+  unsigned char code;  // the test station's
+  char const* name;
+};
+
+AppEntry const g_appList[] = {
+    {1, "zmradio"}, {13, "zmnavi"}, {7, "zmbttel"}, {28, "zmbtaudio"}, {12, "zmsd"},
+    {6, "zmusb"},   {2, "zmdisc"},  {4, "zmaux2"},  {9, "zmaux1"},     {18, "zmipod"},
+};
+
+}  // namespace
+
+Src::Src() : m_srcID(0), m_srcName() {
+  for (AppEntry const& entry : g_appList) m_appMap[entry.code] = entry.name;
+}
+
+Src::~Src() {}
+
+char const* Src::GetSrcName(unsigned char code) {
+  auto const entry = m_appMap.find(code);
+  return entry != m_appMap.end() ? entry->second : "";
+}
+
+void Src::GetNowPlaying() {
+  char text[kObjectSize];
+  if (!ReadText(kNowPlaying, text, sizeof(text))) return;
+  ReportText(text);
+  char const* source = nullptr;
+  pps_decoder_t decoder;
+  pps_decoder_initialize(&decoder, nullptr);
+  pps_decoder_parse_pps_str(&decoder, text);
+  if (pps_decoder_push(&decoder, nullptr) == PPS_DECODER_OK) {
+    pps_decoder_get_string(&decoder, "zmplaysource", &source);
+    pps_decoder_pop(&decoder);
+  }
+  pps_decoder_cleanup(&decoder);
+  if (source == nullptr || std::strlen(source) < kPrefixSize) return;
+  std::fprintf(stderr, "read decoder bufGet is('%s') \n", source);
+
+  char const* const name = source + kPrefixSize;
+  if (std::strlen(name) >= sizeof(m_srcName)) {
+    std::fprintf(stderr, "zmplaysource of %d bytes does not fit \n",
+                 static_cast<int>(std::strlen(source)));
+    return;
+  }
+  CopyText(m_srcName, sizeof(m_srcName), name);
+  std::fprintf(stderr, "m_srcName is('%s') \n", m_srcName);
+  unsigned char id = 0;
+  if (!m_nameIdMap.GetIDByName(m_srcName, id)) {
+    std::fprintf(stderr, "GetIDByName fail \n");
+    return;
+  }
+  m_srcID = id;
+  std::fprintf(stderr, "m_srcID is('%d') \n", m_srcID);
+}

@@ -1,0 +1,73 @@
+#include "FileBase.h"
+
+#include <cerrno>
+
+#include "Descriptor.h"
+#include "platform/io.h"
+
+namespace NXQ {
+namespace ZMCAR {
+
+FileBase::FileBase(fileTagInfo const& tag) : FileBase(tag, kStayClosed) {}
+
+FileBase::FileBase(fileTagInfo const& tag, LossPolicy policy)
+    : m_tag(tag), m_policy(policy), m_lost(false) {}
+
+FileBase::~FileBase() {}
+
+bool FileBase::Init() { return true; }
+
+bool FileBase::Open() {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  if (m_descriptor) return true;
+  int const fd = platform::open(m_tag.path, m_tag.oflag, static_cast<mode_t>(m_tag.mode));
+  if (fd < 0) return false;
+  m_descriptor.reset(new Descriptor(fd));
+  m_lost = false;
+  if (m_wakeup) m_wakeup->Wake();
+  return true;
+}
+
+void FileBase::OnDataChange(unsigned char*, int) {}
+
+void FileBase::Close() {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  m_descriptor.reset();
+  m_lost = false;
+  if (m_wakeup) m_wakeup->Wake();
+}
+
+int FileBase::GetKey() const { return m_tag.key; }
+
+int FileBase::WriteMessage(void const* data, int size) const {
+  if (data == nullptr || size < 0) return -EINVAL;
+  std::shared_ptr<Descriptor> const descriptor = Current();
+  if (!descriptor) return -EBADF;
+  ssize_t const written = platform::write(descriptor->Get(), data, static_cast<std::size_t>(size));
+  return written < 0 ? -errno : static_cast<int>(written);
+}
+
+std::shared_ptr<Descriptor> FileBase::Current() const {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  return m_descriptor;
+}
+
+void FileBase::Lose(std::shared_ptr<Descriptor> const& descriptor) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  if (m_descriptor != descriptor) return;
+  m_descriptor.reset();
+  m_lost = true;
+}
+
+bool FileBase::WantsReopen() const {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  return m_lost && m_policy == kReopen;
+}
+
+void FileBase::SetWakeup(std::shared_ptr<Wakeup> const& wakeup) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  m_wakeup = wakeup;
+}
+
+}  // namespace ZMCAR
+}  // namespace NXQ

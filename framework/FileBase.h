@@ -1,0 +1,82 @@
+// A file that a controller can deliver from.
+#ifndef KORVANDIS_FRAMEWORK_FILEBASE_H
+#define KORVANDIS_FRAMEWORK_FILEBASE_H
+
+#include <memory>
+#include <mutex>
+
+namespace NXQ {
+namespace ZMCAR {
+
+class Delivery;
+class Descriptor;
+class Wakeup;
+
+// Describes one file. Tags are static tables and outlive every file that refers to them.
+struct fileTagInfo {
+  int key;           // unique within one controller
+  const char* path;  // device or PPS object, PPS options included
+  int oflag;         // open flags
+  int mode;          // creation mode
+};
+
+// Largest message that one read takes from a file, in bytes; the tail of a larger one is lost.
+const int kMaxFileRead = 65536;
+
+// Open, Close and the writes of derived classes may be called from any thread, also while the file
+// is registered and delivered. The file owns its descriptor; it is closed when the last user lets
+// go of it.
+class FileBase {
+ public:
+  explicit FileBase(fileTagInfo const& tag);
+  virtual ~FileBase();
+  FileBase(const FileBase&) = delete;
+  FileBase& operator=(const FileBase&) = delete;
+
+  virtual bool Init();
+
+  // Opens the tag's path. An open file stays as it is. Returns true when the file is open; errno
+  // tells why it is not.
+  virtual bool Open();
+
+  // `size` bytes just read, on the delivery thread. data[size] is a zero byte that belongs to the
+  // buffer.
+  virtual void OnDataChange(unsigned char* data, int size);
+
+  void Close();
+  int GetKey() const;
+
+ protected:
+  enum LossPolicy { kStayClosed, kReopen };
+
+  // kReopen: the delivery thread opens the file again when its other side was lost and is back.
+  FileBase(fileTagInfo const& tag, LossPolicy policy);
+
+  // Writes `size` bytes as one message. Returns their number, or the negated error number.
+  int WriteMessage(void const* data, int size) const;
+
+ private:
+  friend class Delivery;
+
+  // The open descriptor, null when the file is closed.
+  std::shared_ptr<Descriptor> Current() const;
+  // Closes the file because the other side of `descriptor` is gone; nothing when it is no longer
+  // the file's.
+  void Lose(std::shared_ptr<Descriptor> const& descriptor);
+  // True when the file was lost and is to be opened again.
+  bool WantsReopen() const;
+  // Tells the controller's thread that there is something else to wait for.
+  void SetWakeup(std::shared_ptr<Wakeup> const& wakeup);
+
+  fileTagInfo const& m_tag;
+  LossPolicy const m_policy;
+  mutable std::mutex m_mutex;  // guards the members below
+  std::shared_ptr<Descriptor> m_descriptor;
+  std::shared_ptr<Wakeup> m_wakeup;
+  bool m_lost;
+};
+
+}  // namespace ZMCAR
+}  // namespace NXQ
+
+#endif  // KORVANDIS_FRAMEWORK_FILEBASE_H

@@ -1,0 +1,50 @@
+// A controller: a set of files whose data it delivers on a thread of its own.
+#ifndef KORVANDIS_FRAMEWORK_FILESCONTROLBASE_H
+#define KORVANDIS_FRAMEWORK_FILESCONTROLBASE_H
+
+#include <memory>
+
+#include "FileBase.h"
+#include "Interfaces.h"
+
+namespace NXQ {
+namespace ZMCAR {
+
+// Order of use: Init, Open each file, AddFile, Start; then Stop, RemoveFile, Close each file,
+// Close, destroy. Init, AddFile and Start repeated on a running controller change nothing and
+// succeed. The callbacks of one controller never run at the same time. Files are not owned.
+class FilesControlBase : public IPPSOnChange {
+ public:
+  FilesControlBase();
+  ~FilesControlBase() override;  // stops
+  FilesControlBase(FilesControlBase const&) = delete;
+  FilesControlBase& operator=(FilesControlBase const&) = delete;
+
+  void OnAttributeChange(int key, pps_attrib_t* attribute) override = 0;
+  void OnPpsStatusChange(int key, pps_status_t status, pps_attrib_t* attribute) override;
+  void OnAttributeDataChange(int key, char const* text) override;
+
+  // Prepares the controller; false when the system has no descriptors left.
+  virtual bool Init();
+  // Stops delivery and releases what Init prepared.
+  virtual bool Close();
+  // Starts delivery on the controller's thread; false when it could not be started.
+  virtual bool Start();
+  // When it returns true, no callback runs any more: it waits for one that does. False when called
+  // from a callback, which cannot wait for itself; delivery then ends with that callback.
+  virtual bool Stop();
+
+  // Registers `file` under `key`. False for a null file or a key that another file has.
+  bool AddFile(int key, FileBase* file) const;
+  // When it returns, no callback with `key` runs or will run, save the one it is called from. False
+  // when there is no such file.
+  bool RemoveFile(int key) const;
+
+ private:
+  std::unique_ptr<Delivery> const m_delivery;
+};
+
+}  // namespace ZMCAR
+}  // namespace NXQ
+
+#endif  // KORVANDIS_FRAMEWORK_FILESCONTROLBASE_H

@@ -1,0 +1,190 @@
+#include "i2c_devctl.h"
+
+#include <devctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "platform/io.h"
+#include "wire/devices.h"
+
+namespace {
+
+int const kAttempts = 5;
+std::uint32_t const kStop = 1;
+
+// A device with 7-bit register addresses and 9-bit values, sent as two bytes.
+std::uint32_t const kNineBitSlave = 0x1A;
+std::uint32_t const kNineBitLength = 2;
+
+unsigned char LowByte(std::uint32_t value) { return static_cast<unsigned char>(value & 0xFF); }
+
+template <class Record>
+int Request(int handle, std::uint32_t dcmd, Record* record) {
+  return ::devctl(handle, static_cast<int>(dcmd), record, sizeof(*record), nullptr);
+}
+
+// Sends `record` until it succeeds, five times at most. After each failure `report` prints it, when
+// verbose. A reply may only replace a record whose request succeeded, so each attempt sends the
+// same.
+template <class Record>
+bool Transfer(int handle, std::uint32_t dcmd, Record* record, char const* failure,
+              char const* exhausted, int verbose) {
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    int const result = Request(handle, dcmd, record);
+    if (result == 0) return true;
+    if (verbose != 0) std::printf("%s ret=%d \n", failure, result);
+  }
+  if (verbose != 0) std::puts(exhausted);
+  return false;
+}
+
+// Lays out a register address and returns its size.
+std::uint32_t PutRegister(unsigned char* area, std::uint32_t reg, std::uint32_t width) {
+  if (width == 2) {
+    area[0] = LowByte(reg >> 8);
+    area[1] = LowByte(reg);
+    return 2;
+  }
+  area[0] = LowByte(reg);
+  return 1;
+}
+
+// A register width that is neither 1 nor 2 has no layout on the bus.
+bool IsWidth(char const* function, std::uint32_t width) {
+  if (width == 1 || width == 2) return true;
+  std::fprintf(stderr, "%s: register width %u is not 1 or 2 \n", function, width);
+  return false;
+}
+
+// The tail of every verbose line: the header bytes, ": ", `shown` bytes of the data area, a line
+// end.
+template <class Record>
+void ShowRecord(Record const& record, std::uint32_t shown) {
+  i2c_show_buf(reinterpret_cast<unsigned char const*>(&record.header),
+               static_cast<int>(sizeof(record.header)));
+  std::printf(": ");
+  i2c_show_buf(record.data, static_cast<int>(shown));
+  std::printf("\n");
+}
+
+}  // namespace
+
+int open_i2c(char const* path, std::uint32_t speed, int verbose) {
+  int const handle = platform::open(path, O_RDWR);
+  if (handle < 0) {
+    std::printf("open_i2c(): open %s failed, error=%s \n", path, std::strerror(errno));
+    return -1;
+  }
+  if (verbose != 0) std::printf("speed=%u \n", speed);
+  int const error = Request(handle, DCMD_I2C_SET_BUS_SPEED, &speed);
+  if (error != 0) {
+    std::printf("open_i2c(): set speed failed, error=%s \n", std::strerror(error));
+    ::close(handle);
+    return -1;
+  }
+  return handle;
+}
+
+int close_i2c(int handle) { return ::close(handle); }
+
+int i2c_write(int handle, std::uint32_t slave, std::uint32_t reg, std::uint32_t width,
+              unsigned char const* data, std::uint32_t length, int verbose) {
+  if (!IsWidth("i2c_write()", width)) return -1;
+  if (data == nullptr) length = 0;
+  bool const nineBit = slave == kNineBitSlave;
+  if (length > kI2cDataSize - width) {
+    std::fprintf(stderr, "i2c_write(): send too large (%u bytes) \n", length);
+    return -1;
+  }
+
+  I2cTransfer record = I2cTransfer();
+  record.header = {slave, I2C_ADDRFMT_7BIT, width + length, kStop};
+  if (nineBit) {
+    record.header.length = kNineBitLength;
+    if (width == 2) {
+      PutRegister(record.data, reg, width);
+    } else {
+      unsigned const bit8 = length > 0 ? data[0] & 1U : 0U;
+      record.data[0] = LowByte((reg << 1) | bit8);
+      record.data[1] = length > 1 ? data[1] : static_cast<unsigned char>(0);
+    }
+  } else {
+    std::uint32_t const used = PutRegister(record.data, reg, width);
+    if (length > 0) std::memcpy(record.data + used, data, length);
+  }
+
+  if (verbose != 0) {
+    std::printf("i2c_write(): handle=0x%x, slave=0x%x, reg=0x%x, size=%d \n",
+                static_cast<unsigned>(handle), slave, reg, static_cast<int>(length));
+    std::uint32_t const shown = length + (width == 2 || nineBit ? 2 : 1);
+    ShowRecord(record, shown < kI2cDataSize ? shown : kI2cDataSize);
+  }
+  return Transfer(handle, DCMD_I2C_SEND, &record, "i2c_write(): devctl failed.",
+                  "i2c_write(): MAX try error ", verbose)
+             ? 0
+             : -1;
+}
+
+int i2c_read(int handle, std::uint32_t slave, std::uint32_t reg, std::uint32_t width,
+             unsigned char* destination, std::uint32_t length, int verbose) {
+  if (length > kI2cDataSize) {
+    std::fprintf(stderr, "i2c_read(): recv too large (%d bytes) \n", static_cast<int>(length));
+    return -1;
+  }
+  if (i2c_write(handle, slave, reg, width, nullptr, 0, verbose) != 0) return -1;
+
+  I2cTransfer record = I2cTransfer();
+  record.header = {slave, I2C_ADDRFMT_7BIT, length, kStop};
+  if (verbose != 0) {
+    std::printf("i2c_read(): handle=0x%x, slave=0x%x, size=%d \n", static_cast<unsigned>(handle),
+                slave, static_cast<int>(length));
+    ShowRecord(record, length);
+  }
+  if (!Transfer(handle, DCMD_I2C_RECV, &record, "i2c_read(): read value failed.",
+                "i2c_read(): MAX try error ", verbose)) {
+    return -1;
+  }
+  std::memcpy(destination, record.data, length);
+  return 0;
+}
+
+int i2c_send_recv(int handle, std::uint32_t slave, std::uint32_t reg, std::uint32_t width,
+                  unsigned char* destination, std::uint32_t length, int verbose) {
+  if (!IsWidth("i2c_send_recv()", width)) return -1;
+  if (length > kI2cDataSize) {
+    std::fprintf(stderr, "i2c_send_recv(): recv too large (%d bytes) \n", static_cast<int>(length));
+    return -1;
+  }
+  I2cSendRecv record = I2cSendRecv();
+  record.header = {slave, I2C_ADDRFMT_7BIT, width, length, kStop};
+  PutRegister(record.data, reg, width);
+  if (verbose != 0) {
+    std::printf("i2c_send_recv(): slave=0x%x, reg=0x%x, size=%d \n", slave, reg,
+                static_cast<int>(length));
+    ShowRecord(record, length);
+  }
+  if (!Transfer(handle, DCMD_I2C_SENDRECV, &record, "i2c_send_recv(): DCMD_I2C_SENDRECV failed.",
+                "i2c_send_recv(): MAX try error ", verbose)) {
+    return -1;
+  }
+  std::memcpy(destination, record.data, length);
+  return 0;
+}
+
+void i2c_show_buf(unsigned char const* bytes, int count) {
+  if (count < 1) {
+    std::printf("0 length");
+    return;
+  }
+  for (int i = 0; i < count; ++i) std::printf("%02x ", bytes[i]);
+}
+
+bool isDataValid(unsigned char const* bytes, int count) {
+  for (int i = 0; i < count; ++i) {
+    if (bytes[i] != 0) return true;
+  }
+  return false;
+}

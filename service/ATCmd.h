@@ -1,0 +1,88 @@
+// Base of every test command.
+#ifndef KORVANDIS_SERVICE_ATCMD_H
+#define KORVANDIS_SERVICE_ATCMD_H
+
+#include <cstddef>
+#include <string>
+
+class ATMcuFile;
+
+// A received AT record as it lies in the packet, whole and checked: the parameters, `length` - 1
+// bytes, follow the sub-command. Valid only during Cmd::Work.
+struct pkg {
+  unsigned char start;     // ignored
+  unsigned char id;        // ignored
+  unsigned char reserved;  // ignored
+  unsigned char length;    // the sub-command byte plus the parameter bytes
+  unsigned char cmd;
+  unsigned char subCmd;
+
+  unsigned char const* Parameters() const {
+    return reinterpret_cast<unsigned char const*>(this) + sizeof(pkg);
+  }
+};
+static_assert(sizeof(pkg) == 6, "the parameters follow at offset 6");
+
+// Commands are created by the link's registry, live as long as it, and work one at a time on the
+// delivery thread of the ATController. Protected functions are for that thread only.
+class Cmd {
+ public:
+  Cmd();
+  virtual ~Cmd();
+  Cmd(Cmd const&) = delete;
+  Cmd& operator=(Cmd const&) = delete;
+
+  // Carries out one request. The result tells whether it did; nobody is answered by it.
+  virtual bool Work(pkg* record) = 0;
+
+  // Copies the head of the record; true when it has a sub-command byte. The other fields are stored
+  // also when it has none.
+  bool GetHead(pkg* record);
+
+  // The link through which replies go; not owned.
+  void AddMcuCtr(ATMcuFile* mcu);
+
+  // Sends one reply of `len` bytes (at most kMaxReply) to the request that GetHead read last.
+  // Returns what the link returned, 0 when there is no link or the data does not fit (one line at
+  // level 2).
+  int Reply(unsigned char const* data, int len);
+
+  // Write one attribute line "name::value" (cut at 255 characters), one number in the object
+  // "@setting_status", or a ready-made text, in one write. `oflag` opens the object; one that is
+  // created gets mode 0666. 1, or 0 when the object cannot be opened.
+  int WritePPS(char const* path, char const* name, char const* value, int oflag);
+  int WritePPS(char const* path, char const* name, unsigned char value, int oflag);
+  int WritePPS(char const* path, char const* text, int oflag);
+
+  // Reads one number out of the first 1023 bytes of the object. 1 when the object could be opened;
+  // `value` keeps what it holds when there is no such number.
+  int GetPPSIntVal(char const* path, char const* name, int& value);
+
+  // Reads one text likewise. 1 when `value` was set, 0 otherwise.
+  int GetPPSStringVal(char const* path, char const* name, std::string& value);
+
+  unsigned char Command() const { return m_cmd; }
+  unsigned char SubCommand() const { return m_subCmd; }
+
+  static int const kMaxReply = 243;  // data bytes of a reply: 252 less the 9 bytes in front
+  static int const kPPSMode = 0666;  // of objects that a write creates
+
+ protected:
+  // Number of parameter bytes of the request that GetHead read last.
+  int ParameterCount() const { return m_len > 0 ? m_len - 1 : 0; }
+
+  // The first parameter byte, kNoSelector when there is none.
+  unsigned char Selector(pkg const* record) const;
+  static unsigned char const kNoSelector = 0xFF;  // out of range for every command
+
+  // The parameters as text: up to the first zero byte or the last parameter. False, with one line
+  // at level 2 under "Work" and an empty `buffer`, when it does not fit `size` - 1 characters.
+  bool ParameterText(pkg const* record, char* buffer, std::size_t size) const;
+
+  ATMcuFile* m_mcu;
+  unsigned char m_cmd;
+  unsigned char m_subCmd;
+  unsigned char m_len;
+};
+
+#endif  // KORVANDIS_SERVICE_ATCMD_H

@@ -1,0 +1,41 @@
+#include "ATController.h"
+
+#include "platform/logbase.h"
+
+ATController::ATController() : m_mcuFile(this) {}
+
+ATController::~ATController() {
+  // The link and its commands go before the framework's part: no packet may come in any more.
+  FilesControlBase::Stop();
+}
+
+void ATController::OnAttributeChange(int, pps_attrib_t*) {}
+
+bool ATController::Init() {
+  bool const ready = FilesControlBase::Init();
+  m_mcuFile.Open();
+  AddFile(m_mcuFile.GetKey(), &m_mcuFile);
+  LOGBASE(LOG_LEV_DEBUG, "Init", "Init!\n");
+  return ready;
+}
+
+bool ATController::Close() {
+  RemoveFile(m_mcuFile.GetKey());
+  m_mcuFile.Close();
+  LOGBASE(LOG_LEV_DEBUG, "Close", "Close!\n");
+  return FilesControlBase::Close();
+}
+
+bool ATController::Start() {
+  bool const started = FilesControlBase::Start();
+  LOGBASE(LOG_LEV_DEBUG, "Start", "Start!\n");
+  return started;
+}
+
+bool ATController::Stop() { return FilesControlBase::Stop(); }
+
+void ATController::OnRecvData(unsigned char* data, int size) {
+  LOGBASE(LOG_LEV_DEBUG, "OnRecvData", "OnRecvData++++++!\n");
+  m_mcuFile.ProcessDataPacket(data, size);
+  LOGBASE(LOG_LEV_DEBUG, "OnRecvData", "OnRecvData------!\n");
+}

@@ -1,0 +1,124 @@
+#include "ATMcuFile.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "ATCmd.h"
+#include "platform/logbase.h"
+#include "wire/at_packet.h"
+
+namespace {
+
+NXQ::ZMCAR::fileTagInfo const kMcuTag = {1, wire::kMcuDevicePath, O_RDWR, 0};
+
+int const kHeaderSize = static_cast<int>(wire::kHeaderSize);
+int const kLinkSize = static_cast<int>(wire::kLinkSize);
+int const kRecordHeadSize = static_cast<int>(wire::kRecordHeadSize);
+
+// Arguments of the packet header whose meaning is the MCU's.
+int const kReplyTypeOfAtPacket = 0xB4;
+int const kHeaderArgument4 = 200;
+int const kHeaderArgument5 = 3;
+
+void LogBytes(char const* function, unsigned char const* bytes, int count) {
+  for (int i = 0; i < count; ++i) LOGBASE(LOG_LEV_DEBUG, function, "0x%x ", bytes[i]);
+  LOGBASE(LOG_LEV_DEBUG, function, "end\n");
+}
+
+// Bytes that a record of `len` received bytes must have: its fixed head and the parameters it
+// announces.
+int NeededBytes(unsigned char const* record, int len) {
+  if (len < kRecordHeadSize) return kRecordHeadSize;
+  int const announced = record[wire::kRecordLengthOffset];
+  return kRecordHeadSize + (announced > 0 ? announced - 1 : 0);
+}
+
+}  // namespace
+
+ATMcuFile::ATMcuFile(NXQ::ZMCAR::IMcuRecvData* receiver)
+    : McuFileBase(kMcuTag, receiver), m_sendSeq(0) {
+  CreateCommands(m_cmdMap);
+  ::pthread_mutex_init(&m_sendMutex, nullptr);
+}
+
+ATMcuFile::~ATMcuFile() {
+  for (auto const& entry : m_cmdMap) delete entry.second;
+  m_cmdMap.clear();
+  ::pthread_mutex_destroy(&m_sendMutex);
+}
+
+int ATMcuFile::ProcessDataPacket(unsigned char const* data, int size) {
+  LOGBASE(LOG_LEV_DEBUG, "ProcessDataPacket", "ProcessDataPacket!\n");
+  if (data == nullptr) {
+    LOGBASE(LOG_LEV_DEBUG, "ProcessDataPacket", "Data is empty!\n");
+    return 0;
+  }
+  if (size <= kHeaderSize) {
+    LOGBASE(LOG_LEV_DEBUG, "ProcessDataPacket", "MCU data: nSize = %d,  nHeaderSize = %d \n", size,
+            kHeaderSize);
+    return 0;
+  }
+  if (wire::LoadLe32(data + wire::kPacketTypeOffset) != wire::kAtPacketType) return 0;
+
+  // The header may claim anything; what has arrived is the bound.
+  int const arrived = size - kHeaderSize;
+  std::uint32_t const claimed = wire::LoadLe32(data + wire::kPayloadLengthOffset);
+  int const payload =
+      claimed < static_cast<std::uint32_t>(arrived) ? static_cast<int>(claimed) : arrived;
+  int const link = std::min(payload, kLinkSize);
+  return ParseATDataPacket(data + kHeaderSize + link, payload - link);
+}
+
+int ATMcuFile::ParseATDataPacket(unsigned char const* record, int len) {
+  if (record == nullptr) {
+    LOGBASE(LOG_LEV_DEBUG, "ParseATDataPacket", "CAN Data is empty!\n");
+    return 0;
+  }
+  LOGBASE(LOG_LEV_DEBUG, "ParseATDataPacket", "ParseCANDataPacket:Receive data:");
+  LogBytes("ParseATDataPacket", record, len);
+  int const needed = NeededBytes(record, len);
+  if (len < needed) {
+    LOGBASE(LOG_LEV_ERROR, "ParseATDataPacket", "record of %d bytes, %d needed, refused!\n", len,
+            needed);
+    return 0;
+  }
+  CmdWork(const_cast<unsigned char*>(record));
+  return 0;
+}
+
+void ATMcuFile::CmdWork(unsigned char* record) {
+  int const number = record[wire::kRecordCommandOffset];
+  LOGBASE(LOG_LEV_DEBUG, "CmdWork", "CmdWork? for [%d]\n", number);
+  auto const entry = m_cmdMap.find(number);
+  if (entry == m_cmdMap.end()) return;
+  LOGBASE(LOG_LEV_DEBUG, "CmdWork", "CmdWork [%d]!\n", number);
+  Cmd* const command = entry->second;
+  command->AddMcuCtr(this);
+  command->Work(reinterpret_cast<pkg*>(record));
+  LOGBASE(LOG_LEV_DEBUG, "CmdWork", "CmdWork for m_cmd=%d,m_subCmd= %d\n", command->Command(),
+          command->SubCommand());
+}
+
+int ATMcuFile::SendCtrCmd(unsigned char type, unsigned char const* data, int len) {
+  LOGBASE(LOG_LEV_DEBUG, "SendCtrCmd", "SendCtrCmd?%d\n", len);
+  if (data == nullptr || len < 0 || len > NXQ::ZMCAR::kMaxPayload) {
+    LOGBASE(LOG_LEV_ERROR, "SendCtrCmd", "payload of %d bytes does not fit %d!\n", len,
+            NXQ::ZMCAR::kMaxPayload);
+    return -EMSGSIZE;
+  }
+  ::pthread_mutex_lock(&m_sendMutex);
+  int const replyType = type == wire::kAtPacketType ? kReplyTypeOfAtPacket : 0;
+  std::memcpy(m_sendBuffer.payload, data, static_cast<std::size_t>(len));
+  m_sendBuffer.header.payloadLength = static_cast<std::uint32_t>(len);
+  PacketHeader(m_sendBuffer.header, type, replyType, 0, kHeaderArgument4, kHeaderArgument5, len, 0);
+  unsigned char const* const packet = reinterpret_cast<unsigned char const*>(&m_sendBuffer);
+  LOGBASE(LOG_LEV_DEBUG, "SendCtrCmd", "SendCtrCmd:send data:");
+  LogBytes("SendCtrCmd", packet, kHeaderSize + len);
+  int const result = SendToSpiDev(packet, kHeaderSize + len);
+  LOGBASE(LOG_LEV_DEBUG, "SendCtrCmd", "SendCtrCmd[%d]!\n", result);
+  ::pthread_mutex_unlock(&m_sendMutex);
+  return result;
+}

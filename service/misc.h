@@ -1,0 +1,27 @@
+// Small things that several commands need.
+#ifndef KORVANDIS_SERVICE_MISC_H
+#define KORVANDIS_SERVICE_MISC_H
+
+#include <cstddef>
+#include <cstdint>
+
+// Ticks of 10 ms since the first call, which returns 0. The first call must be over before a second
+// thread calls.
+std::uint32_t GetTimeTick();
+
+// Copies `text` into the `size` bytes at `buffer`, cut to fit, and fills the rest with zero bytes.
+// Returns false when it was cut.
+bool CopyText(char* buffer, std::size_t size, char const* text);
+
+// Reports that `path` could not be opened, on standard error, with the text of errno.
+void ReportOpenFailure(char const* path);
+
+// Reads the object or file at `path`, opened for reading and closed again: one message of at most
+// size - 1 bytes into `buffer`, the rest filled with zero bytes. A failed read leaves an empty
+// text. False, with the failure reported and the buffer untouched, when it cannot be opened.
+bool ReadText(char const* path, char* buffer, std::size_t size);
+
+// Reports a text that was read, on standard error.
+void ReportText(char const* text);
+
+#endif  // KORVANDIS_SERVICE_MISC_H

@@ -1,0 +1,79 @@
+// Entry of the service: options, lifecycle, orderly end on SIGTERM.
+
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "ATController.h"
+#include "platform/logbase.h"
+
+namespace {
+
+char const kName[] = "Korvandis";
+char const kVersion[] = "V1.0.0.1Build2015-01-29";
+
+void PrintVersion() { std::printf("%s:%s\n", kName, kVersion); }
+
+void usage() {
+  PrintVersion();
+  std::puts("  -v    get version");
+  std::puts("  -h    get help");
+}
+
+// Acts on the first option only, and then ends the process. Returns when there is none.
+void get_options(int argc, char** argv) {
+  int const option = ::getopt(argc, argv, "vh:");
+  if (option == -1) {
+    optind = 0;
+    return;
+  }
+  if (option == 'v') {
+    PrintVersion();
+  } else {
+    usage();
+  }
+  std::exit(EXIT_SUCCESS);
+}
+
+// Blocks SIGTERM for this thread and those it starts, so that only WaitForTermination collects it.
+bool BlockTermination(sigset_t* termination) {
+  ::sigemptyset(termination);
+  ::sigaddset(termination, SIGTERM);
+  return ::pthread_sigmask(SIG_BLOCK, termination, nullptr) == 0;
+}
+
+void WaitForTermination(sigset_t const& termination) {
+  for (;;) {
+    int collected = 0;
+    if (::sigwait(&termination, &collected) == 0 && collected == SIGTERM) return;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Whoever reads the output, through a pipe too, sees each line when it is written.
+  std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  get_options(argc, argv);
+
+  // An ignored SIGCHLD, inherited from whoever started us, would take the children's status away.
+  ::signal(SIGCHLD, SIG_DFL);
+  // The other end of standard output or error may go; that must not end the service.
+  ::signal(SIGPIPE, SIG_IGN);
+  sigset_t termination;
+  if (!BlockTermination(&termination)) {
+    LOGBASE(LOG_LEV_DEBUG, "main", "pthread_sigmask() failed.\r\n");
+    return 0;
+  }
+
+  ATController controller;
+  controller.Init();
+  controller.Start();
+  WaitForTermination(termination);
+  controller.Stop();
+  controller.Close();
+  return 0;
+}
