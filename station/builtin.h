@@ -1,0 +1,18 @@
+// The station's own commands: what a row of the command table with `run` does. Each returns the
+// exit status.
+#ifndef KORVANDIS_STATION_BUILTIN_H
+#define KORVANDIS_STATION_BUILTIN_H
+
+#include "station/command.h"
+
+namespace station {
+
+int RunGroup(Context& context);  // every question of the group, as a table with verdicts
+int RunRaw(Context& context);
+int RunMonitor(Context& context);
+int RunWait(Context& context);
+int RunGpsWatch(Context& context);
+
+}  // namespace station
+
+#endif  // KORVANDIS_STATION_BUILTIN_H

@@ -1,0 +1,231 @@
+#include "station/command_line.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "builtin.h"
+#include "station/bench.h"
+#include "station/command.h"
+
+namespace station {
+namespace {
+
+const double kDefaultTimeout = 2;
+const double kLongestTimeout = 3600;
+
+// What stands in front of the options and behind them, in order, and the options.
+struct Arguments {
+  std::vector<std::string> words;
+  std::multimap<std::string, std::string> options;
+};
+
+int UsageError(std::ostream& err, const std::string& reason, const std::string& words = "") {
+  err << "station: " << reason << "; see 'station " << words << (words.empty() ? "" : " ")
+      << "--help'\n";
+  return tools::kExitUsage;
+}
+
+// Every option of the table by its name; those of the same name take a value everywhere or nowhere.
+const Option* FindOption(const std::string& name) {
+  static const std::vector<Option> all = [] {
+    std::vector<Option> options = GlobalOptions();
+    for (const Command& command : Commands()) {
+      const std::vector<Option> more = OptionsOf(command);
+      options.insert(options.end(), more.begin(), more.end());
+    }
+    return options;
+  }();
+  const auto found = std::find_if(all.begin(), all.end(),
+                                  [&](const Option& option) { return name == option.name; });
+  return found == all.end() ? nullptr : &*found;
+}
+
+bool Takes(const std::vector<Option>& options, const std::string& name) {
+  return std::any_of(options.begin(), options.end(),
+                     [&](const Option& option) { return name == option.name; });
+}
+
+// Separates options ("--name VALUE", "--name=VALUE") from words; behind "--" all are words. Returns
+// what is wrong, or nothing.
+std::string SeparateOptions(const std::vector<std::string>& arguments, Arguments* separated) {
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const std::string& argument = arguments[i];
+    if (argument == "--") {
+      separated->words.insert(separated->words.end(), arguments.begin() + static_cast<long>(i) + 1,
+                              arguments.end());
+      return "";
+    }
+    if (argument.size() < 2 || argument[0] != '-') {
+      separated->words.push_back(argument);
+      continue;
+    }
+    const std::size_t equals = argument.find('=');
+    const std::string name = argument == "-h" ? "--help" : argument.substr(0, equals);
+    const Option* option = FindOption(name);
+    if (option == nullptr) return "unknown option '" + tools::Escape(name) + "'";
+    std::string value;
+    if (option->value != nullptr) {
+      if (equals == std::string::npos && i + 1 == arguments.size()) {
+        return name + " needs " + option->value;
+      }
+      value = equals == std::string::npos ? arguments[++i] : argument.substr(equals + 1);
+    } else if (equals != std::string::npos) {
+      return name + " takes no value";
+    }
+    separated->options.emplace(name, value);
+  }
+  return "";
+}
+
+std::string ParameterText(const Command& command) {
+  std::string text;
+  for (const Parameter& parameter : command.parameters) {
+    const std::string name = std::string(parameter.name) + (parameter.repeated ? "..." : "");
+    text += parameter.optional ? " [" + name + "]" : " " + name;
+  }
+  return text;
+}
+
+void PrintRows(std::ostream& out, const std::vector<std::pair<std::string, std::string>>& rows) {
+  std::size_t width = 0;
+  for (const auto& [left, right] : rows) width = std::max(width, left.size());
+  for (const auto& [left, right] : rows) {
+    out << "  " << left << std::string(width - left.size() + 2, ' ') << right << '\n';
+  }
+}
+
+std::string OptionText(const Option& option) {
+  return std::string(option.name) +
+         (option.value != nullptr ? std::string(" ") + option.value : "");
+}
+
+// Details of one row: the words that an argument may be, the options, the fields of its reply.
+void PrintDetails(std::ostream& out, const Command& command) {
+  for (const Parameter& parameter : command.parameters) {
+    if (parameter.choices == nullptr) continue;
+    out << '\n' << parameter.name << " is one of:";
+    for (const Choice& choice : *parameter.choices) out << ' ' << choice.word;
+    out << '\n';
+  }
+  if (command.reply != nullptr) {
+    out << "\nThe answer has:";
+    for (const FieldInfo& field : command.reply->fields) {
+      out << ' ' << field.name;
+      if (*field.unit != '\0') out << " (" << field.unit << ')';
+    }
+    out << '\n';
+  }
+}
+
+// Help on everything under `words`; on the whole program when there are none.
+int PrintHelp(std::ostream& out, const std::string& words) {
+  std::vector<const Command*> commands = CommandsUnder(words);
+  if (words.empty()) {
+    for (const Command& command : Commands()) commands.push_back(&command);
+  }
+  out << "usage: station " << (words.empty() ? "COMMAND" : words)
+      << " [ARGUMENT...] [OPTION...]\n\n";
+  if (words.empty())
+    out << "The test station of a head unit: sends test commands, shows the replies.\n\n";
+  std::vector<std::pair<std::string, std::string>> rows;
+  for (const Command* command : commands) {
+    rows.emplace_back(command->words + ParameterText(*command), command->help);
+  }
+  PrintRows(out, rows);
+  if (!words.empty() && commands.front()->words == commands.back()->words) {
+    for (const Command* command : commands) PrintDetails(out, *command);
+  }
+  rows.clear();
+  for (const Command* command : commands) {
+    for (const Option& option : OptionsOf(*command)) {
+      const auto row = std::make_pair(OptionText(option), std::string(option.help));
+      const bool known = std::find(rows.begin(), rows.end(), row) != rows.end();
+      if (!known && !words.empty()) rows.push_back(row);
+    }
+  }
+  for (const Option& option : GlobalOptions()) rows.emplace_back(OptionText(option), option.help);
+  out << "\nOptions:\n";
+  PrintRows(out, rows);
+  if (words.empty()) {
+    out << "\n'station COMMAND --help' tells more. Exit status: 0 right, 1 an answer is missing or "
+           "wrong,\n2 wrong usage.\n";
+  }
+  return tools::kExitRight;
+}
+
+// The longest beginning of `words` that is a command or a group.
+std::string HelpWords(const std::vector<std::string>& words) {
+  std::string longest;
+  std::string text;
+  for (const std::string& word : words) {
+    text += (text.empty() ? "" : " ") + word;
+    if (!CommandsUnder(text).empty()) longest = text;
+  }
+  return longest;
+}
+
+int RunRequest(Context& context) {
+  const Command& command = *context.invocation.command;
+  Bench bench(context.timeout, nullptr);
+  const Exchange exchange = bench.Perform(context.invocation, context.invocation.Has("--verify"));
+  if (!exchange.right()) {
+    context.err << "station: " << CommandLine(context.invocation) << ": " << exchange.problem;
+    if (!exchange.answer.fields.empty()) context.err << " (" << Describe(exchange.answer) << ')';
+    context.err << '\n';
+    return tools::kExitWrong;
+  }
+  if (command.reply == nullptr) {
+    if (!exchange.proof.empty()) context.out << "verified: " << exchange.proof << '\n';
+    return tools::kExitRight;
+  }
+  if (command.reply->table != nullptr) {
+    context.out << command.reply->table(exchange.parsed.data);
+  } else if (exchange.answer.fields.size() == 1) {
+    context.out << Describe(exchange.answer) << '\n';
+  } else {
+    for (const Field& field : exchange.answer.fields) {
+      context.out << field.info->name << ' ' << tools::Escape(field.text)
+                  << (*field.info->unit != '\0' ? " " : "") << field.info->unit << '\n';
+    }
+  }
+  return tools::kExitRight;
+}
+
+}  // namespace
+
+int Run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err) {
+  Arguments separated;
+  std::string problem = SeparateOptions(arguments, &separated);
+  if (!problem.empty()) return UsageError(err, problem, HelpWords(separated.words));
+  const std::string words = HelpWords(separated.words);
+  if (separated.options.count("--help") != 0) {
+    if (!separated.words.empty() && words.empty()) {
+      return UsageError(err, "unknown command '" + tools::Escape(separated.words[0]) + "'");
+    }
+    return PrintHelp(out, words);
+  }
+
+  Invocation invocation;
+  problem = ParseInvocation(separated.words, &invocation);
+  if (!problem.empty()) return UsageError(err, problem, words);
+  invocation.options = separated.options;
+  for (const auto& [name, value] : invocation.options) {
+    if (!Takes(GlobalOptions(), name) && !Takes(OptionsOf(*invocation.command), name)) {
+      return UsageError(err, "'" + words + "' takes no " + name, words);
+    }
+  }
+  double timeout = kDefaultTimeout;
+  if (invocation.Has("--timeout")) {
+    timeout = ParseNumber(invocation.Get("--timeout"));
+    if (!(timeout > 0 && timeout <= kLongestTimeout)) {
+      return UsageError(err, "--timeout needs a number of seconds above 0", words);
+    }
+  }
+  if (invocation.Has("--root")) ::setenv("HEADUNIT_ROOT", invocation.Get("--root").c_str(), 1);
+
+  Context context{out, err, invocation, timeout};
+  return invocation.command->run != nullptr ? invocation.command->run(context)
+                                            : RunRequest(context);
+}
+
+}  // namespace station

@@ -1,0 +1,61 @@
+// Carries out commands against a unit: request, reply, verdict, proof.
+#ifndef KORVANDIS_STATION_BENCH_H
+#define KORVANDIS_STATION_BENCH_H
+
+#include <string>
+
+#include "station/command.h"
+#include "station/link.h"
+
+namespace station {
+
+// What became of one request.
+struct Exchange {
+  enum class Outcome {
+    kRight,        // answered rightly, or sent when there is no answer
+    kWrong,        // answered, and the answer is wrong
+    kUnanswered,   // no answer in time
+    kUnreachable,  // not even sent
+    kUnproven,     // sent, and the proof failed
+  };
+  Outcome outcome = Outcome::kUnreachable;
+  std::string problem;   // one line, empty when right
+  Bytes request;         // whole packet
+  Bytes reply;           // whole packet, empty when none
+  wire::Reply parsed{};  // the reply, when it is well-formed
+  Answer answer;         // when the command has a reply
+  std::string proof;     // what proved a write, empty when nothing was asked
+  double seconds = 0;    // from sending to the end
+
+  bool right() const { return outcome == Outcome::kRight; }
+};
+
+class Bench {
+ public:
+  // `interrupt` ends waits early; may be null.
+  Bench(double timeout, tools::Interrupt* interrupt) : timeout_(timeout), link_(interrupt) {}
+
+  // Sends a command and takes its answer. With `verify` a write is proven, within the same time
+  // again: what it changes may take a moment.
+  Exchange Perform(const Invocation& invocation, bool verify);
+
+  // Sends any request; every reply counts as right. With `expected` false it does not wait.
+  Exchange Send(std::uint8_t number, std::uint8_t sub_command, const Bytes& parameters,
+                bool expected);
+
+  // Longest wait for a reply, in seconds.
+  void set_timeout(double timeout) { timeout_ = timeout; }
+  double timeout() const { return timeout_; }
+
+ private:
+  void Prove(const Invocation& invocation, Exchange* exchange);
+  bool ProofHolds(const Invocation& invocation, const Proof& proof, std::string* found);
+  void TakeReply(std::uint8_t number, std::uint8_t sub_command, Exchange* exchange);
+
+  double timeout_;
+  Link link_;
+};
+
+}  // namespace station
+
+#endif  // KORVANDIS_STATION_BENCH_H

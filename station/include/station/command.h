@@ -1,0 +1,142 @@
+// The one table of the station's commands. Argument parsing, help, completion, sequences and the
+// decoder of recorded traffic are all derived from it.
+#ifndef KORVANDIS_STATION_COMMAND_H
+#define KORVANDIS_STATION_COMMAND_H
+
+#include <cstdint>
+#include <map>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "station/answer.h"
+
+namespace station {
+
+struct Choice {
+  const char* word;
+  std::uint8_t value;
+};
+
+// One argument of a command: how it is checked, and which bytes it becomes in a request.
+struct Parameter {
+  enum class Kind {
+    kText,     // low to high bytes, to the end of the parameters
+    kMac,      // six bytes, XX:XX:XX:XX:XX:XX
+    kByte,     // number low to high, one byte
+    kWord,     // number low to high, two bytes, high byte first
+    kChoice,   // one of the words, one byte
+    kHexByte,  // two digits
+    kSeconds,  // seconds, for the station itself
+    kFile,     // name of a file of the host
+  };
+  const char* name;
+  Kind kind;
+  unsigned low = 0;
+  unsigned high = 0;
+  const std::vector<Choice>* choices = nullptr;
+  bool optional = false;
+  bool repeated = false;  // the last parameter only
+};
+
+// Option of the station's own commands, "--only PHASE".
+struct Option {
+  const char* name;   // with its dashes
+  const char* value;  // name of its value, null when it takes none
+  const char* help;
+};
+
+// How a write is proven: by the reply to another command, or by an object of the unit.
+struct Proof {
+  const char* source;   // only while this is the playing application; null: always
+  const char* command;  // words of the reading command, or null
+  const char* object;   // otherwise the object
+  // What must be there. field: of the reply, or attribute of the object. "{1}" in the value stands
+  // for the first argument of the write.
+  struct Expected {
+    const char* field;
+    const char* value;
+  };
+  std::vector<Expected> expected;
+};
+
+struct Command;
+
+// A command with its arguments in their normal form: numbers without leading zeros, a MAC address
+// in upper case.
+struct Invocation {
+  const Command* command = nullptr;
+  std::vector<std::string> arguments;
+  std::multimap<std::string, std::string> options;
+
+  bool Has(const std::string& option) const { return options.count(option) != 0; }
+  // The option's last value, or `otherwise`.
+  std::string Get(const std::string& option, const std::string& otherwise = "") const;
+};
+
+struct Context;
+
+struct Command {
+  std::string words;  // "bt name"; several commands may have the same words and other parameters
+  std::vector<Parameter> parameters;
+  const char* help;
+
+  // What the request carries, and what comes back.
+  bool sent = false;  // it is a request, not a command of the station itself
+  std::uint8_t number = 0;
+  std::uint8_t sub_command = 0;
+  Bytes fixed;                         // parameter bytes in front of the arguments
+  const ReplyFormat* reply = nullptr;  // null: the service does not answer
+  std::vector<Proof> proofs;           // the first that applies is used
+
+  // Commands of the station itself.
+  int (*run)(Context& context) = nullptr;
+  std::vector<Option> options;
+};
+
+// Where a command's output goes, and what it was given.
+struct Context {
+  std::ostream& out;
+  std::ostream& err;
+  const Invocation& invocation;
+  double timeout;  // seconds
+};
+
+const std::vector<Command>& Commands();
+
+// Options that every command takes.
+const std::vector<Option>& GlobalOptions();
+
+// Options of `command`, without the global ones.
+std::vector<Option> OptionsOf(const Command& command);
+
+// Looks for the command that `words` begins with and checks the arguments behind it; takes no
+// options. Returns what is wrong with them, or nothing.
+std::string ParseInvocation(const std::vector<std::string>& words, Invocation* invocation);
+
+// The commands whose words begin with `words`, in table order; none when there is no such command.
+std::vector<const Command*> CommandsUnder(const std::string& words);
+
+// Checks `text` and puts its normal form into *normal. Returns what is wrong, or nothing.
+std::string CheckArgument(const Parameter& parameter, const std::string& text, std::string* normal);
+
+// The parameter bytes of a request.
+Bytes EncodeParameters(const Invocation& invocation);
+
+// The command that a request with these bytes is, with its arguments; false when it is none.
+bool DecodeRequest(std::uint8_t number, std::uint8_t sub_command, const Bytes& parameters,
+                   Invocation* invocation);
+
+// The command that a reply with these numbers answers, null when there is none.
+const Command* FindReplyCommand(std::uint8_t number, std::uint8_t sub_command);
+
+// The invocation as it is typed: "bt name 'Car 7'".
+std::string CommandLine(const Invocation& invocation);
+
+// Words separated by blanks, as a shell takes them: quotes '...' and "...", and \ in front of a
+// character. Returns what is wrong, or nothing.
+std::string SplitWords(const std::string& line, std::vector<std::string>* words);
+
+}  // namespace station
+
+#endif  // KORVANDIS_STATION_COMMAND_H

@@ -1,0 +1,23 @@
+// Packets of the MCU link as text.
+#ifndef KORVANDIS_STATION_PACKET_TEXT_H
+#define KORVANDIS_STATION_PACKET_TEXT_H
+
+#include <string>
+
+#include "station/answer.h"
+#include "wire/bench_link.h"
+
+namespace station {
+
+// Puts a request apart: its numbers and parameter bytes. False when it is not a whole, well-formed
+// request.
+bool ParseRequest(const Bytes& packet, std::uint8_t* number, std::uint8_t* sub_command,
+                  Bytes* parameters);
+
+// One line that says what a packet means: "bt name 'Car 7'", "version mpu: 1.4.2"; for packets that
+// are no commands, what they are instead.
+std::string DescribePacket(wire::Direction direction, const Bytes& packet);
+
+}  // namespace station
+
+#endif  // KORVANDIS_STATION_PACKET_TEXT_H
