@@ -1,5 +1,5 @@
-// A simulated head unit below a directory: resource managers, the MCU, the log ring and the services
-// behind the PPS objects, started from a profile.
+// A simulated head unit below a directory: resource managers, the MCU, the log ring and the
+// services behind the PPS objects, started from a profile.
 #ifndef KORVANDIS_HEADUNIT_UNIT_H
 #define KORVANDIS_HEADUNIT_UNIT_H
 
@@ -12,14 +12,19 @@
 namespace headunit {
 
 struct UnitOptions {
-  std::string root;        // directory that stands for the unit's '/'; created when missing
-  std::string profile;     // profile folder; empty: an empty unit (no objects, no services' data)
-  std::string state;       // folder for what survives a restart; empty: <root>/var/headunit
-  bool services = true;    // false: only the managers, so that objects hold what a test wrote
+  std::string root;      // directory that stands for the unit's '/'; created when missing
+  std::string profile;   // profile folder; empty: an empty unit (no objects, no services' data)
+  std::string state;     // folder for what survives a restart; empty: <root>/var/headunit
+  bool services = true;  // false: only the managers, so that objects hold what a test wrote
   std::uint32_t log_lines = 2048;  // slots of the log ring, a power of two
 };
 
-// One running unit. Start and Stop are called by one thread; everything else may be called from any.
+// Folder of the profile that ships with the unit: beside the running program's installation
+// (../share/korvandis/profiles/default), else in the source tree; empty when neither is there.
+std::string DefaultProfile();
+
+// One running unit. Start and Stop are called by one thread; everything else may be called from
+// any.
 class Unit {
  public:
   explicit Unit(UnitOptions options);
@@ -27,8 +32,8 @@ class Unit {
   Unit(const Unit&) = delete;
   Unit& operator=(const Unit&) = delete;
 
-  // Lays out the root, binds the managers and starts the threads. Returns an empty text, or the reason
-  // why the unit cannot run, with everything released again.
+  // Lays out the root, binds the managers and starts the threads. Returns an empty text, or the
+  // reason why the unit cannot run, with everything released again.
   std::string Start();
 
   // Ends the services, then the managers; removes their sockets; saves the state. May be repeated.

@@ -1,0 +1,377 @@
+#include "pps_manager.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <utility>
+
+#include "log.h"
+#include "pps_file.h"
+
+namespace headunit {
+namespace {
+
+const std::size_t kMostObjects = 65536;  // bounds what a runaway client can create
+const std::size_t kBytesPerKilobyte = 1024;
+const std::size_t kLargestBacklog = 1U << 20;  // kilobytes
+
+PpsOptions ParseOptions(const std::string& text) {
+  static const std::string kBacklog = "backlog=";
+  PpsOptions options;
+  for (std::size_t begin = 0; begin <= text.size();) {
+    const std::size_t end = std::min(text.find(',', begin), text.size());
+    const std::string option = text.substr(begin, end - begin);
+    begin = end + 1;
+    if (option == "wait") options.wait = true;
+    if (option == "delta") options.delta = true;
+    if (option == "server") options.server = true;
+    if (option.compare(0, kBacklog.size(), kBacklog) != 0) continue;
+    char* rest = nullptr;
+    const char* const digits = option.c_str() + kBacklog.size();
+    const unsigned long kilobytes = std::strtoul(digits, &rest, 10);
+    if (*digits < '0' || *digits > '9' || *rest != '\0') continue;
+    options.backlog = std::min<std::size_t>(kilobytes, kLargestBacklog) * kBytesPerKilobyte;
+  }
+  return options;
+}
+
+std::string ParentOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
+std::string NameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
+bool StartsWith(const std::string& text, const std::string& head) {
+  return text.compare(0, head.size(), head) == 0;
+}
+
+// The lines of a write, as they are handed on.
+std::string FormatLines(const std::vector<PpsChange>& changes) {
+  std::string lines;
+  for (const PpsChange& change : changes) lines += FormatPpsChange(change);
+  return lines;
+}
+
+PpsFile* AsPps(OpenFile* file) { return static_cast<PpsFile*>(file); }
+
+}  // namespace
+
+struct PpsManager::Request {
+  std::string path;
+  bool directory_only = false;  // ended with a slash
+  PpsOptions options;
+};
+
+PpsManager::PpsManager(EventLoop* loop, std::string path)
+    : ResourceManager(loop, std::move(path)) {}
+
+PpsManager::~PpsManager() { Close(); }
+
+std::string PpsManager::Load(const std::string& path, const std::string& text) {
+  Request request;
+  if (ParseRequest(path, &request) != 0 || request.path.empty() ||
+      CheckWay(request.path) == ENOTDIR || IsDirectory(request.path)) {
+    return "not a name for an object";
+  }
+  PpsText parsed;
+  const std::size_t bad_line = ParsePpsText(text, &parsed);
+  if (bad_line != 0) return "line " + std::to_string(bad_line) + " is no PPS line";
+  PpsObject* const object = CreateObject(request.path);
+  if (object == nullptr) return "too many objects";
+  Apply(object, parsed.changes, nullptr);
+  return "";
+}
+
+void PpsManager::SetDelay(const std::string& path, std::chrono::milliseconds delay) {
+  Request request;
+  if (ParseRequest(path, &request) != 0) return;
+  if (delay > std::chrono::milliseconds::zero()) {
+    delays_[request.path] = delay;
+  } else {
+    delays_.erase(request.path);
+  }
+}
+
+void PpsManager::ClearFaults() {
+  delays_.clear();
+  mute_ = false;
+  SetStalled(false);
+}
+
+std::chrono::milliseconds PpsManager::Delay(const std::string& rest) {
+  if (delays_.empty()) return std::chrono::milliseconds::zero();
+  Request request;
+  if (ParseRequest(rest, &request) != 0) return std::chrono::milliseconds::zero();
+  const auto delay = delays_.find(request.path);
+  return delay == delays_.end() ? std::chrono::milliseconds::zero() : delay->second;
+}
+
+// --- paths
+// --------------------------------------------------------------------------------------------
+
+int PpsManager::ParseRequest(const std::string& rest, Request* request) {
+  const std::size_t options = rest.find('?');
+  if (options != std::string::npos) request->options = ParseOptions(rest.substr(options + 1));
+  const std::string path = rest.substr(0, options);
+
+  request->directory_only = path.empty() || path.back() == '/';
+  for (std::size_t begin = 0; begin < path.size();) {
+    const std::size_t end = std::min(path.find('/', begin), path.size());
+    const std::string name = path.substr(begin, end - begin);
+    begin = end + 1;
+    if (name.empty() || name == ".") continue;
+    if (name == "..") {
+      if (!request->path.empty()) request->path = ParentOf(request->path);
+      continue;
+    }
+    if (name.size() > NAME_MAX) return ENAMETOOLONG;
+    if (name.find('\n') != std::string::npos) return EINVAL;  // would break the "@name" line
+    request->path += '/';
+    request->path += name;
+  }
+  return 0;
+}
+
+int PpsManager::CheckWay(const std::string& path) const {
+  for (std::size_t end = path.find('/', 1); end != std::string::npos;
+       end = path.find('/', end + 1)) {
+    const std::string above = path.substr(0, end);
+    if (objects_.count(above) != 0) return ENOTDIR;
+    if (!IsDirectory(above)) return ENOENT;
+  }
+  return 0;
+}
+
+PpsObject* PpsManager::FindObject(const std::string& path) const {
+  const auto entry = objects_.find(path);
+  return entry == objects_.end() ? nullptr : entry->second.get();
+}
+
+PpsObject* PpsManager::CreateObject(const std::string& path) {
+  if (PpsObject* const object = FindObject(path)) return object;
+  if (objects_.size() >= kMostObjects) return nullptr;
+  for (std::string above = ParentOf(path); !above.empty(); above = ParentOf(above)) {
+    directories_.insert(above);
+  }
+  auto object = std::make_unique<PpsObject>();
+  object->name = NameOf(path);
+  return (objects_[path] = std::move(object)).get();
+}
+
+std::string PpsManager::ListDirectory(const std::string& path) const {
+  const std::string head = path + "/";
+  std::set<std::string> names;
+  for (auto entry = directories_.lower_bound(head);
+       entry != directories_.end() && StartsWith(*entry, head); ++entry) {
+    if (entry->find('/', head.size()) == std::string::npos) {
+      names.insert(entry->substr(head.size()) + "/");
+    }
+  }
+  for (auto entry = objects_.lower_bound(head);
+       entry != objects_.end() && StartsWith(entry->first, head); ++entry) {
+    if (entry->first.find('/', head.size()) == std::string::npos) {
+      names.insert(entry->first.substr(head.size()));
+    }
+  }
+  std::string list;
+  for (const std::string& name : names) list += name + "\n";
+  return list;
+}
+
+// --- requests
+// -----------------------------------------------------------------------------------------
+
+int PpsManager::OnOpen(const std::string& rest, std::uint32_t flags,
+                       std::unique_ptr<OpenFile>* file) {
+  Request request;
+  const int error = ParseRequest(rest, &request);
+  if (error != 0) return error;
+  if ((flags & O_ACCMODE) == O_ACCMODE) return EINVAL;
+
+  const int way = CheckWay(request.path);
+  const bool create = (flags & O_CREAT) != 0;
+  if (way != 0 && !(way == ENOENT && create)) return way;
+  if (request.path.empty() || IsDirectory(request.path)) return OpenDirectory(request, flags, file);
+  return OpenObject(request, flags, file);
+}
+
+int PpsManager::OpenDirectory(const Request& request, std::uint32_t flags,
+                              std::unique_ptr<OpenFile>* file) {
+  if ((flags & O_DIRECTORY) == 0 || (flags & O_ACCMODE) != O_RDONLY || (flags & O_CREAT) != 0) {
+    return EISDIR;
+  }
+  *file = std::make_unique<PpsFile>(flags, ListDirectory(request.path));
+  return 0;
+}
+
+int PpsManager::OpenObject(const Request& request, std::uint32_t flags,
+                           std::unique_ptr<OpenFile>* file) {
+  PpsObject* object = FindObject(request.path);
+  const bool create = (flags & O_CREAT) != 0;
+  if (object == nullptr && !create) return ENOENT;
+  if (object == nullptr && request.directory_only) return EISDIR;
+  if (object != nullptr && (request.directory_only || (flags & O_DIRECTORY) != 0)) return ENOTDIR;
+  if (object != nullptr && create && (flags & O_EXCL) != 0) return EEXIST;
+  if (request.options.server && object != nullptr && object->server != nullptr) return EBUSY;
+
+  if (object == nullptr) object = CreateObject(request.path);
+  if (object == nullptr) return ENOSPC;
+  auto opened = std::make_unique<PpsFile>(flags, request.options, object, ++last_id_);
+  if ((flags & O_TRUNC) != 0 && object->server == nullptr) Truncate(object, opened.get());
+  object->files.insert(opened.get());
+  *file = std::move(opened);
+  return 0;
+}
+
+void PpsManager::OnOpened(OpenFile* opened) {
+  PpsFile* const file = AsPps(opened);
+  PpsObject* const object = file->object();
+  if (object == nullptr) {
+    if (!file->listing().empty()) file->Send(file->listing());
+    file->EndOfFile();
+    return;
+  }
+  if (file->options().server) {
+    BecomeServer(file);
+    return;
+  }
+  if (object->server != nullptr) {
+    object->server->SendMessage("+@" + file->Address() + "\n");
+    return;
+  }
+  if (!file->CanRead() || mute_) return;
+  file->SendText(TextOf(object));
+  if (!file->Follows()) file->EndOfFile();
+}
+
+void PpsManager::BecomeServer(PpsFile* server) {
+  PpsObject* const object = server->object();
+  object->server = server;
+  for (PpsFile* const client : object->files) {
+    if (client != server) server->SendMessage("+@" + client->Address() + "\n");
+  }
+}
+
+int PpsManager::OnAccess(const std::string& rest, std::uint32_t) {
+  Request request;
+  const int error = ParseRequest(rest, &request);
+  if (error != 0) return error;
+  const int way = CheckWay(request.path);
+  if (way != 0) return way;
+  if (request.path.empty() || IsDirectory(request.path)) return 0;
+  if (FindObject(request.path) == nullptr) return ENOENT;
+  return request.directory_only ? ENOTDIR : 0;
+}
+
+int PpsManager::OnUnlink(const std::string& rest) {
+  Request request;
+  const int error = ParseRequest(rest, &request);
+  if (error != 0) return error;
+  const int way = CheckWay(request.path);
+  if (way != 0) return way;
+  if (request.path.empty()) return EBUSY;
+  if (IsDirectory(request.path)) {
+    if (!ListDirectory(request.path).empty()) return ENOTEMPTY;
+    directories_.erase(request.path);
+    return 0;
+  }
+  PpsObject* const object = FindObject(request.path);
+  if (object == nullptr) return ENOENT;
+  if (request.directory_only) return ENOTDIR;
+  for (PpsFile* const file : object->files) file->Orphan();
+  objects_.erase(request.path);
+  return 0;
+}
+
+void PpsManager::OnClosed(OpenFile* closed) {
+  PpsFile* const file = AsPps(closed);
+  PpsObject* const object = file->object();
+  if (object == nullptr) return;
+  object->files.erase(file);
+  if (object->server == file) {
+    object->server = nullptr;  // the clients stay, and are plain ones again
+  } else if (object->server != nullptr) {
+    object->server->SendMessage("-@" + file->Address() + "\n");
+  }
+}
+
+// --- writes
+// -------------------------------------------------------------------------------------------
+
+void PpsManager::OnMessage(OpenFile* written, const std::string& message) {
+  PpsFile* const file = AsPps(written);
+  PpsObject* const object = file->object();
+  if (object == nullptr || message.empty()) return;
+  if (!file->CanWrite()) {
+    Log(_SLOG_WARNING, "pps: write to '%s', which was opened for reading only",
+        object->name.c_str());
+    return;
+  }
+  PpsText parsed;
+  const std::size_t bad_line = ParsePpsText(message, &parsed);
+  if (bad_line != 0) {
+    Log(_SLOG_WARNING, "pps: write of %zu bytes to '%s' refused: line %zu is no PPS line",
+        message.size(), object->name.c_str(), bad_line);
+    return;
+  }
+  if (object->server == nullptr) {
+    Apply(object, parsed.changes, file);
+  } else if (object->server == file) {
+    WriteToClients(file, parsed);
+  } else {
+    WriteToServer(file, parsed);
+  }
+}
+
+void PpsManager::Apply(PpsObject* object, const std::vector<PpsChange>& changes,
+                       const PpsFile* writer) {
+  std::string lines;  // what a follower of changes gets
+  for (const PpsChange& change : changes) {
+    if (!change.deleted) {
+      object->attributes[change.name] = change.value;
+    } else if (object->attributes.erase(change.name) == 0) {
+      continue;
+    }
+    lines += FormatPpsChange(change);
+  }
+  object->text.clear();
+  for (PpsFile* const file : object->files) {
+    if (file == writer || !file->Follows()) continue;
+    if (!file->options().delta) {
+      file->SendText(TextOf(object));
+    } else if (!lines.empty()) {
+      file->SendDelta(lines);
+    }
+  }
+}
+
+void PpsManager::Truncate(PpsObject* object, const PpsFile* writer) {
+  if (object->attributes.empty()) return;
+  std::vector<PpsChange> changes;
+  for (const auto& attribute : object->attributes) {
+    changes.push_back(PpsChange{attribute.first, "", true});
+  }
+  Apply(object, changes, writer);
+}
+
+void PpsManager::WriteToServer(PpsFile* client, const PpsText& text) {
+  client->object()->server->SendMessage("@" + client->Address() + "\n" + FormatLines(text.changes));
+}
+
+void PpsManager::WriteToClients(PpsFile* server, const PpsText& text) {
+  PpsObject* const object = server->object();
+  const std::string message = "@" + object->name + "\n" + FormatLines(text.changes);
+  const bool to_all = text.head == object->name;
+  bool delivered = to_all && text.has_head;
+  for (PpsFile* const client : object->files) {
+    if (client == server || !text.has_head || (!to_all && client->Address() != text.head)) continue;
+    if (client->CanRead()) client->SendMessage(message);
+    delivered = true;
+  }
+  if (!delivered) {
+    Log(_SLOG_WARNING, "pps: the server of '%s' wrote to '@%s', which is no client of it",
+        object->name.c_str(), text.head.c_str());
+  }
+}
+
+}  // namespace headunit

@@ -1,0 +1,119 @@
+// The manager's side of the opening protocol, common to all devices and the PPS manager.
+#ifndef KORVANDIS_HEADUNIT_RESOURCE_MANAGER_H
+#define KORVANDIS_HEADUNIT_RESOURCE_MANAGER_H
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <string>
+#include <unordered_map>
+
+#include "event_loop.h"
+#include "open_file.h"
+#include "unique_fd.h"
+
+namespace headunit {
+
+// Binds a socket at a path, answers opening requests and reads the open files. Everything that was
+// sent before an open or access is taken in before that is answered. No client can make it wait.
+// All of it runs on the loop's thread.
+class ResourceManager {
+ public:
+  // Will lie at the host path `path`.
+  ResourceManager(EventLoop* loop, std::string path);
+  virtual ~ResourceManager();
+  ResourceManager(const ResourceManager&) = delete;
+  ResourceManager& operator=(const ResourceManager&) = delete;
+
+  // Creates the directories above and listens. A socket that nobody serves any more is replaced.
+  // Returns an empty text, or why not: somebody serves it, something else lies there, the host
+  // refuses.
+  std::string Bind();
+
+  // Removes the socket and hangs up on everybody. May be repeated; Bind brings it back.
+  void Close();
+
+  bool bound() const { return listener_.valid(); }
+  std::size_t open_files() const { return files_.size(); }
+
+  // While stalled, requests are accepted and never answered. The end of it hangs up on those that
+  // wait.
+  void SetStalled(bool stalled);
+
+ protected:
+  // Decides on an open of the rest of the path `rest`. Returns 0 and *file, or an error number.
+  virtual int OnOpen(const std::string& rest, std::uint32_t flags,
+                     std::unique_ptr<OpenFile>* file) = 0;
+
+  // The open was granted; the first messages may be sent.
+  virtual void OnOpened(OpenFile* file);
+
+  // Decides on an access test. Returns 0 or an error number.
+  virtual int OnAccess(const std::string& rest, std::uint32_t mode);
+
+  // Removes what `rest` names. Returns 0 or an error number, ENOSYS unless overridden.
+  virtual int OnUnlink(const std::string& rest);
+
+  // A client wrote one message, which may be empty.
+  virtual void OnMessage(OpenFile* file, const std::string& message) = 0;
+
+  // The client is gone; the file is destroyed next.
+  virtual void OnClosed(OpenFile* file);
+
+  // How long the answer to a request for `rest` is held back.
+  virtual std::chrono::milliseconds Delay(const std::string& rest);
+
+  // The client takes data again.
+  virtual void OnWritable(OpenFile* file);
+
+  EventLoop* loop() { return loop_; }
+
+  // Calls visit(OpenFile*) for each open file. It must not close one.
+  template <typename Visit>
+  void ForEachFile(Visit visit) {
+    for (const auto& entry : files_) visit(entry.second.get());
+  }
+
+ private:
+  // A connection whose request has not come or not been answered yet.
+  struct Opening {
+    UniqueFd socket;
+    EventLoop::TimerId timer = 0;
+    std::uint32_t kind = 0;
+    std::uint32_t flags = 0;
+    std::string rest;
+    bool answered_later = false;
+  };
+  using OpeningHandle = std::list<Opening>::iterator;
+
+  std::string PrepareSocket();
+  void WatchListener();
+  void Accept();
+  void OnRequest(OpeningHandle opening, std::uint32_t events);
+  int ReadRequest(Opening* opening, std::uint32_t events);
+  void Serve(OpeningHandle opening);
+  void Answer(OpeningHandle opening, int error, std::unique_ptr<OpenFile> file);
+  UniqueFd TakeSocket(OpeningHandle opening);
+  void Drop(OpeningHandle opening);
+
+  void Barrier();
+  void OnFileEvent(OpenFile* file, std::uint32_t events);
+  bool ReadFile(OpenFile* file);  // false: end of file
+  void CloseFile(OpenFile* file);
+
+  EventLoop* const loop_;
+  const std::string path_;
+  UniqueFd listener_;
+  EventLoop::TimerId accept_timer_ = 0;
+  bool stalled_ = false;
+  std::list<Opening> openings_;
+  Poller file_poller_;  // the open files only, so that the barrier can look at just them
+  std::unordered_map<OpenFile*, std::unique_ptr<OpenFile>> files_;
+  std::string buffer_;
+};
+
+}  // namespace headunit
+
+#endif  // KORVANDIS_HEADUNIT_RESOURCE_MANAGER_H
