@@ -1,0 +1,310 @@
+#include "support/bench.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "platform/io.h"
+#include "wire/bench_link.h"
+
+namespace bench {
+namespace {
+
+// A question that is always answered, with an empty reply, without touching the unit.
+const std::uint8_t kEchoCommand = 7;
+const std::uint8_t kEchoSubCommand = 255;
+
+std::chrono::steady_clock::time_point Deadline(milliseconds limit) {
+  return std::chrono::steady_clock::now() + limit;
+}
+
+}  // namespace
+
+std::string Hex(const Bytes& bytes) {
+  static const char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (const std::uint8_t byte : bytes) {
+    if (!text.empty()) text += ' ';
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 15];
+  }
+  return text;
+}
+
+Bytes Text(const std::string& text) { return Bytes(text.begin(), text.end()); }
+
+bool Eventually(const std::function<bool()>& condition, milliseconds limit) {
+  const auto deadline = Deadline(limit);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(milliseconds(2));
+  }
+  return true;
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream content;
+  content << file.rdbuf();
+  return content.str();
+}
+
+int CountDescriptors(pid_t pid) {
+  int count = 0;
+  const auto directory = "/proc/" + std::to_string(pid) + "/fd";
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory)) ++count;
+  return count;
+}
+
+long ResidentKib(pid_t pid) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  std::string word;
+  while (status >> word) {
+    long kib = 0;
+    if (word == "VmRSS:" && status >> kib) return kib;
+  }
+  return -1;
+}
+
+TempRoot::TempRoot() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "korvandis-XXXXXX").string();
+  if (::mkdtemp(pattern.data()) == nullptr) {
+    ADD_FAILURE() << "no temporary directory: " << std::strerror(errno);
+  }
+  path_ = pattern;
+  ::setenv("HEADUNIT_ROOT", path_.c_str(), 1);
+}
+
+TempRoot::~TempRoot() {
+  ::unsetenv("HEADUNIT_ROOT");
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+void TempRoot::AddFile(const std::string& path, const std::string& content, mode_t mode) const {
+  const std::filesystem::path host = path_ + path;
+  std::filesystem::create_directories(host.parent_path());
+  std::ofstream(host, std::ios::binary) << content;
+  ::chmod(host.c_str(), mode);
+}
+
+Program::Program(const TempRoot& root, const std::string& name,
+                 const std::vector<std::string>& arguments,
+                 const std::function<void()>& before_exec) {
+  static int number = 0;
+  const std::string base = root.path() + "/" + name + "." + std::to_string(++number);
+  output_path_ = base + ".out";
+  error_path_ = base + ".err";
+  std::vector<std::string> words;
+  if (KORVANDIS_EMULATOR[0] != '\0') words.push_back(KORVANDIS_EMULATOR);
+  words.push_back(std::string(KORVANDIS_BIN_DIR) + "/" + name);
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+
+  pid_ = ::fork();
+  if (pid_ == 0) {
+    const int output = ::open(output_path_.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+    const int errors = ::open(error_path_.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+    ::dup2(::open("/dev/null", O_RDONLY), STDIN_FILENO);
+    ::dup2(output, STDOUT_FILENO);
+    ::dup2(errors, STDERR_FILENO);
+    for (int fd = STDERR_FILENO + 1; fd < 256; ++fd) ::close(fd);
+    if (::chdir(root.path().c_str()) != 0) ::_exit(126);
+    if (before_exec) before_exec();
+    ::execvp(argv[0], argv.data());
+    ::_exit(127);
+  }
+}
+
+Program::~Program() {
+  if (!IsRunning()) return;
+  Signal(SIGKILL);
+  Wait();
+}
+
+bool Program::IsRunning() { return pid_ > 0 && Wait(milliseconds(0)) == -1; }
+
+void Program::Signal(int number) const { ::kill(pid_, number); }
+
+int Program::Wait(milliseconds limit) {
+  if (status_) return *status_;
+  int status = 0;
+  if (!Eventually([&] { return ::waitpid(pid_, &status, WNOHANG) == pid_; }, limit)) return -1;
+  status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return *status_;
+}
+
+int Program::Terminate(milliseconds limit) {
+  Signal(SIGTERM);
+  return Wait(limit);
+}
+
+std::string Program::Output() const { return ReadFile(output_path_); }
+std::string Program::Errors() const { return ReadFile(error_path_); }
+
+Log::Log(const TempRoot& root) {
+  const int error = reader_.Open(root.path() + platform::kSlogPath);
+  if (error != 0) ADD_FAILURE() << "no log ring: " << std::strerror(error);
+  reader_.SkipToEnd();
+}
+
+const std::vector<Log::Line>& Log::Lines() {
+  platform::SlogLine line;
+  std::uint64_t lost = 0;
+  for (;;) {
+    switch (reader_.Next(&line, &lost)) {
+      case platform::SlogReader::Result::kLine:
+        lines_.push_back({line.severity, line.opcode, line.text});
+        break;
+      case platform::SlogReader::Result::kLost:
+        break;
+      case platform::SlogReader::Result::kNothing:
+        return lines_;
+    }
+  }
+}
+
+std::vector<std::string> Log::Texts(std::uint32_t severity) {
+  std::vector<std::string> texts;
+  for (const Line& line : Lines()) {
+    if (line.severity == severity) texts.push_back(line.text);
+  }
+  return texts;
+}
+
+bool Log::Has(std::uint32_t severity, const std::string& text) {
+  for (const Line& line : Lines()) {
+    if (line.severity == severity && line.text == text) return true;
+  }
+  return false;
+}
+
+void Log::Clear() {
+  Lines();
+  lines_.clear();
+}
+
+Station::Station() : fd_(platform::open(wire::kStationPath, O_RDWR)) {
+  if (fd_ < 0) ADD_FAILURE() << "no test connector: " << std::strerror(errno);
+}
+
+Station::~Station() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+void Station::SendRaw(const Bytes& packet) const {
+  const ssize_t sent = platform::write(fd_, packet.data(), packet.size());
+  EXPECT_EQ(sent, static_cast<ssize_t>(packet.size())) << std::strerror(errno);
+}
+
+void Station::Send(std::uint8_t command, std::uint8_t sub_command, const Bytes& parameters) const {
+  SendRaw(wire::BuildRequest(command, sub_command, parameters));
+}
+
+std::optional<Bytes> Station::Receive(milliseconds limit) const {
+  pollfd wait = {fd_, POLLIN, 0};
+  if (::poll(&wait, 1, static_cast<int>(limit.count())) <= 0) return std::nullopt;
+  Bytes packet(wire::kMaxPacket);
+  const ssize_t count = ::read(fd_, packet.data(), packet.size());
+  if (count <= 0) return std::nullopt;
+  packet.resize(static_cast<std::size_t>(count));
+  return packet;
+}
+
+Bytes Station::Ask(std::uint8_t command, std::uint8_t sub_command, const Bytes& parameters) const {
+  Send(command, sub_command, parameters);
+  const std::optional<Bytes> packet = Receive();
+  wire::Reply reply{};
+  if (!packet) {
+    ADD_FAILURE() << "no reply to " << int{command} << "/" << int{sub_command};
+  } else if (!wire::ParseReply(*packet, &reply)) {
+    ADD_FAILURE() << "not a reply: " << Hex(*packet);
+  } else if (reply.command != command || reply.sub_command != sub_command) {
+    ADD_FAILURE() << "a reply to another request: " << Hex(*packet);
+  }
+  return reply.data;
+}
+
+void Station::Do(std::uint8_t command, std::uint8_t sub_command, const Bytes& parameters) const {
+  Send(command, sub_command, parameters);
+  EXPECT_EQ(Ask(kEchoCommand, kEchoSubCommand), Bytes());
+}
+
+std::optional<std::string> ReadObject(const std::string& path) {
+  const int fd = platform::open(path.c_str(), O_RDONLY);
+  if (fd < 0) return std::nullopt;
+  std::string text(1 << 20, '\0');
+  const ssize_t count = ::read(fd, text.data(), text.size());
+  ::close(fd);
+  text.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+  return text;
+}
+
+std::optional<std::string> Attribute(const std::string& path, const std::string& name) {
+  const std::optional<std::string> text = ReadObject(path);
+  if (!text) return std::nullopt;
+  std::istringstream lines(*text);
+  std::string line;
+  while (std::getline(lines, line)) {
+    if (line.rfind(name + ":", 0) == 0) return line.substr(name.size() + 1);
+  }
+  return std::nullopt;
+}
+
+void WriteObject(const std::string& path, const std::string& lines) {
+  const int fd = platform::open(path.c_str(), O_WRONLY | O_CREAT, 0666);
+  ASSERT_GE(fd, 0) << path << ": " << std::strerror(errno);
+  EXPECT_EQ(platform::write(fd, lines.data(), lines.size()), static_cast<ssize_t>(lines.size()));
+  ::close(fd);
+}
+
+headunit::UnitOptions BenchTest::Empty() {
+  headunit::UnitOptions options;
+  options.services = false;
+  return options;
+}
+
+BenchTest::BenchTest(headunit::UnitOptions options) : options_(std::move(options)) {
+  options_.root = root_.path();
+}
+
+BenchTest::~BenchTest() = default;
+
+void BenchTest::SetUp() {
+  unit_ = std::make_unique<headunit::Unit>(options_);
+  ASSERT_EQ(unit_->Start(), "");
+  log_ = std::make_unique<Log>(root_);
+  StartService();
+  station_ = std::make_unique<Station>();
+}
+
+void BenchTest::StartService(const std::function<void()>& before_exec) {
+  service_ = std::make_unique<Program>(root_, "korvandis", std::vector<std::string>(), before_exec);
+  errors_seen_ = 0;
+  output_seen_ = 0;
+  ASSERT_TRUE(unit_->WaitForService(milliseconds(10000))) << service_->Errors();
+}
+
+std::string BenchTest::Errors() const { return service_->Errors().substr(errors_seen_); }
+std::string BenchTest::Output() const { return service_->Output().substr(output_seen_); }
+
+void BenchTest::Mark() {
+  errors_seen_ = service_->Errors().size();
+  output_seen_ = service_->Output().size();
+  log_->Clear();
+}
+
+int BenchTest::StopService() { return service_->Terminate(); }
+
+}  // namespace bench

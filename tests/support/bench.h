@@ -1,0 +1,177 @@
+// The bench that tests run on: a temporary root, a unit below it, the service as a process of its
+// own, and a station on the unit's test connector.
+#ifndef KORVANDIS_TESTS_SUPPORT_BENCH_H
+#define KORVANDIS_TESTS_SUPPORT_BENCH_H
+
+#include <gtest/gtest.h>
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "headunit/unit.h"
+#include "platform/slog_ring.h"
+#include "wire/at_packet.h"
+
+namespace bench {
+
+using Bytes = std::vector<std::uint8_t>;
+using std::chrono::milliseconds;
+
+// "43 e1" for a failure's message.
+std::string Hex(const Bytes& bytes);
+
+// The bytes of a text, without terminator.
+Bytes Text(const std::string& text);
+
+// Waits until `condition` holds; false when it does not within `limit`.
+bool Eventually(const std::function<bool()>& condition, milliseconds limit = milliseconds(5000));
+
+std::string ReadFile(const std::string& path);
+
+// Number of open descriptors of a process; resident memory in KiB.
+int CountDescriptors(pid_t pid);
+long ResidentKib(pid_t pid);
+
+// A new directory that HEADUNIT_ROOT names as long as this object lives, and that goes with it.
+class TempRoot {
+ public:
+  TempRoot();
+  ~TempRoot();
+  TempRoot(const TempRoot&) = delete;
+  TempRoot& operator=(const TempRoot&) = delete;
+
+  const std::string& path() const { return path_; }
+
+  // Writes a file below the root, with the directories above it.
+  void AddFile(const std::string& path, const std::string& content, mode_t mode = 0644) const;
+
+ private:
+  std::string path_;
+};
+
+// A program of the build as a child process, in the root, with its output in files there. Killed
+// when the object goes.
+class Program {
+ public:
+  // Starts `name` of the build's bin directory with `arguments`. `before_exec` runs in the child.
+  Program(const TempRoot& root, const std::string& name,
+          const std::vector<std::string>& arguments = {},
+          const std::function<void()>& before_exec = nullptr);
+  ~Program();
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+
+  pid_t pid() const { return pid_; }
+  bool IsRunning();
+  void Signal(int number) const;
+  // Waits for the end: the exit status, 128 + the signal that killed it, or -1 when it still runs
+  // after `limit`.
+  int Wait(milliseconds limit = milliseconds(10000));
+  // SIGTERM and Wait.
+  int Terminate(milliseconds limit = milliseconds(10000));
+
+  // What it wrote so far.
+  std::string Output() const;
+  std::string Errors() const;
+
+ private:
+  std::string output_path_;
+  std::string error_path_;
+  pid_t pid_;
+  std::optional<int> status_;
+};
+
+// The lines of the unit's log ring, from the moment of construction on.
+class Log {
+ public:
+  explicit Log(const TempRoot& root);
+
+  struct Line {
+    std::uint32_t severity;
+    std::uint32_t opcode;
+    std::string text;
+  };
+  // Takes in what was logged since and returns all lines seen so far.
+  const std::vector<Line>& Lines();
+  // The texts of the lines with `severity`.
+  std::vector<std::string> Texts(std::uint32_t severity);
+  bool Has(std::uint32_t severity, const std::string& text);
+  void Clear();
+
+ private:
+  platform::SlogReader reader_;
+  std::vector<Line> lines_;
+};
+
+// One connection to the unit's test connector.
+class Station {
+ public:
+  Station();
+  ~Station();
+  Station(const Station&) = delete;
+  Station& operator=(const Station&) = delete;
+
+  // Sends any bytes as one packet.
+  void SendRaw(const Bytes& packet) const;
+  void Send(std::uint8_t command, std::uint8_t sub_command, const Bytes& parameters = {}) const;
+  // The next packet from the service, nothing when none comes within `limit`.
+  std::optional<Bytes> Receive(milliseconds limit = milliseconds(5000)) const;
+
+  // Sends a request and returns the data of its reply; fails the test when none comes or when it is
+  // not a whole reply to this request.
+  Bytes Ask(std::uint8_t command, std::uint8_t sub_command, const Bytes& parameters = {}) const;
+  // Sends a request that is not answered and returns when it has been carried out: the service
+  // answers in order, so the reply to a question behind it tells. Fails the test when the request
+  // is answered.
+  void Do(std::uint8_t command, std::uint8_t sub_command, const Bytes& parameters = {}) const;
+
+ private:
+  int fd_;
+};
+
+// What an object holds: its text, or nothing when there is no such object.
+std::optional<std::string> ReadObject(const std::string& path);
+// One attribute's line without its name ("n:6"), nothing when the object or it is missing.
+std::optional<std::string> Attribute(const std::string& path, const std::string& name);
+// Writes lines to an object, which is created when missing.
+void WriteObject(const std::string& path, const std::string& lines);
+
+// A unit without profile and services, and the service connected to it.
+class BenchTest : public ::testing::Test {
+ protected:
+  explicit BenchTest(headunit::UnitOptions options = Empty());
+  ~BenchTest() override;
+  void SetUp() override;
+
+  static headunit::UnitOptions Empty();
+
+  // Starts the service and waits until it has the MCU device.
+  void StartService(const std::function<void()>& before_exec = nullptr);
+  // What the service wrote to standard error since the last Mark.
+  std::string Errors() const;
+  std::string Output() const;
+  void Mark();
+  // Ends the service; its exit status.
+  int StopService();
+
+  TempRoot root_;
+  std::unique_ptr<headunit::Unit> unit_;
+  std::unique_ptr<Program> service_;
+  std::unique_ptr<Log> log_;
+  std::unique_ptr<Station> station_;
+
+ private:
+  headunit::UnitOptions options_;
+  std::size_t errors_seen_ = 0;
+  std::size_t output_seen_ = 0;
+};
+
+}  // namespace bench
+
+#endif  // KORVANDIS_TESTS_SUPPORT_BENCH_H

@@ -1,0 +1,61 @@
+// A resource manager that does exactly what a test tells it, on raw sockets.
+#ifndef KORVANDIS_TESTS_SUPPORT_FAKE_MANAGER_H
+#define KORVANDIS_TESTS_SUPPORT_FAKE_MANAGER_H
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "support/bench.h"
+#include "wire/resource_manager.h"
+
+namespace bench {
+
+// One accepted connection. Closed when the object goes.
+class Connection {
+ public:
+  explicit Connection(int fd) : fd_(fd) {}
+  ~Connection() { Close(); }
+  Connection(Connection&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
+  Connection& operator=(Connection&& other) noexcept;
+
+  // The next message; nothing at the end of file or when none comes within `limit`.
+  std::optional<Bytes> Receive(milliseconds limit = milliseconds(5000)) const;
+  void Send(const Bytes& message) const;
+  void Send(const std::string& text) const { Send(Text(text)); }
+  // One 4-byte error number.
+  void Answer(std::int32_t error) const;
+  void Close();
+  int fd() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+class FakeManager {
+ public:
+  // Binds the socket at `path` below the root.
+  FakeManager(const TempRoot& root, const std::string& path);
+  ~FakeManager();  // removes the socket
+  FakeManager(const FakeManager&) = delete;
+  FakeManager& operator=(const FakeManager&) = delete;
+
+  struct Opening {
+    wire::ManagerRequest request;
+    std::string rest;
+    Connection connection;
+  };
+  // Accepts a connection and reads its opening request; nothing within `limit` otherwise.
+  std::optional<Opening> Accept(milliseconds limit = milliseconds(5000));
+  // The same, granted. Fails the test when nobody asks.
+  Connection Grant(milliseconds limit = milliseconds(5000));
+
+ private:
+  std::string path_;
+  int fd_;
+};
+
+}  // namespace bench
+
+#endif  // KORVANDIS_TESTS_SUPPORT_FAKE_MANAGER_H
