@@ -12,6 +12,7 @@ int RunRaw(Context& context);
 int RunMonitor(Context& context);
 int RunWait(Context& context);
 int RunGpsWatch(Context& context);
+int RunSequenceFile(Context& context);
 
 }  // namespace station
 

@@ -233,32 +233,42 @@ std::vector<const Command*> CommandsUnder(const std::string& words) {
   return found;
 }
 
-std::string ParseInvocation(const std::vector<std::string>& words, Invocation* invocation) {
+std::string MatchCommand(const std::vector<std::string>& words, const Command** command,
+                         std::size_t* word_count) {
   if (words.empty()) return "a command is needed";
   // The longest words win; among equal ones the row that takes this many arguments.
   std::size_t longest = 0;
   const Command* match = nullptr;
-  std::string matched;
-  for (const Command& command : Commands()) {
-    const std::size_t count = CountWords(command.words);
-    if (count < longest || count > words.size() || Join(words, count) != command.words) continue;
+  for (const Command& candidate : Commands()) {
+    const std::size_t count = CountWords(candidate.words);
+    if (count < longest || count > words.size() || Join(words, count) != candidate.words) continue;
     if (count > longest) match = nullptr;
     longest = count;
-    matched = command.words;
-    if (TakesArguments(command, words.size() - count)) match = &command;
+    if (TakesArguments(candidate, words.size() - count)) match = &candidate;
   }
   if (longest == 0) return UnknownCommand(words);
   if (match == nullptr) {
     // "usb nonsense" is a wrong word of the group rather than an argument too many.
+    const std::string matched = Join(words, longest);
     const bool group = CommandsUnder(matched).back()->words != matched;
     return group ? UnknownCommand(words) : Usage(matched);
   }
+  *command = match;
+  *word_count = longest;
+  return "";
+}
+
+std::string ParseInvocation(const std::vector<std::string>& words, Invocation* invocation) {
+  const Command* match = nullptr;
+  std::size_t count = 0;
+  const std::string mismatch = MatchCommand(words, &match, &count);
+  if (!mismatch.empty()) return mismatch;
   invocation->command = match;
   invocation->arguments.clear();
-  for (std::size_t i = longest; i < words.size(); ++i) {
+  for (std::size_t i = count; i < words.size(); ++i) {
     std::string normal;
-    const std::string problem = CheckArgument(ParameterAt(*match, i - longest), words[i], &normal);
-    if (!problem.empty()) return Quoted(matched) + ": " + problem;
+    const std::string problem = CheckArgument(ParameterAt(*match, i - count), words[i], &normal);
+    if (!problem.empty()) return Quoted(match->words) + ": " + problem;
     invocation->arguments.push_back(normal);
   }
   return "";

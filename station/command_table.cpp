@@ -141,6 +141,14 @@ std::vector<Command> MakeTable() {
         "send any request (numbers decimal, bytes hexadecimal) and show the reply"),
     Own("monitor", RunMonitor, {}, {{"--whole", nullptr, "show the whole packet, not only what follows the header"}},
         "follow the traffic between the MCU and the service until interrupted"),
+    Own("run", RunSequenceFile, {Parameter{"FILE", Kind::kFile}},
+        {{"--set", "NAME=VALUE", "give a value of the sequence (may be repeated)"},
+         {"--only", "PHASE", "run only this phase (may be repeated)"},
+         {"--list", nullptr, "show the phases and steps, send nothing"},
+         {"--dry-run", nullptr, "check everything and show what would be sent, send nothing"},
+         {"--junit", "FILE", "write the record as JUnit XML"},
+         {"--json", "FILE", "write the record as JSON"}},
+        "run a test sequence"),
 
     // Version report.
     Own("version", RunGroup, {}, {}, "all versions as a table; exit status 1 when one is missing"),

@@ -13,31 +13,6 @@
 #include <ctime>
 
 namespace tools {
-namespace {
-
-// Length of the well-formed UTF-8 sequence that begins at `text`, 0 when there is none.
-std::size_t Utf8Length(std::string_view text) {
-  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned char first = byte(0);
-  std::size_t length = 0;
-  unsigned char low = 0x80;
-  unsigned char high = 0xBF;
-  if (first < 0x80) return 1;
-  if (first >= 0xC2 && first <= 0xDF) length = 2;
-  if (first >= 0xE0 && first <= 0xEF) length = 3;
-  if (first >= 0xF0 && first <= 0xF4) length = 4;
-  if (first == 0xE0) low = 0xA0;
-  if (first == 0xED) high = 0x9F;  // surrogates
-  if (first == 0xF0) low = 0x90;
-  if (first == 0xF4) high = 0x8F;
-  if (length == 0 || text.size() < length || byte(1) < low || byte(1) > high) return 0;
-  for (std::size_t i = 2; i < length; ++i) {
-    if ((byte(i) & 0xC0) != 0x80) return 0;
-  }
-  return length;
-}
-
-}  // namespace
 
 struct Interrupt::Mask {
   sigset_t set;
@@ -71,7 +46,6 @@ Interrupt::~Interrupt() {
   Pending();  // a signal that was asked for is not delivered a second time
   if (signals_ >= 0) ::close(signals_);
   ::pthread_sigmask(SIG_SETMASK, &saved_->set, nullptr);
-  delete saved_;
 }
 
 bool Interrupt::Pending() {
@@ -124,6 +98,27 @@ int ReadMessage(int fd, std::string* message) {
   if (taken < 0) return -1;
   message->resize(static_cast<std::size_t>(taken));
   return taken > 0 ? 1 : 0;
+}
+
+std::size_t Utf8Length(std::string_view text) {
+  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned char first = byte(0);
+  std::size_t length = 0;
+  unsigned char low = 0x80;
+  unsigned char high = 0xBF;
+  if (first < 0x80) return 1;
+  if (first >= 0xC2 && first <= 0xDF) length = 2;
+  if (first >= 0xE0 && first <= 0xEF) length = 3;
+  if (first >= 0xF0 && first <= 0xF4) length = 4;
+  if (first == 0xE0) low = 0xA0;
+  if (first == 0xED) high = 0x9F;  // surrogates
+  if (first == 0xF0) low = 0x90;
+  if (first == 0xF4) high = 0x8F;
+  if (length == 0 || text.size() < length || byte(1) < low || byte(1) > high) return 0;
+  for (std::size_t i = 2; i < length; ++i) {
+    if ((byte(i) & 0xC0) != 0x80) return 0;
+  }
+  return length;
 }
 
 std::string Escape(std::string_view text) {

@@ -114,6 +114,11 @@ std::vector<Option> OptionsOf(const Command& command);
 // options. Returns what is wrong with them, or nothing.
 std::string ParseInvocation(const std::vector<std::string>& words, Invocation* invocation);
 
+// Only the first half: the command whose words and number of arguments fit, and how many words it
+// takes. Returns what is wrong, or nothing.
+std::string MatchCommand(const std::vector<std::string>& words, const Command** command,
+                         std::size_t* word_count);
+
 // The commands whose words begin with `words`, in table order; none when there is no such command.
 std::vector<const Command*> CommandsUnder(const std::string& words);
 

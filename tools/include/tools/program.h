@@ -4,6 +4,7 @@
 #define KORVANDIS_TOOLS_PROGRAM_H
 
 #include <cstdint>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -41,7 +42,7 @@ class Interrupt {
   int signals_ = -1;
   bool pending_ = false;
   struct Mask;
-  Mask* saved_;
+  std::unique_ptr<Mask> saved_;
 };
 
 // Owns a descriptor and closes it.
@@ -71,6 +72,9 @@ int ReadMessage(int fd, std::string* message);
 
 // `text` with control characters, and bytes that are no UTF-8, written as \n, \t, \\ or \xNN.
 std::string Escape(std::string_view text);
+
+// Length of the well-formed UTF-8 sequence that `text` (not empty) begins with, 0 when it is none.
+std::size_t Utf8Length(std::string_view text);
 
 // "12:34:56.789" in local time.
 std::string ClockTime(std::uint64_t nanoseconds);
