@@ -1,0 +1,169 @@
+#include "pps_client.h"
+
+#include <fcntl.h>
+#include <pps.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "../log.h"
+#include "platform/io.h"
+
+namespace headunit {
+namespace {
+
+const std::chrono::milliseconds kRetryPause{200};
+const mode_t kObjectMode = 0666;
+
+// Reads one message of any size. False at end of file, after an error, or when there is none.
+bool TakeMessage(int fd, std::string* message) {
+  const ssize_t size = recv(fd, nullptr, 0, MSG_PEEK | MSG_TRUNC);
+  if (size <= 0) return false;
+  message->resize(static_cast<std::size_t>(size));
+  return recv(fd, &(*message)[0], message->size(), MSG_DONTWAIT) == size;
+}
+
+// Releases a decoder on every path.
+struct Decoder {
+  explicit Decoder(char* json) {
+    pps_decoder_initialize(&decoder, nullptr);
+    good = pps_decoder_parse_json_str(&decoder, json) == PPS_DECODER_OK &&
+           pps_decoder_push(&decoder, nullptr) == PPS_DECODER_OK;
+  }
+  ~Decoder() { pps_decoder_cleanup(&decoder); }
+  Decoder(const Decoder&) = delete;
+  Decoder& operator=(const Decoder&) = delete;
+
+  pps_decoder_t decoder;
+  bool good;
+};
+
+}  // namespace
+
+std::vector<PpsLine> AttributesOf(std::string text) {
+  std::vector<PpsLine> lines;
+  char* position = &text[0];
+  pps_attrib_t attribute = {};
+  for (;;) {
+    const pps_status_t status = ppsparse(&position, &attribute);
+    if (status == PPS_END) return lines;
+    if (status != PPS_ATTRIBUTE) continue;
+    lines.push_back(PpsLine{attribute.attr_name, attribute.encoding, attribute.value});
+  }
+}
+
+bool ReadObject(const char* path, std::vector<PpsLine>* attributes) {
+  const UniqueFd file(platform::open(path, O_RDONLY));
+  if (!file.valid()) return false;
+  std::string text;
+  if (TakeMessage(file.get(), &text)) *attributes = AttributesOf(std::move(text));
+  return true;
+}
+
+std::string ReadAttribute(const char* path, const std::string& name, const char* encoding,
+                          const std::string& fallback) {
+  std::vector<PpsLine> attributes;
+  ReadObject(path, &attributes);
+  for (const PpsLine& attribute : attributes) {
+    if (attribute.name == name && attribute.encoding == encoding) return attribute.value;
+  }
+  return fallback;
+}
+
+int ReadNumber(const char* path, const std::string& name, int fallback) {
+  const std::string text = ReadAttribute(path, name, "n", "");
+  char* end = nullptr;
+  errno = 0;
+  const long value = std::strtol(text.c_str(), &end, 10);
+  const bool good =
+      !text.empty() && *end == '\0' && errno == 0 && value >= INT_MIN && value <= INT_MAX;
+  return good ? static_cast<int>(value) : fallback;
+}
+
+bool Publish(const char* path, const std::string& lines) {
+  const UniqueFd file(platform::open(path, O_WRONLY | O_CREAT, kObjectMode));
+  if (file.valid() && platform::write(file.get(), lines.data(), lines.size()) >= 0) return true;
+  Log(_SLOG_ERROR, "%s cannot be written: %s", path, std::strerror(errno));
+  return false;
+}
+
+bool ParseJson(const std::string& text, const std::map<std::string, int*>& numbers,
+               const std::map<std::string, std::string*>& texts) {
+  std::string buffer = text;
+  Decoder json(&buffer[0]);
+  if (!json.good) return false;
+  if (pps_decoder_length(&json.decoder) != static_cast<int>(numbers.size() + texts.size())) {
+    return false;
+  }
+  for (const auto& number : numbers) {
+    if (pps_decoder_get_int(&json.decoder, number.first.c_str(), number.second) != PPS_DECODER_OK) {
+      return false;
+    }
+  }
+  for (const auto& member : texts) {
+    const char* value = nullptr;
+    if (pps_decoder_get_string(&json.decoder, member.first.c_str(), &value) != PPS_DECODER_OK) {
+      return false;
+    }
+    *member.second = value;
+  }
+  return true;
+}
+
+PpsSubscription::PpsSubscription(EventLoop* loop, std::string path, bool text_at_open,
+                                 Handler handler)
+    : loop_(loop),
+      path_(std::move(path)),
+      text_at_open_(text_at_open),
+      handler_(std::move(handler)) {}
+
+PpsSubscription::~PpsSubscription() {
+  loop_->CancelTimer(timer_);
+  if (file_.valid()) loop_->poller().Remove(file_.get());
+}
+
+void PpsSubscription::Start() {
+  timer_ = 0;
+  file_.Reset(platform::open(path_.c_str(), O_RDWR | O_CREAT, kObjectMode));
+  if (!file_.valid()) {
+    Retry();
+    return;
+  }
+  at_open_ = text_at_open_;
+  if (!loop_->poller().Add(file_.get(), EPOLLIN | EPOLLRDHUP,
+                           [this](std::uint32_t) { OnReady(); })) {
+    file_.Reset();
+    Retry();
+    return;
+  }
+  if (opened_) opened_();
+}
+
+bool PpsSubscription::Write(const std::string& text) {
+  return file_.valid() && platform::write(file_.get(), text.data(), text.size()) >= 0;
+}
+
+void PpsSubscription::Retry() {
+  timer_ = loop_->AddTimer(kRetryPause, [this] { Start(); });
+}
+
+void PpsSubscription::OnReady() {
+  std::string text;
+  if (!TakeMessage(file_.get(), &text)) {
+    loop_->poller().Remove(file_.get());
+    file_.Reset();
+    Retry();
+    return;
+  }
+  const bool at_open = at_open_;
+  at_open_ = false;
+  handler_(text, at_open);
+}
+
+}  // namespace headunit
