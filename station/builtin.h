@@ -13,6 +13,9 @@ int RunMonitor(Context& context);
 int RunWait(Context& context);
 int RunGpsWatch(Context& context);
 int RunSequenceFile(Context& context);
+int RecordTraffic(Context& context);
+int ReplayTraffic(Context& context);
+int RunCompletion(Context& context);
 
 }  // namespace station
 

@@ -149,6 +149,14 @@ std::vector<Command> MakeTable() {
          {"--junit", "FILE", "write the record as JUnit XML"},
          {"--json", "FILE", "write the record as JSON"}},
         "run a test sequence"),
+    Own("record", RecordTraffic, {Parameter{"FILE", Kind::kFile}},
+        {{"--pcap", nullptr, "write a pcap file (link type 147) instead of text"}},
+        "record the traffic between the MCU and the service until interrupted"),
+    Own("replay", ReplayTraffic, {Parameter{"FILE", Kind::kFile}},
+        {{"--fast", nullptr, "do not keep the recorded pauses"},
+         {"--ignore", "COMMAND", "do not compare answers to commands that begin so (may be repeated)"}},
+        "send the requests of a recording again and compare the answers"),
+    Own("completion bash", RunCompletion, {}, {}, "print the completion script for bash"),
 
     // Version report.
     Own("version", RunGroup, {}, {}, "all versions as a table; exit status 1 when one is missing"),

@@ -30,9 +30,8 @@ std::string OpenProblem(const char* path, int error) {
 }
 
 int RestMilliseconds(Clock::time_point deadline) {
-  const auto rest =
-      std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-  return static_cast<int>(std::clamp<long long>(rest + 1, 0, 1000000000));
+  const auto rest = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  return static_cast<int>(std::clamp<long long>(rest, 0, 1000000000));
 }
 
 // True when `fd` is readable or hung up within the time.
@@ -68,10 +67,7 @@ Clock::duration Seconds(double seconds) {
 }
 
 std::string Link::Send(const Bytes& packet) {
-  Bytes stale;
-  while (connection_.is_open() && PollFor(connection_.get(), 0)) {
-    if (!TakePacket(connection_.get(), &stale)) connection_.Reset(-1);
-  }
+  Collect(0);
   if (!connection_.is_open()) {
     connection_.Reset(platform::open(wire::kStationPath, O_RDWR));
     if (!connection_.is_open()) return OpenProblem(wire::kStationPath, errno);
@@ -82,6 +78,28 @@ std::string Link::Send(const Bytes& packet) {
     return "the unit takes no request: " + reason;
   }
   return "";
+}
+
+void Link::Collect(int milliseconds) {
+  Bytes packet;
+  const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
+  while (connection_.is_open() && PollFor(connection_.get(), RestMilliseconds(deadline))) {
+    if (TakePacket(connection_.get(), &packet)) {
+      PassOver(packet);
+    } else {
+      connection_.Reset(-1);
+    }
+  }
+}
+
+std::vector<Bytes> Link::TakePassedOver() {
+  std::vector<Bytes> taken;
+  taken.swap(passed_over_);
+  return taken;
+}
+
+void Link::PassOver(const Bytes& packet) {
+  if (passed_over_.size() < kMostPassedOver) passed_over_.push_back(packet);
 }
 
 bool Link::Wait(Clock::time_point deadline) {
@@ -100,6 +118,7 @@ Link::Result Link::Receive(std::uint8_t command, std::uint8_t sub_command,
     }
     if (wire::ParseReply(*packet, reply)) {
       if (reply->command == command && reply->sub_command == sub_command) return Result::kReply;
+      PassOver(*packet);
       continue;
     }
     if (IsReplyTo(*packet, command, sub_command)) return Result::kMalformed;

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 #include "station/answer.h"
 #include "tools/program.h"
@@ -24,8 +25,8 @@ class Link {
   // `interrupt` ends waits early; may be null.
   explicit Link(tools::Interrupt* interrupt) : interrupt_(interrupt) {}
 
-  // Sends one packet. What has come in until then answers nothing any more and is dropped. Returns
-  // an empty text, or why it could not be sent.
+  // Sends one packet. What has come in until then answers nothing any more and is passed over.
+  // Returns an empty text, or why it could not be sent.
   std::string Send(const Bytes& packet);
 
   enum class Result {
@@ -39,11 +40,21 @@ class Link {
   Result Receive(std::uint8_t command, std::uint8_t sub_command, Clock::time_point deadline,
                  wire::Reply* reply, Bytes* packet);
 
+  // Passes over what comes in within the time.
+  void Collect(int milliseconds);
+
+  // The packets that were passed over since the last call; at most the first kMostPassedOver.
+  std::vector<Bytes> TakePassedOver();
+
  private:
+  static const std::size_t kMostPassedOver = 100;
+
   bool Wait(Clock::time_point deadline);
+  void PassOver(const Bytes& packet);
 
   tools::Interrupt* interrupt_;
   tools::Descriptor connection_;
+  std::vector<Bytes> passed_over_;
 };
 
 // Sends one line to the bench's control connector. Returns true with the answer behind "ok", false

@@ -1,0 +1,175 @@
+// `station record` and `station replay`.
+#include <algorithm>
+#include <fstream>
+#include <thread>
+
+#include "builtin.h"
+#include "files.h"
+#include "station/link.h"
+#include "station/packet_text.h"
+#include "station/recording.h"
+
+namespace station {
+namespace {
+
+const double kLongestPause = 5;          // seconds between two requests, whatever was recorded
+const int kLateReplyMilliseconds = 200;  // for a reply where none was recorded
+
+int Complain(Context& context, const std::string& problem) {
+  context.err << "station: " << context.invocation.command->words << ": " << problem << '\n';
+  return tools::kExitWrong;
+}
+
+std::string Shown(const std::string& path) { return "'" + tools::Escape(path) + "'"; }
+
+// Plays the requests of a recording and compares the answers.
+class Replay {
+ public:
+  Replay(Context& context, tools::Interrupt* interrupt)
+      : context_(context), interrupt_(interrupt), link_(interrupt) {}
+
+  int Run(const std::vector<RecordedExchange>& exchanges) {
+    const bool fast = context_.invocation.Has("--fast");
+    for (std::size_t i = 0; i < exchanges.size(); ++i) {
+      if (i > 0 && !fast) {
+        Pause(exchanges[i].nanoseconds, exchanges[i - 1].nanoseconds);
+      }
+      const std::string problem =
+          interrupt_->Pending() ? "interrupted" : link_.Send(exchanges[i].request);
+      if (!problem.empty()) return Complain(context_, problem);
+      number_ = i + 1;
+      if (!Compare(exchanges[i])) return Complain(context_, "the unit is gone");
+      ReportUnexpected();
+    }
+    link_.Collect(kLateReplyMilliseconds);
+    ReportUnexpected();
+    context_.out << exchanges.size() << " requests, " << compared_ << " answers compared, "
+                 << differences_ << " differ\n";
+    return differences_ == 0 ? tools::kExitRight : tools::kExitWrong;
+  }
+
+ private:
+  void Pause(std::uint64_t now, std::uint64_t before) {
+    const double gap = now > before ? static_cast<double>(now - before) * 1e-9 : 0;
+    interrupt_->Wait(-1, static_cast<int>(std::min(gap, kLongestPause) * 1000));
+  }
+
+  // False when the unit is gone.
+  bool Compare(const RecordedExchange& exchange) {
+    const std::string request = DescribePacket(wire::Direction::kToService, exchange.request);
+    wire::Reply recorded;
+    if (!wire::ParseReply(exchange.reply, &recorded)) {
+      Line("sent", request);
+      return true;
+    }
+    wire::Reply reply;
+    Bytes packet;
+    const Link::Result result =
+        link_.Receive(recorded.command, recorded.sub_command,
+                      Clock::now() + Seconds(context_.timeout), &reply, &packet);
+    if (result == Link::Result::kGone) return false;
+    if (Ignored(request)) {
+      Line("ignored", request);
+      return true;
+    }
+    ++compared_;
+    if (result == Link::Result::kReply && reply.data == recorded.data) {
+      Line("same", DescribePacket(wire::Direction::kFromService, packet));
+      return true;
+    }
+    ++differences_;
+    Line("DIFFERS", request);
+    context_.out << "       recorded  "
+                 << DescribePacket(wire::Direction::kFromService, exchange.reply) << " ["
+                 << Hex(recorded.data) << "]\n       now       ";
+    if (result == Link::Result::kNone) {
+      context_.out << "no answer" << std::endl;
+    } else {
+      const bool whole = result == Link::Result::kReply;
+      context_.out << DescribePacket(wire::Direction::kFromService, packet) << " ["
+                   << (whole ? Hex(reply.data) : Hex(packet)) << ']' << std::endl;
+    }
+    return true;
+  }
+
+  // Replies that came although none was recorded.
+  void ReportUnexpected() {
+    for (const Bytes& packet : link_.TakePassedOver()) {
+      const std::string text = DescribePacket(wire::Direction::kFromService, packet);
+      if (Ignored(text)) continue;
+      ++differences_;
+      Line("DIFFERS", "an answer that was not recorded: " + text);
+    }
+  }
+
+  bool Ignored(const std::string& text) const {
+    const auto range = context_.invocation.options.equal_range("--ignore");
+    return std::any_of(range.first, range.second,
+                       [&](const auto& option) { return text.rfind(option.second, 0) == 0; });
+  }
+
+  void Line(const char* verdict, const std::string& text) {
+    char head[48];
+    std::snprintf(head, sizeof(head), "%5zu  %-8s  ", number_, verdict);
+    context_.out << head << text << std::endl;
+  }
+
+  Context& context_;
+  tools::Interrupt* interrupt_;
+  Link link_;
+  std::size_t number_ = 0;
+  int compared_ = 0;
+  int differences_ = 0;
+};
+
+}  // namespace
+
+int RecordTraffic(Context& context) {
+  const std::string& path = context.invocation.arguments[0];
+  const auto format =
+      context.invocation.Has("--pcap") ? RecordingFormat::kPcap : RecordingFormat::kText;
+  tools::Interrupt interrupt;
+  Monitor monitor;
+  const std::string problem = monitor.Open();
+  if (!problem.empty()) return Complain(context, problem);
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << RecordingHead(format) << std::flush;
+  std::size_t count = 0;
+  while (file.good() && interrupt.Wait(monitor.fd(), -1)) {
+    wire::MonitorHead head{};
+    RecordedPacket packet{};
+    if (!monitor.Read(&head, &packet.packet)) {
+      context.err << "station: record: the unit is gone\n";
+      break;
+    }
+    if (head.direction > 1 || packet.packet.empty()) continue;
+    packet.nanoseconds = head.nanoseconds;
+    packet.direction = static_cast<wire::Direction>(head.direction);
+    file << RecordingEntry(format, packet) << std::flush;
+    ++count;
+  }
+  if (!file.good()) return Complain(context, Shown(path) + " cannot be written");
+  context.out << count << " packets in " << tools::Escape(path) << '\n';
+  return tools::kExitRight;
+}
+
+int ReplayTraffic(Context& context) {
+  const std::string& path = context.invocation.arguments[0];
+  std::string text;
+  std::string problem = ReadFile(path, &text);
+  std::vector<RecordedPacket> packets;
+  if (problem.empty()) {
+    problem = ParseRecording(text, &packets);
+    if (!problem.empty()) problem = Shown(path) + ": " + problem;
+  }
+  if (!problem.empty()) {
+    context.err << "station: replay: " << problem << "; see 'station replay --help'\n";
+    return tools::kExitUsage;
+  }
+  const std::vector<RecordedExchange> exchanges = PairExchanges(packets);
+  if (exchanges.empty()) return Complain(context, Shown(path) + " holds no requests");
+  tools::Interrupt interrupt;
+  return Replay(context, &interrupt).Run(exchanges);
+}
+
+}  // namespace station
