@@ -3,7 +3,7 @@
 
 set(KORVANDIS_WARNINGS
     -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wcast-qual
-    -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Wnull-dereference -Werror)
+    -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Werror)
 
 add_library(korvandis_options INTERFACE)
 target_compile_options(korvandis_options INTERFACE ${KORVANDIS_WARNINGS})

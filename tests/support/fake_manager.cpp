@@ -31,7 +31,7 @@ Connection& Connection::operator=(Connection&& other) noexcept {
 
 std::optional<Bytes> Connection::Receive(milliseconds limit) const {
   if (!WaitReadable(fd_, limit)) return std::nullopt;
-  Bytes message(1 << 20);
+  Bytes message(2 * wire::kMaxPacket);
   const ssize_t count = ::recv(fd_, message.data(), message.size(), 0);
   if (count <= 0) return std::nullopt;
   message.resize(static_cast<std::size_t>(count));
@@ -64,6 +64,7 @@ FakeManager::FakeManager(const TempRoot& root, const std::string& path)
       "/proc/self/fd/" + std::to_string(directory) + "/" + host.filename().string();
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
+  ::unlink(path_.c_str());
   std::strncpy(address.sun_path, name.c_str(), sizeof(address.sun_path) - 1);
   if (::bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
       ::listen(fd_, 8) != 0) {

@@ -56,22 +56,20 @@ inline std::vector<std::uint8_t> BuildRequest(std::uint8_t command, std::uint8_t
                                               const std::vector<std::uint8_t>& parameters,
                                               std::uint8_t sequence = 0) {
   const std::size_t count = parameters.size() < kMaxParameters ? parameters.size() : kMaxParameters;
-  std::vector<std::uint8_t> packet(kHeaderSize);
-  packet.reserve(kHeaderSize + kReplyOverhead + count);
+  std::vector<std::uint8_t> packet(kHeaderSize + kReplyOverhead + count);
   StoreLe32(&packet[kPayloadLengthOffset], static_cast<std::uint32_t>(kReplyOverhead + count));
   StoreLe32(&packet[kPacketTypeOffset], kAtPacketType);
-  const std::uint8_t head[] = {kLinkType,
-                               sequence,
-                               kLinkByte,
-                               kRecordStart,
-                               kRecordId,
-                               0,
-                               static_cast<std::uint8_t>(count + 1),
-                               command,
-                               sub_command};
-  packet.insert(packet.end(), head, head + sizeof(head));
-  packet.insert(packet.end(), parameters.begin(),
-                parameters.begin() + static_cast<std::ptrdiff_t>(count));
+  std::uint8_t* const payload = &packet[kHeaderSize];
+  payload[0] = kLinkType;
+  payload[1] = sequence;
+  payload[2] = kLinkByte;
+  std::uint8_t* const record = payload + kLinkSize;
+  record[0] = kRecordStart;
+  record[1] = kRecordId;
+  record[kRecordLengthOffset] = static_cast<std::uint8_t>(count + 1);
+  record[kRecordCommandOffset] = command;
+  record[kRecordSubCommandOffset] = sub_command;
+  for (std::size_t i = 0; i < count; ++i) record[kRecordHeadSize + i] = parameters[i];
   return packet;
 }
 

@@ -1,0 +1,13 @@
+# The unit's kind of machine, 32-bit ARM, with Debian's cross compiler; programs run under emulation.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR arm)
+set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
+set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
+# Statically linked, so that neither the emulator nor the programs started by programs need the other
+# machine's libraries.
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-static")
+set(CMAKE_CROSSCOMPILING_EMULATOR /usr/bin/qemu-arm)
+set(KORVANDIS_EMULATOR /usr/bin/qemu-arm CACHE FILEPATH "Runs the programs of this build")
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

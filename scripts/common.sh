@@ -1,0 +1,49 @@
+# Shared by ./demo and ./check: what must be installed, and how the project is built. Sourced, not run.
+
+PROJECT_DIR=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+# need PACKAGE...: installs what is missing when it may, otherwise says in one line what to install.
+need() {
+  local missing=() package
+  for package in "$@"; do
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
+  done
+  [ ${#missing[@]} -eq 0 ] && return 0
+  local as_root=()
+  if [ "$(id -u)" -ne 0 ]; then
+    if ! command -v sudo >/dev/null || ! sudo -n true 2>/dev/null; then
+      echo "$(basename "$0"): please install: apt-get install ${missing[*]}" >&2
+      return 1
+    fi
+    as_root=(sudo -n)
+  fi
+  echo "installing ${missing[*]}"
+  local log
+  log=$(mktemp)
+  if ! { "${as_root[@]}" apt-get update && DEBIAN_FRONTEND=noninteractive "${as_root[@]}" \
+         apt-get install -y --no-install-recommends "${missing[@]}"; } >"$log" 2>&1 </dev/null; then
+    tail -n 5 "$log" >&2
+    rm -f "$log"
+    echo "$(basename "$0"): please install: apt-get install ${missing[*]}" >&2
+    return 1
+  fi
+  rm -f "$log"
+}
+
+BASE_PACKAGES="g++ cmake ninja-build googletest"
+
+# build DIRECTORY [CMAKE-OPTION...] [-- TARGET...]: configures and builds, quietly unless it fails.
+build() {
+  local directory=$1 options=() log
+  shift
+  while [ $# -gt 0 ] && [ "$1" != -- ]; do options+=("$1"); shift; done
+  [ $# -gt 0 ] && shift
+  mkdir -p "$directory"
+  log=$directory/build.log
+  if ! { cmake -S "$PROJECT_DIR" -B "$directory" -G Ninja "${options[@]}" &&
+         cmake --build "$directory" ${1:+--target "$@"}; } >"$log" 2>&1; then
+    grep -E 'error|Error|FAILED' "$log" | head -n 40 >&2
+    echo "build failed, all of it is in ${log#"$PROJECT_DIR"/}" >&2
+    return 1
+  fi
+}

@@ -1,0 +1,289 @@
+// Controllers and files in this process, against a raw resource manager.
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/socket.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <mutex>
+#include <thread>
+
+#include "McuFileBase.h"
+#include "PPSFileBase.h"
+#include "PublicController.h"
+#include "support/fake_manager.h"
+
+namespace bench {
+namespace {
+
+using NXQ::ZMCAR::fileTagInfo;
+
+const fileTagInfo kMcu = {1, "/dev/mcu", O_RDWR, 0};
+const fileTagInfo kObject = {0, "/pps/object?wait", O_RDWR | O_CREAT, 0666};
+
+// Notes what it is told, and on which thread.
+class Controller : public NXQ::ZMCAR::PublicController, public NXQ::ZMCAR::IMcuRecvData {
+ public:
+  Controller() : PublicController(nullptr) {}
+  ~Controller() override { Stop(); }
+
+  void OnRecvData(unsigned char* data, int size) override {
+    if (on_packet) on_packet();
+    Note("packet " + std::string(reinterpret_cast<char*>(data), static_cast<std::size_t>(size)));
+  }
+  void OnAttributeChange(int key, pps_attrib_t* attribute) override {
+    Note("change " + std::to_string(key) + " " + attribute->attr_name + "=" + attribute->value);
+  }
+  void OnPpsStatusChange(int key, pps_status_t status, pps_attrib_t*) override {
+    Note("status " + std::to_string(key) + " " + std::to_string(status));
+  }
+
+  std::vector<std::string> Notes() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return notes_;
+  }
+  bool Gets(std::size_t count) {
+    return Eventually([&] { return Notes().size() >= count; });
+  }
+
+  std::function<void()> on_packet;
+  std::atomic<bool> on_callers_thread{false};
+
+ private:
+  void Note(const std::string& text) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    notes_.push_back(text);
+    if (::pthread_equal(creator_, ::pthread_self()) != 0) on_callers_thread = true;
+  }
+
+  const pthread_t creator_ = ::pthread_self();
+  std::mutex mutex_;
+  std::vector<std::string> notes_;
+};
+
+class FrameworkTest : public ::testing::Test {
+ protected:
+  // Opens `file` at `manager`.
+  static Connection Open(FakeManager& manager, NXQ::ZMCAR::FileBase& file) {
+    Connection connection(-1);
+    std::thread beside([&] { connection = manager.Grant(); });
+    EXPECT_TRUE(file.Open());
+    beside.join();
+    return connection;
+  }
+
+  TempRoot root_;
+};
+
+using Notes = std::vector<std::string>;
+
+TEST_F(FrameworkTest, DeliversBetweenStartAndStopOnAThreadOfItsOwn) {
+  FakeManager device(root_, "/dev/mcu");
+  Controller controller;
+  NXQ::ZMCAR::McuFileBase file(kMcu, &controller);
+  ASSERT_TRUE(controller.Init());
+  Connection mcu = Open(device, file);
+  EXPECT_TRUE(controller.AddFile(file.GetKey(), &file));
+  mcu.Send("early");
+  std::this_thread::sleep_for(milliseconds(30));
+  EXPECT_EQ(controller.Notes(), Notes());
+
+  EXPECT_TRUE(controller.Start());
+  ASSERT_TRUE(controller.Gets(1));
+  const std::string whole(65536, 'w');
+  mcu.Send(whole);
+  mcu.Send(std::string(70000, 'x'));
+  mcu.Send("");
+  mcu.Send("last");
+  ASSERT_TRUE(controller.Gets(5));
+  EXPECT_EQ(controller.Notes(),
+            (Notes{"packet early", "packet " + whole, "packet " + std::string(65536, 'x'),
+                   "packet ", "packet last"}));
+  // Repeated on a running controller: nothing changes.
+  EXPECT_TRUE(controller.Init());
+  EXPECT_TRUE(controller.Start());
+  EXPECT_TRUE(controller.AddFile(file.GetKey(), &file));
+  EXPECT_TRUE(file.Open());
+  NXQ::ZMCAR::McuFileBase other(kMcu, &controller);
+  EXPECT_FALSE(controller.AddFile(other.GetKey(), &other));
+  mcu.Send("once");
+  ASSERT_TRUE(controller.Gets(6));
+
+  EXPECT_TRUE(controller.Stop());
+  mcu.Send("late");
+  std::this_thread::sleep_for(milliseconds(30));
+  EXPECT_EQ(controller.Notes().size(), 6u);
+  EXPECT_TRUE(controller.Start());
+  ASSERT_TRUE(controller.Gets(7));
+  EXPECT_TRUE(controller.RemoveFile(file.GetKey()));
+  EXPECT_FALSE(controller.RemoveFile(file.GetKey()));
+  mcu.Send("unregistered");
+  std::this_thread::sleep_for(milliseconds(30));
+  EXPECT_EQ(controller.Notes().size(), 7u);
+  EXPECT_FALSE(controller.on_callers_thread);
+  EXPECT_TRUE(controller.Close());
+}
+
+TEST_F(FrameworkTest, SendsWholePacketsAndFillsTheirHeader) {
+  FakeManager device(root_, "/dev/mcu");
+  Controller controller;
+  NXQ::ZMCAR::McuFileBase file(kMcu, &controller);
+  const unsigned char bytes[] = {1, 2, 3};
+  EXPECT_EQ(file.SendToSpiDev(bytes, 3), -EBADF);
+  Connection mcu = Open(device, file);
+  EXPECT_EQ(file.SendToSpiDev(bytes, 3), 3);
+  EXPECT_EQ(mcu.Receive(), (Bytes{1, 2, 3}));
+  mcu.Close();
+  EXPECT_EQ(file.SendToSpiDev(bytes, 3), -EPIPE);
+
+  NXQ::ZMCAR::PacketHeader_s header;
+  header.payloadLength = 13;
+  file.PacketHeader(header, 0x34, 0xB4, 0, 200, 3, 13, 7);
+  Bytes words(sizeof(header));
+  std::memcpy(words.data(), &header, sizeof(header));
+  EXPECT_EQ(Hex(words),
+            "0d 00 00 00 34 00 00 00 b4 00 00 00 00 00 00 00 c8 00 00 00 03 00 00 00 07 00 00 00");
+}
+
+TEST_F(FrameworkTest, EveryAttributeLineIsOneChange) {
+  FakeManager pps(root_, "/pps");
+  Controller controller;
+  NXQ::ZMCAR::PPSFileBase file(kObject, &controller);
+  ASSERT_TRUE(controller.Init());
+  Connection object = Open(pps, file);
+  controller.AddFile(file.GetKey(), &file);
+  ASSERT_TRUE(controller.Start());
+  object.Send("@object\na::1\nb:n:2\nc:json:{\"x\":[1,2]}\nno line\n\nb:n:2\n-a\n-@object\nd::cut");
+  ASSERT_TRUE(controller.Gets(7));
+  EXPECT_EQ(controller.Notes(),
+            (Notes{"change 0 a=1", "change 0 b=2", "change 0 c={\"x\":[1,2]}", "change 0 b=2",
+                   "status 0 " + std::to_string(PPS_ATTRIBUTE_DELETED),
+                   "status 0 " + std::to_string(PPS_OBJECT_DELETED), "change 0 d=cut"}));
+  // Of a text that fills a read, the line it was cut in is left out.
+  object.Send("first::1\nlast::" + std::string(70000, 'x'));
+  object.Send("next::1\n");
+  ASSERT_TRUE(controller.Gets(9));
+  EXPECT_EQ(controller.Notes()[7], "change 0 first=1");
+  EXPECT_EQ(controller.Notes()[8], "change 0 next=1");
+
+  EXPECT_TRUE(file.WritePPS("e::1\n", 5));
+  EXPECT_EQ(object.Receive(), Text("e::1\n"));
+  object.Close();
+  EXPECT_TRUE(Eventually([&] { return !file.WritePPS("e::1\n", 5); }));
+}
+
+// Processor time of the whole process, in clock ticks.
+std::clock_t Spent() { return std::clock(); }
+
+TEST_F(FrameworkTest, ALostMcuFileIsOpenedAgainAndNeverSpunOn) {
+  auto device = std::make_unique<FakeManager>(root_, "/dev/mcu");
+  Controller controller;
+  NXQ::ZMCAR::McuFileBase file(kMcu, &controller);
+  controller.Init();
+  Connection mcu = Open(*device, file);
+  controller.AddFile(file.GetKey(), &file);
+  controller.Start();
+  for (int round = 0; round < 2; ++round) {
+    mcu.Send("unread reply");  // what was sent before the end is still delivered
+    device.reset();
+    mcu.Close();
+    ASSERT_TRUE(controller.Gets(static_cast<std::size_t>(2 * round + 1)));
+    const std::clock_t before = Spent();
+    std::this_thread::sleep_for(milliseconds(700));
+    EXPECT_LT(Spent() - before, CLOCKS_PER_SEC / 5);
+    device = std::make_unique<FakeManager>(root_, "/dev/mcu");
+    mcu = device->Grant(milliseconds(2000));
+    mcu.Send("back");
+    ASSERT_TRUE(controller.Gets(static_cast<std::size_t>(2 * round + 2)));
+    EXPECT_EQ(controller.Notes().back(), "packet back");
+  }
+  // Half closed: reads as empty for ever, which is an end as well.
+  ::shutdown(mcu.fd(), SHUT_WR);
+  mcu = device->Grant(milliseconds(2000));
+  mcu.Send("again");
+  EXPECT_TRUE(Eventually([&] { return controller.Notes().back() == "packet again"; }));
+}
+
+TEST_F(FrameworkTest, ALostObjectStaysClosedUntilItIsOpenedAnew) {
+  FakeManager pps(root_, "/pps");
+  Controller controller;
+  NXQ::ZMCAR::PPSFileBase file(kObject, &controller);
+  controller.Init();
+  Connection object = Open(pps, file);
+  controller.AddFile(file.GetKey(), &file);
+  controller.Start();
+  object.Close();
+  EXPECT_FALSE(pps.Accept(milliseconds(1200)));
+  object = Open(pps, file);
+  object.Send("a::1");
+  EXPECT_TRUE(controller.Gets(1));
+}
+
+TEST_F(FrameworkTest, StopAndRemoveWaitForTheRunningCallback) {
+  FakeManager device(root_, "/dev/mcu");
+  Controller controller;
+  NXQ::ZMCAR::McuFileBase file(kMcu, &controller);
+  std::atomic<bool> entered{false};
+  std::atomic<bool> left{false};
+  controller.on_packet = [&] {
+    entered = true;
+    std::this_thread::sleep_for(milliseconds(100));
+    left = true;
+  };
+  controller.Init();
+  Connection mcu = Open(device, file);
+  controller.AddFile(file.GetKey(), &file);
+  for (const bool remove : {true, false}) {
+    ASSERT_TRUE(controller.Start());
+    entered = left = false;
+    mcu.Send("slow");
+    ASSERT_TRUE(Eventually([&] { return entered.load(); }));
+    EXPECT_TRUE(remove ? controller.RemoveFile(file.GetKey()) : controller.Stop());
+    EXPECT_TRUE(left);
+    if (remove) controller.AddFile(file.GetKey(), &file);
+  }
+  // From a callback: it cannot wait for itself.
+  std::atomic<int> stopped{-1};
+  controller.on_packet = [&] {
+    controller.RemoveFile(file.GetKey());
+    stopped = controller.Stop() ? 1 : 0;
+  };
+  controller.Start();
+  mcu.Send("stop");
+  ASSERT_TRUE(Eventually([&] { return stopped == 0; }));
+  EXPECT_TRUE(controller.Stop());
+}
+
+TEST_F(FrameworkTest, StopsUnderAFloodAndKeepsNothing) {
+  FakeManager device(root_, "/dev/mcu");
+  const int before = CountDescriptors(::getpid());
+  for (int round = 0; round < 20; ++round) {
+    Controller controller;
+    NXQ::ZMCAR::McuFileBase file(kMcu, &controller);
+    controller.Init();
+    Connection mcu = Open(device, file);
+    controller.AddFile(file.GetKey(), &file);
+    controller.Start();
+    std::atomic<bool> flood{true};
+    std::thread sender([&] {
+      while (flood) ::send(mcu.fd(), "flood", 5, MSG_NOSIGNAL | MSG_DONTWAIT);
+    });
+    controller.Gets(5);
+    EXPECT_TRUE(controller.Stop());
+    const std::size_t count = controller.Notes().size();
+    std::this_thread::sleep_for(milliseconds(2));
+    EXPECT_EQ(controller.Notes().size(), count);
+    flood = false;
+    sender.join();
+    controller.RemoveFile(file.GetKey());
+    file.Close();
+    EXPECT_TRUE(controller.Close());
+  }
+  EXPECT_EQ(CountDescriptors(::getpid()), before);
+}
+
+}  // namespace
+}  // namespace bench

@@ -1,0 +1,417 @@
+// The platform's calls against raw resource managers, plain files and the log ring.
+
+#include <devctl.h>
+#include <process.h>
+#include <signal.h>
+#include <sys/slog.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <cstring>
+#include <sstream>
+#include <thread>
+
+#include "platform/io.h"
+#include "platform/logbase.h"
+#include "platform/slog_ring.h"
+#include "support/fake_manager.h"
+#include "wire/devices.h"
+
+namespace bench {
+namespace {
+
+using std::chrono::steady_clock;
+
+const int kGet = static_cast<int>(DCMD_SYS_INFO_GET_UUID);
+const int kSet = static_cast<int>(DCMD_SYS_INFO_SET_UUID);
+const int kBoth = static_cast<int>(DCMD_I2C_RECV);
+
+// Runs `manager` beside the calling thread and joins it at the end of the scope.
+class Beside {
+ public:
+  explicit Beside(std::function<void()> manager) : thread_(std::move(manager)) {}
+  ~Beside() { thread_.join(); }
+
+ private:
+  std::thread thread_;
+};
+
+TEST(OpenTest, AsksTheFirstSocketOfThePathForTheRest) {
+  TempRoot root;
+  FakeManager device(root, "/dev/sysinfo");
+  FakeManager pps(root, "/pps");
+  struct Case {
+    FakeManager* manager;
+    const char* path;
+    int flags;
+    const char* rest;
+  };
+  const Case cases[] = {
+      {&pps, "/pps/zelmar/system/key", O_RDONLY, "/zelmar/system/key"},
+      {&pps, "/pps/a?wait,backlog=30", O_RDWR | O_CREAT, "/a?wait,backlog=30"},
+      {&pps, "//pps//a", O_WRONLY | O_TRUNC, "//a"},
+      {&pps, "/pps", O_RDONLY, ""},
+      {&device, "/dev/sysinfo", O_RDWR, ""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.path);
+    std::optional<FakeManager::Opening> opening;
+    Beside manager([&] {
+      opening = c.manager->Accept();
+      if (opening) opening->connection.Answer(0);
+    });
+    const int fd = platform::open(c.path, c.flags, 0640);
+    EXPECT_GE(fd, 0) << std::strerror(errno);
+    EXPECT_EQ(::fcntl(fd, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+    ASSERT_TRUE(opening);
+    EXPECT_EQ(opening->request.kind, 1u);
+    EXPECT_EQ(opening->request.flags, static_cast<std::uint32_t>(c.flags));
+    EXPECT_EQ(opening->request.mode, 0640u);
+    EXPECT_EQ(opening->rest, c.rest);
+    EXPECT_EQ(platform::write(fd, "abc", 3), 3);
+    EXPECT_EQ(opening->connection.Receive(), Text("abc"));
+    ::close(fd);
+  }
+}
+
+TEST(OpenTest, RelativePathsStartAtTheWorkingDirectory) {
+  TempRoot root;
+  FakeManager pps(root, "/pps");
+  ASSERT_EQ(::chdir(root.path().c_str()), 0);
+  std::string rest;
+  {
+    Beside manager([&] { rest = pps.Accept()->rest; });
+    EXPECT_EQ(platform::open("pps/zelmar/media/zmsd/status", O_RDONLY), -1);
+  }
+  EXPECT_EQ(errno, EIO);
+  EXPECT_EQ(rest, "/zelmar/media/zmsd/status");
+  ASSERT_EQ(::chdir("/"), 0);
+}
+
+TEST(OpenTest, FailsAsTheManagerSaysAndNeverKeepsADescriptor) {
+  TempRoot root;
+  root.AddFile("/file", "text");
+  const int before = CountDescriptors(::getpid());
+  {
+    FakeManager pps(root, "/pps");
+    const int held = CountDescriptors(::getpid());
+    for (const int error : {ENOENT, EACCES, EBUSY}) {
+      Beside manager([&] { pps.Accept()->connection.Answer(error); });
+      EXPECT_EQ(platform::open("/pps/a", O_RDONLY), -1);
+      EXPECT_EQ(errno, error);
+    }
+    {
+      // A short answer, and none at all.
+      Beside manager([&] {
+        pps.Accept()->connection.Send("x");
+        pps.Accept();
+      });
+      EXPECT_EQ(platform::open("/pps/a", O_RDONLY), -1);
+      EXPECT_EQ(errno, EIO);
+      EXPECT_EQ(platform::access("/pps/a", F_OK), -1);
+      EXPECT_EQ(errno, EIO);
+    }
+    const auto start = steady_clock::now();
+    EXPECT_EQ(platform::open("/pps/silent", O_RDONLY), -1);
+    EXPECT_EQ(errno, EIO);
+    const auto waited = steady_clock::now() - start;
+    EXPECT_GE(waited, milliseconds(1900));
+    EXPECT_LE(waited, milliseconds(3000));
+    EXPECT_EQ(CountDescriptors(::getpid()), held);
+  }
+  EXPECT_EQ(platform::open("/pps/a", O_RDONLY), -1);
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_EQ(platform::open("/file/below", O_RDONLY), -1);
+  EXPECT_EQ(errno, ENOTDIR);
+  EXPECT_EQ(platform::open("", O_RDONLY), -1);
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_EQ(platform::open(std::string(5000, 'a').insert(0, "/").c_str(), O_RDONLY), -1);
+  EXPECT_EQ(errno, ENAMETOOLONG);
+  EXPECT_EQ(platform::access("/file", F_OK), 0);
+  EXPECT_EQ(CountDescriptors(::getpid()), before);
+}
+
+TEST(OpenTest, ASocketWhoseManagerDiedIsEio) {
+  TempRoot root;
+  Program unit(root, "headunit", {"--root", root.path(), "--empty"});
+  ASSERT_TRUE(Eventually([] { return platform::access("/pps", F_OK) == 0; }));
+  unit.Signal(SIGKILL);
+  unit.Wait();
+  EXPECT_EQ(platform::open("/pps/a", O_RDONLY), -1);
+  EXPECT_EQ(errno, EIO);
+  EXPECT_EQ(platform::access("/pps/a", F_OK), -1);
+}
+
+TEST(OpenTest, ReachesSocketsBehindAnyPathLength) {
+  TempRoot root;
+  const std::string directory = "/" + std::string(120, 'd') + "/" + std::string(120, 'e');
+  const std::string path = directory + "/" + std::string(80, 's');
+  FakeManager manager(root, path);
+  std::optional<FakeManager::Opening> opening;
+  int fd = -1;
+  {
+    Beside accept([&] {
+      opening = manager.Accept();
+      if (opening) opening->connection.Answer(0);
+    });
+    fd = platform::open((path + "/x").c_str(), O_RDWR);
+  }
+  ASSERT_GE(fd, 0) << std::strerror(errno);
+  EXPECT_EQ(opening->rest, "/x");
+  ::close(fd);
+}
+
+TEST(OpenTest, AnOpenFileOutlivesItsManagerWithoutASignal) {
+  TempRoot root;
+  FakeManager pps(root, "/pps");
+  int fd = -1;
+  {
+    Beside manager([&] { pps.Grant().Send("last words"); });
+    fd = platform::open("/pps/a", O_RDWR);
+  }
+  char text[32] = {0};
+  EXPECT_EQ(platform::write(fd, "x", 1), -1);
+  EXPECT_EQ(errno, EPIPE);
+  EXPECT_EQ(::read(fd, text, 4), 4);  // the tail of the message is dropped
+  EXPECT_STREQ(text, "last");
+  EXPECT_EQ(::read(fd, text, sizeof(text)), 0);
+  ::close(fd);
+}
+
+// One devctl call against a manager that behaves as `manager` does.
+int Control(int dcmd, sysinfo_param_t* record, const std::function<void(Connection&)>& manager,
+            Bytes* request = nullptr) {
+  TempRoot root;
+  FakeManager device(root, "/dev/sysinfo");
+  Beside beside([&] {
+    Connection connection = device.Grant();
+    const std::optional<Bytes> message = connection.Receive();
+    if (request != nullptr && message) *request = *message;
+    manager(connection);
+    connection.Receive(milliseconds(3000));  // keeps the connection until the caller is done
+  });
+  const int fd = platform::open("/dev/sysinfo", O_RDWR);
+  int info = 7;
+  errno = 0;
+  const int result = ::devctl(fd, dcmd, record, sizeof(*record), &info);
+  EXPECT_EQ(errno, 0);
+  EXPECT_EQ(info, 0);
+  ::close(fd);
+  return result;
+}
+
+TEST(DevctlTest, CarriesDataAsTheDirectionBitsSay) {
+  const sysinfo_param_t answer = {"0123456789abcdef0123456789ABCDE", 16};
+  const auto deliver = [&](Connection& connection) {
+    Bytes message(4 + sizeof(answer));
+    std::memcpy(message.data() + 4, &answer, sizeof(answer));
+    connection.Send(message);
+  };
+  const auto accept = [](Connection& connection) { connection.Answer(0); };
+  Bytes request;
+
+  sysinfo_param_t record = {"mine", 4};
+  EXPECT_EQ(Control(kSet, &record, accept, &request), 0);
+  ASSERT_EQ(request.size(), 44u);
+  EXPECT_EQ(Hex(Bytes(request.begin(), request.begin() + 8)), "06 05 24 80 24 00 00 00");
+  EXPECT_EQ(std::memcmp(request.data() + 8, &record, sizeof(record)), 0);
+  EXPECT_STREQ(record.uuid, "mine");
+
+  EXPECT_EQ(Control(kGet, &record, deliver, &request), 0);
+  EXPECT_EQ(request.size(), 8u);
+  EXPECT_EQ(std::memcmp(&record, &answer, sizeof(record)), 0);
+
+  EXPECT_EQ(Control(kBoth, &record, deliver, &request), 0);
+  EXPECT_EQ(request.size(), 44u);
+}
+
+TEST(DevctlTest, FailuresAreErrorNumbersAndLeaveTheRecord) {
+  const sysinfo_param_t mine = {"mine", 4};
+  struct Case {
+    const char* what;
+    std::function<void(Connection&)> manager;
+    int error;
+  };
+  const Case cases[] = {
+      {"refused", [](Connection& c) { c.Answer(ENOTTY); }, ENOTTY},
+      {"short data", [](Connection& c) { c.Send(Bytes(4 + 35)); }, EIO},
+      {"short error", [](Connection& c) { c.Send(Bytes(3)); }, EIO},
+      {"hang-up", [](Connection& c) { c.Close(); }, EIO},
+      {"silence", [](Connection&) {}, EIO},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    sysinfo_param_t record = mine;
+    EXPECT_EQ(Control(kBoth, &record, c.manager), c.error);
+    EXPECT_EQ(std::memcmp(&record, &mine, sizeof(record)), 0);
+  }
+  TempRoot root;
+  root.AddFile("/plain", "");
+  const int fd = platform::open("/plain", O_RDWR);
+  sysinfo_param_t record = mine;
+  EXPECT_EQ(::devctl(fd, kGet, &record, sizeof(record), nullptr), ENOTTY);
+  ::close(fd);
+  EXPECT_EQ(::devctl(-1, kGet, &record, sizeof(record), nullptr), EBADF);
+}
+
+TEST(DevctlTest, ALateAnswerIsNeverTakenForTheNext) {
+  TempRoot root;
+  FakeManager device(root, "/dev/sysinfo");
+  Beside beside([&] {
+    Connection connection = device.Grant();
+    connection.Receive();
+    std::this_thread::sleep_for(milliseconds(2300));
+    Bytes late(4 + sizeof(sysinfo_param_t), 0);
+    ::send(connection.fd(), late.data(), late.size(), MSG_NOSIGNAL);
+  });
+  const int fd = platform::open("/dev/sysinfo", O_RDWR);
+  sysinfo_param_t record = {"mine", 4};
+  EXPECT_EQ(::devctl(fd, kGet, &record, sizeof(record), nullptr), EIO);
+  std::this_thread::sleep_for(milliseconds(500));
+  EXPECT_EQ(::devctl(fd, kGet, &record, sizeof(record), nullptr), EIO);
+  EXPECT_STREQ(record.uuid, "mine");
+  ::close(fd);
+}
+
+TEST(SpawnTest, TheChildStartsClean) {
+  TempRoot root;
+  root.AddFile("/script.sh",
+               "#!/bin/sh\n"
+               "ls /proc/self/fd > fds\n"
+               "sed -nE 's/Sig(Blk|Ign):\\t*//p' /proc/self/status > signals\n"
+               "echo \"$0 $1\" > words; exit 3\n",
+               0755);
+  root.AddFile("/data", "x", 0644);
+  ASSERT_EQ(::chdir(root.path().c_str()), 0);
+  sigset_t termination;
+  ::sigemptyset(&termination);
+  ::sigaddset(&termination, SIGTERM);
+  ::pthread_sigmask(SIG_BLOCK, &termination, nullptr);
+  ::signal(SIGPIPE, SIG_IGN);
+  const int leaked = ::open("/dev/null", O_RDONLY);  // no close-on-exec
+  char* const argv[] = {const_cast<char*>("/script.sh"), const_cast<char*>("1"), nullptr};
+  const int pid = ::spawnv(P_NOWAIT, "/script.sh", argv);
+  ASSERT_GT(pid, 0);
+  int status = 0;
+  ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+  EXPECT_EQ(status, 3 << 8);
+  EXPECT_EQ(ReadFile("words"), root.path() + "/script.sh 1\n");
+  EXPECT_EQ(ReadFile("fds"), "0\n1\n2\n3\n");  // 3 is the listed directory itself
+  std::istringstream signals(ReadFile("signals"));
+  const std::uint64_t kOfTheLibrary = 3ULL << 31;  // 32 and 33: no program can set them
+  for (std::uint64_t mask = 1; signals >> std::hex >> mask;) EXPECT_EQ(mask & ~kOfTheLibrary, 0u);
+
+  EXPECT_EQ(::spawnv(P_NOWAIT, "/missing.sh", argv), -1);
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_EQ(::spawnv(P_NOWAIT, "/data", argv), -1);
+  EXPECT_EQ(errno, EACCES);
+  EXPECT_EQ(::spawnv(P_NOWAIT + 1, "/script.sh", argv), -1);
+  EXPECT_EQ(errno, EINVAL);
+  ::close(leaked);
+  ::signal(SIGPIPE, SIG_DFL);
+  ::pthread_sigmask(SIG_UNBLOCK, &termination, nullptr);
+  ASSERT_EQ(::chdir("/"), 0);
+}
+
+// slogf keeps its ring for a second before it looks for another: the tests of a process share one
+// root.
+class SlogTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ring_ = root_.path() + "/dev/slog";
+    root_.AddFile("/dev/keep", "");
+    ASSERT_EQ(platform::CreateSlogRing(ring_, 8), 0);
+    // Until the writer has found this ring.
+    ASSERT_EQ(reader_.Open(ring_), 0);
+    ASSERT_TRUE(Eventually([this] {
+      slogf(1, _SLOG_INFO, "%s", "probe");
+      platform::SlogLine line;
+      std::uint64_t lost;
+      return reader_.Next(&line, &lost) == platform::SlogReader::Result::kLine;
+    }));
+    reader_.SkipToEnd();
+  }
+  platform::SlogLine Next() {
+    platform::SlogLine line;
+    std::uint64_t lost = 0;
+    EXPECT_EQ(reader_.Next(&line, &lost), platform::SlogReader::Result::kLine);
+    return line;
+  }
+
+  TempRoot root_;
+  std::string ring_;
+  platform::SlogReader reader_;
+};
+
+TEST_F(SlogTest, LinesAreCutAndNumbered) {
+  EXPECT_EQ(slogf(0x1B1DC, _SLOG_ERROR, "%d-%s", 5, "x"), 3);
+  const platform::SlogLine line = Next();
+  EXPECT_EQ(line.text, "5-x");
+  EXPECT_EQ(line.opcode, 0x1B1DCu);
+  EXPECT_EQ(line.severity, 2u);
+  EXPECT_EQ(line.pid, static_cast<std::uint32_t>(::getpid()));
+  const std::string longest(platform::kSlogTextSize, 'a');
+  EXPECT_EQ(slogf(1, 6, "%s", (longest + "tail").c_str()), 608);
+  EXPECT_EQ(Next().text, longest);
+  EXPECT_EQ(slogf(1, 6, "%s%s", longest.c_str(), "tail"), 608);
+  EXPECT_EQ(Next().text, longest);
+
+  LOGBASE(LOG_LEV_DEBUG, "Work", "%s", std::string(600, 'b').c_str());
+  LOGBASE(LOG_LEV_DEBUG, std::string(600, 'f').c_str(), "never seen");
+  const platform::SlogLine first = Next();
+  const platform::SlogLine second = Next();
+  EXPECT_EQ(first.text, "_KRV_[Work]-" + std::string(499, 'b'));
+  EXPECT_EQ(second.text, "_KRV_[" + std::string(505, 'f'));
+  EXPECT_EQ(first.opcode & 0xFFFFFu, 0x1B1DCu);
+  EXPECT_EQ(second.opcode, first.opcode + (1u << 20));
+}
+
+TEST_F(SlogTest, AReaderTellsWhatItLost) {
+  for (int i = 0; i < 20; ++i) slogf(1, 6, "line %d", i);
+  platform::SlogLine line;
+  std::uint64_t lost = 0;
+  EXPECT_EQ(reader_.Next(&line, &lost), platform::SlogReader::Result::kLost);
+  std::uint64_t seen = 0;
+  while (reader_.Next(&line, &lost) == platform::SlogReader::Result::kLine) ++seen;
+  EXPECT_EQ(lost + seen, 20u);
+  EXPECT_EQ(line.text, "line 19");
+}
+
+TEST_F(SlogTest, WritersShareTheRingAndFollowANewOne) {
+  ASSERT_EQ(platform::CreateSlogRing(ring_, 1 << 14), 0);
+  EXPECT_TRUE(reader_.Replaced());
+  ASSERT_EQ(reader_.Open(ring_), 0);
+  ASSERT_TRUE(Eventually([this] {
+    slogf(1, 6, "%s", "probe");
+    platform::SlogLine line;
+    std::uint64_t lost;
+    return reader_.Next(&line, &lost) == platform::SlogReader::Result::kLine;
+  }));
+  reader_.SkipToEnd();
+  std::vector<std::thread> writers;
+  for (int writer = 0; writer < 4; ++writer) {
+    writers.emplace_back([writer] {
+      for (int i = 0; i < 3000; ++i) slogf(writer, 6, "%d:%d", writer, i);
+    });
+  }
+  for (std::thread& writer : writers) writer.join();
+  int next[4] = {0, 0, 0, 0};
+  for (int i = 0; i < 4 * 3000; ++i) {
+    const platform::SlogLine line = Next();
+    ASSERT_EQ(line.text, std::to_string(line.opcode) + ":" + std::to_string(next[line.opcode]++));
+  }
+}
+
+TEST_F(SlogTest, WhatIsNoRingIsNeverWritten) {
+  const std::string content(2000, 'z');
+  root_.AddFile("/dev/slog", content);
+  std::this_thread::sleep_for(milliseconds(1100));
+  EXPECT_EQ(slogf(1, 6, "%s", "into the host's log"), 19);
+  EXPECT_EQ(ReadFile(ring_), content);
+  EXPECT_NE(platform::CreateSlogRing(ring_, 7), 0);
+  EXPECT_NE(platform::SlogReader().Open(ring_), 0);
+}
+
+}  // namespace
+}  // namespace bench

@@ -1,0 +1,272 @@
+// The process: options, lifecycle, the packet link, the registry and the frame of replies.
+
+#include <signal.h>
+#include <sys/slog.h>
+
+#include <atomic>
+#include <cstdio>
+#include <thread>
+
+#include "support/bench.h"
+#include "support/fake_manager.h"
+
+namespace bench {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+const char kUsage[] = "Korvandis:V1.0.0.1Build2015-01-29\n  -v    get version\n  -h    get help\n";
+
+TEST(OptionsTest, EveryOptionEndsTheProcessWithItsText) {
+  TempRoot root;
+  struct Case {
+    std::vector<std::string> arguments;
+    const char* output;
+    bool complains;  // getopt does
+  };
+  const Case cases[] = {
+      {{"-v"}, "Korvandis:V1.0.0.1Build2015-01-29\n", false},
+      {{"-v", "-h"}, "Korvandis:V1.0.0.1Build2015-01-29\n", false},
+      {{"-h", "-v"}, kUsage, false},
+      {{"-hx"}, kUsage, false},
+      {{"-h"}, kUsage, true},
+      {{"-x"}, kUsage, true},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.arguments[0]);
+    Program service(root, "korvandis", c.arguments);
+    EXPECT_EQ(service.Wait(), 0);
+    EXPECT_EQ(service.Output(), c.output);
+    EXPECT_EQ(!service.Errors().empty(), c.complains);
+  }
+}
+
+TEST(OptionsTest, RunsWithoutAUnitUntilSigterm) {
+  TempRoot root;
+  Program service(root, "korvandis", {"ignored"});
+  std::this_thread::sleep_for(milliseconds(200));
+  ASSERT_TRUE(service.IsRunning());
+  EXPECT_EQ(service.Terminate(), 0);
+  Program interrupted(root, "korvandis");
+  std::this_thread::sleep_for(milliseconds(200));
+  interrupted.Signal(SIGINT);
+  EXPECT_EQ(interrupted.Wait(), 128 + SIGINT);
+}
+
+class ServiceTest : public BenchTest {
+ protected:
+  // What is logged between the packet's coming in and its being done with. `packet` has no reply.
+  Texts LinesOf(const Bytes& packet) {
+    Mark();
+    station_->SendRaw(packet);
+    EXPECT_TRUE(
+        Eventually([this] { return log_->Has(6, "_KRV_[OnRecvData]-OnRecvData------!\n"); }));
+    Texts texts;
+    for (const Log::Line& line : log_->Lines()) {
+      texts.push_back(std::to_string(line.severity) + " " + line.text);
+    }
+    return texts;
+  }
+};
+
+// Frame of every packet's lines around `inner`.
+Texts Received(const Texts& inner) {
+  Texts lines = {"6 _KRV_[OnRecvData]-OnRecvData++++++!\n",
+                 "6 _KRV_[ProcessDataPacket]-ProcessDataPacket!\n"};
+  lines.insert(lines.end(), inner.begin(), inner.end());
+  lines.push_back("6 _KRV_[OnRecvData]-OnRecvData------!\n");
+  return lines;
+}
+
+// The trace of a record.
+Texts Traced(const Texts& bytes, const Texts& rest) {
+  Texts lines = {"6 _KRV_[ParseATDataPacket]-ParseCANDataPacket:Receive data:"};
+  for (const std::string& byte : bytes)
+    lines.push_back("6 _KRV_[ParseATDataPacket]-0x" + byte + " ");
+  lines.push_back("6 _KRV_[ParseATDataPacket]-end\n");
+  lines.insert(lines.end(), rest.begin(), rest.end());
+  return Received(lines);
+}
+
+std::string Refused(int length, int needed) {
+  return "2 _KRV_[ParseATDataPacket]-record of " + std::to_string(length) + " bytes, " +
+         std::to_string(needed) + " needed, refused!\n";
+}
+
+Bytes WithPayloadLength(Bytes packet, std::uint32_t length) {
+  wire::StoreLe32(packet.data(), length);
+  return packet;
+}
+
+TEST_F(ServiceTest, DropsWhatIsNoWholeRecord) {
+  const Bytes whole = wire::BuildRequest(1, 9, {0xAA, 0xBB});
+  Bytes other_type = whole;
+  other_type[4] = 0xB4;
+  Bytes high_type = whole;
+  high_type[7] = 1;
+  const auto size_line = [](int size) {
+    return "6 _KRV_[ProcessDataPacket]-MCU data: nSize = " + std::to_string(size) +
+           ",  nHeaderSize = 28 \n";
+  };
+  const auto cut = [&whole](std::size_t size) {
+    return Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+  };
+  const Texts bytes = {"2a", "a2", "0", "3", "1", "9", "aa", "bb"};
+  const Texts unknown = {"6 _KRV_[CmdWork]-CmdWork? for [1]\n"};
+
+  EXPECT_EQ(LinesOf(cut(28)), Received({size_line(28)}));
+  EXPECT_EQ(LinesOf(cut(1)), Received({size_line(1)}));
+  EXPECT_EQ(LinesOf(other_type), Received({}));
+  EXPECT_EQ(LinesOf(high_type), Received({}));
+  EXPECT_EQ(LinesOf(whole), Traced(bytes, unknown));
+  EXPECT_EQ(LinesOf(whole), Traced(bytes, unknown));  // no entry comes to be
+  // The claimed length is bounded by what arrived, and bounds it.
+  EXPECT_EQ(LinesOf(WithPayloadLength(whole, 0xFFFFFFFF)), Traced(bytes, unknown));
+  EXPECT_EQ(LinesOf(WithPayloadLength(whole, 0x80000000)), Traced(bytes, unknown));
+  EXPECT_EQ(LinesOf(WithPayloadLength(whole, 10)),
+            Traced({bytes.begin(), bytes.end() - 1}, {Refused(7, 8)}));
+  EXPECT_EQ(LinesOf(WithPayloadLength(whole, 8)),
+            Traced({bytes.begin(), bytes.begin() + 5}, {Refused(5, 6)}));
+  for (const std::uint32_t none : {0u, 1u, 2u, 3u}) {
+    EXPECT_EQ(LinesOf(WithPayloadLength(whole, none)), Traced({}, {Refused(0, 6)}));
+  }
+  for (const std::size_t size : {29u, 30u, 31u}) {
+    EXPECT_EQ(LinesOf(cut(size)), Traced({}, {Refused(0, 6)}));
+  }
+  EXPECT_EQ(LinesOf(cut(36)), Traced({bytes.begin(), bytes.begin() + 5}, {Refused(5, 6)}));
+  EXPECT_FALSE(station_->Receive(milliseconds(50)));
+}
+
+TEST_F(ServiceTest, FramesRepliesAndTracesThem) {
+  Mark();
+  station_->SendRaw(wire::BuildRequest(7, 7, {}));
+  const std::optional<Bytes> first = station_->Receive();
+  ASSERT_TRUE(first);
+  EXPECT_EQ(Hex(*first),
+            "09 00 00 00 34 00 00 00 00 00 00 00 00 00 00 00 c8 00 00 00 03 00 00 00 00 00 00 00 "
+            "34 00 02 2a a2 00 00 87 07");
+  EXPECT_TRUE(
+      Eventually([this] { return Errors() == "inBuf('') \nVER_SUB_CMD is not define!('7') \n"; }));
+  Texts sent = {"6 _KRV_[CmdWork]-CmdWork? for [7]\n", "6 _KRV_[CmdWork]-CmdWork [7]!\n",
+                "6 _KRV_[SendCtrCmd]-SendCtrCmd?9\n", "6 _KRV_[SendCtrCmd]-SendCtrCmd:send data:"};
+  for (const std::uint8_t byte : *first) {
+    char text[8];
+    std::snprintf(text, sizeof(text), "0x%x ", byte);
+    sent.push_back(std::string("6 _KRV_[SendCtrCmd]-") + text);
+  }
+  sent.insert(sent.end(), {"6 _KRV_[SendCtrCmd]-end\n", "6 _KRV_[SendCtrCmd]-SendCtrCmd[37]!\n",
+                           "6 _KRV_[CmdWork]-CmdWork for m_cmd=7,m_subCmd= 7\n"});
+  EXPECT_TRUE(Eventually([this] { return log_->Has(6, "_KRV_[OnRecvData]-OnRecvData------!\n"); }));
+  Texts lines;
+  for (const Log::Line& line : log_->Lines()) {
+    lines.push_back(std::to_string(line.severity) + " " + line.text);
+  }
+  EXPECT_EQ(lines, Traced({"2a", "a2", "0", "1", "7", "7"}, sent));
+
+  // The sequence number counts replies and wraps; it is the service's own.
+  for (int i = 1; i <= 256; ++i) {
+    station_->SendRaw(wire::BuildRequest(7, 7, {}, 99));
+    const std::optional<Bytes> reply = station_->Receive();
+    ASSERT_TRUE(reply);
+    ASSERT_EQ((*reply)[29], i & 0xFF);
+  }
+}
+
+TEST_F(ServiceTest, ARecordWithoutSubCommandIsReadAndRefused) {
+  Bytes packet = wire::BuildRequest(7, 1, {});
+  packet[28 + 3 + 3] = 0;
+  const Texts lines = LinesOf(packet);
+  EXPECT_EQ(lines[lines.size() - 3], "6 _KRV_[GetHead]-m_len < 1 [0]!\n");
+  EXPECT_EQ(lines[lines.size() - 2], "6 _KRV_[CmdWork]-CmdWork for m_cmd=7,m_subCmd= 1\n");
+  EXPECT_FALSE(station_->Receive(milliseconds(50)));
+}
+
+TEST_F(ServiceTest, HasNineCommandsAndNoOther) {
+  for (int number = 0; number < 256; ++number) {
+    Bytes packet = wire::BuildRequest(static_cast<std::uint8_t>(number), 200, {});
+    packet[28 + 3 + 3] = 0;  // no sub-command: dispatched, and nothing done
+    LinesOf(packet);
+    const bool known = std::string("\0\3\4\5\6\7\12\14\15", 9).find(static_cast<char>(number)) !=
+                       std::string::npos;
+    EXPECT_EQ(log_->Has(6, "_KRV_[CmdWork]-CmdWork [" + std::to_string(number) + "]!\n"), known)
+        << number;
+  }
+}
+
+TEST_F(ServiceTest, EndsInOrderAlsoUnderAFlood) {
+  std::atomic<bool> flood{true};
+  std::thread sender([&] {
+    Station flooder;
+    while (flood) {
+      flooder.Send(7, 1);
+      while (flooder.Receive(milliseconds(0))) {
+      }
+    }
+  });
+  std::this_thread::sleep_for(milliseconds(100));
+  EXPECT_EQ(StopService(), 0);
+  flood = false;
+  sender.join();
+  EXPECT_TRUE(log_->Has(6, "_KRV_[Close]-Close!\n"));
+}
+
+TEST_F(ServiceTest, ServesOnWhenTheDeviceWasGone) {
+  EXPECT_EQ(unit_->Control("mcu down"), "ok");
+  std::this_thread::sleep_for(milliseconds(100));
+  EXPECT_EQ(unit_->Control("mcu up"), "ok");
+  ASSERT_TRUE(unit_->WaitForService(milliseconds(2000)));
+  Station station;
+  EXPECT_EQ(station.Ask(7, 7), Bytes());
+}
+
+TEST_F(ServiceTest, IsIdleWhenNothingComes) {
+  station_->Ask(7, 7);
+  const auto switches = [this] {
+    std::size_t total = 0;
+    for (const char* thread : {"voluntary", "nonvoluntary"}) {
+      const std::string status = ReadFile("/proc/" + std::to_string(service_->pid()) + "/status");
+      const std::size_t place = status.find(std::string("\n") + thread + "_ctxt_switches:");
+      total += std::stoul(status.substr(status.find(':', place) + 1));
+    }
+    return total;
+  };
+  std::this_thread::sleep_for(milliseconds(100));
+  const std::size_t before = switches();
+  std::this_thread::sleep_for(milliseconds(1500));
+  EXPECT_EQ(switches(), before);
+}
+
+// Without a unit's MCU between: whatever the link carries, the next request is served.
+TEST(LinkTest, AnyBytesOnTheLinkAndTheNextRequestIsServed) {
+  TempRoot root;
+  FakeManager device(root, wire::kMcuDevicePath);
+  Program service(root, "korvandis");
+  Connection mcu = device.Grant();
+  std::uint32_t random = 1;
+  const auto next = [&random] { return random = random * 1664525u + 1013904223u; };
+  for (int i = 0; i < 3000; ++i) {
+    Bytes packet(next() >> 8 & (i % 50 == 0 ? 0xFFFF : 0x7F));
+    for (std::uint8_t& byte : packet) byte = static_cast<std::uint8_t>(next() >> 16);
+    // Most get past the type, and many to a command.
+    if (packet.size() > 8 && i % 4 != 0) {
+      wire::StoreLe32(packet.data() + 4, 0xB3);
+      wire::StoreLe32(packet.data(), static_cast<std::uint32_t>(packet.size()));
+    }
+    if (packet.size() > 36 && i % 2 != 0) packet[35] = packet[35] % 14 == 6 ? 7 : packet[35] % 14;
+    mcu.Send(packet);
+    while (mcu.Receive(milliseconds(0))) {
+    }
+  }
+  mcu.Send(wire::BuildRequest(7, 200, {}));
+  wire::Reply reply{};
+  EXPECT_TRUE(Eventually(
+      [&] {
+        const std::optional<Bytes> packet = mcu.Receive(milliseconds(100));
+        return packet && wire::ParseReply(*packet, &reply) && reply.sub_command == 200;
+      },
+      milliseconds(20000)));
+  EXPECT_EQ(service.Terminate(), 0);
+}
+
+}  // namespace
+}  // namespace bench
