@@ -85,8 +85,9 @@ void Src::GetNowPlaying() {
     pps_decoder_pop(&decoder);
   }
   pps_decoder_cleanup(&decoder);
-  if (source == nullptr || std::strlen(source) < kPrefixSize) return;
+  if (source == nullptr) return;
   std::fprintf(stderr, "read decoder bufGet is('%s') \n", source);
+  if (std::strlen(source) < kPrefixSize) return;
 
   char const* const name = source + kPrefixSize;
   if (std::strlen(name) >= sizeof(m_srcName)) {
