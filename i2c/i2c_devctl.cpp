@@ -3,6 +3,7 @@
 #include <devctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -78,7 +79,7 @@ int open_i2c(char const* path, std::uint32_t speed, int verbose) {
     std::printf("open_i2c(): open %s failed, error=%s \n", path, std::strerror(errno));
     return -1;
   }
-  if (verbose != 0) std::printf("speed=%u \n", speed);
+  if (verbose != 0) std::printf("speed=%d \n", static_cast<int>(speed));
   int const error = Request(handle, DCMD_I2C_SET_BUS_SPEED, &speed);
   if (error != 0) {
     std::printf("open_i2c(): set speed failed, error=%s \n", std::strerror(error));
@@ -147,7 +148,7 @@ int i2c_read(int handle, std::uint32_t slave, std::uint32_t reg, std::uint32_t w
                 "i2c_read(): MAX try error ", verbose)) {
     return -1;
   }
-  std::memcpy(destination, record.data, length);
+  std::copy(record.data, record.data + length, destination);
   return 0;
 }
 
@@ -170,7 +171,7 @@ int i2c_send_recv(int handle, std::uint32_t slave, std::uint32_t reg, std::uint3
                 "i2c_send_recv(): MAX try error ", verbose)) {
     return -1;
   }
-  std::memcpy(destination, record.data, length);
+  std::copy(record.data, record.data + length, destination);
   return 0;
 }
 

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstring>
 
 #include "resolve.h"
 
@@ -21,7 +22,9 @@ class CleanStart {
     sigset_t none;
     sigset_t all;
     sigemptyset(&none);
-    sigfillset(&all);
+    // Every bit: sigfillset leaves out the C library's own two signals, which the child would then
+    // start with ignored.
+    std::memset(&all, 0xFF, sizeof(all));
     posix_spawnattr_setsigmask(&attributes_, &none);
     posix_spawnattr_setsigdefault(&attributes_, &all);
     posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);

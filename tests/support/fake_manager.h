@@ -35,7 +35,8 @@ class Connection {
 
 class FakeManager {
  public:
-  // Binds the socket at `path` below the root.
+  // Binds the socket at `path` below the root, in the place of whatever lies there: the unit's own
+  // manager then hears of no further open.
   FakeManager(const TempRoot& root, const std::string& path);
   ~FakeManager();  // removes the socket
   FakeManager(const FakeManager&) = delete;
