@@ -106,7 +106,7 @@ int RunMonitor(Context& context) {
       return tools::kExitRight;
     }
     const auto direction = static_cast<wire::Direction>(head.direction);
-    const std::size_t skipped = whole ? 0 : std::min(packet.size(), wire::kHeaderSize);
+    const std::size_t skipped = whole ? 0 : LinkOffset(packet);
     context.out << tools::ClockTime(head.nanoseconds)
                 << (direction == wire::Direction::kToService ? " > " : " < ")
                 << Hex(packet.data() + skipped, packet.size() - skipped) << "  "

@@ -56,6 +56,10 @@ bool ParseRequest(const Bytes& packet, std::uint8_t* number, std::uint8_t* sub_c
   return true;
 }
 
+std::size_t LinkOffset(const Bytes& packet) {
+  return packet.size() > wire::kHeaderSize ? wire::kHeaderSize : 0;
+}
+
 std::string DescribePacket(wire::Direction direction, const Bytes& packet) {
   return direction == wire::Direction::kToService ? DescribeRequest(packet) : DescribeReply(packet);
 }

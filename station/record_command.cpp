@@ -1,7 +1,6 @@
 // `station record` and `station replay`.
 #include <algorithm>
 #include <fstream>
-#include <thread>
 
 #include "builtin.h"
 #include "files.h"
@@ -12,7 +11,9 @@
 namespace station {
 namespace {
 
-const double kLongestPause = 5;          // seconds between two requests, whatever was recorded
+const double kLongestPause = 5;  // seconds between two requests, whatever was recorded
+const std::chrono::milliseconds kPatience(500);
+const int kAskAgainMilliseconds = 50;
 const int kLateReplyMilliseconds = 200;  // for a reply where none was recorded
 
 int Complain(Context& context, const std::string& problem) {
@@ -20,7 +21,7 @@ int Complain(Context& context, const std::string& problem) {
   return tools::kExitWrong;
 }
 
-std::string Shown(const std::string& path) { return "'" + tools::Escape(path) + "'"; }
+std::string Quoted(const std::string& path) { return "'" + tools::Escape(path) + "'"; }
 
 // Plays the requests of a recording and compares the answers.
 class Replay {
@@ -38,7 +39,10 @@ class Replay {
           interrupt_->Pending() ? "interrupted" : link_.Send(exchanges[i].request);
       if (!problem.empty()) return Complain(context_, problem);
       number_ = i + 1;
-      if (!Compare(exchanges[i])) return Complain(context_, "the unit is gone");
+      // The same question several times in a row waits for something: the last answer counts.
+      const bool polled =
+          i + 1 < exchanges.size() && exchanges[i + 1].request == exchanges[i].request;
+      if (!Compare(exchanges[i], polled)) return Complain(context_, "the unit is gone");
       ReportUnexpected();
     }
     link_.Collect(kLateReplyMilliseconds);
@@ -55,41 +59,49 @@ class Replay {
   }
 
   // False when the unit is gone.
-  bool Compare(const RecordedExchange& exchange) {
+  bool Compare(const RecordedExchange& exchange, bool polled) {
     const std::string request = DescribePacket(wire::Direction::kToService, exchange.request);
     wire::Reply recorded;
     if (!wire::ParseReply(exchange.reply, &recorded)) {
       Line("sent", request);
       return true;
     }
+    // What a write changed may take a moment: another answer is asked for again for a while.
+    const auto patience = Clock::now() + kPatience;
+    const bool ignored = polled || Ignored(request);
     wire::Reply reply;
     Bytes packet;
-    const Link::Result result =
-        link_.Receive(recorded.command, recorded.sub_command,
-                      Clock::now() + Seconds(context_.timeout), &reply, &packet);
-    if (result == Link::Result::kGone) return false;
-    if (Ignored(request)) {
-      Line("ignored", request);
-      return true;
+    while (true) {
+      packet.clear();
+      const Link::Result result =
+          link_.Receive(recorded.command, recorded.sub_command,
+                        Clock::now() + Seconds(context_.timeout), &reply, &packet);
+      if (result == Link::Result::kGone) return false;
+      const bool same = result == Link::Result::kReply && reply.data == recorded.data;
+      if (ignored || same) {
+        compared_ += ignored ? 0 : 1;
+        Line(ignored ? (polled ? "polled" : "ignored") : "same", request);
+        return true;
+      }
+      if (result != Link::Result::kReply || Clock::now() >= patience || interrupt_->Pending())
+        break;
+      interrupt_->Wait(-1, kAskAgainMilliseconds);
+      if (!link_.Send(exchange.request).empty()) return false;
     }
     ++compared_;
-    if (result == Link::Result::kReply && reply.data == recorded.data) {
-      Line("same", DescribePacket(wire::Direction::kFromService, packet));
-      return true;
-    }
     ++differences_;
     Line("DIFFERS", request);
-    context_.out << "       recorded  "
-                 << DescribePacket(wire::Direction::kFromService, exchange.reply) << " ["
-                 << Hex(recorded.data) << "]\n       now       ";
-    if (result == Link::Result::kNone) {
-      context_.out << "no answer" << std::endl;
-    } else {
-      const bool whole = result == Link::Result::kReply;
-      context_.out << DescribePacket(wire::Direction::kFromService, packet) << " ["
-                   << (whole ? Hex(reply.data) : Hex(packet)) << ']' << std::endl;
-    }
+    context_.out << "                 recorded  " << Shown(exchange.reply)
+                 << "\n                 now       " << Shown(packet) << std::endl;
     return true;
+  }
+
+  // A reply as its meaning and its bytes behind the header.
+  static std::string Shown(const Bytes& packet) {
+    if (packet.empty()) return "no answer";
+    const std::size_t skipped = LinkOffset(packet);
+    return DescribePacket(wire::Direction::kFromService, packet) + " [" +
+           Hex(packet.data() + skipped, packet.size() - skipped) + "]";
   }
 
   // Replies that came although none was recorded.
@@ -148,7 +160,7 @@ int RecordTraffic(Context& context) {
     file << RecordingEntry(format, packet) << std::flush;
     ++count;
   }
-  if (!file.good()) return Complain(context, Shown(path) + " cannot be written");
+  if (!file.good()) return Complain(context, Quoted(path) + " cannot be written");
   context.out << count << " packets in " << tools::Escape(path) << '\n';
   return tools::kExitRight;
 }
@@ -160,14 +172,14 @@ int ReplayTraffic(Context& context) {
   std::vector<RecordedPacket> packets;
   if (problem.empty()) {
     problem = ParseRecording(text, &packets);
-    if (!problem.empty()) problem = Shown(path) + ": " + problem;
+    if (!problem.empty()) problem = Quoted(path) + ": " + problem;
   }
   if (!problem.empty()) {
     context.err << "station: replay: " << problem << "; see 'station replay --help'\n";
     return tools::kExitUsage;
   }
   const std::vector<RecordedExchange> exchanges = PairExchanges(packets);
-  if (exchanges.empty()) return Complain(context, Shown(path) + " holds no requests");
+  if (exchanges.empty()) return Complain(context, Quoted(path) + " holds no requests");
   tools::Interrupt interrupt;
   return Replay(context, &interrupt).Run(exchanges);
 }

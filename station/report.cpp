@@ -2,6 +2,8 @@
 #include <cmath>
 #include <cstdio>
 #include <ctime>
+#include <map>
+#include <string_view>
 
 #include "station/sequence_run.h"
 
@@ -33,47 +35,47 @@ std::string Duration(double seconds) {
   return text;
 }
 
-// Attribute or element text. What XML cannot hold is escaped as on a terminal.
-std::string Xml(const std::string& text) {
-  std::string safe;
-  for (const char c : tools::Escape(text)) {
-    switch (c) {
-      case '&':
-        safe += "&amp;";
-        break;
-      case '<':
-        safe += "&lt;";
-        break;
-      case '>':
-        safe += "&gt;";
-        break;
-      case '"':
-        safe += "&quot;";
-        break;
-      default:
-        safe += c;
-    }
+// Calls `take` with each character of `text`, or with a byte that is none and its number.
+template <typename Take>
+void ForEachCharacter(std::string_view text, Take take) {
+  while (!text.empty()) {
+    const std::size_t length = tools::Utf8Length(text);
+    const bool control = static_cast<unsigned char>(text[0]) < 0x20 || text[0] == 0x7F;
+    const std::string_view character = text.substr(0, length == 0 ? 1 : length);
+    take(character, length == 0 || control ? static_cast<unsigned char>(text[0]) : -1);
+    text.remove_prefix(character.size());
   }
+}
+
+// Attribute or element text. Bytes that XML cannot hold become \xNN.
+std::string Xml(const std::string& text) {
+  static const std::map<char, const char*> entities = {
+      {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}};
+  std::string safe;
+  ForEachCharacter(text, [&](std::string_view character, int number) {
+    const auto entity = entities.find(character[0]);
+    char code[8];
+    std::snprintf(code, sizeof(code), "\\x%02X", number & 0xFF);
+    if (number >= 0) {
+      safe += code;
+    } else if (entity != entities.end()) {
+      safe += entity->second;
+    } else {
+      safe += character;
+    }
+  });
   return safe;
 }
 
 // A JSON string. A byte that is no UTF-8 becomes the character of its number.
 std::string Json(const std::string& text) {
   std::string quoted = "\"";
-  for (std::string_view rest = text; !rest.empty();) {
-    const auto byte = static_cast<unsigned char>(rest[0]);
-    const std::size_t length = tools::Utf8Length(rest);
-    if (length == 0 || byte < 0x20 || byte == 0x7F) {
-      char code[8];
-      std::snprintf(code, sizeof(code), "\\u%04x", byte);
-      quoted += code;
-      rest.remove_prefix(1);
-      continue;
-    }
-    if (byte == '"' || byte == '\\') quoted += '\\';
-    quoted += rest.substr(0, length);
-    rest.remove_prefix(length);
-  }
+  ForEachCharacter(text, [&](std::string_view character, int number) {
+    char code[8];
+    std::snprintf(code, sizeof(code), "\\u%04x", number & 0xFF);
+    if (number < 0 && (character[0] == '"' || character[0] == '\\')) quoted += '\\';
+    quoted += number >= 0 ? std::string_view(code) : character;
+  });
   return quoted + "\"";
 }
 

@@ -64,7 +64,7 @@ void DryRun(const Sequence& sequence, const std::set<std::string>& phases, const
       }
       for (const Expectation& expectation : step.expectations) {
         out << "    expects " << expectation.field << ' '
-            << DescribeExpectation(expectation, values) << '\n';
+            << tools::Escape(DescribeExpectation(expectation, values)) << '\n';
       }
     }
   }

@@ -503,7 +503,7 @@ std::string DescribeExpectation(const Expectation& expectation, const Values& va
     std::string filled;
     std::string missing;
     FillValues(text, values, &filled, &missing);
-    return tools::Escape(filled);
+    return filled;
   };
   std::string text;
   switch (expectation.kind) {

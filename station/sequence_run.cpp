@@ -134,7 +134,7 @@ class Runner {
     record->message = exchange.problem;
     record->request = exchange.request;
     record->reply = exchange.reply;
-    record->answer = Describe(exchange.answer);
+    record->answer = exchange.proof.empty() ? Describe(exchange.answer) : "verified";
     record->measurements.clear();
     bool passed = exchange.right();
     for (const Expectation& expectation : step.expectations) {
@@ -168,8 +168,9 @@ class Runner {
     std::string problem;
     measurement.passed = Holds(expectation, field, values_, &problem);
     if (!measurement.passed && record->message.empty()) {
-      record->message = expectation.field + " is '" + tools::Escape(field.text) + "', not " +
-                        (problem.empty() ? measurement.expected : "decidable: " + problem);
+      record->message =
+          expectation.field + " is '" + tools::Escape(field.text) + "', not " +
+          (problem.empty() ? tools::Escape(measurement.expected) : "decidable: " + problem);
     }
     return measurement;
   }

@@ -14,6 +14,10 @@ namespace station {
 bool ParseRequest(const Bytes& packet, std::uint8_t* number, std::uint8_t* sub_command,
                   Bytes* parameters);
 
+// Where the part of a packet begins that is worth showing: behind the header, or at the start when
+// there is nothing behind it.
+std::size_t LinkOffset(const Bytes& packet);
+
 // One line that says what a packet means: "bt name 'Car 7'", "version mpu: 1.4.2"; for packets that
 // are no commands, what they are instead.
 std::string DescribePacket(wire::Direction direction, const Bytes& packet);

@@ -1,0 +1,426 @@
+// The station's table: what is typed, the bytes that it becomes, and what replies mean.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <set>
+#include <sstream>
+
+#include "station/answer.h"
+#include "station/command.h"
+#include "station/command_line.h"
+#include "station/packet_text.h"
+#include "support/bench.h"
+#include "wire/at_packet.h"
+
+namespace station {
+namespace {
+
+std::vector<std::string> Words(const std::string& line) {
+  std::vector<std::string> words;
+  EXPECT_EQ(SplitWords(line, &words), "") << line;
+  return words;
+}
+
+// The request that a command line becomes: command number, sub-command, parameters.
+Bytes Request(const std::string& line) {
+  Invocation invocation;
+  EXPECT_EQ(ParseInvocation(Words(line), &invocation), "") << line;
+  if (invocation.command == nullptr) return {};
+  Bytes bytes = {invocation.command->number, invocation.command->sub_command};
+  const Bytes parameters = EncodeParameters(invocation);
+  bytes.insert(bytes.end(), parameters.begin(), parameters.end());
+  return bytes;
+}
+
+std::string Problem(const std::string& line) {
+  Invocation invocation;
+  return ParseInvocation(Words(line), &invocation);
+}
+
+Answer Decode(const ReplyFormat& format, const Bytes& data) { return format.decode(format, data); }
+
+// The value of a reply's first field.
+std::string Value(const ReplyFormat& format, const Bytes& data) {
+  const Answer answer = Decode(format, data);
+  return answer.fields.empty() ? "" : answer.fields[0].text;
+}
+
+TEST(StationCommand, EveryCommandHasItsBytes) {
+  const std::pair<const char*, Bytes> requests[] = {
+      {"version mpu", {7, 1}},
+      {"version bt", {7, 4}},
+      {"version map", {7, 5}},
+      {"version touch", {7, 27}},
+      {"version ifs", {7, 29}},
+      {"uuid", {10, 11}},
+      {"uuid AB", {10, 10, 'A', 'B'}},
+      {"serial", {10, 3}},
+      {"serial 'A B'", {10, 2, 'A', ' ', 'B'}},
+      {"bt name", {4, 13}},
+      {"bt name x", {4, 0, 'x'}},
+      {"bt pair 0000", {4, 5, '0', '0', '0', '0'}},
+      {"bt mac", {4, 7}},
+      {"bt mac 00:1a-7D:da:71:13", {4, 14, 0x00, 0x1A, 0x7D, 0xDA, 0x71, 0x13}},
+      {"bt on", {4, 11, 1}},
+      {"bt off", {4, 11, 0}},
+      {"bt call 1", {4, 4, '1'}},
+      {"bt answer", {4, 3, 0}},
+      {"bt hangup", {4, 3, 1}},
+      {"bt next", {4, 1, 1}},
+      {"bt previous", {4, 1, 0}},
+      {"bt play", {4, 2, 0}},
+      {"bt stop", {4, 2, 1}},
+      {"calibrate", {6, 4}},
+      {"chip", {12, 0}},
+      {"source radio", {0, 0, 1}},
+      {"source navi", {0, 0, 13}},
+      {"source bttel", {0, 0, 7}},
+      {"source btaudio", {0, 0, 28}},
+      {"source sd", {0, 0, 12}},
+      {"source usb", {0, 0, 6}},
+      {"source disc", {0, 0, 2}},
+      {"source aux1", {0, 0, 9}},
+      {"source aux2", {0, 0, 4}},
+      {"source ipod", {0, 0, 18}},
+      {"media next", {3, 0, 0}},
+      {"media previous", {3, 0, 1}},
+      {"media jump 3 300", {3, 1, 0, 3, 1, 0x2C}},
+      {"media pause", {3, 2, 0}},
+      {"media play", {3, 2, 1}},
+      {"media stop", {3, 2, 2}},
+      {"media setup", {3, 3}},
+      {"media device", {3, 4}},
+      {"media position", {3, 5}},
+      {"media state", {3, 6}},
+      {"media region 6", {3, 7, 6}},
+      {"media region", {3, 8}},
+      {"media repeat 4", {3, 9, 4}},
+      {"usb present", {13, 0}},
+      {"sd present", {13, 1}},
+      {"usb sync", {13, 2}},
+      {"sd sync", {13, 3}},
+      {"gps satellites", {5, 0}},
+      {"gps position", {5, 2}},
+      {"gps speed", {5, 3}},
+      {"gps angle", {5, 4}},
+      {"gps navi 5", {5, 5}},
+      {"gps navi 2", {5, 6, 1}},
+      {"gps navi 3", {5, 6, 2}},
+      {"gps navi 10", {5, 7}},
+  };
+  for (const auto& [line, bytes] : requests) EXPECT_EQ(Hex(Request(line)), Hex(bytes)) << line;
+}
+
+TEST(StationCommand, RequestsReadBackAsTheyAreTyped) {
+  for (const char* line : {"version model", "bt name 'Car 7'", "bt mac 00:1A:7D:DA:71:13", "bt off",
+                           "media jump 65535 1", "source btaudio", "gps navi 3", "uuid"}) {
+    const Bytes request = Request(line);
+    Invocation invocation;
+    ASSERT_TRUE(DecodeRequest(request[0], request[1], Bytes(request.begin() + 2, request.end()),
+                              &invocation))
+        << line;
+    EXPECT_EQ(CommandLine(invocation), line);
+  }
+  Invocation invocation;
+  EXPECT_FALSE(DecodeRequest(99, 0, {}, &invocation));
+  EXPECT_FALSE(DecodeRequest(4, 11, {2}, &invocation)) << "neither on nor off";
+  EXPECT_FALSE(DecodeRequest(4, 11, {}, &invocation));
+  EXPECT_FALSE(DecodeRequest(4, 14, {1, 2, 3, 4, 5}, &invocation)) << "a cut address";
+  EXPECT_FALSE(DecodeRequest(3, 1, {0, 3, 0}, &invocation));
+  EXPECT_FALSE(DecodeRequest(7, 1, {0}, &invocation)) << "bytes that no argument takes";
+  EXPECT_FALSE(DecodeRequest(0, 0, {3}, &invocation)) << "no source";
+}
+
+TEST(StationCommand, WrongUsageSaysWhatIsWrong) {
+  const std::pair<const char*, const char*> problems[] = {
+      {"nonsense", "unknown command 'nonsense'"},
+      {"bt nonsense", "'bt' has no 'nonsense', only: name, pair, mac"},
+      {"gps", "'gps' needs one of: satellites, position"},
+      {"gps navi 4", "'gps navi' has no '4', only: 2, 3, 5, 10"},
+      {"usb nonsense", "'usb' has no 'nonsense', only: present, sync"},
+      {"chip now", "'chip' takes no argument"},
+      {"bt name a b", "'bt name' takes no argument or TEXT"},
+      {"bt pair", "'bt pair' takes CODE"},
+      {"media jump 3", "'media jump' takes FOLDER TRACK"},
+      {"media jump 3 65536", "TRACK '65536' is not a number from 0 to 65535"},
+      {"media jump -1 1", "FOLDER '-1' is not a number"},
+      {"media region 7", "REGION '7' is not a number from 0 to 6"},
+      {"media region 0x100000005", "is not a number"},
+      {"source tape", "NAME 'tape' is none of: radio, navi"},
+      {"source ''", "NAME '' is none of"},
+      {"bt mac 00:11:22:33:44", "is not a MAC address"},
+      {"bt mac 00:11:22:33:44:5g", "is not a MAC address"},
+      {"bt mac 0:011:22:33:44:55", "is not a MAC address"},
+      {"serial ''", "TEXT '' is empty"},
+      {"serial 123456789012345678901", "is longer than 20 bytes"},
+      {"uuid 12345678901234567", "is longer than 16 bytes"},
+      {"bt name 'a\nb'", "'a\\nb' has control characters"},
+      {"raw 256 1", "COMMAND '256' is not a number from 0 to 255"},
+      {"raw 7 1 100", "BYTE '100' is not a byte in hexadecimal"},
+      {"raw 7", "'raw' takes COMMAND SUB [BYTE...]"},
+  };
+  for (const auto& [line, problem] : problems) {
+    EXPECT_NE(Problem(line).find(problem), std::string::npos) << line << ": " << Problem(line);
+  }
+  std::vector<std::string> words;
+  EXPECT_NE(SplitWords("bt name 'open", &words), "");
+  EXPECT_NE(SplitWords("bt name open\\", &words), "");
+}
+
+TEST(StationCommand, ArgumentsTakeTheirLongestText) {
+  EXPECT_EQ(Request("serial 12345678901234567890").size(), 2U + 20U);
+  EXPECT_EQ(Request("uuid 1234567890123456").size(), 2U + 16U);
+  EXPECT_EQ(Request("bt name " + std::string(125, 'x')).size(), 2U + 125U);
+  EXPECT_NE(Problem("bt name " + std::string(126, 'x')), "");
+  EXPECT_EQ(Request("bt call " + std::string(34, '1')).size(), 2U + 34U);
+  EXPECT_NE(Problem("bt call " + std::string(35, '1')), "");
+}
+
+TEST(StationAnswer, TextsAndIdentities) {
+  EXPECT_EQ(Value(kVersionReply, bench::Text("1.2")), "1.2");
+  EXPECT_EQ(Decode(kVersionReply, bench::Text("1.2")).problem, "");
+  EXPECT_NE(Decode(kVersionReply, {}).problem, "");
+  EXPECT_EQ(Describe(Decode(kVersionReply, {'5', '\n', 0xFF, 0, 0x1B})), "5\\n\\xFF\\x00\\x1B");
+
+  EXPECT_EQ(Value(kIdentityReply, {'A', 'B', 0, 0}), "AB");
+  EXPECT_EQ(Decode(kIdentityReply, {'A', 'B', 0, 0}).problem, "");
+  EXPECT_NE(Decode(kIdentityReply, Bytes(20, 0)).problem, "");
+  EXPECT_NE(Decode(kIdentityReply, {}).problem, "");
+  EXPECT_NE(Decode(kIdentityReply, {'A', 0, 'B'}).problem, "") << "not the text that was burnt in";
+
+  EXPECT_EQ(Decode(kNameReply, bench::Text("Car")).problem, "");
+  EXPECT_NE(Decode(kNameReply, bench::Text("error")).problem, "");
+  EXPECT_EQ(Value(kMacReply, {0, 0x1A, 0x7D, 0xDA, 0x71, 0x13}), "00:1A:7D:DA:71:13");
+  EXPECT_NE(Decode(kMacReply, Bytes(6, 0)).problem, "");
+  EXPECT_TRUE(Decode(kMacReply, Bytes(5, 1)).fields.empty());
+  EXPECT_TRUE(Decode(kMacReply, Bytes(7, 1)).fields.empty());
+}
+
+TEST(StationAnswer, VerdictsAndNumbers) {
+  EXPECT_EQ(Value(kChipReply, {1}), "pass");
+  EXPECT_EQ(Decode(kChipReply, {1}).problem, "");
+  EXPECT_EQ(Value(kChipReply, {0}), "fail");
+  EXPECT_NE(Decode(kChipReply, {0}).problem, "");
+  EXPECT_EQ(Value(kPresenceReply, {0}), "no");
+  EXPECT_EQ(Decode(kPresenceReply, {0}).problem, "");
+  EXPECT_EQ(Value(kMediaStateReply, {1}), "playing");
+  for (const ReplyFormat* format :
+       {&kChipReply, &kPresenceReply, &kSynchronisationReply, &kMediaStateReply}) {
+    for (const Bytes& data : {Bytes{}, Bytes{2}, Bytes{1, 1}}) {
+      EXPECT_NE(Decode(*format, data).problem, "") << Hex(data);
+      EXPECT_TRUE(Decode(*format, data).fields.empty());
+    }
+  }
+  EXPECT_EQ(Value(kMediaDeviceReply, {255}), "255");
+  EXPECT_EQ(Decode(kMediaRegionReply, {6}).problem, "");
+  EXPECT_NE(Decode(kMediaRegionReply, {7}).problem, "");
+  EXPECT_EQ(Describe(Decode(kMediaPositionReply, {0, 2, 1, 0x2C})), "folder 2, track 300");
+  EXPECT_NE(Decode(kMediaPositionReply, {0, 2, 1}).problem, "");
+}
+
+TEST(StationAnswer, Satellites) {
+  const Bytes two = {2, 5, 0, 0, 43, 12, 0xFF, 0xFF, 0xFE};
+  EXPECT_EQ(Describe(Decode(kSatellitesReply, two)), "count 2, strongest 43 dBHz, fourth 0 dBHz");
+  EXPECT_EQ(kSatellitesReply.table(two),
+            "satellite  C/N0\n"
+            "        5   43 dBHz  #####################\n"
+            "       12   -2 dBHz  \n"
+            "2 satellites\n");
+  Bytes five = {5};
+  for (const std::uint8_t signal : Bytes{20, 40, 30, 10, 35}) {
+    const std::uint8_t entry[] = {signal, 0, 0, signal};
+    five.insert(five.end(), entry, entry + 4);
+  }
+  EXPECT_EQ(Describe(Decode(kSatellitesReply, five)), "count 5, strongest 40 dBHz, fourth 20 dBHz");
+  EXPECT_EQ(Decode(kSatellitesReply, {0}).problem, "");
+  EXPECT_NE(Decode(kSatellitesReply, {}).problem, "");
+  EXPECT_NE(Decode(kSatellitesReply, {1, 5, 0, 0}).problem, "") << "cut";
+  EXPECT_NE(Decode(kSatellitesReply, {1, 5, 0, 0, 43, 0}).problem, "") << "a byte too many";
+  Bytes many(1 + 4 * 25, 1);
+  many[0] = 25;
+  EXPECT_NE(Decode(kSatellitesReply, many).problem, "") << "more than a unit can hold";
+  EXPECT_EQ(kSatellitesReply.table({200, 1}), "");
+  // A signal far above the scale keeps within the bar.
+  EXPECT_LT(kSatellitesReply.table({1, 1, 0x7F, 0xFF, 0xFF}).size(), 100U);
+}
+
+Bytes Position(double longitude, double latitude) {
+  Bytes data(16);
+  std::memcpy(data.data(), &longitude, 8);
+  std::memcpy(data.data() + 8, &latitude, 8);
+  return data;
+}
+
+Bytes FixedText(const std::string& text) {
+  Bytes data = bench::Text(text);
+  data.resize(78);
+  return data;
+}
+
+TEST(StationAnswer, PositionSpeedAndAngle) {
+  EXPECT_EQ(Describe(Decode(kPositionReply, Position(121.4737, -31.25))),
+            "longitude 121.473700 deg, latitude -31.250000 deg");
+  EXPECT_EQ(Decode(kPositionReply, Position(0, 0)).problem, "no fix yet");
+  EXPECT_EQ(Decode(kPositionReply, Position(-180, 90)).problem, "");
+  for (const Bytes& wrong : {Position(180.1, 0), Position(0, -91), Position(NAN, 1),
+                             Position(INFINITY, 1), Bytes(15, 1), Bytes(17, 1), Bytes()}) {
+    EXPECT_NE(Decode(kPositionReply, wrong).problem, "") << Hex(wrong);
+    EXPECT_TRUE(Decode(kPositionReply, wrong).fields.empty());
+  }
+
+  EXPECT_EQ(Decode(kSpeedReply, FixedText("57.0")).fields.at(0).number, 57.0);
+  EXPECT_NE(Decode(kSpeedReply, FixedText("fast")).problem, "");
+  EXPECT_NE(Decode(kSpeedReply, FixedText("")).problem, "");
+  EXPECT_NE(Decode(kSpeedReply, bench::Text("57.0")).problem, "");
+  EXPECT_NE(Decode(kSpeedReply, Bytes(78, '1')).problem, "") << "no zero byte at the end";
+  Bytes rest = FixedText("57.0");
+  rest[77] = 1;
+  EXPECT_NE(Decode(kSpeedReply, rest).problem, "") << "bytes behind the text";
+
+  EXPECT_EQ(Decode(kAngleReply, FixedText("12.5")).fields.at(0).number, 12.5);
+  EXPECT_EQ(Decode(kAngleReply, FixedText("north")).problem, "");
+  EXPECT_TRUE(std::isnan(Decode(kAngleReply, FixedText("north")).fields.at(0).number));
+  EXPECT_NE(Decode(kAngleReply, FixedText("")).problem, "");
+  EXPECT_NE(Decode(kAngleReply, FixedText("    ")).problem, "");
+}
+
+TEST(StationAnswer, NumbersAreWholeTexts) {
+  EXPECT_EQ(ParseNumber("-1.5e1"), -15);
+  for (const char* text : {"", " ", "1 ", " 1", "1x", "nan", "inf", "1e999", "--1", "1,5"}) {
+    EXPECT_TRUE(std::isnan(ParseNumber(text))) << text;
+  }
+}
+
+TEST(StationPackets, AreNamedWhicheverBytesTheyHold) {
+  const auto request = [](std::uint8_t number, std::uint8_t sub_command, const Bytes& parameters) {
+    return DescribePacket(wire::Direction::kToService,
+                          wire::BuildRequest(number, sub_command, parameters));
+  };
+  EXPECT_EQ(request(7, 1, {}), "version mpu");
+  EXPECT_EQ(request(4, 0, {'a', 0x1B}), "bt name 'a\\x1B'");
+  EXPECT_EQ(request(99, 3, {1, 2}), "command 99, sub-command 3, parameters 01 02");
+  Bytes reply = wire::BuildRequest(0x87, 1, {'1', '.', '2'});
+  reply[wire::kHeaderSize + wire::kLinkSize + wire::kRecordLengthOffset] = 3;
+  EXPECT_EQ(DescribePacket(wire::Direction::kFromService, reply), "version mpu: 1.2");
+  // Every way to cut or bend the two is told as such, and none reads outside.
+  Bytes packet = wire::BuildRequest(7, 1, {});
+  for (std::size_t size = 0; size < packet.size(); ++size) {
+    const Bytes cut(packet.begin(), packet.begin() + static_cast<long>(size));
+    EXPECT_EQ(DescribePacket(wire::Direction::kToService, cut), "not a well-formed request");
+    EXPECT_EQ(DescribePacket(wire::Direction::kFromService, cut), "not a well-formed reply");
+  }
+  EXPECT_EQ(DescribePacket(wire::Direction::kFromService, packet), "not a well-formed reply");
+  packet[wire::kHeaderSize + wire::kLinkSize + wire::kRecordLengthOffset] = 0;
+  EXPECT_EQ(DescribePacket(wire::Direction::kToService, packet), "not a well-formed request");
+}
+
+// Runs the command line in this process.
+struct Ran {
+  int status;
+  std::string out, err;
+};
+Ran RunLine(const std::vector<std::string>& arguments) {
+  std::ostringstream out;
+  std::ostringstream err;
+  const int status = Run(arguments, out, err);
+  return Ran{status, out.str(), err.str()};
+}
+
+TEST(StationCommandLine, HelpOnEveryLevel) {
+  const bench::TempRoot root;
+  const Ran all = RunLine({"--help"});
+  EXPECT_EQ(all.status, 0);
+  std::set<std::string> groups;
+  for (const Command& command : Commands()) {
+    EXPECT_NE(all.out.find("  " + command.words), std::string::npos) << command.words;
+    std::vector<std::string> words = Words(command.words);
+    while (!words.empty()) {
+      words.push_back("--help");
+      const Ran help = RunLine(words);
+      words.pop_back();
+      EXPECT_EQ(help.status, 0) << command.words;
+      EXPECT_EQ(help.err, "");
+      EXPECT_NE(help.out.find(command.help), std::string::npos) << command.words;
+      words.pop_back();
+    }
+  }
+  EXPECT_EQ(RunLine({"nonsense", "--help"}).status, 2);
+  EXPECT_NE(RunLine({"bt", "name", "--help"}).out.find("--verify"), std::string::npos);
+  EXPECT_EQ(RunLine({"chip", "--help"}).out.find("--verify"), std::string::npos);
+}
+
+TEST(StationCommandLine, WrongUsageIsStatusTwoAndOneLine) {
+  const bench::TempRoot root;
+  const std::vector<std::string> lines[] = {
+      {},
+      {"nonsense"},
+      {"chip", "--verify"},
+      {"chip", "--nonsense"},
+      {"chip", "--timeout"},
+      {"chip", "--timeout", "0"},
+      {"chip", "--timeout", "soon"},
+      {"chip", "--help=yes"},
+      {"run", "/nonexistent"},
+      {"run", "/"},
+      {"run", ""},
+      {"gps", "watch", "--every", "0"},
+      {"replay", "/nonexistent"},
+      {"bt", "name", "--", "--verify", "x"},
+  };
+  for (const auto& line : lines) {
+    const Ran ran = RunLine(line);
+    EXPECT_EQ(ran.status, 2) << (line.empty() ? "" : line.back());
+    EXPECT_EQ(ran.out, "");
+    EXPECT_NE(ran.err.find("--help'\n"), std::string::npos) << ran.err;
+    EXPECT_EQ(ran.err.find('\n'), ran.err.size() - 1) << ran.err;
+  }
+}
+
+TEST(StationCommandLine, WithoutAUnitEveryCommandSaysSo) {
+  const bench::TempRoot root;
+  const std::vector<std::string> lines[] = {
+      {"version"},
+      {"version", "mpu"},
+      {"bt", "on", "--verify"},
+      {"raw", "7", "1"},
+      {"monitor"},
+      {"wait", "0"},
+      {"gps", "watch"},
+      {"usb"},
+      {"record", "/dev/null"},
+  };
+  for (const auto& line : lines) {
+    const Ran ran = RunLine(line);
+    EXPECT_EQ(ran.status, 1) << line[0];
+    EXPECT_NE(ran.err.find("no unit at '" + root.path() + "'"), std::string::npos) << ran.err;
+    EXPECT_EQ(ran.err.find('\n'), ran.err.size() - 1) << ran.err;
+  }
+}
+
+TEST(StationCommandLine, CompletesItsOwnTable) {
+  const bench::TempRoot root;
+  const Ran script = RunLine({"completion", "bash"});
+  ASSERT_EQ(script.status, 0);
+  root.AddFile("/script", script.out);
+  const auto complete = [&](const std::string& words) {
+    const std::string shell = "bash -c '. " + root.path() + "/script; COMP_WORDS=(station " +
+                              words +
+                              "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _station; "
+                              "echo ${COMPREPLY[*]}' > " +
+                              root.path() + "/words";
+    EXPECT_EQ(std::system(shell.c_str()), 0) << words;
+    return bench::ReadFile(root.path() + "/words");
+  };
+  EXPECT_EQ(complete("\"\"").substr(0, 9), "wait raw ");
+  EXPECT_EQ(complete("v"), "version\n");
+  EXPECT_EQ(complete("version z"), "zmmpu zmos\n");
+  EXPECT_EQ(complete("--timeout 3 gps navi \"\""), "2 3 5 10\n");
+  EXPECT_EQ(complete("source b"), "bttel btaudio\n");
+  EXPECT_EQ(complete("bt name --v"), "--verify\n");
+  EXPECT_EQ(complete("chip --"), "--timeout --root --help\n");
+  EXPECT_EQ(complete("run " + root.path() + "/scr"), root.path() + "/script\n");
+}
+
+}  // namespace
+}  // namespace station

@@ -1,0 +1,200 @@
+// The station against a test connector that answers exactly what a test says.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+
+#include <cstring>
+#include <thread>
+
+#include "station/packet_text.h"
+#include "support/bench.h"
+#include "support/fake_manager.h"
+#include "wire/bench_link.h"
+
+namespace bench {
+namespace {
+
+// A whole reply packet.
+Bytes Reply(std::uint8_t command, std::uint8_t sub_command, const Bytes& data) {
+  // It differs from a request in the command's bit and in what its length byte counts.
+  Bytes packet = wire::BuildRequest(command | wire::kReplyBit, sub_command, data);
+  packet[wire::kHeaderSize + wire::kLinkSize + wire::kRecordLengthOffset] =
+      static_cast<std::uint8_t>(data.size());
+  return packet;
+}
+
+class StationLinkTest : public ::testing::Test {
+ protected:
+  // Starts the station and takes its request.
+  void Start(const std::vector<std::string>& arguments) {
+    program_ = std::make_unique<Program>(root_, "station", arguments);
+    link_ = std::make_unique<Connection>(connector_.Grant());
+  }
+
+  TempRoot root_;
+  FakeManager connector_{root_, wire::kStationPath};
+  std::unique_ptr<Program> program_;
+  std::unique_ptr<Connection> link_;
+};
+
+TEST_F(StationLinkTest, SendsTheRequestAndShowsTheReply) {
+  Start({"version", "mpu"});
+  EXPECT_EQ(link_->Receive(), wire::BuildRequest(7, 1, {}));
+  link_->Send(Reply(7, 1, Text("1.2\n")));
+  EXPECT_EQ(program_->Wait(), 0);
+  EXPECT_EQ(program_->Output(), "1.2\\n\n");
+  EXPECT_EQ(program_->Errors(), "");
+}
+
+TEST_F(StationLinkTest, PassesOverWhatIsNotItsReply) {
+  Start({"bt", "mac"});
+  ASSERT_TRUE(link_->Receive());
+  link_->Send(Reply(7, 1, Text("another command")));
+  link_->Send(Reply(4, 13, Text("another sub-command")));
+  link_->Send(wire::BuildRequest(4, 7, {}));
+  link_->Send(Bytes{1, 2, 3});
+  link_->Send(Reply(4, 7, {0, 0x1A, 0x7D, 0xDA, 0x71, 0x13}));
+  EXPECT_EQ(program_->Wait(), 0);
+  EXPECT_EQ(program_->Output(), "00:1A:7D:DA:71:13\n");
+}
+
+TEST_F(StationLinkTest, MalformedRepliesAreWrong) {
+  Bytes bent = Reply(7, 1, Text("1.2"));
+  bent[0] ^= 1;  // payload length
+  const Bytes good = Reply(7, 1, Text("1.2"));
+  const Bytes cut(good.begin(), good.end() - 1);
+  Bytes longer = good;
+  longer.push_back('3');
+  for (const Bytes& packet : {bent, cut, longer}) {
+    Start({"version", "mpu"});
+    ASSERT_TRUE(link_->Receive());
+    link_->Send(packet);
+    EXPECT_EQ(program_->Wait(), 1);
+    EXPECT_EQ(program_->Output(), "");
+    EXPECT_NE(program_->Errors().find("a malformed reply of"), std::string::npos)
+        << program_->Errors();
+  }
+  // Nobody can tell whose this is; it is told when nothing better comes.
+  Start({"version", "mpu", "--timeout", "0.2"});
+  ASSERT_TRUE(link_->Receive());
+  link_->Send(Bytes(30, 0xFF));
+  EXPECT_EQ(program_->Wait(), 1);
+  EXPECT_NE(program_->Errors().find("a malformed reply of 30 bytes"), std::string::npos);
+}
+
+TEST_F(StationLinkTest, TheTimeLimitIsForTheWholeAnswer) {
+  Start({"chip", "--timeout", "0.5"});
+  ASSERT_TRUE(link_->Receive());
+  const auto start = std::chrono::steady_clock::now();
+  // A stream of other replies does not put it off.
+  while (program_->IsRunning() && std::chrono::steady_clock::now() - start < milliseconds(5000)) {
+    ::send(link_->fd(), Reply(7, 1, {}).data(), 37, MSG_NOSIGNAL);
+    std::this_thread::sleep_for(milliseconds(20));
+  }
+  const auto taken = std::chrono::steady_clock::now() - start;
+  EXPECT_EQ(program_->Wait(), 1);
+  EXPECT_GE(taken, milliseconds(400));
+  EXPECT_LT(taken, milliseconds(3000));
+  EXPECT_NE(program_->Errors().find("no answer within 0.5 s"), std::string::npos);
+}
+
+TEST_F(StationLinkTest, AUnitThatHangsUpEndsTheWait) {
+  Start({"chip", "--timeout", "30"});
+  ASSERT_TRUE(link_->Receive());
+  link_->Close();
+  EXPECT_EQ(program_->Wait(milliseconds(5000)), 1);
+  EXPECT_NE(program_->Errors().find("the unit hung up"), std::string::npos);
+}
+
+TEST_F(StationLinkTest, AnEmptyPositionIsAnAnswerWithoutAFix) {
+  Start({"gps", "position"});
+  ASSERT_TRUE(link_->Receive());
+  link_->Send(Reply(5, 2, Bytes(16, 0)));
+  EXPECT_EQ(program_->Wait(), 1);
+  EXPECT_EQ(program_->Output(), "");
+  EXPECT_NE(program_->Errors().find("no fix yet"), std::string::npos);
+}
+
+TEST_F(StationLinkTest, RawShowsAnyReply) {
+  Start({"raw", "0x63", "2", "ff", "0x0A"});
+  EXPECT_EQ(link_->Receive(), wire::BuildRequest(0x63, 2, {0xFF, 0x0A}));
+  link_->Send(Reply(0x63, 2, {0xAB}));
+  EXPECT_EQ(program_->Wait(), 0);
+  EXPECT_NE(program_->Output().find("E3 02 AB\n  reply to command 99, sub-command 2: AB\n"),
+            std::string::npos)
+      << program_->Output();
+}
+
+TEST_F(StationLinkTest, TheWholeTableIsAskedThoughOneIsMissing) {
+  Start({"version"});
+  for (const std::uint8_t sub_command : Bytes{1, 2, 3, 4, 5, 6, 8, 9, 27, 29}) {
+    EXPECT_EQ(link_->Receive(), wire::BuildRequest(7, sub_command, {}));
+    link_->Send(Reply(7, sub_command, sub_command == 5 ? Bytes() : Text("v1")));
+  }
+  EXPECT_EQ(program_->Wait(), 1);
+  EXPECT_NE(program_->Output().find("\nmap        empty: the unit has none\n"), std::string::npos)
+      << program_->Output();
+  EXPECT_NE(program_->Output().find("\nifs    v1  ok\n"), std::string::npos);
+}
+
+TEST_F(StationLinkTest, MonitorTellsEveryPacketUntilTheUnitGoes) {
+  Start({"monitor"});
+  const auto show = [&](wire::Direction direction, const Bytes& packet) {
+    wire::MonitorHead head{};
+    head.direction = static_cast<std::uint32_t>(direction);
+    Bytes message(sizeof(head));
+    std::memcpy(message.data(), &head, sizeof(head));
+    message.insert(message.end(), packet.begin(), packet.end());
+    link_->Send(message);
+  };
+  show(wire::Direction::kToService, wire::BuildRequest(4, 11, {1}));
+  show(wire::Direction::kFromService, Reply(12, 0, {1}));
+  show(wire::Direction::kFromService, {0xFF});
+  link_->Send(Bytes{1});  // not from a monitor
+  // Each line is there at once, not when a buffer is full.
+  EXPECT_TRUE(Eventually([&] {
+    return program_->Output().find(" < FF  not a well-formed reply\n") != std::string::npos;
+  })) << program_->Output();
+  EXPECT_NE(program_->Output().find(" > 34 00 02 2A A2 00 02 04 0B 01  bt on\n"),
+            std::string::npos);
+  EXPECT_NE(program_->Output().find(" < 34 00 02 2A A2 00 01 8C 00 01  chip: pass\n"),
+            std::string::npos);
+  link_->Close();
+  EXPECT_EQ(program_->Wait(), 0);
+  EXPECT_NE(program_->Errors().find("the unit is gone"), std::string::npos);
+}
+
+TEST_F(StationLinkTest, MonitorEndsOnASignalAndOnAClosedOutput) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    Start({"monitor"});
+    program_->Signal(signal);
+    EXPECT_EQ(program_->Wait(milliseconds(5000)), 0);
+    EXPECT_EQ(program_->Errors(), "");
+  }
+  program_ = std::make_unique<Program>(root_, "station", std::vector<std::string>{"monitor"},
+                                       [] { ::close(1); });
+  link_ = std::make_unique<Connection>(connector_.Grant());
+  link_->Send(Bytes(sizeof(wire::MonitorHead) + 1, 0));
+  EXPECT_EQ(program_->Wait(milliseconds(5000)), 1);
+}
+
+TEST_F(StationLinkTest, WaitsForTheService) {
+  FakeManager control(root_, wire::kControlPath);
+  Program waiting(root_, "station", {"wait", "20"});
+  for (const char* answer : {"ok service 0 stations 1", "error busy", "ok service 1 stations 1"}) {
+    Connection connection = control.Grant();
+    EXPECT_EQ(connection.Receive(), Text("status"));
+    connection.Send(std::string(answer));
+  }
+  EXPECT_EQ(waiting.Wait(), 0);
+
+  Program impatient(root_, "station", {"wait", "0"});
+  Connection connection = control.Grant();
+  connection.Receive();
+  connection.Send(std::string("ok stations 1 service 10"));
+  EXPECT_EQ(impatient.Wait(), 1);
+  EXPECT_NE(impatient.Errors().find("the service is not connected"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace bench

@@ -1,0 +1,343 @@
+// Sequences: what a file may say, and what a run makes of it.
+#include <gtest/gtest.h>
+#include <pps.h>
+#include <signal.h>
+
+#include <cmath>
+#include <thread>
+
+#include "station/sequence.h"
+#include "station/sequence_run.h"
+#include "support/bench.h"
+#include "tools/pps_object.h"
+
+namespace station {
+namespace {
+
+const char kStep[] = "phase P\nstep S\n";
+
+std::vector<std::string> Errors(const std::string& text, const Values& given = {},
+                                const std::set<std::string>& phases = {}) {
+  Sequence sequence;
+  const std::vector<std::string> errors = ParseSequence(text, &sequence);
+  return errors.empty() ? CheckSequence(sequence, given, phases) : errors;
+}
+
+std::string Joined(const std::vector<std::string>& errors) {
+  std::string text;
+  for (const std::string& error : errors) text += error + "\n";
+  return text;
+}
+
+TEST(StationSequence, TakesEverythingThatAFileMaySay) {
+  const char text[] =
+      "# comment\r\n"
+      "title The title\n"
+      "\tdevice unit {serial}\n"
+      "value serial\n"
+      "value name = Bench 1 \n"
+      "value empty =\n"
+      "phase First phase\n"
+      "step Wait\n"
+      "  wait for service 10 s\n"
+      "  wait 0.5 s\n"
+      "step Ask\n"
+      "  do gps satellites\n"
+      "  expect count from 4 to 24\n"
+      "  expect strongest at least 30 dBHz\n"
+      "  expect fourth at most 60\n"
+      "  keep count as seen\n"
+      "  retry 3 times every 0.5 s\n"
+      "  timeout 5 s\n"
+      "  stop on failure\n"
+      "phase Second\n"
+      "step Write\n"
+      "  do bt name '{name} {seen}'\n"
+      "  verify\n"
+      "step Text\n"
+      "  do version mpu\n"
+      "  expect version is \" {serial} \"\n"
+      "  expect version one of a 'b c' {name}\n"
+      "  expect version matches [a-z]{2}{serial}\n"
+      "  retry 1 time";
+  Sequence sequence;
+  EXPECT_EQ(Joined(ParseSequence(text, &sequence)), "");
+  EXPECT_EQ(Joined(CheckSequence(sequence, {{"serial", "42"}}, {})), "");
+  EXPECT_EQ(sequence.title, "The title");
+  EXPECT_EQ(sequence.values.at("name").text, "Bench 1");
+  ASSERT_EQ(sequence.phases.size(), 2U);
+  const Step& wait = sequence.phases[0].steps.at(0);
+  EXPECT_TRUE(wait.waits.at(0).for_service);
+  EXPECT_EQ(wait.waits.at(1).seconds, 0.5);
+  const Step& ask = sequence.phases[0].steps.at(1);
+  EXPECT_EQ(ask.retries, 3);
+  EXPECT_EQ(ask.retry_pause, 0.5);
+  EXPECT_EQ(ask.timeout, 5);
+  EXPECT_TRUE(ask.stop_on_failure);
+  const Step& last = sequence.phases[1].steps.at(1);
+  EXPECT_EQ(last.retries, 1);
+  const Values values = {{"serial", "42"}, {"name", "N"}};
+  EXPECT_EQ(DescribeExpectation(ask.expectations[0], values), "from 4 to 24");
+  EXPECT_EQ(DescribeExpectation(ask.expectations[1], values), "at least 30 dBHz");
+  EXPECT_EQ(DescribeExpectation(ask.expectations[2], values), "at most 60 dBHz");
+  EXPECT_EQ(DescribeExpectation(last.expectations[0], values), "' 42 '");
+  EXPECT_EQ(DescribeExpectation(last.expectations[1], values), "one of 'a', 'b c', 'N'");
+  EXPECT_EQ(DescribeExpectation(last.expectations[2], values), "matching [a-z]{2}42");
+}
+
+TEST(StationSequence, ErrorsNameTheLineAndTheReason) {
+  const std::pair<std::string, const char*> errors[] = {
+      {"", "there is no phase"},
+      {"nonsense\nphase P\nstep S\nwait 1 s", "1: unknown word 'nonsense'"},
+      {"step S", "1: a step belongs into a phase"},
+      {"phase P\nphase Q\nstep S\nwait 1 s", "1: phase 'P' has no steps"},
+      {"phase P\nstep S\nwait 1 s\nphase P\nstep S\nwait 1 s", "4: phase 'P' is there already"},
+      {"phase P\nexpect x is y", "2: 'expect' belongs into a step"},
+      {"phase P\nstep S", "2: step 'S' does nothing"},
+      {"phase P\nstep", "2: step needs a name"},
+      {kStep + std::string("do nonsense"), "3: unknown command 'nonsense'"},
+      {kStep + std::string("do version"), "3: 'version' is no command that is sent"},
+      {kStep + std::string("do bt name 'open"), "3: a quote ' is not closed"},
+      {kStep + std::string("do media jump 1"), "3: 'media jump' takes FOLDER TRACK"},
+      {kStep + std::string("do source tape"), "3: 'source': NAME 'tape' is none of"},
+      {kStep + std::string("do chip\ndo chip"), "4: a second command"},
+      {kStep + std::string("do chip\nverify"), "3: 'chip' cannot be verified"},
+      {kStep + std::string("do chip\nexpect colour is red"),
+       "4: the answer to 'chip' has no 'colour', only: verdict"},
+      {kStep + std::string("do bt on\nexpect x is y"), "4: 'bt on' is not answered"},
+      {kStep + std::string("do chip\nexpect verdict like pass"), "4: expect FIELD needs one of"},
+      {kStep + std::string("do chip\nexpect verdict at least 1"), "4: 'verdict' is a text"},
+      {kStep + std::string("do chip\nexpect verdict matches (["), "4: '([' is not a pattern"},
+      {kStep + std::string("do chip\nexpect verdict one of"), "4: 'one of' needs"},
+      {kStep + std::string("do gps position\nexpect latitude from 1 to 2 m"),
+       "4: 'latitude' is in deg, not in 'm'"},
+      {kStep + std::string("do gps speed\nexpect speed at most 5 km/h"), "'speed' has no unit"},
+      {kStep + std::string("do gps speed\nexpect speed from 2 to 1"), "4: the lower limit"},
+      {kStep + std::string("do gps speed\nexpect speed from 2 to x"), "4: 'x' is not a number"},
+      {kStep + std::string("do gps speed\nexpect speed from 2"), "4: expect FIELD needs"},
+      {kStep + std::string("do chip\nkeep verdict"), "4: keep needs FIELD as NAME"},
+      {kStep + std::string("do chip\nkeep verdict as 1x"), "4: keep needs FIELD as NAME"},
+      {kStep + std::string("do chip\nkeep colour as x"), "has no 'colour'"},
+      {kStep + std::string("wait 1"), "3: wait needs a time"},
+      {kStep + std::string("wait -1 s"), "3: wait needs a time"},
+      {kStep + std::string("wait 1e9 s"), "3: wait needs a time"},
+      {kStep + std::string("do chip\nretry 0 times"), "4: retry needs"},
+      {kStep + std::string("do chip\nretry 1.5 times"), "4: retry needs"},
+      {kStep + std::string("do chip\nretry 2 times each 1 s"), "4: retry needs"},
+      {kStep + std::string("do chip\ntimeout 0 s"), "4: timeout needs"},
+      {kStep + std::string("do chip\nstop"), "4: it reads: stop on failure"},
+      {kStep + std::string("do bt name {nobody}"), "3: nothing in front of this gives a value"},
+      {"device {nobody}\nphase P\nstep S\nwait 1 s", "1: nothing in front of this gives a value"},
+      {"value 1\nphase P\nstep S\nwait 1 s", "1: '1' is not a name"},
+      {"value a\nvalue a = 1\nphase P\nstep S\nwait 1 s", "2: value 'a' is there already"},
+      {"phase P\nstep S\nwait 1 s\nvalue a = 1", "4: values are declared in front"},
+      {kStep + std::string("do chip\x01"), "3: control characters"},
+      {"phase " + std::string(5000, 'x'), "1: the line is too long"},
+  };
+  for (const auto& [text, error] : errors) {
+    EXPECT_NE(Joined(Errors(text)).find(error), std::string::npos) << text << "\n"
+                                                                   << Joined(Errors(text));
+  }
+  // All of them at once, in the order of the lines.
+  EXPECT_EQ(Joined(Errors("phase P\nstep S\nfoo\ndo bar\n")),
+            "3: unknown word 'foo'\n4: unknown command 'bar'\n");
+}
+
+TEST(StationSequence, ValuesAreKnownBeforeAnythingIsSent) {
+  const std::string text =
+      "value serial\nvalue low = 3\nphase Keep\nstep S\ndo version mpu\nkeep version as mpu\n"
+      "phase Use\nstep S\ndo bt name {mpu}\nstep T\ndo serial {serial}\n"
+      "step U\ndo gps speed\nexpect speed at least {low}\n";
+  EXPECT_EQ(Joined(Errors(text, {{"serial", "1"}})), "");
+  EXPECT_NE(Joined(Errors(text)).find("value 'serial' is missing"), std::string::npos);
+  EXPECT_NE(Joined(Errors(text, {{"serial", std::string(21, '1')}})).find("11: 'serial': TEXT"),
+            std::string::npos);
+  EXPECT_NE(Joined(Errors(text, {{"serial", "1"}, {"low", "x"}})).find("14: '{low}' is not a numb"),
+            std::string::npos);
+  EXPECT_NE(Joined(Errors(text, {{"serial", "1"}, {"other", ""}})).find("no value 'other'"),
+            std::string::npos);
+  EXPECT_NE(Joined(Errors(text, {{"serial", "1"}}, {"Nowhere"})).find("no phase 'Nowhere'"),
+            std::string::npos);
+  // What another phase would have kept is missing when only this one runs.
+  EXPECT_EQ(Joined(Errors(text, {{"serial", "1"}}, {"Use"})),
+            "9: nothing in front of this gives a value 'mpu'\n");
+}
+
+TEST(StationSequence, ExpectationsHoldAtTheirEdges) {
+  const FieldInfo number_info = {"n", "", true};
+  const FieldInfo text_info = {"t", "", false};
+  const auto holds = [&](const std::string& expected, const FieldInfo& info,
+                         const std::string& text) {
+    Sequence sequence;
+    const std::string command =
+        info.numeric ? "do gps speed\nexpect speed " : "do chip\nexpect verdict ";
+    EXPECT_EQ(Joined(ParseSequence(kStep + command + expected, &sequence)), "") << expected;
+    std::string problem;
+    return Holds(sequence.phases.at(0).steps.at(0).expectations.at(0),
+                 Field{&info, text, ParseNumber(text)}, {{"v", "5"}}, &problem);
+  };
+  EXPECT_TRUE(holds("from 1 to 2", number_info, "1"));
+  EXPECT_TRUE(holds("from 1 to 2", number_info, "2.0"));
+  EXPECT_FALSE(holds("from 1 to 2", number_info, "0.999"));
+  EXPECT_FALSE(holds("from 1 to 2", number_info, "2.001"));
+  EXPECT_TRUE(holds("at least {v}", number_info, "5"));
+  EXPECT_FALSE(holds("at least {v}", number_info, "4.9"));
+  EXPECT_TRUE(holds("at most -1", number_info, "-1"));
+  EXPECT_FALSE(holds("at most -1", number_info, "north")) << "no number is within no limits";
+  EXPECT_FALSE(holds("at least {missing}", number_info, "5"));
+  EXPECT_TRUE(holds("is 5", number_info, "5.0"));
+  EXPECT_FALSE(holds("is 5", number_info, "north"));
+  EXPECT_TRUE(holds("is a b", text_info, "a b"));
+  EXPECT_FALSE(holds("is a", text_info, "a b"));
+  EXPECT_FALSE(holds("is 5", text_info, "5.0"));
+  EXPECT_TRUE(holds("is", text_info, ""));
+  EXPECT_TRUE(holds("one of x 'a b'", text_info, "a b"));
+  EXPECT_FALSE(holds("one of x 'a b'", text_info, "a"));
+  EXPECT_TRUE(holds("matches a+", text_info, "aaa"));
+  EXPECT_FALSE(holds("matches a+", text_info, "aaab")) << "the whole text";
+}
+
+// Runs against a unit and the service.
+class StationRunTest : public bench::BenchTest {
+ protected:
+  void SetUp() override {
+    BenchTest::SetUp();
+    bench::WriteObject("/pps/zelmar/system/version_status", "mpu:json:{\"version\":\"M<1>&\\\"\"}");
+    bench::WriteObject("/pps/zelmar/setting/systeminfo", "zmlocalname::Old");
+  }
+
+  // Runs the station on a sequence; its exit status.
+  int RunText(const std::string& text, std::vector<std::string> arguments = {}) {
+    root_.AddFile("/test.seq", text);
+    arguments.insert(arguments.begin(), {"run", root_.path() + "/test.seq"});
+    program_ = std::make_unique<bench::Program>(root_, "station", arguments);
+    return program_->Wait();
+  }
+
+  std::unique_ptr<bench::Program> program_;
+};
+
+TEST_F(StationRunTest, KeepsValuesVerifiesAndReports) {
+  const std::string text =
+      "title A <run>\ndevice {serial}\nvalue serial\nphase One\n"
+      "step Read\ndo bt name\nkeep name as old\nstep Write\ndo bt name '{old} {serial}'\nverify\n"
+      "step Check\ndo bt name\nexpect name is Old 42\nexpect name matches Old.*\n"
+      "phase Two\nstep Wrong\ndo version mpu\nexpect version is other\nretry 2 times every 0.01 s\n"
+      "step Go on\ndo bt name\n";
+  const std::string json_path = root_.path() + "/record.json";
+  const std::string junit_path = root_.path() + "/record.xml";
+  EXPECT_EQ(RunText(text, {"--set", "serial=42", "--json", json_path, "--junit", junit_path}), 1);
+  EXPECT_EQ(bench::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname"), ":Old 42");
+  const std::string output = program_->Output();
+  EXPECT_NE(output.find("passed   Read: Old\n"), std::string::npos) << output;
+  EXPECT_NE(output.find("passed   Write: verified\n"), std::string::npos);
+  EXPECT_NE(output.find("failed   Wrong: version is 'M<1>&\"', not 'other' (3 attempts)\n"),
+            std::string::npos);
+  EXPECT_NE(output.find("4 passed, 1 failed, 0 skipped in "), std::string::npos);
+  EXPECT_NE(output.find(", device 42: FAILED\n"), std::string::npos);
+  EXPECT_EQ(output.find('\033'), std::string::npos) << "no colours in a file";
+
+  // The record is JSON that a strict reader takes, and says the same.
+  std::string json = bench::ReadFile(json_path);
+  pps_decoder_t decoder;
+  pps_decoder_initialize(&decoder, nullptr);
+  ASSERT_EQ(pps_decoder_parse_json_str(&decoder, json.data()), PPS_DECODER_OK) << json;
+  pps_decoder_push(&decoder, nullptr);
+  const char* outcome = nullptr;
+  const char* device = nullptr;
+  pps_decoder_get_string(&decoder, "outcome", &outcome);
+  pps_decoder_get_string(&decoder, "device", &device);
+  EXPECT_STREQ(outcome, "failed");
+  EXPECT_STREQ(device, "42");
+  const char* text_of_measurement = nullptr;
+  const char* expected = nullptr;
+  EXPECT_EQ(pps_decoder_push_array(&decoder, "phases"), PPS_DECODER_OK);
+  pps_decoder_next(&decoder);
+  EXPECT_EQ(pps_decoder_push(&decoder, nullptr), PPS_DECODER_OK);
+  EXPECT_EQ(pps_decoder_push_array(&decoder, "steps"), PPS_DECODER_OK);
+  EXPECT_EQ(pps_decoder_push(&decoder, nullptr), PPS_DECODER_OK);
+  int attempts = 0;
+  pps_decoder_get_int(&decoder, "attempts", &attempts);
+  EXPECT_EQ(attempts, 3);
+  EXPECT_EQ(pps_decoder_push_array(&decoder, "measurements"), PPS_DECODER_OK);
+  EXPECT_EQ(pps_decoder_push(&decoder, nullptr), PPS_DECODER_OK);
+  pps_decoder_get_string(&decoder, "text", &text_of_measurement);
+  pps_decoder_get_string(&decoder, "expected", &expected);
+  EXPECT_STREQ(text_of_measurement, "M<1>&\"");
+  EXPECT_STREQ(expected, "'other'");
+  pps_decoder_cleanup(&decoder);
+
+  const std::string junit = bench::ReadFile(junit_path);
+  EXPECT_NE(
+      junit.find("<testsuites name=\"A &lt;run&gt;\" tests=\"5\" failures=\"1\" skipped=\"0\""),
+      std::string::npos)
+      << junit;
+  EXPECT_NE(junit.find("<failure message=\"version is 'M&lt;1&gt;&amp;&quot;', not 'other'\"/>"),
+            std::string::npos);
+}
+
+TEST_F(StationRunTest, StopsWhereAFailureMakesTheRestUseless) {
+  EXPECT_EQ(RunText("phase P\nstep A\ndo version mpu\nexpect version is x\nstop on failure\n"
+                    "step B\ndo bt name never\nphase Q\nstep C\nwait 100 s\n"),
+            1);
+  EXPECT_NE(program_->Output().find("1 failed, 2 skipped"), std::string::npos)
+      << program_->Output();
+  EXPECT_NE(program_->Output().find("skipped  C: 'A' failed"), std::string::npos);
+  EXPECT_EQ(bench::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname"), ":Old");
+  // A step whose value was never kept fails by itself.
+  EXPECT_EQ(RunText("phase P\nstep A\ndo version os\nkeep version as v\nstep B\ndo bt name {v}\n"),
+            1);
+  EXPECT_NE(program_->Output().find("there is no value 'v': the step that keeps it failed"),
+            std::string::npos);
+}
+
+TEST_F(StationRunTest, RetriesUntilTheUnitIsReady) {
+  root_.AddFile("/test.seq",
+                "phase P\nstep A\ndo bt name\nexpect name is New\nretry 500 times every 0.02 s\n");
+  bench::Program program(root_, "station", {"run", root_.path() + "/test.seq"});
+  std::this_thread::sleep_for(bench::milliseconds(200));
+  bench::WriteObject("/pps/zelmar/setting/systeminfo", "zmlocalname::New");
+  EXPECT_EQ(program.Wait(), 0) << program.Output();
+}
+
+TEST_F(StationRunTest, NothingIsSentByListAndDryRunAndWrongFiles) {
+  const std::string text =
+      "value n = New\nphase P\nstep A\ndo bt name {n}\nphase Q\nstep B\nwait 100 s\n";
+  EXPECT_EQ(RunText(text, {"--list"}), 0);
+  EXPECT_EQ(program_->Output(), "value n = New\n\nP\n  A: bt name {n}\n\nQ\n  B\n");
+  EXPECT_EQ(RunText(text, {"--dry-run", "--only", "P"}), 0);
+  EXPECT_EQ(program_->Output(),
+            "P\n  A\n    sends bt name New: 34 00 02 2A A2 00 04 04 00 4E 65 77\n");
+  EXPECT_EQ(RunText(text + "step C\ndo nonsense\n"), 2);
+  EXPECT_NE(program_->Errors().find("test.seq:9: unknown command 'nonsense'\n"), std::string::npos);
+  EXPECT_EQ(RunText(text, {"--set", "n"}), 2);
+  EXPECT_EQ(RunText(text, {"--json", "/nonexistent/file"}), 2);
+  EXPECT_EQ(bench::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname"), ":Old");
+  EXPECT_EQ(RunText(text, {"--only", "P"}), 0);
+  EXPECT_EQ(bench::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname"), ":New");
+}
+
+TEST_F(StationRunTest, ASignalEndsTheRunWithItsRecord) {
+  root_.AddFile("/test.seq", "phase P\nstep A\nwait 100 s\nstep B\ndo bt name\n");
+  const std::string json = root_.path() + "/record.json";
+  bench::Program program(root_, "station", {"run", root_.path() + "/test.seq", "--json", json});
+  EXPECT_TRUE(
+      bench::Eventually([&] { return program.Output().find("\nP\n") != std::string::npos; }));
+  program.Signal(SIGINT);
+  EXPECT_EQ(program.Wait(), 1);
+  EXPECT_NE(program.Output().find("failed   A: interrupted\n"), std::string::npos)
+      << program.Output();
+  EXPECT_NE(program.Output().find("skipped  B: interrupted\n"), std::string::npos);
+  EXPECT_TRUE(tools::IsJson(bench::ReadFile(json)));
+}
+
+TEST_F(StationRunTest, WithoutAUnitTheRestIsSkipped) {
+  unit_->Stop();
+  EXPECT_EQ(RunText("phase P\nstep A\ndo version mpu\nstep B\ndo bt name\n"), 1);
+  EXPECT_NE(program_->Output().find("failed   A: no unit at"), std::string::npos)
+      << program_->Output();
+  EXPECT_NE(program_->Output().find("skipped  B: there is no unit"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace station
