@@ -53,6 +53,7 @@ class OpenFile {
   Poller* poller_ = nullptr;
   Outbox outbox_;
   bool watching_ = false;
+  std::uint64_t barrier_ = 0;  // the last one that took this file in
 };
 
 }  // namespace headunit

@@ -14,9 +14,10 @@
 namespace headunit {
 namespace {
 
-const std::size_t kMostObjects = 65536;  // bounds what a runaway client can create
+const std::size_t kMostObjects = 65536;  // and directories: bounds what a runaway client can create
 const std::size_t kBytesPerKilobyte = 1024;
-const std::size_t kLargestBacklog = 1U << 20;  // kilobytes
+const std::size_t kLargestBacklog = 64 * 1024;        // kilobytes
+const std::size_t kLargestObject = 64 * 1024 * 1024;  // bytes of names and values
 
 PpsOptions ParseOptions(const std::string& text) {
   static const std::string kBacklog = "backlog=";
@@ -78,8 +79,7 @@ std::string PpsManager::Load(const std::string& path, const std::string& text) {
   if (bad_line != 0) return "line " + std::to_string(bad_line) + " is no PPS line";
   PpsObject* const object = CreateObject(request.path);
   if (object == nullptr) return "too many objects";
-  Apply(object, parsed.changes, nullptr);
-  return "";
+  return Apply(object, parsed.changes, nullptr) ? "" : "too large";
 }
 
 void PpsManager::SetDelay(const std::string& path, std::chrono::milliseconds delay) {
@@ -149,7 +149,7 @@ PpsObject* PpsManager::FindObject(const std::string& path) const {
 
 PpsObject* PpsManager::CreateObject(const std::string& path) {
   if (PpsObject* const object = FindObject(path)) return object;
-  if (objects_.size() >= kMostObjects) return nullptr;
+  if (objects_.size() >= kMostObjects || directories_.size() >= kMostObjects) return nullptr;
   for (std::string above = ParentOf(path); !above.empty(); above = ParentOf(above)) {
     directories_.insert(above);
   }
@@ -315,7 +315,9 @@ void PpsManager::OnMessage(OpenFile* written, const std::string& message) {
     return;
   }
   if (object->server == nullptr) {
-    Apply(object, parsed.changes, file);
+    if (Apply(object, parsed.changes, file)) return;
+    Log(_SLOG_ERROR, "pps: write of %zu bytes refused: '%s' would become too large", message.size(),
+        object->name.c_str());
   } else if (object->server == file) {
     WriteToClients(file, parsed);
   } else {
@@ -323,14 +325,24 @@ void PpsManager::OnMessage(OpenFile* written, const std::string& message) {
   }
 }
 
-void PpsManager::Apply(PpsObject* object, const std::vector<PpsChange>& changes,
+bool PpsManager::Apply(PpsObject* object, const std::vector<PpsChange>& changes,
                        const PpsFile* writer) {
+  std::size_t growth = 0;
+  for (const PpsChange& change : changes) growth += change.name.size() + change.value.size();
+  if (object->size + growth > kLargestObject) return false;
+
   std::string lines;  // what a follower of changes gets
   for (const PpsChange& change : changes) {
+    const auto present = object->attributes.find(change.name);
+    if (present != object->attributes.end()) {
+      object->size -= present->first.size() + present->second.size();
+      if (change.deleted) object->attributes.erase(present);
+    } else if (change.deleted) {
+      continue;
+    }
     if (!change.deleted) {
       object->attributes[change.name] = change.value;
-    } else if (object->attributes.erase(change.name) == 0) {
-      continue;
+      object->size += change.name.size() + change.value.size();
     }
     lines += FormatPpsChange(change);
   }
@@ -343,6 +355,7 @@ void PpsManager::Apply(PpsObject* object, const std::vector<PpsChange>& changes,
       file->SendDelta(lines);
     }
   }
+  return true;
 }
 
 void PpsManager::Truncate(PpsObject* object, const PpsFile* writer) {

@@ -22,7 +22,8 @@ class PpsFile;
 struct PpsObject {
   std::string name;  // last component of the path
   PpsAttributes attributes;
-  std::string text;  // what a reader gets; empty: to be formed again
+  std::size_t size = 0;  // bytes of the attributes' names and values
+  std::string text;      // what a reader gets; empty: to be formed again
   std::set<PpsFile*> files;
   PpsFile* server = nullptr;
 };
@@ -77,7 +78,8 @@ class PpsManager : public ResourceManager {
   PpsObject* CreateObject(const std::string& path);
   std::string ListDirectory(const std::string& path) const;
 
-  void Apply(PpsObject* object, const std::vector<PpsChange>& changes, const PpsFile* writer);
+  // False when the object would become too large; nothing is changed then.
+  bool Apply(PpsObject* object, const std::vector<PpsChange>& changes, const PpsFile* writer);
   void Truncate(PpsObject* object, const PpsFile* writer);
   void WriteToServer(PpsFile* client, const PpsText& text);
   void WriteToClients(PpsFile* server, const PpsText& text);

@@ -8,10 +8,12 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 #include <system_error>
 #include <utility>
 
@@ -24,8 +26,8 @@ namespace {
 const std::chrono::milliseconds kRequestTimeout{
     2000};                                         // for a client that connects and says nothing
 const std::chrono::milliseconds kAcceptPause{50};  // when the host has no descriptor left
-const int kMessagesPerTurn = 64;    // of one open file, before the others have their turn
-const int kBarrierTurns = 1 << 16;  // more than any socket's buffer holds
+const int kMessagesPerTurn = 64;          // of one open file, before the others have their turn
+const int kMessagesPerBarrier = 1 << 17;  // of one open file: more than a socket's buffer holds
 const std::size_t kRequestHead = sizeof(wire::ManagerRequest);
 const std::size_t kLargestRequest = kRequestHead + PATH_MAX;
 
@@ -275,9 +277,15 @@ void ResourceManager::Drop(OpeningHandle opening) { TakeSocket(opening); }
 // ---------------------------------------------------------------------------------------
 
 void ResourceManager::Barrier() {
-  for (int turn = 0; turn < kBarrierTurns; ++turn) {
-    if (file_poller_.Dispatch(0) == 0) return;
+  ++barrier_;
+  in_barrier_ = true;
+  barrier_complete_ = false;
+  while (!barrier_complete_ && file_poller_.Dispatch(0) > 0) {
   }
+  in_barrier_ = false;
+  std::vector<OpenFile*> ended;
+  ended.swap(ended_);
+  for (OpenFile* const file : ended) CloseFile(file);
 }
 
 void ResourceManager::OnFileEvent(OpenFile* file, std::uint32_t events) {
@@ -286,12 +294,28 @@ void ResourceManager::OnFileEvent(OpenFile* file, std::uint32_t events) {
     file->WatchQueue();
   }
   if ((events & ~static_cast<std::uint32_t>(EPOLLOUT)) == 0) return;
-  if (!ReadFile(file)) CloseFile(file);
+  bool open = true;
+  if (!in_barrier_) {
+    open = ReadFile(file, std::numeric_limits<std::size_t>::max(), kMessagesPerTurn);
+  } else if (file->barrier_ == barrier_) {
+    // The poller goes through what is ready in turn, so it is once around.
+    barrier_complete_ = true;
+  } else {
+    file->barrier_ = barrier_;
+    int waiting = 0;
+    ioctl(file->socket_.get(), SIOCINQ, &waiting);
+    open = ReadFile(file, static_cast<std::size_t>(waiting), kMessagesPerBarrier);
+  }
+  if (open) return;
+  // What others sent before this end is taken in before it.
+  if (std::find(ended_.begin(), ended_.end(), file) == ended_.end()) ended_.push_back(file);
+  if (!in_barrier_) Barrier();
 }
 
-bool ResourceManager::ReadFile(OpenFile* file) {
+bool ResourceManager::ReadFile(OpenFile* file, std::size_t bytes, int messages) {
   const int fd = file->socket_.get();
-  for (int count = 0; count < kMessagesPerTurn; ++count) {
+  std::size_t taken_bytes = 0;
+  for (int count = 0; count < messages && taken_bytes <= bytes; ++count) {
     const ssize_t size = recv(fd, nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
     if (size < 0) {
       if (errno == EAGAIN) return true;
@@ -307,6 +331,7 @@ bool ResourceManager::ReadFile(OpenFile* file) {
       continue;  // an empty message in front of others
     }
     if (taken < 0) continue;
+    taken_bytes += buffer_.size();
     OnMessage(file, buffer_);
   }
   // More may wait, and the edge for it may have been taken already.

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "event_loop.h"
 #include "open_file.h"
@@ -98,9 +99,12 @@ class ResourceManager {
   UniqueFd TakeSocket(OpeningHandle opening);
   void Drop(OpeningHandle opening);
 
+  // Takes in what lies in the open files now, not what a busy client adds meanwhile.
   void Barrier();
   void OnFileEvent(OpenFile* file, std::uint32_t events);
-  bool ReadFile(OpenFile* file);  // false: end of file
+
+  // Takes in messages of up to `bytes` bytes, and no more than `messages`. False: end of file.
+  bool ReadFile(OpenFile* file, std::size_t bytes, int messages);
   void CloseFile(OpenFile* file);
 
   EventLoop* const loop_;
@@ -109,7 +113,11 @@ class ResourceManager {
   EventLoop::TimerId accept_timer_ = 0;
   bool stalled_ = false;
   std::list<Opening> openings_;
-  Poller file_poller_;  // the open files only, so that the barrier can look at just them
+  std::uint64_t barrier_ = 0;  // number of the last barrier
+  bool in_barrier_ = false;
+  bool barrier_complete_ = false;
+  std::vector<OpenFile*> ended_;  // to be closed behind the barrier
+  Poller file_poller_;            // the open files only, so that the barrier can look at just them
   std::unordered_map<OpenFile*, std::unique_ptr<OpenFile>> files_;
   std::string buffer_;
 };

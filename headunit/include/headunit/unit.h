@@ -33,10 +33,11 @@ class Unit {
   Unit& operator=(const Unit&) = delete;
 
   // Lays out the root, binds the managers and starts the threads. Returns an empty text, or the
-  // reason why the unit cannot run, with everything released again.
+  // reason why the unit cannot run, with everything released again. The services find the unit as every
+  // other program does: HEADUNIT_ROOT must name the root when they are wanted.
   std::string Start();
 
-  // Ends the services, then the managers; removes their sockets; saves the state. May be repeated.
+  // Ends the services, then the managers; removes their sockets. May be repeated.
   void Stop();
 
   // Carries out one control line ("i2c fail-send 3", "status", "help" ...) and returns the answer:

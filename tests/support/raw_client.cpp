@@ -1,0 +1,110 @@
+#include "support/raw_client.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "wire/resource_manager.h"
+
+namespace bench {
+namespace {
+
+const char kPps[] = "/pps";
+
+bool WaitReadable(int fd, milliseconds limit) {
+  pollfd entry = {fd, POLLIN, 0};
+  return poll(&entry, 1, static_cast<int>(limit.count())) > 0;
+}
+
+}  // namespace
+
+RawClient::RawClient(const std::string& socket_path)
+    : fd_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
+  const std::string path = std::getenv("HEADUNIT_ROOT") + socket_path;
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  const int target = open(path.c_str(), O_PATH | O_CLOEXEC);
+  const std::string short_path = "/proc/self/fd/" + std::to_string(target);
+  std::strcpy(address.sun_path, short_path.c_str());
+  const int result = connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+  if (target >= 0) close(target);
+  if (result != 0) Close();
+}
+
+RawClient::RawClient(const std::string& socket_path, const std::string& rest, int flags,
+                     std::uint32_t kind)
+    : RawClient(socket_path) {
+  Send(OpeningRequest(kind, static_cast<std::uint32_t>(flags), rest));
+  TakeAnswer();
+}
+
+RawClient::RawClient(RawClient&& other) noexcept : fd_(other.fd_), answer_(other.answer_) {
+  other.fd_ = -1;
+}
+
+int RawClient::TakeAnswer(milliseconds limit) {
+  std::int32_t error = 0;
+  const std::optional<std::string> message = Receive(limit);
+  if (!message || message->size() != sizeof(error)) return answer_ = -1;
+  std::memcpy(&error, message->data(), sizeof(error));
+  return answer_ = error;
+}
+
+bool RawClient::Send(const std::string& message) const {
+  return send(fd_, message.data(), message.size(), MSG_NOSIGNAL | MSG_DONTWAIT) ==
+         static_cast<ssize_t>(message.size());
+}
+
+std::optional<std::string> RawClient::Receive(milliseconds limit) const {
+  if (!WaitReadable(fd_, limit)) return std::nullopt;
+  const ssize_t size = recv(fd_, nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
+  if (size < 0) return std::nullopt;
+  std::string message(static_cast<std::size_t>(size), '\0');
+  if (recv(fd_, &message[0], message.size(), MSG_DONTWAIT) != size) return std::nullopt;
+  return message;
+}
+
+bool RawClient::AtEnd(milliseconds limit) const {
+  const std::optional<std::string> message = Receive(limit);
+  return message && message->empty();
+}
+
+void RawClient::Close() {
+  if (fd_ >= 0) close(fd_);
+  fd_ = -1;
+}
+
+std::string OpeningRequest(std::uint32_t kind, std::uint32_t flags, const std::string& rest) {
+  const wire::ManagerRequest request = {kind, flags, 0666};
+  std::string message(sizeof(request), '\0');
+  std::memcpy(&message[0], &request, sizeof(request));
+  return message + rest;
+}
+
+RawClient OpenPps(const std::string& rest, int flags) { return RawClient(kPps, rest, flags); }
+int AccessPps(const std::string& rest) { return RawClient(kPps, rest, F_OK, 2).answer(); }
+int UnlinkPps(const std::string& rest) { return RawClient(kPps, rest, 0, 3).answer(); }
+
+std::string PpsText(const std::string& rest) {
+  const RawClient client = OpenPps(rest, O_RDONLY);
+  if (client.answer() != 0) return "error " + std::to_string(client.answer());
+  return client.Receive().value_or("nothing");
+}
+
+UnitTest::UnitTest() {
+  options_.root = root_.path();
+  options_.services = false;
+}
+
+UnitTest::~UnitTest() = default;
+
+void UnitTest::SetUp() {
+  unit_ = std::make_unique<headunit::Unit>(options_);
+  ASSERT_EQ("", unit_->Start());
+}
+
+}  // namespace bench
