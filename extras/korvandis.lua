@@ -149,7 +149,12 @@ local function add_meaning(kind, range, tree)
     return text
   elseif kind == MAC and size == 6 then
     tree:add(f.mac, range)
-    return tostring(range:ether())
+    -- Byte by byte: an address may be shown with its maker's name.
+    local fields = {}
+    for i = 0, size - 1 do
+      fields[#fields + 1] = string.format("%02X", range(i, 1):uint())
+    end
+    return table.concat(fields, ":")
   elseif kind == BYTE and size == 1 then
     tree:add(f.byte, range)
     return tostring(range:uint())

@@ -103,8 +103,8 @@ SlogReader::Result SlogReader::Next(SlogLine* line, std::uint64_t* lost) {
   const std::uint64_t count = (size_ - sizeof(SlogHeader)) / kSlogSlotSize;
   const std::uint64_t next = header->next.load(std::memory_order_acquire);
   if (position_ >= next) return Result::kNothing;
-  // Half a ring of room keeps the reader clear of the writers after a loss.
-  const std::uint64_t resume = next - count / 2;
+  // An eighth of the ring as room keeps the reader clear of the writers after a loss.
+  const std::uint64_t resume = next - (count - count / 8);
   if (next - position_ > count) {
     *lost = resume - position_;
     position_ = resume;

@@ -1,0 +1,259 @@
+// Recordings: their formats, their replay, and what Wireshark makes of them.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <cstdlib>
+#include <sstream>
+#include <thread>
+
+#include "station/command.h"
+#include "station/packet_text.h"
+#include "station/recording.h"
+#include "support/bench.h"
+#include "wire/at_packet.h"
+
+namespace station {
+namespace {
+
+const auto kTo = wire::Direction::kToService;
+const auto kFrom = wire::Direction::kFromService;
+
+Bytes Reply(std::uint8_t command, std::uint8_t sub_command, const Bytes& data) {
+  Bytes packet = wire::BuildRequest(command | wire::kReplyBit, sub_command, data);
+  packet[wire::kHeaderSize + wire::kLinkSize + wire::kRecordLengthOffset] =
+      static_cast<std::uint8_t>(data.size());
+  return packet;
+}
+
+std::string ParseProblem(const std::string& text) {
+  std::vector<RecordedPacket> packets;
+  return ParseRecording(text, &packets);
+}
+
+TEST(StationRecording, BothFormatsReadBackAsWritten) {
+  const std::vector<RecordedPacket> packets = {
+      {1700000000000000001ULL, kTo, wire::BuildRequest(7, 1, {})},
+      {1700000000123456789ULL, kFrom, Reply(7, 1, {'1', 0xFF, '#'})},
+      {1700000001000000000ULL, kTo, {0x00}},
+      {0, kFrom, Bytes(wire::kMaxPacket, 0xA5)},
+  };
+  for (const RecordingFormat format : {RecordingFormat::kText, RecordingFormat::kPcap}) {
+    std::string text = RecordingHead(format);
+    for (const RecordedPacket& packet : packets) text += RecordingEntry(format, packet);
+    std::vector<RecordedPacket> read;
+    ASSERT_EQ(ParseRecording(text, &read), "");
+    ASSERT_EQ(read.size(), packets.size());
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+      EXPECT_EQ(read[i].nanoseconds, packets[i].nanoseconds);
+      EXPECT_EQ(read[i].direction, packets[i].direction);
+      EXPECT_EQ(read[i].packet, packets[i].packet);
+    }
+  }
+  EXPECT_EQ(RecordingEntry(RecordingFormat::kText, {5000000007ULL, kTo, {0xAB, 0x01}}),
+            "5.000000007 > AB 01  # not a well-formed request\n");
+  const std::string pcap =
+      RecordingHead(RecordingFormat::kPcap) +
+      RecordingEntry(RecordingFormat::kPcap, {5000000007ULL, kFrom, {0xAB, 0x01}});
+  EXPECT_EQ(Hex(bench::Text(pcap)),
+            "4D 3C B2 A1 02 00 04 00 00 00 00 00 00 00 00 00 00 00 04 00 93 00 00 00 "
+            "05 00 00 00 07 00 00 00 03 00 00 00 03 00 00 00 01 AB 01");
+}
+
+TEST(StationRecording, DamagedFilesAreRefusedWithTheirPlace) {
+  EXPECT_EQ(ParseProblem(""), "");
+  EXPECT_EQ(ParseProblem("# only\n\n  # comments\r\n"), "");
+  const std::pair<const char*, const char*> texts[] = {
+      {"nonsense", "line 1: a line begins"},
+      {"# x\n1.000000000 = 00", "line 2: > or <"},
+      {"1.5 > 00", "line 1: a line begins"},
+      {"1 > 00", "line 1: a line begins"},
+      {".000000000 > 00", "line 1: a line begins"},
+      {"99999999999.000000000 > 00", "line 1: a line begins"},
+      {"1.000000000 > 0", "line 1: bytes are two"},
+      {"1.000000000 > 0G", "line 1: bytes are two"},
+      {"1.000000000 > ", "line 1: a packet has"},
+  };
+  for (const auto& [text, problem] : texts) {
+    EXPECT_EQ(ParseProblem(text).substr(0, std::string(problem).size()), problem) << text;
+  }
+  std::string big = "1.000000000 >";
+  for (std::size_t i = 0; i <= wire::kMaxPacket; ++i) big += " 00";
+  EXPECT_NE(ParseProblem(big), "");
+
+  const std::string head = RecordingHead(RecordingFormat::kPcap);
+  const std::string whole =
+      head + RecordingEntry(RecordingFormat::kPcap, {1, kTo, wire::BuildRequest(7, 1, {})});
+  for (std::size_t size = 4; size < whole.size(); ++size) {
+    if (size == head.size()) continue;
+    EXPECT_NE(ParseProblem(whole.substr(0, size)), "") << size;
+  }
+  EXPECT_EQ(ParseProblem(head), "");
+  std::string other = whole;
+  other[20] = 1;
+  EXPECT_EQ(ParseProblem(other), "a pcap file of another link type");
+  other = whole;
+  other[head.size() + 16] = 2;
+  EXPECT_NE(ParseProblem(other).find("no direction"), std::string::npos);
+  other = whole;
+  other[head.size() + 11] = '\x7F';  // a packet of 2 GB
+  EXPECT_NE(ParseProblem(other), "");
+}
+
+TEST(StationRecording, RepliesBelongToTheFirstRequestThatWaits) {
+  const Bytes mpu = wire::BuildRequest(7, 1, {});
+  const Bytes os = wire::BuildRequest(7, 2, {});
+  const auto exchanges = PairExchanges({
+      {1, kFrom, Reply(7, 1, {'x'})},  // asked before the recording began
+      {2, kTo, mpu},
+      {3, kTo, os},
+      {4, kTo, mpu},
+      {5, kFrom, Reply(7, 1, {'a'})},
+      {6, kFrom, Reply(7, 2, {'b'})},
+      {7, kFrom, Reply(7, 1, {'c'})},
+      {8, kFrom, {0x01}},
+  });
+  ASSERT_EQ(exchanges.size(), 3U);
+  EXPECT_EQ(exchanges[0].reply, Reply(7, 1, {'a'}));
+  EXPECT_EQ(exchanges[1].reply, Reply(7, 2, {'b'}));
+  EXPECT_EQ(exchanges[2].reply, Reply(7, 1, {'c'}));
+}
+
+TEST(StationRecording, WiresharkNamesEveryCommand) {
+  if (std::system("tshark --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "no tshark";
+  const bench::TempRoot root;
+  std::string pcap = RecordingHead(RecordingFormat::kPcap);
+  std::vector<std::string> expected;
+  for (const Command& command : Commands()) {
+    if (!command.sent) continue;
+    Bytes parameters = command.fixed;
+    if (command.words == "bt mac") parameters = {0, 0x1A, 0x7D, 0xDA, 0x71, 0x13};
+    if (command.reply == nullptr && parameters.empty()) parameters = {2, 0, 0, 9};
+    const Bytes request = wire::BuildRequest(command.number, command.sub_command, parameters);
+    pcap += RecordingEntry(RecordingFormat::kPcap, {0, kTo, request});
+    expected.push_back(command.words);
+    if (command.reply == nullptr) continue;
+    pcap += RecordingEntry(RecordingFormat::kPcap,
+                           {0, kFrom, Reply(command.number, command.sub_command, {})});
+    expected.push_back(command.words + ":");
+  }
+  const std::pair<Bytes, const char*> replies[] = {
+      {Reply(7, 1, bench::Text("1.2")), "version mpu: 1.2"},
+      {Reply(4, 7, {0, 0x1A, 0x7D, 0xDA, 0x71, 0x13}), "bt mac: 00:1A:7D:DA:71:13"},
+      {Reply(12, 0, {0}), "chip: fail"},
+      {Reply(3, 5, {0, 2, 1, 0x2C}), "media position: folder 2, track 300"},
+      {Reply(5, 0, {1, 5, 0, 0, 43}), "gps satellites: 1 satellites"},
+      {Reply(5, 0, {2, 5, 0, 0, 43}), "gps satellites:"},
+      {Reply(99, 1, {0}), "command 99, sub-command 1:"},
+      {Bytes(wire::kHeaderSize, 0), "cut packet"},
+      {Bytes(3, 0xFF), "cut packet"},
+  };
+  for (const auto& [packet, text] : replies) {
+    pcap += RecordingEntry(RecordingFormat::kPcap, {0, kFrom, packet});
+    expected.push_back(text);
+  }
+  root.AddFile("/t.pcap", pcap);
+  const std::string run = "cd " + root.path() + " && HOME=" + root.path() +
+                          " tshark -X lua_script:" KORVANDIS_SOURCE_DIR
+                          "/extras/korvandis.lua -r t.pcap ";
+  ASSERT_EQ(std::system((run + "-T fields -e _ws.col.Info > info 2> errors").c_str()), 0)
+      << bench::ReadFile(root.path() + "/errors");
+  std::istringstream info(bench::ReadFile(root.path() + "/info"));
+  std::string line;
+  for (const std::string& text : expected) {
+    ASSERT_TRUE(std::getline(info, line));
+    // Requests may show their parameters behind the name.
+    EXPECT_EQ(line.substr(0, text.size()), text);
+    EXPECT_TRUE(line.size() == text.size() || line[text.size()] == ' ') << line;
+  }
+  EXPECT_FALSE(std::getline(info, line)) << line;
+
+  // Field values of one packet, and the mark on the damaged ones.
+  ASSERT_EQ(std::system((run + "-Y 'korvandis.track == 300' -T fields -e korvandis.direction -e "
+                               "korvandis.command -e korvandis.reply -e korvandis.folder > info")
+                            .c_str()),
+            0);
+  EXPECT_EQ(bench::ReadFile(root.path() + "/info"), "1\t3\t1\t2\n");
+  ASSERT_EQ(std::system((run + "-Y korvandis.malformed -T fields -e frame.len > info").c_str()), 0);
+  EXPECT_EQ(bench::ReadFile(root.path() + "/info"), "29\n4\n");
+}
+
+headunit::UnitOptions WholeUnit() {
+  headunit::UnitOptions options;
+  options.profile = KORVANDIS_SOURCE_DIR "/headunit/profiles/default";
+  return options;
+}
+
+class StationReplayTest : public bench::BenchTest {
+ protected:
+  StationReplayTest() : BenchTest(WholeUnit()) {}
+
+  // Records what the station does on one command line.
+  std::string Record(const std::vector<std::string>& arguments, const std::string& option) {
+    const std::string path = root_.path() + "/recording" + option;
+    std::vector<std::string> record = {"record", path};
+    if (!option.empty()) record.push_back(option);
+    bench::Program recorder(root_, "station", record);
+    EXPECT_TRUE(bench::Eventually([&] { return !bench::ReadFile(path).empty(); }));
+    bench::Program station(root_, "station", arguments);
+    EXPECT_EQ(station.Wait(bench::milliseconds(60000)), 0) << station.Output() << station.Errors();
+    recorder.Signal(SIGINT);
+    EXPECT_EQ(recorder.Wait(), 0);
+    EXPECT_NE(recorder.Output().find(" packets in "), std::string::npos);
+    return path;
+  }
+
+  std::unique_ptr<bench::Program> Replay(const std::string& path) {
+    auto replay = std::make_unique<bench::Program>(
+        root_, "station",
+        std::vector<std::string>{"replay", path, "--fast", "--ignore", "gps", "--timeout", "5"});
+    replay->Wait(bench::milliseconds(60000));
+    return replay;
+  }
+};
+
+TEST_F(StationReplayTest, TheShippedSequencePassesAndReplaysAlike) {
+  const std::string path = Record(
+      {"run", KORVANDIS_SOURCE_DIR "/sequences/end-of-line.seq", "--set", "serial=SN42"}, "");
+  const auto replay = Replay(path);
+  EXPECT_EQ(replay->Wait(), 0) << replay->Output() << replay->Errors();
+  EXPECT_NE(replay->Output().find(" answers compared, 0 differ\n"), std::string::npos);
+}
+
+TEST_F(StationReplayTest, AChangedUnitIsToldStepByStep) {
+  const std::string path = Record({"version"}, "--pcap");
+  bench::WriteObject("/pps/zelmar/system/zmversion_status", "zmos:json:{\"version\":\"NEW\"}");
+  const auto replay = Replay(path);
+  EXPECT_EQ(replay->Wait(), 1);
+  EXPECT_NE(replay->Output().find("\n    8  DIFFERS   version zmos\n"), std::string::npos)
+      << replay->Output();
+  EXPECT_NE(replay->Output().find("version zmos: NEW [34 "), std::string::npos);
+  EXPECT_NE(replay->Output().find("\n    9  same      version touch\n"), std::string::npos);
+  EXPECT_NE(replay->Output().find("\n10 requests, 10 answers compared, 1 differ\n"),
+            std::string::npos);
+}
+
+TEST_F(StationReplayTest, MissingAndUnexpectedAnswersAreDifferences) {
+  const auto replay = [&](const std::vector<RecordedPacket>& packets) {
+    std::string text = RecordingHead(RecordingFormat::kText);
+    for (const RecordedPacket& packet : packets) {
+      text += RecordingEntry(RecordingFormat::kText, packet);
+    }
+    root_.AddFile("/made", text);
+    bench::Program program(root_, "station",
+                           {"replay", root_.path() + "/made", "--timeout", "0.3"});
+    EXPECT_EQ(program.Wait(), 1);
+    return program.Output() + program.Errors();
+  };
+  const Bytes mpu = wire::BuildRequest(7, 1, {});
+  const Bytes nobody = wire::BuildRequest(99, 1, {});
+  std::string output = replay({{1, kTo, nobody}, {2, kFrom, Reply(99, 1, {})}});
+  EXPECT_NE(output.find("now       no answer\n"), std::string::npos) << output;
+  output = replay({{1, kTo, mpu}, {2, kTo, {0x01, 0x02}}});
+  EXPECT_NE(output.find("an answer that was not recorded: version mpu: "), std::string::npos)
+      << output;
+  EXPECT_NE(replay({}).find("holds no requests"), std::string::npos);
+  EXPECT_EQ(station_->Ask(7, 99), Bytes()) << "the service lives on";
+}
+
+}  // namespace
+}  // namespace station

@@ -1,0 +1,332 @@
+// The programs pps and sloginfo, and what the bench's programs share.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/slog.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <thread>
+
+#include "platform/slog_ring.h"
+#include "support/bench.h"
+#include "tools/pps_object.h"
+#include "tools/program.h"
+
+namespace bench {
+namespace {
+
+const char kObject[] = "/pps/zelmar/setting/systeminfo";
+
+TEST(Tools, EscapeKeepsTextAndShowsTheRest) {
+  EXPECT_EQ(tools::Escape("plain \xC3\xA9 \xE2\x82\xAC \xF0\x9F\x9A\x97"),
+            "plain \xC3\xA9 \xE2\x82\xAC \xF0\x9F\x9A\x97");
+  EXPECT_EQ(tools::Escape("a\n\t\\\x1B[0m\x7F"), "a\\n\\t\\\\\\x1B[0m\\x7F");
+  EXPECT_EQ(tools::Escape(std::string("a\0b", 3)), "a\\x00b");
+  // Overlong, cut, surrogate, beyond the last character, a lone continuation, a C1 control.
+  EXPECT_EQ(tools::Escape("\xC0\xAF"), "\\xC0\\xAF");
+  EXPECT_EQ(tools::Escape("\xE2\x82"), "\\xE2\\x82");
+  EXPECT_EQ(tools::Escape("\xED\xA0\x80"), "\\xED\\xA0\\x80");
+  EXPECT_EQ(tools::Escape("\xF4\x90\x80\x80"), "\\xF4\\x90\\x80\\x80");
+  EXPECT_EQ(tools::Escape("\x80"), "\\x80");
+  EXPECT_EQ(tools::Escape("\xC2\x9B"), "\\xC2\\x9B");
+}
+
+TEST(Tools, NumbersAndJsonAreWhole) {
+  EXPECT_TRUE(tools::IsNumber("-1.5e3"));
+  for (const char* text : {"", "1 2", "x", "\"1\"", "[1]", "1x", "true"}) {
+    EXPECT_FALSE(tools::IsNumber(text)) << text;
+  }
+  EXPECT_TRUE(tools::IsJson("{\"a\":[1,true,null]}"));
+  EXPECT_FALSE(tools::IsJson("{\"a\":}"));
+  EXPECT_FALSE(tools::IsJson(""));
+}
+
+TEST(Tools, ASignalEndsAWaitAndTheMaskComesBack) {
+  sigset_t before;
+  sigset_t after;
+  ::pthread_sigmask(SIG_SETMASK, nullptr, &before);
+  {
+    tools::Interrupt interrupt;
+    EXPECT_FALSE(interrupt.Wait(-1, 1));
+    EXPECT_FALSE(interrupt.Pending());
+    ::raise(SIGTERM);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(interrupt.Wait(-1, 10000));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(5000));
+    EXPECT_TRUE(interrupt.Pending());
+    EXPECT_TRUE(interrupt.Pending()) << "it stays";
+  }
+  ::pthread_sigmask(SIG_SETMASK, nullptr, &after);
+  EXPECT_EQ(sigismember(&before, SIGTERM), sigismember(&after, SIGTERM));
+}
+
+// A unit with a PPS manager; no service.
+class PpsToolTest : public ::testing::Test {
+ protected:
+  PpsToolTest() {
+    headunit::UnitOptions options;
+    options.root = root_.path();
+    options.services = false;
+    unit_ = std::make_unique<headunit::Unit>(options);
+    EXPECT_EQ(unit_->Start(), "");
+  }
+
+  // Runs `pps` and returns its exit status.
+  int Pps(const std::vector<std::string>& arguments) {
+    program_ = std::make_unique<Program>(root_, "pps", arguments);
+    return program_->Wait();
+  }
+  std::string Out() const { return program_->Output(); }
+  std::string Err() const { return program_->Errors(); }
+
+  TempRoot root_;
+  std::unique_ptr<headunit::Unit> unit_;
+  std::unique_ptr<Program> program_;
+};
+
+TEST_F(PpsToolTest, SetsEveryEncodingAndGetsItBack) {
+  EXPECT_EQ(Pps({"set", "zelmar/setting/systeminfo", "name=Car: 7", "n:n:-5", "b:b:true",
+                 "c:c:a\\tb", "json:json:{\"a\":1}", "text::x:y=z", "lines=a\nb"}),
+            0)
+      << Err();
+  EXPECT_EQ(Attribute(kObject, "name"), ":Car: 7");
+  EXPECT_EQ(Attribute(kObject, "n"), "n:-5");
+  EXPECT_EQ(Attribute(kObject, "text"), ":x:y=z");
+  EXPECT_EQ(Attribute(kObject, "lines"), "c:a\\nb");
+  for (const char* path : {"/pps/zelmar/setting/systeminfo", "/zelmar/setting/systeminfo",
+                           "zelmar/setting/systeminfo/"}) {
+    EXPECT_EQ(Pps({"get", path, "name"}), 0) << Err();
+    EXPECT_EQ(Out(), "Car: 7\n");
+  }
+  EXPECT_EQ(Pps({"get", kObject, "c"}), 0);
+  EXPECT_EQ(Out(), "a\tb\n");
+  EXPECT_EQ(Pps({"get", kObject, "lines"}), 0);
+  EXPECT_EQ(Out(), "a\nb\n");
+  EXPECT_EQ(Pps({"get", kObject, "json"}), 0);
+  EXPECT_EQ(Out(), "{\"a\":1}\n");
+  EXPECT_EQ(Pps({"get", kObject}), 0);
+  EXPECT_EQ(Out(), ReadObject(kObject));
+  // A second write keeps the others, -t removes them.
+  EXPECT_EQ(Pps({"set", kObject, "n:n:6"}), 0);
+  EXPECT_EQ(Attribute(kObject, "b"), "b:true");
+  EXPECT_EQ(Pps({"set", "-t", kObject, "n:n:7"}), 0);
+  EXPECT_EQ(ReadObject(kObject), "@systeminfo\nn:n:7\n");
+}
+
+TEST_F(PpsToolTest, RefusesWhatIsNoAttributeAndWritesNothing) {
+  WriteObject(kObject, "n:n:1");
+  const std::pair<const char*, const char*> wrong[] = {
+      {"n", "is neither"},         {"n:n:x", "is not a number"},
+      {"n:n:", "is not a number"}, {"n:b:yes", "is not true or false"},
+      {"n:json:{", "well-formed"}, {"n:q:1", "unknown encoding"},
+      {"n:n", "no second ':'"},    {"=x", "no usable attribute name"},
+      {":n:1", "no usable"},       {"@x=1", "no usable"},
+      {"-n:n:2", "no usable"},     {"n::a\nm::b", "a line end in its value"},
+  };
+  for (const auto& [argument, reason] : wrong) {
+    EXPECT_EQ(Pps({"set", kObject, "m::new", argument}), 2) << argument;
+    EXPECT_NE(Err().find(reason), std::string::npos) << argument << ": " << Err();
+  }
+  EXPECT_EQ(ReadObject(kObject), "@systeminfo\nn:n:1\n");
+}
+
+TEST_F(PpsToolTest, ListsAndRemoves) {
+  WriteObject(kObject, "a::1\nb::2\nab::3");
+  WriteObject("/pps/zelmar/key", "x::1");
+  EXPECT_EQ(Pps({"ls"}), 0);
+  EXPECT_EQ(Out(), "zelmar/\n");
+  EXPECT_EQ(Pps({"ls", "/pps/zelmar"}), 0);
+  EXPECT_EQ(Out(), "key\nsetting/\n");
+  EXPECT_EQ(Pps({"ls", "zelmar/key"}), 0);
+  EXPECT_EQ(Out(), "/pps/zelmar/key\n");
+  EXPECT_EQ(Pps({"ls", "nowhere"}), 1);
+  EXPECT_NE(Err().find("No such file or directory"), std::string::npos);
+
+  EXPECT_EQ(Pps({"rm", kObject, "b", "a"}), 0) << Err();
+  EXPECT_EQ(ReadObject(kObject), "@systeminfo\nab::3\n");
+  EXPECT_EQ(Pps({"rm", kObject, "ab", "b"}), 1);
+  EXPECT_EQ(ReadObject(kObject), "@systeminfo\nab::3\n") << "all or nothing";
+  EXPECT_EQ(Pps({"rm", kObject}), 0) << Err();
+  EXPECT_EQ(ReadObject(kObject), std::nullopt);
+  EXPECT_EQ(Pps({"rm", kObject}), 1);
+  EXPECT_EQ(Pps({"rm", kObject, "a"}), 1);
+  EXPECT_EQ(ReadObject(kObject), std::nullopt) << "not created by asking";
+  EXPECT_EQ(Pps({"get", kObject}), 1);
+  EXPECT_EQ(Pps({"get", "zelmar/key", "y"}), 1);
+  EXPECT_NE(Err().find("has no attribute 'y'"), std::string::npos);
+}
+
+TEST_F(PpsToolTest, GetsAnObjectOfAnySize) {
+  const std::string value(100000, 'x');
+  WriteObject(kObject, "big::" + value);
+  EXPECT_EQ(Pps({"get", kObject, "big"}), 0);
+  EXPECT_EQ(Out(), value + "\n");
+}
+
+TEST_F(PpsToolTest, WatchTellsChangesUntilInterrupted) {
+  WriteObject(kObject, "a::1\nb::2");
+  Program watch(root_, "pps", {"watch", "zelmar/setting/systeminfo"});
+  EXPECT_TRUE(Eventually([&] { return watch.Output().find("b::2\n") != std::string::npos; }));
+  const std::string first = watch.Output();
+  WriteObject(kObject, "a::3");
+  EXPECT_TRUE(Eventually([&] { return watch.Output().size() > first.size(); }));
+  const std::string change = watch.Output().substr(first.size());
+  EXPECT_NE(change.find("a::3\n"), std::string::npos) << change;
+  EXPECT_EQ(change.find("b::"), std::string::npos) << "only what changed";
+  watch.Signal(SIGINT);
+  EXPECT_EQ(watch.Wait(), 0);
+  EXPECT_EQ(watch.Errors(), "");
+
+  Program gone(root_, "pps", {"watch", kObject});
+  EXPECT_TRUE(Eventually([&] { return !gone.Output().empty(); }));
+  unit_->Stop();
+  EXPECT_EQ(gone.Wait(), 1);
+  EXPECT_NE(gone.Errors().find("the unit is gone"), std::string::npos);
+}
+
+TEST_F(PpsToolTest, UsageAndAMissingUnit) {
+  for (const std::vector<std::string>& arguments : {std::vector<std::string>{},
+                                                    {"nonsense"},
+                                                    {"get"},
+                                                    {"get", "a", "b", "c"},
+                                                    {"set", "a"},
+                                                    {"watch", "a", "b"},
+                                                    {"ls", "a", "b"},
+                                                    {"-x", "ls"},
+                                                    {"--root"},
+                                                    {"-t", "get", "a"}}) {
+    EXPECT_EQ(Pps(arguments), 2);
+    EXPECT_NE(Err().find("see 'pps --help'"), std::string::npos);
+    EXPECT_EQ(Out(), "");
+  }
+  EXPECT_EQ(Pps({"--help"}), 0);
+  EXPECT_NE(Out().find("usage: pps"), std::string::npos);
+  EXPECT_EQ(Pps({"ls", "--help"}), 0);
+  unit_->Stop();
+  EXPECT_EQ(Pps({"get", kObject}), 1);
+  EXPECT_NE(Err().find("is the unit running"), std::string::npos);
+  EXPECT_EQ(Pps({"ls", "--root", "/nonexistent"}), 1);
+}
+
+TEST_F(PpsToolTest, AnOutputThatTakesNothingIsAFailure) {
+  WriteObject(kObject, "a::1");
+  Program full(root_, "pps", {"get", kObject}, [] {
+    const int fd = ::open("/dev/full", O_WRONLY);
+    ::dup2(fd, 1);
+  });
+  EXPECT_EQ(full.Wait(), 1);
+  Program closed(root_, "pps", {"get", kObject}, [] { ::close(1); });
+  EXPECT_EQ(closed.Wait(), 1);
+}
+
+class SloginfoTest : public ::testing::Test {
+ protected:
+  SloginfoTest() {
+    root_.AddFile("/dev/.keep", "");
+    EXPECT_EQ(platform::CreateSlogRing(root_.path() + "/dev/slog", 64), 0);
+  }
+  // Logs a line in a process of its own: this one's idea of the ring is older than the test.
+  static void Log(int severity, const std::string& text) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      slogf(0x1B1DC, severity, "%s", text.c_str());
+      ::_exit(0);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+  }
+  std::string Sloginfo(const std::vector<std::string>& arguments) {
+    Program program(root_, "sloginfo", arguments);
+    EXPECT_EQ(program.Wait(), 0) << program.Errors();
+    return program.Output();
+  }
+
+  TempRoot root_;
+};
+
+// The texts of the lines printed, without time, severity, opcode and process.
+std::string Texts(const std::string& output) {
+  std::string texts;
+  for (std::size_t start = 0; start < output.size();) {
+    const std::size_t end = output.find('\n', start);
+    const std::string line = output.substr(start, end - start);
+    const std::size_t text = line.find("  ", 32);
+    texts += (text == std::string::npos ? line : line.substr(text + 2)) + "\n";
+    start = end + 1;
+  }
+  return texts;
+}
+
+TEST_F(SloginfoTest, PrintsFiltersAndLimits) {
+  Log(_SLOG_ERROR, "bad\n");
+  Log(_SLOG_DEBUG1, "two\nlines\x1B\r\n");
+  Log(_SLOG_INFO, "last");
+  const std::string all = Sloginfo({});
+  EXPECT_EQ(Texts(all), "bad\ntwo\\nlines\\x1B\nlast\n") << all;
+  EXPECT_NE(all.find(" error    0001b1dc "), std::string::npos) << all;
+  EXPECT_NE(all.find(" debug1   0001b1dc "), std::string::npos);
+  EXPECT_EQ(Texts(Sloginfo({"-s", "error"})), "bad\n");
+  EXPECT_EQ(Texts(Sloginfo({"-s", "5"})), "bad\nlast\n");
+  EXPECT_EQ(Texts(Sloginfo({"-n", "1"})), "last\n");
+  EXPECT_EQ(Sloginfo({"-n", "0"}), "");
+}
+
+TEST_F(SloginfoTest, SaysHowManyLinesWereLost) {
+  for (int i = 0; i < 100; ++i) Log(_SLOG_INFO, "line " + std::to_string(i));
+  const std::string output = Texts(Sloginfo({}));
+  int lost = 0;
+  int first = 0;
+  ASSERT_EQ(std::sscanf(output.c_str(), "... %d lines lost\nline %d\n", &lost, &first), 2)
+      << output;
+  EXPECT_EQ(lost, first);
+  EXPECT_GE(lost, 36);
+  EXPECT_LE(lost, 50) << "most of the ring is still there";
+  EXPECT_NE(output.find("\nline 99\n"), std::string::npos);
+}
+
+TEST_F(SloginfoTest, FollowsAcrossARestartOfTheUnit) {
+  Log(_SLOG_INFO, "old");
+  Program follow(root_, "sloginfo", {"-f", "-n", "0"});
+  std::this_thread::sleep_for(milliseconds(300));
+  EXPECT_EQ(follow.Output(), "");
+  Log(_SLOG_INFO, "one");
+  EXPECT_TRUE(Eventually([&] { return Texts(follow.Output()) == "one\n"; })) << follow.Output();
+  EXPECT_EQ(std::remove((root_.path() + "/dev/slog").c_str()), 0);
+  std::this_thread::sleep_for(milliseconds(200));
+  EXPECT_EQ(platform::CreateSlogRing(root_.path() + "/dev/slog", 64), 0);
+  // The writers of this process look for a new ring once a second.
+  EXPECT_TRUE(Eventually([&] {
+    Log(_SLOG_INFO, "two");
+    return Texts(follow.Output()).find("one\ntwo\n") == 0;
+  })) << follow.Output();
+  follow.Signal(SIGTERM);
+  EXPECT_EQ(follow.Wait(), 0);
+}
+
+TEST_F(SloginfoTest, UsageAndAMissingLog) {
+  for (const std::vector<std::string>& arguments : {std::vector<std::string>{"-s"},
+                                                    {"-s", "loud"},
+                                                    {"-s", "8"},
+                                                    {"-n", "-1"},
+                                                    {"-n", "x"},
+                                                    {"nonsense"},
+                                                    {"--root"}}) {
+    Program program(root_, "sloginfo", arguments);
+    EXPECT_EQ(program.Wait(), 2);
+    EXPECT_NE(program.Errors().find("see 'sloginfo --help'"), std::string::npos);
+  }
+  EXPECT_NE(Sloginfo({"--help"}).find("usage: sloginfo"), std::string::npos);
+  root_.AddFile("/dev/slog", "not a ring, but long enough to hold a header's sixty-four bytes");
+  Program wrong(root_, "sloginfo");
+  EXPECT_EQ(wrong.Wait(), 1);
+  EXPECT_NE(wrong.Errors().find("not a log ring"), std::string::npos) << wrong.Errors();
+  EXPECT_EQ(std::remove((root_.path() + "/dev/slog").c_str()), 0);
+  Program missing(root_, "sloginfo", {"-f"});
+  EXPECT_EQ(missing.Wait(), 1);
+  EXPECT_NE(missing.Errors().find("is the unit running"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace bench
