@@ -287,7 +287,7 @@ std::string CheckArgument(const Parameter& parameter, const std::string& text,
         return shown + " is longer than " + std::to_string(parameter.high) + " bytes";
       }
       if (std::any_of(text.begin(), text.end(),
-                      [](char c) { return (c >= 0 && c < 32) || c == 127; })) {
+                      [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; })) {
         return shown + " has control characters";
       }
       *normal = text;

@@ -143,8 +143,9 @@ int RunSequenceFile(Context& context) {
       RunSequence(sequence, given, phases, context.timeout, &interrupt, &progress);
   if (junit.is_open()) WriteJunit(record, junit);
   if (json.is_open()) WriteJson(record, json);
-  const bool written =
-      CloseRecord(context, "--junit", &junit) & CloseRecord(context, "--json", &json);
+  const bool junit_written = CloseRecord(context, "--junit", &junit);
+  const bool json_written = CloseRecord(context, "--json", &json);
+  const bool written = junit_written && json_written;
   return record.verdict == Verdict::kPassed && written ? tools::kExitRight : tools::kExitWrong;
 }
 
