@@ -67,6 +67,9 @@ std::string InstallFiles(const std::string& profile, const std::string& root) {
 }
 
 std::string SaveObjects(const PpsManager& pps, const std::string& folder) {
+  std::error_code made;
+  fs::create_directories(folder + "/pps", made);
+  if (made) return folder + ": " + made.message();
   std::string failure;
   pps.ForEachObject([&](const std::string& path, const PpsAttributes& attributes) {
     if (!failure.empty()) return;

@@ -60,7 +60,7 @@ bool RawClient::Send(const std::string& message) const {
 }
 
 std::optional<std::string> RawClient::Receive(milliseconds limit) const {
-  if (!WaitReadable(fd_, limit)) return std::nullopt;
+  if (!connected() || !WaitReadable(fd_, limit)) return std::nullopt;
   const ssize_t size = recv(fd_, nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
   if (size < 0) return std::nullopt;
   std::string message(static_cast<std::size_t>(size), '\0');

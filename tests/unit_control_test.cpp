@@ -1,0 +1,268 @@
+// The bench's control lines, and the faults that they set on the PPS manager.
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "headunit/unit.h"
+#include "platform/io.h"
+#include "support/bench.h"
+#include "support/raw_client.h"
+#include "wire/bench_link.h"
+
+namespace {
+
+using bench::AccessPps;
+using bench::milliseconds;
+using bench::OpenPps;
+using bench::PpsText;
+using bench::RawClient;
+
+class ControlTest : public bench::UnitTest {
+ protected:
+  static milliseconds Spent(const std::function<void()>& action) {
+    const auto begin = std::chrono::steady_clock::now();
+    action();
+    return std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - begin);
+  }
+};
+
+TEST_F(ControlTest, LinesAreAnsweredOnTheConnectorAsInTheProcess) {
+  const RawClient connector(wire::kControlPath, "", O_RDWR);
+  ASSERT_EQ(0, connector.answer());
+  for (const char* line :
+       {"help", "i2c counters", "sysinfo show", "nonsense", "i2c identity 1 2 3"}) {
+    ASSERT_TRUE(connector.Send(line));
+    EXPECT_EQ(Control(line), connector.Receive().value_or("")) << line;
+  }
+  ASSERT_TRUE(connector.Send("  status  "));
+  EXPECT_EQ("ok service 0 ", connector.Receive().value_or("").substr(0, 13));
+
+  // Every line of the help is one that the table knows.
+  const std::string help = Control("help").substr(3);
+  std::size_t lines = 0;
+  for (std::size_t begin = 0; begin < help.size(); begin = help.find('\n', begin) + 1, ++lines) {
+    EXPECT_EQ(std::string::npos,
+              Control(help.substr(begin, help.find(' ', begin) - begin) + " x y z").find("ok"));
+    if (help.find('\n', begin) == std::string::npos) break;
+  }
+  EXPECT_GT(lines, 20u);
+}
+
+TEST_F(ControlTest, WrongLinesAreErrorsAndChangeNothing) {
+  const std::string wrong[] = {"",
+                               " ",
+                               "stat",
+                               "i2c",
+                               "i2c fail-send",
+                               "i2c fail-send -1",
+                               "i2c fail-send 1x",
+                               "i2c fail-send 99999999999999999999",
+                               "i2c fail-send 1 2",
+                               "i2c identity 1 2 3 100",
+                               "i2c speed maybe",
+                               "sysinfo fail zero",
+                               "sysinfo length",
+                               "pps slow /key",
+                               "pps slow /key soon",
+                               "gps suspend",
+                               "gps rate 10",
+                               "save",
+                               "save /proc/none",
+                               "status now",
+                               std::string("help\0", 5),
+                               std::string(100000, 'x')};
+  for (const std::string& line : wrong) {
+    EXPECT_EQ("error ", Control(line).substr(0, 6)) << line.substr(0, 40);
+  }
+  EXPECT_EQ("ok speeds 0 sends 0 receives 0 transfers 0 speed 0", Control("i2c counters"));
+}
+
+TEST_F(ControlTest, ThePpsManagerGoesAndComesBackWithItsObjects) {
+  const RawClient follower = OpenPps("/key?wait", O_RDWR | O_CREAT);
+  ASSERT_TRUE(follower.Send("n:n:1"));
+  ASSERT_EQ(0, AccessPps(""));
+  EXPECT_EQ("@key\n", follower.Receive().value_or(""));
+  EXPECT_EQ("ok", Control("pps down"));
+  EXPECT_TRUE(follower.AtEnd());
+  EXPECT_EQ(-1, platform::open("/pps/key", O_RDONLY));
+  EXPECT_EQ(ENOENT, errno);
+  EXPECT_EQ("ok", Control("pps up"));
+  EXPECT_EQ("ok", Control("pps up"));
+  EXPECT_EQ("@key\nn:n:1\n", PpsText("/key"));
+}
+
+TEST_F(ControlTest, AManagerCanBeStalledSlowedAndMuted) {
+  ASSERT_EQ(0, OpenPps("/key", O_WRONLY | O_CREAT).answer());
+  ASSERT_EQ(0, OpenPps("/other", O_WRONLY | O_CREAT).answer());
+
+  EXPECT_EQ("ok", Control("pps stall"));
+  int error = 0;
+  const milliseconds stalled = Spent([&] {
+    EXPECT_EQ(-1, platform::access("/pps/key", F_OK));
+    error = errno;
+  });
+  EXPECT_EQ(EIO, error);
+  EXPECT_GE(stalled.count(), 1800);
+  RawClient waiting("/pps");
+  ASSERT_TRUE(waiting.Send(bench::OpeningRequest(1, O_RDONLY, "/key")));
+  EXPECT_EQ(-1, waiting.TakeAnswer(milliseconds(100)));
+  EXPECT_EQ("ok", Control("pps unstall"));
+  EXPECT_TRUE(waiting.AtEnd());
+  EXPECT_EQ("@key\n", PpsText("/key"));
+
+  EXPECT_EQ("ok", Control("pps slow /pps/key 300"));
+  EXPECT_LT(Spent([] { EXPECT_EQ(0, AccessPps("/other")); }).count(), 250);
+  EXPECT_GE(Spent([] { EXPECT_EQ(0, AccessPps("/key")); }).count(), 290);
+  {
+    // A client that does not wait for its answer leaves nothing behind.
+    RawClient impatient("/pps");
+    ASSERT_TRUE(impatient.Send(bench::OpeningRequest(1, O_WRONLY | O_CREAT | O_TRUNC, "/key")));
+  }
+  std::this_thread::sleep_for(milliseconds(400));
+  EXPECT_NE(std::string::npos, Control("status").find(" pps-files 0 ")) << Control("status");
+  EXPECT_EQ("ok", Control("pps slow /key 0"));
+  EXPECT_LT(Spent([] { EXPECT_EQ(0, AccessPps("/key")); }).count(), 250);
+
+  EXPECT_EQ("ok", Control("pps stall-after-open"));
+  const RawClient mute = OpenPps("/key", O_RDONLY);
+  EXPECT_EQ(0, mute.answer());
+  EXPECT_FALSE(mute.Receive(milliseconds(100)));
+  EXPECT_EQ("ok", Control("pps up"));
+  EXPECT_EQ("@key\n", PpsText("/key"));
+}
+
+TEST_F(ControlTest, ASavedProfileStartsAnEqualUnit) {
+  const RawClient writer = OpenPps("/a/b/key", O_WRONLY | O_CREAT);
+  ASSERT_TRUE(writer.Send("n:n:1\ntext::with: colons\nlist:json:[1,2]"));
+  ASSERT_EQ(0, OpenPps("/a/empty", O_WRONLY | O_CREAT).answer());
+  const std::string folder = root_.path() + "/saved profile";
+  EXPECT_EQ("error ", Control("save " + folder).substr(0, 6));  // a blank parts words
+  ASSERT_EQ("ok", Control("save " + root_.path() + "/saved"));
+  EXPECT_EQ("list:json:[1,2]\nn:n:1\ntext::with: colons\n",
+            bench::ReadFile(root_.path() + "/saved/pps/a/b/key"));
+
+  headunit::UnitOptions again = options_;
+  again.root = root_.path() + "/again";
+  again.profile = root_.path() + "/saved";
+  setenv("HEADUNIT_ROOT", again.root.c_str(), 1);
+  {
+    headunit::Unit unit(again);
+    ASSERT_EQ("", unit.Start());
+    EXPECT_EQ("@key\nlist:json:[1,2]\nn:n:1\ntext::with: colons\n", PpsText("/a/b/key"));
+    EXPECT_EQ("@empty\n", PpsText("/a/empty"));
+  }
+  setenv("HEADUNIT_ROOT", root_.path().c_str(), 1);
+}
+
+// --- profiles
+// -----------------------------------------------------------------------------------------
+
+class ProfileTest : public bench::UnitTest {
+ protected:
+  void SetUp() override { options_.profile = root_.path() + "/profile"; }
+
+  std::string StartOn(const std::string& file, const std::string& content) {
+    root_.AddFile("/profile/" + file, content);
+    unit_ = std::make_unique<headunit::Unit>(options_);
+    const std::string failure = unit_->Start();
+    if (!failure.empty()) std::filesystem::remove(options_.profile + "/" + file);
+    return failure;
+  }
+};
+
+TEST_F(ProfileTest, WrongFilesAreNamedWithTheirLine) {
+  unit_ = std::make_unique<headunit::Unit>(options_);
+  EXPECT_NE(std::string::npos, unit_->Start().find("no such profile"));
+  EXPECT_NE(std::string::npos,
+            StartOn("pps/a/key", "n:n:1\n\nx::1\n").find("/pps/a/key: line 2 is no PPS line"));
+  EXPECT_NE(std::string::npos, StartOn("pps/a/key", "@key\nwrong").find("line 2"));
+  options_.services = true;
+  EXPECT_NE(std::string::npos,
+            StartOn("drive.txt", "# comment\nfix 1 2 3 4\n").find("/drive.txt: line 2"));
+  EXPECT_NE(std::string::npos, StartOn("drive.txt", "sat 1 2 1 4 5\n").find("line 1"));
+  EXPECT_NE(std::string::npos,
+            StartOn("drive.txt", "fix 1 2 3 4 5\nsat 1 2 7 4 5\n").find("line 2"));
+  EXPECT_EQ("", StartOn("drive.txt", "fix 1 2 3 4 5\nsat 1 2.5 1 4 5\n"));
+}
+
+TEST_F(ProfileTest, FilesAreLaidBelowTheRootAndLeftoversSkipped) {
+  root_.AddFile("/profile/root/app/run.sh", "#!/bin/sh\n", 0755);
+  root_.AddFile("/profile/root/app/text", "from the profile");
+  root_.AddFile("/app/text", "mine");
+  root_.AddFile("/profile/pps/.key.swp", "\0\0");
+  root_.AddFile("/profile/pps/key~", "old and wrong");
+  ASSERT_EQ("", StartOn("pps/dir/key", "n:n:1"));
+  EXPECT_EQ("@key\nn:n:1\n", PpsText("/dir/key"));
+  EXPECT_EQ("dir/\n", OpenPps("", O_RDONLY | O_DIRECTORY).Receive().value_or(""));
+  EXPECT_EQ(0, access((root_.path() + "/app/run.sh").c_str(), X_OK));
+  EXPECT_EQ("mine", bench::ReadFile(root_.path() + "/app/text"));
+}
+
+// --- the program
+// --------------------------------------------------------------------------------------
+
+TEST_F(ProfileTest, TheProgramSaysWhatIsWrongOnItsCommandLine) {
+  const std::vector<std::vector<std::string>> misuses = {{"--what"},
+                                                         {"--root"},
+                                                         {"--root", ""},
+                                                         {"--log-lines", "3"},
+                                                         {"--log-lines", "-8"},
+                                                         {"--log-lines", "0"},
+                                                         {"extra"},
+                                                         {"--empty", "--profile", "/tmp"}};
+  for (const std::vector<std::string>& arguments : misuses) {
+    bench::Program program(root_, "headunit", arguments);
+    EXPECT_EQ(2, program.Wait()) << arguments[0];
+    EXPECT_NE("", program.Errors());
+    EXPECT_EQ("", program.Output());
+  }
+  bench::Program help(root_, "headunit", {"--help"});
+  EXPECT_EQ(0, help.Wait());
+  EXPECT_NE(std::string::npos, help.Output().find("--no-services"));
+  bench::Program host(root_, "headunit", {"--root", "/"});
+  EXPECT_EQ(1, host.Wait());
+  bench::Program nobody(root_, "headunit", {"ctl", "status"});
+  EXPECT_EQ(1, nobody.Wait());
+  EXPECT_NE(std::string::npos, nobody.Errors().find("no unit answers"));
+}
+
+TEST_F(ProfileTest, TheProgramRunsSavesAndEndsInOrder) {
+  const std::string saved = root_.path() + "/saved";
+  for (const int signal : {SIGTERM, SIGINT}) {
+    bench::Program unit(root_, "headunit", {"--root", ".", "--save", saved, "--log-lines", "64"});
+    ASSERT_TRUE(bench::Eventually([&] { return unit.Output().find("ready: ") == 0; }));
+    EXPECT_EQ(0, AccessPps("/zelmar/system/version_status"));
+    ASSERT_TRUE(OpenPps("/mine", O_WRONLY | O_CREAT).Send("n:n:1"));
+    bench::Program control(root_, "headunit", {"ctl", "i2c", "identity", "1", "2", "3", "4"});
+    EXPECT_EQ(0, control.Wait());
+    EXPECT_EQ("ok\n", control.Output());
+    bench::Program refused(root_, "headunit", {"ctl", "i2c", "identity"});
+    EXPECT_EQ(1, refused.Wait());
+    EXPECT_NE(std::string::npos, refused.Errors().find("usage: i2c identity"));
+    unit.Signal(signal);
+    EXPECT_EQ(0, unit.Wait());
+    EXPECT_EQ("n:n:1\n", bench::ReadFile(saved + "/pps/mine"));
+    EXPECT_FALSE(std::filesystem::exists(root_.path() + "/pps"));
+  }
+
+  // A killed unit's sockets are no obstacle.
+  bench::Program killed(root_, "headunit", {"--empty"});
+  ASSERT_TRUE(bench::Eventually([&] { return killed.Output().find("ready: ") == 0; }));
+  killed.Signal(SIGKILL);
+  EXPECT_EQ(128 + SIGKILL, killed.Wait());
+  EXPECT_TRUE(std::filesystem::exists(root_.path() + "/pps"));
+  bench::Program next(root_, "headunit", {"--empty"});
+  ASSERT_TRUE(bench::Eventually([&] { return next.Output().find("ready: ") == 0; }));
+  EXPECT_EQ(0, next.Terminate());
+}
+
+}  // namespace

@@ -1,0 +1,218 @@
+// The simulated MCU: who gets which packet.
+#include <fcntl.h>
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "support/bench.h"
+#include "support/raw_client.h"
+#include "wire/at_packet.h"
+#include "wire/bench_link.h"
+
+namespace {
+
+using bench::milliseconds;
+using bench::RawClient;
+
+std::string AsText(const std::vector<std::uint8_t>& bytes) {
+  return std::string(bytes.begin(), bytes.end());
+}
+
+std::string Request(std::uint8_t command, std::uint8_t sub_command,
+                    const std::string& parameters = "") {
+  return AsText(wire::BuildRequest(
+      command, sub_command, std::vector<std::uint8_t>(parameters.begin(), parameters.end())));
+}
+
+// A reply as the service frames it.
+std::string Reply(std::uint8_t command, std::uint8_t sub_command, const std::string& data) {
+  std::string packet(wire::kHeaderSize, '\0');
+  packet[0] = static_cast<char>(wire::kReplyOverhead + data.size());
+  packet[wire::kPacketTypeOffset] = 0x34;
+  const std::uint8_t head[] = {0x34,
+                               0,
+                               2,
+                               0x2A,
+                               0xA2,
+                               0,
+                               static_cast<std::uint8_t>(data.size()),
+                               static_cast<std::uint8_t>(command | 0x80),
+                               sub_command};
+  return packet + std::string(reinterpret_cast<const char*>(head), sizeof(head)) + data;
+}
+
+class McuTest : public bench::UnitTest {
+ protected:
+  static RawClient OpenService() { return RawClient(wire::kMcuDevicePath, "", O_RDWR); }
+  static RawClient OpenStation() { return RawClient(wire::kStationPath, "", O_RDWR); }
+  static RawClient OpenMonitor() {
+    return RawClient(wire::kStationPath, wire::kMonitorRest, O_RDONLY);
+  }
+  static bool Silent(const RawClient& client) { return !client.Receive(milliseconds(50)); }
+};
+
+TEST_F(McuTest, RepliesGoToTheStationThatAsked) {
+  const RawClient service = OpenService();
+  EXPECT_TRUE(unit_->WaitForService(milliseconds(5000)));
+  const RawClient first = OpenStation();
+  const RawClient second = OpenStation();
+
+  // Both ask the same: the answers come in the order of the questions.
+  ASSERT_TRUE(first.Send(Request(7, 1)));
+  EXPECT_EQ(Request(7, 1), service.Receive().value_or(""));
+  ASSERT_TRUE(second.Send(Request(7, 1)));
+  EXPECT_EQ(Request(7, 1), service.Receive().value_or(""));
+  ASSERT_TRUE(service.Send(Reply(7, 1, "one")));
+  ASSERT_TRUE(service.Send(Reply(7, 1, "two")));
+  EXPECT_EQ(Reply(7, 1, "one"), first.Receive().value_or(""));
+  EXPECT_EQ(Reply(7, 1, "two"), second.Receive().value_or(""));
+  EXPECT_TRUE(Silent(first));
+  EXPECT_TRUE(Silent(second));
+
+  // A request that has no answer is done with once a later one is answered.
+  ASSERT_TRUE(first.Send(Request(4, 13)));
+  EXPECT_TRUE(service.Receive());
+  ASSERT_TRUE(second.Send(Request(7, 2)));
+  EXPECT_TRUE(service.Receive());
+  ASSERT_TRUE(service.Send(Reply(7, 2, "x")));
+  EXPECT_EQ(Reply(7, 2, "x"), second.Receive().value_or(""));
+  ASSERT_TRUE(service.Send(Reply(4, 13, "late")));  // now answers nobody
+  EXPECT_TRUE(Silent(first));
+  EXPECT_TRUE(Silent(second));
+
+  // The sub-command counts, and so does the reply bit.
+  ASSERT_TRUE(first.Send(Request(7, 3)));
+  EXPECT_TRUE(service.Receive());
+  ASSERT_TRUE(service.Send(Reply(7, 4, "other")));
+  ASSERT_TRUE(service.Send(Request(7, 3)));
+  EXPECT_TRUE(Silent(first));
+  ASSERT_TRUE(service.Send(Reply(7, 3, "")));
+  EXPECT_EQ(Reply(7, 3, ""), first.Receive().value_or(""));
+}
+
+TEST_F(McuTest, AnswersToAStationThatLeftReachNobodyElse) {
+  const RawClient service = OpenService();
+  const RawClient stays = OpenStation();
+  {
+    const RawClient leaves = OpenStation();
+    ASSERT_TRUE(leaves.Send(Request(7, 1)));
+    EXPECT_TRUE(service.Receive());
+  }
+  ASSERT_TRUE(stays.Send(Request(7, 1)));
+  EXPECT_TRUE(service.Receive());
+  ASSERT_TRUE(service.Send(Reply(7, 1, "for the one that left")));
+  ASSERT_TRUE(service.Send(Reply(7, 1, "mine")));
+  EXPECT_EQ(Reply(7, 1, "mine"), stays.Receive().value_or(""));
+  EXPECT_TRUE(Silent(stays));
+}
+
+TEST_F(McuTest, AnyBytesPassUnchanged) {
+  const RawClient service = OpenService();
+  const RawClient station = OpenStation();
+  std::string all_bytes;
+  for (int i = 0; i < 256; ++i) all_bytes += static_cast<char>(i);
+  const std::string packets[] = {std::string(1, '\0'), all_bytes, std::string(28, '\xff'),
+                                 std::string(wire::kMaxPacket, 'x')};
+  for (const std::string& packet : packets) {
+    ASSERT_TRUE(station.Send(packet));
+    EXPECT_TRUE(packet == service.Receive().value_or("")) << packet.size();
+  }
+  // Longer ones than the link takes, and empty ones, which would read as the end, go nowhere.
+  ASSERT_TRUE(station.Send(std::string(wire::kMaxPacket + 1, 'y')));
+  ASSERT_TRUE(station.Send(""));
+  ASSERT_TRUE(station.Send("last"));
+  EXPECT_EQ("last", service.Receive().value_or(""));
+  EXPECT_TRUE(Silent(station));
+}
+
+TEST_F(McuTest, MonitorsSeeEverythingWithTimeDirectionAndStation) {
+  const RawClient monitor = OpenMonitor();
+  const RawClient station = OpenStation();
+  const RawClient other = OpenStation();
+  const auto next = [&](std::uint32_t* direction, std::uint32_t* number) {
+    const std::string message = monitor.Receive().value_or("");
+    wire::MonitorHead head = {};
+    if (message.size() < sizeof(head)) return std::string("no message");
+    std::memcpy(&head, message.data(), sizeof(head));
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const auto age =
+        std::chrono::nanoseconds(now).count() - static_cast<std::int64_t>(head.nanoseconds);
+    EXPECT_GE(age, 0);
+    EXPECT_LT(age, 60 * std::int64_t{1000000000});
+    *direction = head.direction;
+    *number = head.station;
+    return message.substr(sizeof(head));
+  };
+  std::uint32_t direction = 9;
+  std::uint32_t number = 0;
+
+  ASSERT_TRUE(station.Send(Request(7, 1)));  // nobody is there to take it
+  EXPECT_EQ(Request(7, 1), next(&direction, &number));
+  EXPECT_EQ(0u, direction);
+  EXPECT_NE(0u, number);
+  const std::uint32_t first = number;
+  EXPECT_NE(std::string::npos, Control("status").find(" dropped 1 "));
+
+  const RawClient service = OpenService();
+  ASSERT_TRUE(other.Send(Request(7, 1)));
+  EXPECT_EQ(Request(7, 1), next(&direction, &number));
+  EXPECT_NE(first, number);
+  const std::uint32_t second = number;
+  ASSERT_TRUE(service.Send(Reply(7, 1, "x")));  // not for the first: it was never passed on
+  EXPECT_EQ(Reply(7, 1, "x"), next(&direction, &number));
+  EXPECT_EQ(1u, direction);
+  EXPECT_EQ(second, number);
+  ASSERT_TRUE(service.Send("not a packet"));
+  EXPECT_EQ("not a packet", next(&direction, &number));
+  EXPECT_EQ(0u, number);
+  EXPECT_EQ(Reply(7, 1, "x"), other.Receive().value_or(""));
+
+  EXPECT_EQ(Request(7, 1), service.Receive().value_or(""));
+  ASSERT_TRUE(monitor.Send(Request(7, 1)));  // a monitor only looks
+  EXPECT_TRUE(Silent(service));
+  EXPECT_EQ(ENOENT, RawClient(wire::kStationPath, "/else", O_RDWR).answer());
+}
+
+TEST_F(McuTest, PacketsForAServiceThatDoesNotReadAreBounded) {
+  const RawClient service = OpenService();
+  const RawClient station = OpenStation();
+  const std::string packet(60000, 'x');
+  int sent = 0;
+  for (int i = 0; i < 2000; ++i) {
+    if (station.Send(packet)) ++sent;
+    bench::AccessPps("");
+  }
+  EXPECT_GT(sent, 1000);
+  // It reads again: what was kept comes whole and in order, and the link works.
+  std::size_t kept = 0;
+  while (service.Receive(milliseconds(100)) == packet) ++kept;
+  EXPECT_GT(kept, 10u);
+  EXPECT_LT(kept, 200u);
+  ASSERT_TRUE(station.Send(Request(7, 1)));
+  EXPECT_EQ(Request(7, 1), service.Receive().value_or(""));
+}
+
+TEST_F(McuTest, TheDeviceGoesAndComesBack) {
+  const RawClient service = OpenService();
+  const RawClient station = OpenStation();
+  ASSERT_TRUE(station.Send(Request(7, 1)));
+  EXPECT_TRUE(service.Receive());
+  EXPECT_EQ("ok", Control("mcu down"));
+  EXPECT_TRUE(service.AtEnd());
+  EXPECT_FALSE(unit_->WaitForService(milliseconds(0)));
+  EXPECT_FALSE(OpenService().connected());
+  EXPECT_EQ("ok", Control("mcu down"));
+  EXPECT_EQ("ok", Control("mcu up"));
+  const RawClient again = OpenService();
+  EXPECT_EQ(0, again.answer());
+  EXPECT_TRUE(unit_->WaitForService(milliseconds(0)));
+  // What was asked before is forgotten.
+  ASSERT_TRUE(again.Send(Reply(7, 1, "stale")));
+  EXPECT_TRUE(Silent(station));
+  ASSERT_TRUE(station.Send(Request(7, 1)));
+  EXPECT_EQ(Request(7, 1), again.Receive().value_or(""));
+}
+
+}  // namespace
