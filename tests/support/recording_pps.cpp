@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <sstream>
@@ -59,7 +60,7 @@ void RecordingPps::Refuse(const std::string& path, int error) {
   errors_[path] = error;
 }
 
-std::vector<std::string> RecordingPps::Take() {
+Lines RecordingPps::Take() {
   // Requests are taken in order: once this one is answered, those before it are done with.
   platform::access((std::string("/pps") + kBarrier).c_str(), F_OK);
   const std::lock_guard<std::mutex> lock(mutex_);
@@ -102,8 +103,6 @@ void RecordingPps::Serve(FakeManager::Opening opening) {
   events_.push_back(event);
 }
 
-const char RecordedBench::kGeolocation[] = "/services/geolocation/control?wait,backlog=30";
-
 void RecordedBench::SetUp() {
   headunit::UnitOptions options = Empty();
   options.root = root_.path();
@@ -120,13 +119,34 @@ void RecordedBench::SetUp() {
 
 void RecordedBench::TearDown() { EXPECT_EQ(StopService(), 0) << service_->Errors(); }
 
-std::string RecordedBench::Told() const {
-  static const std::string kOwn = "VER_SUB_CMD is not define!('255') \n";
-  std::string text = Errors();
-  for (std::size_t at = 0; (at = text.find(kOwn, at)) != std::string::npos;) {
-    text.erase(at, kOwn.size());
+void RecordedBench::Do(std::uint8_t command, std::uint8_t sub_command, const Bytes& parameters) {
+  Ask(command, sub_command, parameters, false);
+}
+
+Bytes RecordedBench::Ask(std::uint8_t command, std::uint8_t sub_command, const Bytes& parameters) {
+  return Ask(command, sub_command, parameters, true);
+}
+
+Bytes RecordedBench::Ask(std::uint8_t command, std::uint8_t sub_command, const Bytes& parameters,
+                         bool answered) {
+  // The question behind an unanswered request writes this line after its reply, perhaps late.
+  static const std::string kLate = "VER_SUB_CMD is not define!('255') \n";
+  pps_->Take();
+  Mark();
+  Bytes reply;
+  if (answered) {
+    reply = station_->Ask(command, sub_command, parameters);
+  } else {
+    station_->Do(command, sub_command, parameters);
   }
-  return text;
+  asked = pps_->Take();
+  told = Errors();
+  for (std::size_t at; (at = told.find(kLate)) != std::string::npos;) told.erase(at, kLate.size());
+  const std::string text(reply.begin(), std::find(reply.begin(), reply.end(), 0));
+  const std::string own = "inBuf('" + text + "') \n";
+  EXPECT_TRUE(told.size() >= own.size() && told.substr(told.size() - own.size()) == own) << told;
+  told.resize(told.size() - std::min(told.size(), own.size()));
+  return reply;
 }
 
 Bytes FromHex(const std::string& text) {

@@ -15,6 +15,8 @@
 
 namespace bench {
 
+using Lines = std::vector<std::string>;
+
 // Takes one request at a time: an open, and all that is written until it is closed.
 class RecordingPps {
  public:
@@ -31,7 +33,7 @@ class RecordingPps {
   // What was asked since the last call, in order: "access PATH", or the open's flags (r w c t:
   // read, write, create, truncate), mode and path, and each text written, with spaces between: "wc
   // 666 /a/b x:n:1".
-  std::vector<std::string> Take();
+  Lines Take();
 
  private:
   void Run();
@@ -41,10 +43,13 @@ class RecordingPps {
   std::mutex mutex_;  // guards what follows
   std::map<std::string, std::string> texts_;
   std::map<std::string, int> errors_;
-  std::vector<std::string> events_;
+  Lines events_;
   std::atomic<bool> stop_{false};
   std::thread thread_;
 };
+
+// The geolocation object, behind "/pps", with the options that the service asks for.
+const char kGeolocation[] = "/services/geolocation/control?wait,backlog=30";
 
 // A bench whose service finds a RecordingPps, without a geolocation object.
 class RecordedBench : public BenchTest {
@@ -52,12 +57,18 @@ class RecordedBench : public BenchTest {
   void SetUp() override;
   void TearDown() override;  // the service is to end in order
 
-  // Standard error since the last Mark, without the line that the question behind Station::Do
-  // writes after its reply.
-  std::string Told() const;
+  // Carry out a request, which is not answered or is, and leave behind what it caused alone: the
+  // log's lines, `told` and the requests to the manager.
+  void Do(std::uint8_t command, std::uint8_t sub_command, const Bytes& parameters = {});
+  Bytes Ask(std::uint8_t command, std::uint8_t sub_command, const Bytes& parameters = {});
 
-  static const char kGeolocation[];  // what the service asks for, behind "/pps"
+  std::string told;  // standard error, without the reply's own line
+  Lines asked;
+
   std::unique_ptr<RecordingPps> pps_;
+
+ private:
+  Bytes Ask(std::uint8_t command, std::uint8_t sub_command, const Bytes& parameters, bool answered);
 };
 
 // The bytes that "0a ff" stands for.
