@@ -286,8 +286,7 @@ std::string CheckArgument(const Parameter& parameter, const std::string& text,
       if (text.size() > parameter.high) {
         return shown + " is longer than " + std::to_string(parameter.high) + " bytes";
       }
-      if (std::any_of(text.begin(), text.end(),
-                      [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; })) {
+      if (std::any_of(text.begin(), text.end(), tools::IsControl)) {
         return shown + " has control characters";
       }
       *normal = text;

@@ -40,7 +40,7 @@ template <typename Take>
 void ForEachCharacter(std::string_view text, Take take) {
   while (!text.empty()) {
     const std::size_t length = tools::Utf8Length(text);
-    const bool control = static_cast<unsigned char>(text[0]) < 0x20 || text[0] == 0x7F;
+    const bool control = tools::IsControl(text[0]);
     const std::string_view character = text.substr(0, length == 0 ? 1 : length);
     take(character, length == 0 || control ? static_cast<unsigned char>(text[0]) : -1);
     text.remove_prefix(character.size());

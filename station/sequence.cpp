@@ -107,9 +107,8 @@ class Parser {
 
   void ParseLine(std::string rest) {
     if (rest.empty() || rest[0] == '#') return;
-    const bool control = std::any_of(rest.begin(), rest.end(), [](char c) {
-      return (c >= 0 && c < 32 && c != '\t') || c == 127;
-    });
+    const bool control = std::any_of(rest.begin(), rest.end(),
+                                     [](char c) { return c != '\t' && tools::IsControl(c); });
     if (control) return Error("control characters");
     if (rest.size() > kLongestLine) return Error("the line is too long");
     const std::string keyword = TakeWord(&rest);

@@ -1,8 +1,10 @@
 // The station's table: what is typed, the bytes that it becomes, and what replies mean.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <regex>
 #include <set>
 #include <sstream>
 
@@ -348,6 +350,21 @@ TEST(StationCommandLine, HelpOnEveryLevel) {
   EXPECT_EQ(RunLine({"nonsense", "--help"}).status, 2);
   EXPECT_NE(RunLine({"bt", "name", "--help"}).out.find("--verify"), std::string::npos);
   EXPECT_EQ(RunLine({"chip", "--help"}).out.find("--verify"), std::string::npos);
+}
+
+TEST(StationCommandLine, TheManualHasEveryWordAndOption) {
+  std::string page = bench::ReadFile(KORVANDIS_SOURCE_DIR "/docs/man/station.1");
+  page.erase(std::remove(page.begin(), page.end(), '\\'), page.end());
+  for (const Command& command : Commands()) {
+    for (const std::string& word : Words(command.words)) {
+      // Repeat modes are its argument.
+      if (command.words.rfind("media repeat", 0) == 0 && word.size() == 1) continue;
+      EXPECT_TRUE(std::regex_search(page, std::regex("\\b" + word + "\\b"))) << command.words;
+    }
+    for (const Option& option : OptionsOf(command)) {
+      EXPECT_NE(page.find(option.name), std::string::npos) << option.name;
+    }
+  }
 }
 
 TEST(StationCommandLine, WrongUsageIsStatusTwoAndOneLine) {

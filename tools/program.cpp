@@ -127,9 +127,8 @@ std::string Escape(std::string_view text) {
     const auto byte = static_cast<unsigned char>(text[0]);
     const std::size_t length = Utf8Length(text);
     // U+0080 to U+009F are control characters too.
-    const bool control =
-        byte < 0x20 || byte == 0x7F ||
-        (byte == 0xC2 && length == 2 && static_cast<unsigned char>(text[1]) < 0xA0);
+    const bool control = IsControl(text[0]) || (byte == 0xC2 && length == 2 &&
+                                                static_cast<unsigned char>(text[1]) < 0xA0);
     if (byte == '\n') {
       escaped += "\\n";
     } else if (byte == '\t') {

@@ -70,6 +70,12 @@ class Descriptor {
 // file. Returns 1 with the text, 0 at the end of file, -1 with errno.
 int ReadMessage(int fd, std::string* message);
 
+// True for the control characters of ASCII.
+inline bool IsControl(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte < 0x20 || byte == 0x7F;
+}
+
 // `text` with control characters, and bytes that are no UTF-8, written as \n, \t, \\ or \xNN.
 std::string Escape(std::string_view text);
 
