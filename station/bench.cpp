@@ -16,6 +16,10 @@ const char kNowPlaying[] = "/pps/zelmar/navigator/nowplaying";
 const char kNowPlayingAttribute[] = "zmplaysource";
 const std::chrono::milliseconds kProofPause(50);
 
+// A question that changes nothing: the version of the MPU software.
+const std::uint8_t kBarrierCommand = 7;
+const std::uint8_t kBarrierSubCommand = 1;
+
 std::string SecondsText(double seconds) {
   char text[32];
   std::snprintf(text, sizeof(text), "%g s", seconds);
@@ -109,6 +113,7 @@ void Bench::Prove(const Invocation& invocation, Exchange* exchange) {
   const auto deadline = Clock::now() + Seconds(timeout_);
   exchange->outcome = Exchange::Outcome::kUnproven;
   std::string found;
+  bool carried_out = false;
   do {
     // The service works off requests in order, so a reading command comes behind the write; an
     // object may still change a moment later.
@@ -122,6 +127,16 @@ void Bench::Prove(const Invocation& invocation, Exchange* exchange) {
       exchange->problem =
           "sent, but it cannot be proven while the source is '" + tools::Escape(source) + "'";
       return;
+    }
+    // An object may hold the value from before. That the service has come to the write tells only
+    // an answer behind it.
+    if (proof->object != nullptr && !carried_out) {
+      const Exchange question = Send(kBarrierCommand, kBarrierSubCommand, {}, true);
+      if (question.reply.empty()) {
+        exchange->problem = "sent, but perhaps not carried out: " + question.problem;
+        return;
+      }
+      carried_out = true;
     }
     if (ProofHolds(invocation, *proof, &found)) {
       exchange->outcome = Exchange::Outcome::kRight;

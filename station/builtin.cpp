@@ -86,6 +86,15 @@ int RunRaw(Context& context) {
   }
   context.out.flush();
   if (exchange.right()) return tools::kExitRight;
+  Invocation known;
+  const bool silent = exchange.outcome == Exchange::Outcome::kUnanswered &&
+                      DecodeRequest(parameters[0], parameters[1],
+                                    Bytes(parameters.begin() + 2, parameters.end()), &known) &&
+                      known.command->reply == nullptr;
+  if (silent) {
+    context.out << "no answer, and none is expected\n";
+    return tools::kExitRight;
+  }
   context.err << "station: raw " << arguments[0] << ' ' << arguments[1] << ": " << exchange.problem
               << '\n';
   return tools::kExitWrong;

@@ -276,6 +276,25 @@ TEST_F(StationRunTest, KeepsValuesVerifiesAndReports) {
             std::string::npos);
 }
 
+TEST_F(StationRunTest, AnOldValueProvesNothing) {
+  bench::WriteObject("/pps/zelmar/setting/bt_control", "zmbt_switch::on");
+  const auto station = [&](const std::vector<std::string>& arguments) {
+    program_ = std::make_unique<bench::Program>(root_, "station", arguments);
+    return program_->Wait();
+  };
+  EXPECT_EQ(station({"bt", "off", "--verify"}), 0) << program_->Errors();
+  EXPECT_EQ(bench::Attribute("/pps/zelmar/setting/bt_control", "zmbt_switch"), ":off");
+  EXPECT_EQ(station({"bt", "pair", "0000", "--verify", "--timeout", "0.3"}), 1)
+      << "there is no such object";
+  EXPECT_NE(program_->Errors().find("pairingcode is missing"), std::string::npos);
+  EXPECT_EQ(station({"media", "play", "--verify"}), 1) << "no player is the source";
+  EXPECT_NE(program_->Errors().find("cannot be proven"), std::string::npos);
+  EXPECT_EQ(station({"raw", "4", "11", "1", "--timeout", "0.3"}), 0);
+  StopService();
+  EXPECT_EQ(station({"bt", "on", "--verify", "--timeout", "0.3"}), 1) << "on it was before";
+  EXPECT_NE(program_->Errors().find("perhaps not carried out"), std::string::npos);
+}
+
 TEST_F(StationRunTest, StopsWhereAFailureMakesTheRestUseless) {
   EXPECT_EQ(RunText("phase P\nstep A\ndo version mpu\nexpect version is x\nstop on failure\n"
                     "step B\ndo bt name never\nphase Q\nstep C\nwait 100 s\n"),
