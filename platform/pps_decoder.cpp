@@ -7,6 +7,7 @@
 #include "pps_tape.h"
 
 using platform::pps::Kind;
+using platform::pps::kInteger;
 using platform::pps::kNone;
 using platform::pps::Line;
 using platform::pps::Node;
@@ -17,8 +18,10 @@ using platform::pps::Tape;
 struct pps_decoder {
   Tape tape;
   char* text = nullptr;
-  std::uint32_t level = 0;  // the container that was entered
-  std::uint32_t next = 1;   // its next child, or its end
+  Node* level = nullptr;   // the container that was entered
+  Node* end = nullptr;     // the end of its children
+  Node* next = nullptr;    // its next child, or its end
+  Node* likely = nullptr;  // behind the member found last: mostly the next one to be looked for
   pps_decoder_error_t status = PPS_DECODER_OK;
 };
 
@@ -31,24 +34,39 @@ pps_decoder_error_t Fail(pps_decoder* state, pps_decoder_error_t error) {
   return error;
 }
 
-void SetContainer(Node* node, Kind kind, std::uint32_t key, std::uint32_t parent) {
+// Stands in a container, at one of its children or their end.
+inline void StandAt(pps_decoder* state, Node* level, Node* next) {
+  state->level = level;
+  state->end = level + level->span;
+  state->next = next;
+  state->likely = (level->flags & platform::pps::kDistinctNames) != 0 ? next : state->end;
+}
+
+void SetContainer(Node* node, Kind kind, std::uint32_t key) {
   node->key = key;
-  node->next = 0;
-  node->text = parent;
   node->kind = kind;
   node->flags = 0;
   node->exponent = 0;
+  node->name_length = 0;
+  node->text = kRoot;
+  node->span = 1;
   node->number = 0;
 }
 
 // Forgets what was parsed: a root without children.
 void Clear(pps_decoder* state, char* text) {
+  Node* const root = state->tape.nodes();
   state->text = text;
-  state->level = kRoot;
-  state->next = 1;
-  SetContainer(&state->tape[kRoot], Kind::kArray, kNone, kRoot);
-  state->tape[kRoot].next = 1;
   state->tape.Resize(1);
+  SetContainer(root, Kind::kArray, kNone);
+  StandAt(state, root, root + 1);
+}
+
+// Ends the root behind the last node, and stands at its first child.
+void FinishRoot(pps_decoder* state) {
+  Node* const root = state->tape.nodes();
+  root->span = state->tape.size();
+  StandAt(state, root, root + 1);
 }
 
 // --- PPS text
@@ -70,7 +88,7 @@ class PpsReader {
     }
     if (object_ == kRoot && !Open(nullptr)) return PPS_DECODER_NO_MEM;
     Close();
-    state_->tape[kRoot].next = state_->tape.size();
+    FinishRoot(state_);
     return result;
   }
 
@@ -93,14 +111,14 @@ class PpsReader {
   bool Open(const char* name) {
     const std::uint32_t index = Append();
     if (index == kNone) return false;
-    SetContainer(&state_->tape[index], Kind::kObject, Offset(name), kRoot);
+    SetContainer(&state_->tape[index], Kind::kObject, Offset(name));
     object_ = index;
     ++state_->tape[kRoot].number;
     return true;
   }
 
   void Close() {
-    if (object_ != kRoot) state_->tape[object_].next = state_->tape.size();
+    if (object_ != kRoot) state_->tape[object_].span = state_->tape.size() - object_;
   }
 
   bool Attribute(const Line& line) {
@@ -108,19 +126,24 @@ class PpsReader {
     if (index == kNone) return false;
     Node* const node = &state_->tape[index];
     node->key = Offset(line.name);
-    node->next = index + 1;
+    node->span = 1;
     node->text = Offset(line.value);
     node->kind = Kind::kAttribute;
     node->flags = 0;
     node->exponent = 0;
+    node->name_length = NameLength(line.encoding - line.name - 1);
     node->number = Offset(line.encoding);
     ++state_->tape[object_].number;
     return true;
   }
 
+  static std::uint8_t NameLength(std::ptrdiff_t length) {
+    return length <= UINT8_MAX ? static_cast<std::uint8_t>(length) : std::uint8_t{0};
+  }
+
   std::uint32_t Append() {
     Tape& tape = state_->tape;
-    if (tape.size() == tape.capacity() && !tape.Grow()) return kNone;
+    if (tape.size() == tape.capacity() && !tape.Grow(tape.size())) return kNone;
     tape.Resize(tape.size() + 1);
     return tape.size() - 1;
   }
@@ -136,111 +159,153 @@ class PpsReader {
 // --- values
 // -------------------------------------------------------------------------------------------
 
-// Parses the value of a json attribute of the current level.
-pps_decoder_error_t ResolveJson(pps_decoder* state, std::uint32_t index) {
+// Parses the value of a json attribute of the current level; false without memory. Nodes may move.
+bool ResolveJson(pps_decoder* state, Node* node) {
   Tape& tape = state->tape;
-  char* const value = state->text + tape[index].text;
+  Node* const before = tape.nodes();
+  const std::uint32_t attribute = static_cast<std::uint32_t>(node - before);
+  const std::uint32_t level = static_cast<std::uint32_t>(state->level - before);
+  const std::ptrdiff_t next = state->next - before;
   const std::uint32_t root = tape.size();
+  char* const value = state->text + node->text;
   const Parsed parsed =
-      platform::pps::ParseJson(&tape, state->text, value, value + std::strlen(value), state->level);
-  Node& node = tape[index];
+      platform::pps::ParseJson(&tape, state->text, value, value + std::strlen(value), level);
+  StandAt(state, &tape[level], tape.nodes() + next);
+  node = &tape[attribute];
   if (parsed != Parsed::kWell) {
-    node.kind = Kind::kUnknown;
-    return parsed == Parsed::kNoMemory ? PPS_DECODER_NO_MEM : PPS_DECODER_OK;
+    node->kind = Kind::kUnknown;
+    return parsed != Parsed::kNoMemory;
   }
-  node.kind = Kind::kJsonAttribute;
-  node.number = root;
-  tape[root].key = index;
+  node->kind = Kind::kJsonAttribute;
+  node->number = root;
+  tape[root].key = attribute;
   tape[root].flags |= platform::pps::kValueOfAttribute;
-  return PPS_DECODER_OK;
+  return true;
 }
 
 // Looks at the value of an attribute for the first time: from here on its node is like a JSON node.
-pps_decoder_error_t Resolve(pps_decoder* state, std::uint32_t index) {
-  Node& node = state->tape[index];
-  const char* const encoding = state->text + node.number;
-  char* const value = state->text + node.text;
-  node.kind = Kind::kUnknown;
+// False without memory.
+bool Resolve(pps_decoder* state, Node* node) {
+  const char* const encoding = state->text + node->number;
+  char* const value = state->text + node->text;
+  node->kind = Kind::kUnknown;
   if (encoding[0] == '\0') {
-    node.kind = Kind::kString;
+    node->kind = Kind::kString;
   } else if (std::strcmp(encoding, "json") == 0) {
-    return ResolveJson(state, index);
+    return ResolveJson(state, node);
   } else if (std::strcmp(encoding, "c") == 0) {
     platform::pps::UnescapeC(value);
-    node.kind = Kind::kString;
+    node->kind = Kind::kString;
   } else if (std::strcmp(encoding, "n") == 0) {
-    const char* const end = platform::pps::ScanNumber(value, true, &node);
-    if (end == nullptr || *end != '\0') node.kind = Kind::kUnknown;
+    const char* const end = platform::pps::ScanNumber(value, true, node);
+    if (end == nullptr || *end != '\0') node->kind = Kind::kUnknown;
   } else if (std::strcmp(encoding, "b") == 0) {
     const bool is_true = std::strcmp(value, "true") == 0;
     if (is_true || std::strcmp(value, "false") == 0) {
-      node.kind = Kind::kBool;
-      node.flags = is_true ? platform::pps::kTrue : std::uint8_t{0};
+      node->kind = Kind::kBool;
+      node->flags = is_true ? platform::pps::kTrue : std::uint8_t{0};
     }
   }
+  return true;
+}
+
+bool HasName(const pps_decoder* state, const Node& node, const char* name) {
+  if (node.key == kNone) return false;
+  const char* const own = state->text + node.key;
+  if (node.name_length == 0) return std::strcmp(own, name) == 0;
+  for (int i = 0; i < node.name_length; ++i) {
+    if (name[i] != own[i]) return false;
+  }
+  return name[node.name_length] == '\0';
+}
+
+// The first member of that name, wherever the last one was found.
+Node* SearchMember(pps_decoder* state, const char* name) {
+  const std::size_t length = std::strlen(name);
+  for (Node* node = state->level + 1; node != state->end; node += node->span) {
+    const bool maybe = node->name_length == length || node->name_length == 0;
+    if (!maybe || !HasName(state, *node, name)) continue;
+    if ((state->level->flags & platform::pps::kDistinctNames) != 0) {
+      state->likely = node + node->span;
+    }
+    return node;
+  }
+  return nullptr;
+}
+
+// The member behind the one found last, when it has that name and its value is not of another kind;
+// else null. It settles the common case, in which members are read in their order: no other member
+// comes before it where all names are different. The caller goes on from it with Pass.
+inline const Node* LikelyMember(const pps_decoder_t* decoder, const char* name, Kind kind) {
+  const pps_decoder* const state = decoder->state;
+  if (state == nullptr || name == nullptr) return nullptr;
+  const Node* const node = state->likely;
+  if (node == state->end || node->kind != kind) return nullptr;
+  const char* const own = state->text + node->key;
+  const std::size_t length = node->name_length;
+  for (std::size_t i = 0; i != length; ++i) {
+    if (name[i] != own[i]) return nullptr;
+  }
+  return name[length] == '\0' ? node : nullptr;
+}
+
+inline pps_decoder_error_t Pass(pps_decoder_t* decoder) {
+  decoder->state->likely += decoder->state->likely->span;
   return PPS_DECODER_OK;
 }
 
-// The node of a child of the current level, kNone when there is none.
-std::uint32_t FindChild(pps_decoder* state, const char* name) {
-  Tape& tape = state->tape;
-  const std::uint32_t end = tape[state->level].next;
-  if (name == nullptr) return state->next == end ? kNone : state->next;
-  for (std::uint32_t i = state->level + 1; i != end; i = tape[i].next) {
-    if (tape[i].key != kNone && std::strcmp(state->text + tape[i].key, name) == 0) return i;
-  }
-  return kNone;
+// A child of the current level, null when there is none.
+Node* FindChild(pps_decoder* state, const char* name) {
+  if (name != nullptr) return SearchMember(state, name);
+  return state->next == state->end ? nullptr : state->next;
 }
 
-// A child and the node of its value; these differ for json attributes.
-struct Found {
-  pps_decoder_error_t error;
-  std::uint32_t child;
-  std::uint32_t value;
-};
+// The value of an attribute, null without memory.
+Node* AttributeValue(pps_decoder* state, Node* child) {
+  const std::ptrdiff_t index = child - state->tape.nodes();
+  if (child->kind == Kind::kAttribute && !Resolve(state, child)) return nullptr;
+  child = state->tape.nodes() + index;
+  return child->kind == Kind::kJsonAttribute ? state->tape.nodes() + child->number : child;
+}
 
-Found Find(pps_decoder* state, const char* name) {
-  const std::uint32_t child = FindChild(state, name);
-  if (child == kNone) return {PPS_DECODER_NOT_FOUND, child, child};
-  if (state->tape[child].kind == Kind::kAttribute) {
-    const pps_decoder_error_t error = Resolve(state, child);
-    if (error != PPS_DECODER_OK) return {error, child, child};
-  }
-  const Node& node = state->tape[child];
-  if (node.kind != Kind::kJsonAttribute) return {PPS_DECODER_OK, child, child};
-  return {PPS_DECODER_OK, child, static_cast<std::uint32_t>(node.number)};
+// The node of a child's value, null without memory. Nodes may move.
+inline Node* ValueOf(pps_decoder* state, Node* child) {
+  return child->kind < Kind::kAttribute ? child : AttributeValue(state, child);
 }
 
 pps_decoder_error_t Enter(pps_decoder_t* decoder, const char* name, bool arrays_only) {
   pps_decoder* const state = decoder->state;
   if (state == nullptr) return PPS_DECODER_NO_MEM;
-  const Found found = Find(state, name);
-  if (found.error != PPS_DECODER_OK) return Fail(state, found.error);
-  const Kind kind = state->tape[found.value].kind;
-  if (kind != Kind::kArray && (kind != Kind::kObject || arrays_only)) {
+  Node* const child = FindChild(state, name);
+  if (child == nullptr) return Fail(state, PPS_DECODER_NOT_FOUND);
+  Node* const value = ValueOf(state, child);
+  if (value == nullptr) return Fail(state, PPS_DECODER_NO_MEM);
+  if (value->kind != Kind::kArray && (value->kind != Kind::kObject || arrays_only)) {
     return Fail(state, PPS_DECODER_BAD_TYPE);
   }
-  state->level = found.value;
-  state->next = found.value + 1;
+  StandAt(state, value, value + 1);
   return PPS_DECODER_OK;
 }
 
 // Finds a value and hands its node to `deliver`, which stores it or tells that it is of another
 // type.
 template <typename Deliver>
-pps_decoder_error_t Get(pps_decoder_t* decoder, const char* name, Deliver deliver) {
+__attribute__((noinline)) pps_decoder_error_t Get(pps_decoder_t* decoder, const char* name,
+                                                  Deliver deliver) {
   pps_decoder* const state = decoder->state;
   if (state == nullptr) return PPS_DECODER_NO_MEM;
-  const Found found = Find(state, name);
-  if (found.error != PPS_DECODER_OK) return Fail(state, found.error);
-  if (!deliver(state, state->tape[found.value])) return Fail(state, PPS_DECODER_BAD_TYPE);
-  if (name == nullptr) state->next = state->tape[found.child].next;
+  Node* const child = FindChild(state, name);
+  if (child == nullptr) return Fail(state, PPS_DECODER_NOT_FOUND);
+  const Node* const value = ValueOf(state, child);
+  if (value == nullptr) return Fail(state, PPS_DECODER_NO_MEM);
+  if (!deliver(state, *value)) return Fail(state, PPS_DECODER_BAD_TYPE);
+  if (name == nullptr) state->next += state->next->span;
   return PPS_DECODER_OK;
 }
 
 bool ToInt64(const Node& node, std::int64_t* value) {
   const std::uint64_t kMax = INT64_MAX;
-  if (node.kind != Kind::kNumber || (node.flags & platform::pps::kInteger) == 0) return false;
+  if (node.kind != Kind::kNumber || (node.flags & kInteger) == 0) return false;
   if ((node.flags & platform::pps::kNegative) == 0) {
     if (node.number > kMax) return false;
     *value = static_cast<std::int64_t>(node.number);
@@ -295,8 +360,8 @@ pps_decoder_error_t pps_decoder_parse_json_str(pps_decoder_t* decoder, char* tex
   const Parsed parsed = platform::pps::ParseJson(&state->tape, text, text, text + length, kRoot);
   if (parsed == Parsed::kNoMemory) return Fail(state, PPS_DECODER_NO_MEM);
   if (parsed == Parsed::kMalformed) return Fail(state, PPS_DECODER_PARSE_ERROR);
-  state->tape[kRoot].next = state->tape.size();
   state->tape[kRoot].number = 1;
+  FinishRoot(state);
   return PPS_DECODER_OK;
 }
 
@@ -311,18 +376,24 @@ pps_decoder_error_t pps_decoder_push_array(pps_decoder_t* decoder, const char* n
 pps_decoder_error_t pps_decoder_pop(pps_decoder_t* decoder) {
   pps_decoder* const state = decoder->state;
   if (state == nullptr) return PPS_DECODER_NO_MEM;
-  if (state->level == kRoot) return Fail(state, PPS_DECODER_POP_AT_ROOT);
-  const Node& left = state->tape[state->level];
-  const bool of_attribute = (left.flags & platform::pps::kValueOfAttribute) != 0;
-  state->next = of_attribute ? state->tape[left.key].next : left.next;
-  state->level = left.text;
+  Node* const nodes = state->tape.nodes();
+  Node* left = state->level;
+  if (left == nodes) return Fail(state, PPS_DECODER_POP_AT_ROOT);
+  Node* const parent = nodes + left->text;
+  if ((left->flags & platform::pps::kValueOfAttribute) != 0) left = nodes + left->key;
+  StandAt(state, parent, left + left->span);
   return PPS_DECODER_OK;
 }
 
 pps_decoder_error_t pps_decoder_get_int(pps_decoder_t* decoder, const char* name, int* value) {
-  return Get(decoder, name, [value](pps_decoder*, const Node& node) {
+  const Node* const node = LikelyMember(decoder, name, Kind::kNumber);
+  if (node != nullptr && node->flags == kInteger && node->number <= INT_MAX) {
+    *value = static_cast<int>(node->number);
+    return Pass(decoder);
+  }
+  return Get(decoder, name, [value](pps_decoder*, const Node& found) {
     std::int64_t wide;
-    if (!ToInt64(node, &wide) || wide < INT_MIN || wide > INT_MAX) return false;
+    if (!ToInt64(found, &wide) || wide < INT_MIN || wide > INT_MAX) return false;
     *value = static_cast<int>(wide);
     return true;
   });
@@ -331,30 +402,39 @@ pps_decoder_error_t pps_decoder_get_int(pps_decoder_t* decoder, const char* name
 pps_decoder_error_t pps_decoder_get_int64(pps_decoder_t* decoder, const char* name,
                                           std::int64_t* value) {
   return Get(decoder, name,
-             [value](pps_decoder*, const Node& node) { return ToInt64(node, value); });
+             [value](pps_decoder*, const Node& found) { return ToInt64(found, value); });
 }
 
 pps_decoder_error_t pps_decoder_get_double(pps_decoder_t* decoder, const char* name,
                                            double* value) {
-  return Get(decoder, name, [value](pps_decoder* state, const Node& node) {
-    return node.kind == Kind::kNumber &&
-           platform::pps::ToDouble(node, state->text + node.text, value);
+  const Node* const node = LikelyMember(decoder, name, Kind::kNumber);
+  if (node != nullptr && platform::pps::ToDouble(*node, decoder->state->text + node->text, value)) {
+    return Pass(decoder);
+  }
+  return Get(decoder, name, [value](pps_decoder* state, const Node& found) {
+    return found.kind == Kind::kNumber &&
+           platform::pps::ToDouble(found, state->text + found.text, value);
   });
 }
 
 pps_decoder_error_t pps_decoder_get_bool(pps_decoder_t* decoder, const char* name, bool* value) {
-  return Get(decoder, name, [value](pps_decoder*, const Node& node) {
-    if (node.kind != Kind::kBool) return false;
-    *value = (node.flags & platform::pps::kTrue) != 0;
+  const Node* const node = LikelyMember(decoder, name, Kind::kBool);
+  if (node != nullptr) {
+    *value = (node->flags & platform::pps::kTrue) != 0;
+    return Pass(decoder);
+  }
+  return Get(decoder, name, [value](pps_decoder*, const Node& found) {
+    if (found.kind != Kind::kBool) return false;
+    *value = (found.flags & platform::pps::kTrue) != 0;
     return true;
   });
 }
 
 pps_decoder_error_t pps_decoder_get_string(pps_decoder_t* decoder, const char* name,
                                            const char** value) {
-  return Get(decoder, name, [value](pps_decoder* state, const Node& node) {
-    if (node.kind != Kind::kString) return false;
-    *value = state->text + node.text;
+  return Get(decoder, name, [value](pps_decoder* state, const Node& found) {
+    if (found.kind != Kind::kString) return false;
+    *value = state->text + found.text;
     return true;
   });
 }
@@ -362,32 +442,34 @@ pps_decoder_error_t pps_decoder_get_string(pps_decoder_t* decoder, const char* n
 pps_node_type_t pps_decoder_type(pps_decoder_t* decoder, const char* name) {
   pps_decoder* const state = decoder->state;
   if (state == nullptr) return PPS_TYPE_NONE;
-  const Found found = Find(state, name);
-  if (found.child == kNone) return PPS_TYPE_NONE;
-  return static_cast<pps_node_type_t>(state->tape[found.value].kind);
+  Node* const child = FindChild(state, name);
+  if (child == nullptr) return PPS_TYPE_NONE;
+  const Node* const value = ValueOf(state, child);
+  return value == nullptr ? PPS_TYPE_UNKNOWN : static_cast<pps_node_type_t>(value->kind);
 }
 
 pps_decoder_error_t pps_decoder_next(pps_decoder_t* decoder) {
   pps_decoder* const state = decoder->state;
   if (state == nullptr) return PPS_DECODER_NO_MEM;
-  const std::uint32_t child = FindChild(state, nullptr);
-  if (child == kNone) return PPS_DECODER_NOT_FOUND;
-  state->next = state->tape[child].next;
+  if (state->next == state->end) return PPS_DECODER_NOT_FOUND;
+  state->next += state->next->span;
   return PPS_DECODER_OK;
 }
 
 const char* pps_decoder_name(pps_decoder_t* decoder) {
   pps_decoder* const state = decoder->state;
-  if (state == nullptr) return nullptr;
-  const std::uint32_t child = FindChild(state, nullptr);
-  if (child == kNone || state->tape[child].key == kNone) return nullptr;
-  return state->text + state->tape[child].key;
+  if (state == nullptr || state->next == state->end) return nullptr;
+  const Node& node = *state->next;
+  if (node.key == kNone) return nullptr;
+  char* const name = state->text + node.key;
+  if (node.name_length != 0) name[node.name_length] = '\0';
+  return name;
 }
 
 int pps_decoder_length(pps_decoder_t* decoder) {
   pps_decoder* const state = decoder->state;
   if (state == nullptr) return 0;
-  const std::uint64_t children = state->tape[state->level].number;
+  const std::uint64_t children = state->level->number;
   return children < INT_MAX ? static_cast<int>(children) : INT_MAX;
 }
 

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cfloat>
 #include <charconv>
 #include <cstdint>
@@ -11,8 +12,8 @@ namespace platform {
 namespace pps {
 namespace {
 
-const int kExactDigits = 19;       // always fit 64 bits
-const int kExponentLimit = 30000;  // more says no more: the number is out of range or zero
+const int kExactDigits = 19;     // always fit 64 bits
+const int kExponentLimit = 100;  // beyond it only the text tells the value
 const std::uint64_t kExactDouble = std::uint64_t{1} << 53;
 const double kPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
@@ -29,12 +30,10 @@ char* SkipSpace(char* p) {
 }
 
 // Eight bytes with the first one lowest, whatever the machine's order.
-std::uint64_t LoadEight(const char* p) {
-  unsigned char b[8];
-  std::memcpy(b, p, 8);
-  return std::uint64_t{b[0]} | std::uint64_t{b[1]} << 8 | std::uint64_t{b[2]} << 16 |
-         std::uint64_t{b[3]} << 24 | std::uint64_t{b[4]} << 32 | std::uint64_t{b[5]} << 40 |
-         std::uint64_t{b[6]} << 48 | std::uint64_t{b[7]} << 56;
+inline std::uint64_t LoadEight(const char* p) {
+  std::uint64_t word;
+  std::memcpy(&word, p, sizeof(word));
+  return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? word : __builtin_bswap64(word);
 }
 
 const std::uint64_t kEach = 0x0101010101010101U;
@@ -258,7 +257,7 @@ char* ScanNumber(char* p, bool leading_zeros, Node* node) {
   if (exponent < -kExponentLimit) exponent = -kExponentLimit;
   node->kind = Kind::kNumber;
   node->flags = static_cast<std::uint8_t>(flags);
-  node->exponent = static_cast<std::int16_t>(exponent);
+  node->exponent = static_cast<std::int8_t>(exponent);
   node->number = value;
   return p;
 }
@@ -293,13 +292,13 @@ Tape::~Tape() {
   if (nodes_ != inline_) std::free(nodes_);
 }
 
-bool Tape::Reserve(std::size_t capacity) {
-  if (capacity <= capacity_) return true;
+bool Tape::Grow(std::uint32_t used) {
+  const std::size_t capacity = std::size_t{capacity_} * 2;
   if (capacity >= kNone || capacity > SIZE_MAX / sizeof(Node)) return false;
   const bool moved = nodes_ != inline_;
   void* const memory = std::realloc(moved ? nodes_ : nullptr, capacity * sizeof(Node));
   if (memory == nullptr) return false;
-  if (!moved) std::memcpy(memory, inline_, size_ * sizeof(Node));
+  if (!moved) std::memcpy(memory, inline_, used * sizeof(Node));
   nodes_ = static_cast<Node*>(memory);
   capacity_ = static_cast<std::uint32_t>(capacity);
   return true;
@@ -307,143 +306,372 @@ bool Tape::Reserve(std::size_t capacity) {
 
 namespace {
 
-// One run over one JSON text. Where it stands is kept in the nodes of the containers that are open:
-// their `text` is the parent and their `number` the children that the parent had before them.
-class JsonParser {
- public:
-  JsonParser(Tape* tape, char* base, char* end, std::uint32_t parent)
-      : tape_(tape), base_(base), end_(end), root_(parent), parent_(parent), size_(tape->size()) {}
+// --- short things, without a branch on their length
+// ---------------------------------------------------
 
-  Parsed Run(char* p) {
-    const std::uint32_t size = size_;
-    p = Values(p);
-    if (p != nullptr && SkipSpace(p) == end_) {
-      tape_->Resize(size_);
-      return Parsed::kWell;
+const std::ptrdiff_t kLongestName = 255;  // that a node tells the length of
+// With so much text ahead, what one member has in short can be read without looking for the end.
+const std::ptrdiff_t kAhead = 64;
+
+inline std::uint32_t LoadFour(const char* p) {
+  std::uint32_t word;
+  std::memcpy(&word, p, sizeof(word));
+  return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? word : __builtin_bswap32(word);
+}
+
+// One to three digits and what they stand for.
+struct ShortDigits {
+  unsigned count;  // 0 when there are more, or none
+  std::uint32_t value;
+};
+
+inline ShortDigits TakeShortDigits(const char* p) {
+  const std::uint32_t kEachByte = 0x01010101;
+  std::uint32_t w = LoadFour(p) ^ kEachByte * '0';
+  // The top bit of each byte that is no digit; bits above the lowest one may be wrong.
+  const std::uint32_t ends = ((w + kEachByte * 0x76) | w) & kEachByte * 0x80;
+  if (ends == 0) return {0, 0};
+  const unsigned bits = static_cast<unsigned>(__builtin_ctz(ends)) & 0x18;
+  w = w << 8 << (24 - bits);  // now the last digit is the highest byte
+  w = (w * 10 + (w >> 8)) & 0x00ff00ff;
+  w = (w * 100 + (w >> 16)) & 0xffff;
+  return {bits / 8, w};
+}
+
+// Scans a number of up to three digits on each side of the point, as texts are full of them.
+// Returns null for any other: ScanNumber has the last word. `node` is a number already; its `text`
+// stays unset, which nobody needs for an exact number. kAhead bytes must be readable.
+inline char* ScanShortNumber(char* p, Node* node) {
+  static const std::uint32_t kPowers[] = {1, 10, 100, 1000};
+  const ShortDigits whole = TakeShortDigits(p);
+  if (whole.count == 0 || (*p == '0' && whole.count > 1)) return nullptr;
+  p += whole.count;
+  node->number = whole.value;
+  if (*p == ',') return p;
+  if (*p == '.') {
+    const ShortDigits fraction = TakeShortDigits(p + 1);
+    if (fraction.count == 0) return nullptr;
+    p += 1 + fraction.count;
+    node->flags = 0;
+    node->exponent = static_cast<std::int8_t>(-static_cast<int>(fraction.count));
+    node->number = whole.value * kPowers[fraction.count] + fraction.value;
+  }
+  return *p == 'e' || *p == 'E' ? nullptr : p;
+}
+
+// A string, a word or any number at p, into `node`. Returns what is behind it, or null.
+char* TakeScalar(char* p, const char* base, const char* end, Node* node) {
+  node->text = static_cast<std::uint32_t>(p - base);
+  node->flags = 0;
+  switch (*p) {
+    case '"':
+      node->kind = Kind::kString;
+      ++node->text;
+      return TakeString(p + 1, end);
+    case 't':
+      node->kind = Kind::kBool;
+      node->flags = kTrue;
+      return TakeWord(p, "true");
+    case 'f':
+      node->kind = Kind::kBool;
+      return TakeWord(p, "false");
+    case 'n':
+      node->kind = Kind::kNull;
+      return TakeWord(p, "null");
+    default:
+      return ScanNumber(p, false, node);
+  }
+}
+
+// --- objects like the one before
+// ----------------------------------------------------------------------
+
+// The objects of an array mostly differ in their values only. The shape of an object is what stands
+// between its values, byte for byte, so that the members of the next one are recognised by
+// comparing words.
+class Shape {
+ public:
+  static const int kMembers = 16;  // that are noted
+
+  // Starts to note the shape of an object.
+  void Start() {
+    array_ = kNone;
+    count_ = 0;
+  }
+
+  // Notes the member of `node`, for which the text has what is from `p` to `value`. False when it
+  // can't be.
+  bool Note(const Node& node, const char* p, const char* value, const char* end) {
+    const std::ptrdiff_t length = value - p;
+    if (count_ == kMembers || length > kBytes || end - p < kBytes || node.name_length == 0) {
+      return false;
     }
-    tape_->Resize(size);
-    return no_memory_ ? Parsed::kNoMemory : Parsed::kMalformed;
+    Member* const member = &members_[count_++];
+    member->length = length;
+    for (int i = 0; i < kWords; ++i) {
+      const std::ptrdiff_t bytes = std::min(length - i * kWord, std::ptrdiff_t{kWord});
+      member->mask[i] = bytes > 0 ? ~std::uint64_t{0} >> (8 * (kWord - bytes)) : 0;
+      member->text[i] = LoadEight(p + i * kWord) & member->mask[i];
+    }
+    member->node = node;
+    member->node.kind = Kind::kNumber;
+    member->node.flags = kInteger;
+    member->node.exponent = 0;
+    member->node.span = 1;
+    return true;
+  }
+
+  // The object ends, an element of `array`: its shape can be used from now on.
+  void Finish(std::uint32_t array, bool distinct) {
+    Member* const stop = &members_[count_];  // that no text has
+    stop->text[0] = stop->text[1] = 0;
+    stop->mask[0] = stop->mask[1] = ~std::uint64_t{0};
+    array_ = array;
+    distinct_ = distinct;
+  }
+
+  // Whether elements of `array` may be of this shape.
+  bool Fits(std::uint32_t array) const { return array_ == array; }
+  int count() const { return count_; }
+  bool distinct() const { return distinct_; }
+
+  // Takes members from p on that are as in the shape, into the nodes from *node on, which it
+  // advances. Stops before a member that is not, or that is a container. Returns where it stopped,
+  // or null. From `ahead` on it does not look.
+  char* Take(char* p, const char* base, const char* end, const char* ahead, Node** node) const {
+    Node* next = *node;
+    for (const Member* member = members_; p < ahead; ++member) {
+      const std::uint64_t differ = ((LoadEight(p) ^ member->text[0]) & member->mask[0]) |
+                                   ((LoadEight(p + kWord) ^ member->text[1]) & member->mask[1]);
+      if (differ != 0) break;
+      char* const value = p + member->length;
+      *next = member->node;
+      char* behind = IsDigit(*value) ? ScanShortNumber(value, next) : nullptr;
+      if (behind == nullptr) {
+        if (*value == '{' || *value == '[') break;
+        behind = TakeScalar(value, base, end, next);
+        if (behind == nullptr) return nullptr;
+      }
+      ++next;
+      p = behind;
+    }
+    *node = next;
+    return p;
   }
 
  private:
-  // The value at p with all that it contains. Returns what is behind it, or null.
-  char* Values(char* p) {
-    std::uint32_t key = kNone;
+  static const int kWords = 2;
+  static const std::ptrdiff_t kWord = 8;
+  static const std::ptrdiff_t kBytes = kWords * kWord;
+
+  struct Member {
+    std::uint64_t
+        text[kWords];  // from the end of the value before it, or the brace, to its own value
+    std::uint64_t mask[kWords];
+    std::ptrdiff_t length;
+    Node node;  // with its name, as an integer
+  };
+
+  std::uint32_t array_ = kNone;
+  int count_ = 0;
+  bool distinct_ = false;
+  Member members_[kMembers + 1];
+};
+
+// Whether the members from `first` to `end` all have different names. Gives up on large objects.
+bool NamesDiffer(const Node* first, const Node* end, const char* base) {
+  const int kMost = 16;
+  const Node* seen[kMost];
+  int count = 0;
+  for (const Node* node = first; node != end; node += node->span) {
+    if (count == kMost || node->name_length == 0) return false;
+    for (int i = 0; i < count; ++i) {
+      if (seen[i]->name_length == node->name_length &&
+          std::memcmp(base + seen[i]->key, base + node->key, node->name_length) == 0) {
+        return false;
+      }
+    }
+    seen[count++] = node;
+  }
+  return true;
+}
+
+// --- the pass over a text
+// -----------------------------------------------------------------------------
+
+// One run over one JSON text. Where it stands is kept in the nodes of the containers that are open:
+// their `text` is the parent and their `number` what hidden_ was before them.
+class JsonParser {
+ public:
+  JsonParser(Tape* tape, char* base, char* end, std::uint32_t parent)
+      : tape_(tape),
+        nodes_(tape->nodes()),
+        node_(tape->nodes() + tape->size()),
+        full_(tape->nodes() + tape->capacity()),
+        base_(base),
+        end_(end),
+        ahead_(end - base > kAhead ? end - kAhead : base),
+        root_(parent),
+        parent_(parent) {}
+
+  Parsed Run(char* p) {
+    p = SkipSpace(p);
     for (;;) {
-      p = Value(SkipSpace(p), key);
+      if (node_ == full_ && !Grow()) return Parsed::kNoMemory;
+      p = in_object_ ? Name(p) : Unnamed(p);
+      if (p == nullptr) return Parsed::kMalformed;
+      p = Value(p);
+      if (p == nullptr) return Parsed::kMalformed;
+      if (entered_) continue;
+      p = Leave(p);
+      if (p == nullptr) return Parsed::kMalformed;
+      if (parent_ == root_) break;
+    }
+    if (SkipSpace(p) != end_) return Parsed::kMalformed;
+    tape_->Resize(Index(node_));
+    return Parsed::kWell;
+  }
+
+ private:
+  inline char* Unnamed(char* p) {
+    node_->key = kNone;
+    node_->name_length = 0;
+    return p;
+  }
+
+  // The name at p and its colon. Returns where the value stands, or null.
+  inline char* Name(char* p) {
+    if (*p != '"') return nullptr;
+    char* const name = p + 1;
+    node_->key = Offset(name);
+    p = SkipPlain(name, end_);
+    if (*p == '"' && p != name && p - name <= kLongestName) {
+      node_->name_length = static_cast<std::uint8_t>(p - name);
+      ++p;
+    } else {
+      node_->name_length = 0;
+      p = FinishEscaped(p, end_);
       if (p == nullptr) return nullptr;
-      if (!entered_) {
-        p = Leave(p);
-        if (p == nullptr || parent_ == root_) return p;
-      }
-      key = kNone;
-      if (in_object_) {
-        p = Name(p, &key);
-        if (p == nullptr) return nullptr;
-      }
     }
-  }
-
-  // One scalar, or the start of a container that is then the one entered.
-  char* Value(char* p, std::uint32_t key) {
-    if (size_ == tape_->capacity() && !Grow()) return nullptr;
-    const std::uint32_t index = size_++;
-    Node* const node = tape_->nodes() + index;
-    ++children_;
-    entered_ = false;
-    node->key = key;
-    node->next = size_;
-    node->flags = 0;
-    node->text = Offset(p);
-    switch (*p) {
-      case '{':
-        return Enter(p, index, Kind::kObject);
-      case '[':
-        return Enter(p, index, Kind::kArray);
-      case '"':
-        node->kind = Kind::kString;
-        ++node->text;
-        return TakeString(p + 1, end_);
-      case 't':
-        node->kind = Kind::kBool;
-        node->flags = kTrue;
-        return TakeWord(p, "true");
-      case 'f':
-        node->kind = Kind::kBool;
-        return TakeWord(p, "false");
-      case 'n':
-        node->kind = Kind::kNull;
-        return TakeWord(p, "null");
-      default:
-        return ScanNumber(p, false, node);
-    }
-  }
-
-  // Opens the container at p. An empty one is closed at once, so that a value or a name follows.
-  char* Enter(char* p, std::uint32_t index, Kind kind) {
-    Node* const node = tape_->nodes() + index;
-    node->kind = kind;
-    node->text = parent_;
+    p = SkipSpace(p);
+    if (*p != ':') return nullptr;
     p = SkipSpace(p + 1);
-    if (*p == (kind == Kind::kObject ? '}' : ']')) {
+    if (noting_) noting_ = shape_.Note(*node_, behind_, p, end_);
+    return p;
+  }
+
+  // One scalar, or the start of a container. Its first members may be taken with it; if not,
+  // entered_ is set.
+  inline char* Value(char* p) {
+    Node* const node = node_++;
+    node->span = 1;
+    entered_ = false;
+    if (*p == '{') return Enter(p, node, Kind::kObject, '}');
+    if (*p == '[') return Enter(p, node, Kind::kArray, ']');
+    return behind_ = TakeScalar(p, base_, end_, node);
+  }
+
+  // Opens the container at p. An empty one is closed at once.
+  inline char* Enter(char* p, Node* node, Kind kind, char brace) {
+    node->kind = kind;
+    node->flags = 0;
+    node->text = parent_;
+    noting_ = false;
+    alike_ = false;
+    behind_ = p + 1;
+    p = SkipSpace(p + 1);
+    if (*p == brace) {
       node->number = 0;
       return p + 1;
     }
-    node->number = children_;
-    children_ = 0;
-    parent_ = index;
+    const bool element = !in_object_;
+    const std::uint32_t array = parent_;
+    node->span = 0;
+    node->number = hidden_;
+    hidden_ = 0;
+    parent_ = Index(node);
     in_object_ = kind == Kind::kObject;
     entered_ = true;
+    return element && in_object_ ? TakeAlike(p, array) : p;
+  }
+
+  // Takes what it can of an element of `array`, whose first name is at p, by the shape of those
+  // before.
+  inline char* TakeAlike(char* p, std::uint32_t array) {
+    Node* const first = node_;
+    if (shape_.Fits(array) && full_ - node_ >= Shape::kMembers) {
+      char* const behind = shape_.Take(behind_, base_, end_, ahead_, &node_);
+      if (node_ != first || behind == nullptr) {
+        entered_ = false;
+        alike_ = node_ - first == shape_.count();
+        return behind;
+      }
+    }
+    shape_.Start();
+    noting_ = true;
     return p;
   }
 
   // Behind a value: closes the containers that end here. Returns what is behind the comma before
   // the next value or name, or behind the outermost value.
-  char* Leave(char* p) {
+  inline char* Leave(char* p) {
     while (parent_ != root_) {
       p = SkipSpace(p);
       if (*p == ',') return SkipSpace(p + 1);
       if (*p != (in_object_ ? '}' : ']')) return nullptr;
       ++p;
-      Node* const node = tape_->nodes() + parent_;
-      const std::uint32_t outer = static_cast<std::uint32_t>(node->number);
-      node->number = children_;
-      node->next = size_;
-      children_ = outer;
-      parent_ = node->text;
-      in_object_ = parent_ != root_ && tape_->nodes()[parent_].kind == Kind::kObject;
+      Close();
     }
     return p;
   }
 
-  // The name at p and its colon.
-  char* Name(char* p, std::uint32_t* key) {
-    if (*p != '"') return nullptr;
-    *key = Offset(p + 1);
-    p = TakeString(p + 1, end_);
-    if (p == nullptr) return nullptr;
-    p = SkipSpace(p);
-    return *p == ':' ? p + 1 : nullptr;
+  inline void Close() {
+    Node* const node = nodes_ + parent_;
+    const std::uint32_t inside = static_cast<std::uint32_t>(node_ - node - 1);
+    const std::uint32_t outer = static_cast<std::uint32_t>(node->number);
+    node->number = inside - hidden_;
+    node->span = inside + 1;
+    if (in_object_) {
+      const bool whole = alike_ && inside == static_cast<std::uint32_t>(shape_.count());
+      const bool distinct = whole ? shape_.distinct() : NamesDiffer(node + 1, node_, base_);
+      if (distinct) node->flags = kDistinctNames;
+      if (noting_) shape_.Finish(node->text, distinct);
+    }
+    noting_ = false;
+    alike_ = false;
+    hidden_ = outer + inside;
+    parent_ = node->text;
+    in_object_ = parent_ != root_ && nodes_[parent_].kind == Kind::kObject;
   }
 
   bool Grow() {
-    tape_->Resize(size_);
-    no_memory_ = !tape_->Grow();
-    return !no_memory_;
+    const std::uint32_t size = Index(node_);
+    if (!tape_->Grow(size)) return false;
+    nodes_ = tape_->nodes();
+    node_ = nodes_ + size;
+    full_ = nodes_ + tape_->capacity();
+    return true;
   }
 
   std::uint32_t Offset(const char* p) const { return static_cast<std::uint32_t>(p - base_); }
+  std::uint32_t Index(const Node* node) const { return static_cast<std::uint32_t>(node - nodes_); }
 
   Tape* const tape_;
+  Node* nodes_;
+  Node* node_;  // the next one to be filled
+  Node* full_;
   char* const base_;
   char* const end_;
-  const std::uint32_t root_;  // stands for "outside": its children are not counted here
+  const char* const ahead_;   // up to here, kAhead bytes can be read
+  char* behind_ = nullptr;    // the value, or the brace, before the member that is read
+  const std::uint32_t root_;  // stands for "outside"
   std::uint32_t parent_;
-  std::uint32_t size_;
-  std::uint32_t children_ = 0;
+  std::uint32_t hidden_ = 0;  // nodes inside parent_ that are no children of its own
   bool in_object_ = false;
   bool entered_ = false;
-  bool no_memory_ = false;
+  bool noting_ = false;  // the object's shape is being noted
+  bool alike_ = false;   // the object has all members of the shape
+  Shape shape_;
 };
 
 }  // namespace

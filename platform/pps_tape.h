@@ -1,7 +1,7 @@
 // The decoder's memory of a parsed text: one flat array of nodes, in the order of the text.
 //
-// A container is followed by its children; `next` of a node is the index behind everything that
-// belongs to it, so the children of container c are c + 1, next(c + 1), ... up to next(c). Nesting
+// A container is followed by its children; `span` counts a node and everything that belongs to it,
+// so the children of container c are c + 1, c + 1 + span(c + 1), ... up to c + span(c). Nesting
 // needs no stack: an open container remembers its parent, which is all that parsing and walking
 // back need.
 #ifndef KORVANDIS_PLATFORM_PPS_TAPE_H
@@ -28,30 +28,35 @@ enum class Kind : std::uint8_t {
   kJsonAttribute,  // `number` is the node of its value
 };
 
-const std::uint8_t kNegative = 1;  // number: with a minus sign
-const std::uint8_t kInteger = 2;   // number: `number` is the whole magnitude
-const std::uint8_t kInexact = 4;   // number: digits did not fit, only the text tells
-const std::uint8_t kTrue = 8;      // bool
-const std::uint8_t kValueOfAttribute =
-    16;  // root of a json attribute: `key` is the attribute's node
+// Flags of a node.
+const std::uint8_t kNegative = 1;        // number: with a minus sign
+const std::uint8_t kInteger = 2;         // number: `number` is the whole magnitude
+const std::uint8_t kInexact = 4;         // number: digits did not fit, only the text tells
+const std::uint8_t kTrue = 8;            // bool
+const std::uint8_t kDistinctNames = 16;  // object: no name comes twice
+// Root of a json attribute: `key` is the node of the attribute.
+const std::uint8_t kValueOfAttribute = 32;
 
 const std::uint32_t kNone = 0xffffffffU;
 
 struct Node {
-  std::uint32_t key;   // offset of the name, zero-terminated; kNone without
-  std::uint32_t next;  // node behind this one and all that it contains
-  std::uint32_t text;  // scalar: offset of the value; container: node of the parent
+  std::uint32_t key;  // offset of the name; kNone without
   Kind kind;
   std::uint8_t flags;
-  std::int16_t exponent;  // number: power of ten that belongs to `number`
-  std::uint64_t number;   // number: its digits; container: its children
+  std::int8_t exponent;  // number: power of ten that belongs to `number`, or a limit
+  // Of a name that is not terminated in the text. 0 is one that is: with escapes, very long or
+  // empty.
+  std::uint8_t name_length;
+  std::uint32_t text;    // scalar: offset of the value; container: node of the parent
+  std::uint32_t span;    // this node and all that it contains; 0 while it is open
+  std::uint64_t number;  // number: its digits; container: its children
 };
 static_assert(sizeof(Node) == 24, "keep a node small: the tape is most of what parsing writes");
 
 // Nodes held without a second allocation: a position response with 24 satellites has 154.
 const std::uint32_t kInlineNodes = 160;
 
-// Grows by doubling. References to nodes end with the next Reserve.
+// Grows by doubling. References to nodes end with Grow.
 class Tape {
  public:
   Tape() : nodes_(inline_), capacity_(kInlineNodes), size_(0) {}
@@ -59,9 +64,9 @@ class Tape {
   Tape(const Tape&) = delete;
   Tape& operator=(const Tape&) = delete;
 
-  // Makes room for `capacity` nodes in all; false without memory, with everything as it was.
-  bool Reserve(std::size_t capacity);
-  bool Grow() { return Reserve(std::size_t{capacity_} * 2); }
+  // Makes room for more, keeping the first `used` nodes; false without memory, with everything as
+  // it was.
+  bool Grow(std::uint32_t used);
 
   Node* nodes() { return nodes_; }
   Node& operator[](std::uint32_t index) { return nodes_[index]; }
