@@ -16,6 +16,10 @@ int const kReopenIntervalMs = 500;
 // are taken for the end of a half-closed connection.
 int const kEmptyReadsAtEnd = 16;
 
+// Pause after a poll that the system refused (out of memory, or a limit on descriptors below the
+// number of files), so that the thread does not spin, in microseconds.
+useconds_t const kPollFailureDelay = 100000;
+
 // What poll says of `fd` now.
 short Probe(int fd) {
   pollfd probe = {fd, POLLIN, 0};
@@ -115,6 +119,7 @@ void Delivery::Run() {
     int const limit = BuildPollList();
     lock.unlock();
     int const ready = ::poll(m_polls.data(), static_cast<nfds_t>(m_polls.size()), limit);
+    if (ready < 0) ::usleep(kPollFailureDelay);
     lock.lock();
     if (ready > 0 && m_polls[0].revents != 0) m_wakeup->Drain();
     for (std::size_t i = 0; ready > 0 && !m_stop && i < m_watches.size(); ++i) {

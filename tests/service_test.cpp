@@ -240,6 +240,7 @@ TEST_F(ServiceTest, IsIdleWhenNothingComes) {
 TEST(LinkTest, AnyBytesOnTheLinkAndTheNextRequestIsServed) {
   TempRoot root;
   FakeManager device(root, wire::kMcuDevicePath);
+  ASSERT_EQ(platform::CreateSlogRing(root.path() + "/dev/slog", 1024), 0);
   Program service(root, "korvandis");
   Connection mcu = device.Grant();
   std::uint32_t random = 1;

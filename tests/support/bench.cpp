@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <signal.h>
+#include <sys/slog.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -290,10 +291,13 @@ void BenchTest::SetUp() {
 }
 
 void BenchTest::StartService(const std::function<void()>& before_exec) {
+  log_->Clear();
   service_ = std::make_unique<Program>(root_, "korvandis", std::vector<std::string>(), before_exec);
   errors_seen_ = 0;
   output_seen_ = 0;
   ASSERT_TRUE(unit_->WaitForService(milliseconds(10000))) << service_->Errors();
+  // It logs until it is started; a test wants to see its own lines only.
+  ASSERT_TRUE(Eventually([this] { return log_->Has(_SLOG_DEBUG1, "_KRV_[Start]-Start!\n"); }));
 }
 
 std::string BenchTest::Errors() const { return service_->Errors().substr(errors_seen_); }

@@ -1,0 +1,255 @@
+// Faults of everything around the service, a row of the table in docs/reliability.md each: what is
+// test here: what is answered, what is reported, and that the next command works.
+
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/slog.h>
+
+#include <atomic>
+#include <thread>
+
+#include "support/bench.h"
+#include "support/fake_manager.h"
+#include "wire/bench_link.h"
+
+namespace bench {
+namespace {
+
+using std::chrono::steady_clock;
+
+const char kStatus[] = "/pps/zelmar/system/version_status";
+const Bytes kNothing;
+
+class FaultsTest : public BenchTest {
+ protected:
+  void SetUp() override {
+    BenchTest::SetUp();
+    WriteObject(kStatus, "mpu:json:{\"version\":\"1.2\"}");
+    ExpectServed();  // the manager has taken it in
+  }
+  void ExpectServed() { EXPECT_EQ(Station().Ask(7, 1), Text("1.2")) << Errors(); }
+  void Control(const std::string& line) {
+    ASSERT_EQ(unit_->Control(line).substr(0, 2), "ok") << line;
+  }
+  bool Reported(const std::string& text) {
+    return Eventually([&] { return Errors().find(text) != std::string::npos; });
+  }
+};
+
+TEST_F(FaultsTest, McuDeviceDisappearsAndReturns) {
+  const int descriptors = CountDescriptors(service_->pid());
+  for (int round = 0; round < 3; ++round) {
+    Control("mcu down");
+    ASSERT_TRUE(Eventually([&] { return CountDescriptors(service_->pid()) == descriptors - 1; }));
+    Control("mcu up");
+    ASSERT_TRUE(unit_->WaitForService(milliseconds(2000)));
+    ExpectServed();
+  }
+  EXPECT_EQ(CountDescriptors(service_->pid()), descriptors);
+}
+
+TEST_F(FaultsTest, PpsManagerIsGoneAndReturns) {
+  Control("pps down");
+  Mark();
+  EXPECT_EQ(station_->Ask(7, 1), kNothing);
+  EXPECT_TRUE(Reported("open('/pps/zelmar/system/version_status') failed: "));
+  EXPECT_EQ(station_->Ask(13, 0), Bytes{0});
+  EXPECT_EQ(station_->Ask(4, 7), Bytes(6));
+  EXPECT_EQ(station_->Ask(4, 13), Text("error"));
+  // The loss of the open geolocation object is noticed beside the commands.
+  EXPECT_TRUE(Eventually([&] {
+    EXPECT_EQ(station_->Ask(5, 0), Bytes{0});
+    return log_->Has(_SLOG_ERROR, "_KRV_[Init]-Open PPS false.\n");
+  }));
+  station_->Do(0, 0, {2});
+  station_->Do(4, 0, Text("name"));
+  Control("pps up");
+  ExpectServed();
+  EXPECT_EQ(station_->Ask(5, 0), Bytes{0});
+  EXPECT_TRUE(log_->Has(_SLOG_DEBUG1, "_KRV_[Init]-Init\n"));
+}
+
+TEST_F(FaultsTest, PpsManagerDiesInTheMiddleOfACommand) {
+  Control("pps stall");
+  station_->Send(7, 1);
+  std::this_thread::sleep_for(milliseconds(100));
+  Control("pps down");
+  const std::optional<Bytes> packet = station_->Receive(milliseconds(1000));
+  wire::Reply reply{};
+  ASSERT_TRUE(packet && wire::ParseReply(*packet, &reply));
+  EXPECT_EQ(reply.data, kNothing);
+  EXPECT_TRUE(Reported("failed: Input/output error\n"));
+  Control("pps up");
+  ExpectServed();
+}
+
+TEST_F(FaultsTest, PpsManagerAcceptsAndNeverAnswers) {
+  for (const char* fault : {"pps stall", "pps stall-after-open"}) {
+    Control(fault);
+    Mark();
+    const auto start = steady_clock::now();
+    EXPECT_EQ(station_->Ask(7, 1), kNothing) << fault;
+    EXPECT_LT(steady_clock::now() - start, milliseconds(3000));
+    EXPECT_TRUE(Reported(fault == std::string("pps stall") ? "failed: Input/output error\n"
+                                                           : "read buf is('') \n"));
+    Control("pps up");
+    ExpectServed();
+  }
+}
+
+TEST_F(FaultsTest, ObjectChangesWhileItIsRead) {
+  std::atomic<bool> writing{true};
+  std::thread writer([&] {
+    for (char letter = 'a'; writing; letter = letter == 'a' ? 'b' : 'a') {
+      WriteObject(kStatus, "mpu:json:{\"version\":\"" + std::string(200, letter) + "\"}");
+    }
+  });
+  for (int i = 0; i < 300; ++i) {
+    const Bytes version = station_->Ask(7, 1);
+    if (version == Text("1.2")) continue;
+    ASSERT_EQ(version.size(), 200u);
+    ASSERT_EQ(version, Bytes(200, version[0]));
+  }
+  writing = false;
+  writer.join();
+}
+
+TEST_F(FaultsTest, LogRingIsFullMissingOrNoRing) {
+  for (int i = 0; i < 60; ++i)
+    EXPECT_EQ(station_->Ask(7, 1), Text("1.2"));  // more lines than slots
+  const std::string ring = root_.path() + "/dev/slog";
+  ASSERT_EQ(::unlink(ring.c_str()), 0);
+  std::this_thread::sleep_for(milliseconds(1100));
+  ExpectServed();
+  ExpectServed();
+  root_.AddFile("/dev/slog", "no ring");
+  std::this_thread::sleep_for(milliseconds(1100));
+  ExpectServed();
+  EXPECT_EQ(ReadFile(ring), "no ring");
+  ASSERT_EQ(platform::CreateSlogRing(ring, 1024), 0);
+  Log log(root_);
+  EXPECT_TRUE(Eventually([&] {
+    ExpectServed();
+    return log.Has(_SLOG_DEBUG1, "_KRV_[SendVer]-m_subCmd = 1\n");
+  }));
+}
+
+TEST_F(FaultsTest, AStationThatNeverReadsSlowsNobody) {
+  const Station stopped;
+  for (int i = 0; i < 3000; ++i) stopped.Send(7, 1);
+  ExpectServed();
+  EXPECT_EQ(stopped.Receive().has_value(), true);
+}
+
+TEST_F(FaultsTest, DescriptorsAreExhausted) {
+  station_->Ask(7, 1);
+  rlimit before{};
+  ASSERT_EQ(::prlimit(service_->pid(), RLIMIT_NOFILE, nullptr, &before), 0);
+  const rlimit none = {3, before.rlim_max};
+  ASSERT_EQ(::prlimit(service_->pid(), RLIMIT_NOFILE, &none, nullptr), 0);
+  Mark();
+  EXPECT_EQ(station_->Ask(7, 1), kNothing);
+  EXPECT_TRUE(Reported("failed: Too many open files\n"));
+  EXPECT_EQ(station_->Ask(10, 3), Bytes(20));
+  EXPECT_EQ(station_->Ask(12, 0), Bytes{0});
+  EXPECT_EQ(station_->Ask(13, 0), Bytes{0});
+  EXPECT_EQ(station_->Ask(5, 0), Bytes{0});
+  ASSERT_EQ(::prlimit(service_->pid(), RLIMIT_NOFILE, &before, nullptr), 0);
+  ExpectServed();
+  // From the start: nothing can be opened, and it still ends in order.
+  StopService();
+  Program starved(root_, "korvandis", {}, [] {
+    const rlimit few = {4, 4};
+    ::setrlimit(RLIMIT_NOFILE, &few);
+  });
+  std::this_thread::sleep_for(milliseconds(200));
+  EXPECT_TRUE(starved.IsRunning());
+  EXPECT_EQ(starved.Terminate(), 0);
+}
+
+TEST_F(FaultsTest, DriverAndBusFailInEachStep) {
+  station_->Do(10, 10, Text("0123456789abcdef"));
+  station_->Do(10, 2, Text("SN345678901234567890"));
+  struct Step {
+    const char* fault;
+    const char* cure;
+    std::uint8_t command, sub_command;
+    Bytes answer, cured;
+  };
+  const Step steps[] = {
+      {"i2c absent", "i2c present", 12, 0, {0}, {1}},
+      {"i2c speed refuse", "i2c speed accept", 12, 0, {0}, {1}},
+      {"i2c fail-send 5", "i2c reset", 12, 0, {0}, {1}},
+      {"i2c fail-recv 5", "i2c reset", 12, 0, {0}, {1}},
+      {"i2c identity 00 00 03 00", "i2c reset", 12, 0, {0}, {1}},
+      {"sysinfo fail 5", "sysinfo ok", 10, 11, Bytes(16), Text("0123456789abcdef")},
+      {"sysinfo fail 5", "sysinfo ok", 10, 3, Bytes(20), Text("SN345678901234567890")},
+      {"sysinfo length -1", "sysinfo ok", 10, 11, {}, Text("0123456789abcdef")},
+  };
+  for (const Step& step : steps) {
+    SCOPED_TRACE(step.fault);
+    Control(step.fault);
+    EXPECT_EQ(station_->Ask(step.command, step.sub_command), step.answer);
+    Control(step.cure);
+    EXPECT_EQ(station_->Ask(step.command, step.sub_command), step.cured);
+  }
+  // Four failures of each kind are ridden out.
+  Control("i2c fail-send 4");
+  Control("i2c fail-recv 4");
+  EXPECT_EQ(station_->Ask(12, 0), Bytes{1});
+}
+
+TEST_F(FaultsTest, SigtermDuringEachKindOfCommandEndsItInOrder) {
+  root_.AddFile("/zmapps/etc/calib-recalibrate.sh", "#!/bin/sh\nsleep 1\necho done > calibrated\n",
+                0755);
+  struct Kind {
+    const char* fault;
+    std::uint8_t command, sub_command;
+    Bytes parameters;
+  };
+  const Kind kinds[] = {
+      {"pps stall", 7, 1, {}},   {"pps stall", 4, 0, Text("n")}, {"pps stall", 0, 0, {2}},
+      {"pps stall", 3, 5, {}},   {"pps stall", 5, 4, {}},        {"pps stall", 13, 2, {}},
+      {"i2c absent", 12, 0, {}}, {"sysinfo fail 5", 10, 3, {}},  {"pps unstall", 6, 4, {}},
+  };
+  for (const Kind& kind : kinds) {
+    SCOPED_TRACE(int{kind.command});
+    if (!service_->IsRunning()) StartService();
+    station_ = std::make_unique<Station>();
+    Control(kind.fault);
+    station_->Send(kind.command, kind.sub_command, kind.parameters);
+    std::this_thread::sleep_for(milliseconds(50));
+    EXPECT_EQ(StopService(), 0);
+    Control("pps up");
+  }
+  EXPECT_EQ(ReadFile(root_.path() + "/calibrated"), "done\n");  // the script was waited for
+  StartService();
+  ExpectServed();
+}
+
+// An MCU that stops taking replies: the service drops what it cannot send and goes on.
+TEST(McuFaultsTest, McuStopsReadingAndGoesOn) {
+  TempRoot root;
+  FakeManager device(root, wire::kMcuDevicePath);
+  ASSERT_EQ(platform::CreateSlogRing(root.path() + "/dev/slog", 1024), 0);
+  Program service(root, "korvandis");
+  Connection mcu = device.Grant();
+  int sent = 0;
+  const Bytes request = wire::BuildRequest(7, 7, {});
+  while (sent < 400) {
+    mcu.Send(request);
+    ++sent;
+    std::this_thread::sleep_for(std::chrono::microseconds(200));
+  }
+  std::this_thread::sleep_for(milliseconds(2500));
+  int received = 0;
+  while (mcu.Receive(milliseconds(2500))) ++received;
+  EXPECT_GT(received, 100);
+  EXPECT_LT(received, sent);
+  mcu.Send(request);
+  EXPECT_TRUE(mcu.Receive());
+  EXPECT_EQ(service.Terminate(), 0);
+}
+
+}  // namespace
+}  // namespace bench
