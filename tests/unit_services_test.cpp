@@ -1,6 +1,7 @@
 // The services behind the unit's objects, driven as the service under test and a person's shell do.
 #include <fcntl.h>
 #include <pps.h>
+#include <sys/slog.h>
 
 #include <algorithm>
 #include <chrono>
@@ -35,6 +36,11 @@ class ServicesTest : public bench::UnitTest {
     options_.services = true;
     UnitTest::SetUp();
     log_ = std::make_unique<bench::Log>(root_);
+    // A process that logged to an earlier test's ring finds this one within a second.
+    ASSERT_TRUE(Eventually([&] {
+      slogf(0, _SLOG_DEBUG2, "probe");
+      return !log_->Lines().empty();
+    }));
   }
 
   // As the media and launcher commands write: creating and truncating, no newline.
