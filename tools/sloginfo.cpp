@@ -75,6 +75,7 @@ class Printer {
     Result result;
     while (std::cout.good() && (result = reader->Next(&line, &lost)) != Result::kNothing) {
       if (result == Result::kLine && line.severity > options_.severity) continue;
+      if (result == Result::kLost && last) continue;  // older than what is asked for
       std::string text = result == Result::kLine ? Format(line) : Lost(lost);
       if (!last) {
         std::cout << text;
