@@ -1,0 +1,280 @@
+// What every benchmark program needs around what it measures: a unit below a temporary root,
+// programs started on it, a station, and the rows of the result table.
+//
+// A benchmark that cannot be carried out says why and ends with status 2; one whose goal is missed
+// prints its row all the same.
+#ifndef KORVANDIS_BENCHMARKS_SETUP_H
+#define KORVANDIS_BENCHMARKS_SETUP_H
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "platform/io.h"
+#include "wire/at_packet.h"
+#include "wire/bench_link.h"
+
+namespace bench {
+
+using Bytes = std::vector<std::uint8_t>;
+using Clock = std::chrono::steady_clock;
+namespace fs = std::filesystem;
+
+const int kCannotMeasure = 2;
+const int kPatienceMs = 10000;  // for what takes milliseconds when all is well
+
+// Ends the program; a unit and a service that it started end with it.
+[[noreturn]] inline void Fail(const std::string& reason) {
+  std::fprintf(stderr, "cannot measure: %s\n", reason.c_str());
+  throw kCannotMeasure;  // main returns it, with everything released
+}
+
+inline double Seconds(Clock::duration time) { return std::chrono::duration<double>(time).count(); }
+
+inline double Median(std::vector<double> values) {
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+inline std::string Number(double value, int digits) {
+  char text[32];
+  std::snprintf(text, sizeof(text), "%.*f", digits, value);
+  return text;
+}
+
+// One line of the table that benchmarks/run collects. `goal` may be empty.
+inline void Row(const std::string& what, const std::string& figure, const std::string& goal,
+                bool reached) {
+  const char* const verdict = goal.empty() ? "" : reached ? "reached" : "missed";
+  std::printf("| %s | %s | %s | %s |\n", what.c_str(), figure.c_str(), goal.c_str(), verdict);
+  std::fflush(stdout);
+}
+
+// A number on the command line, or `otherwise` when there is none.
+inline long Argument(int argc, char** argv, int index, long otherwise) {
+  if (index >= argc) return otherwise;
+  char* end = nullptr;
+  errno = 0;
+  const long value = std::strtol(argv[index], &end, 10);
+  if (end == argv[index] || *end != '\0' || errno != 0 || value < 1) {
+    Fail(std::string("'") + argv[index] + "' is no number above 0");
+  }
+  return value;
+}
+
+// A temporary directory that stands for the unit's '/', for this process and those it starts.
+class TempRoot {
+ public:
+  TempRoot() {
+    std::string pattern = (fs::temp_directory_path() / "korvandis-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr) Fail("no temporary directory");
+    path_ = pattern;
+    ::setenv("HEADUNIT_ROOT", path_.c_str(), 1);
+  }
+  ~TempRoot() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+  }
+  TempRoot(const TempRoot&) = delete;
+  TempRoot& operator=(const TempRoot&) = delete;
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+// A program that runs in `directory`, with its output and errors in files or devices. Ended with
+// the object.
+class Process {
+ public:
+  Process(const std::string& directory, std::vector<std::string> words,
+          const std::string& output = "/dev/null", const std::string& errors = "/dev/null") {
+    std::vector<char*> argv;
+    for (std::string& word : words) argv.push_back(word.data());
+    argv.push_back(nullptr);
+    pid_ = ::fork();
+    if (pid_ != 0) return;
+    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    ::dup2(::open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+    ::dup2(::open(output.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644), STDOUT_FILENO);
+    ::dup2(::open(errors.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644), STDERR_FILENO);
+    if (::chdir(directory.c_str()) == 0) ::execvp(argv[0], argv.data());
+    ::_exit(127);
+  }
+  ~Process() { Terminate(); }
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+
+  pid_t pid() const { return pid_; }
+
+  void Terminate() {
+    if (pid_ <= 0) return;
+    ::kill(pid_, SIGTERM);
+    for (int waited = 0; ::waitpid(pid_, nullptr, WNOHANG) == 0; ++waited) {
+      if (waited == kPatienceMs) ::kill(pid_, SIGKILL);
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    pid_ = -1;
+  }
+
+  // A figure of /proc/PID/status in its own unit (kB), -1 when there is none.
+  long Status(const std::string& name) const {
+    std::ifstream file("/proc/" + std::to_string(pid_) + "/status");
+    for (std::string word; file >> word;) {
+      long value = 0;
+      if (word == name + ":" && file >> value) return value;
+    }
+    return -1;
+  }
+
+  int Descriptors() const {
+    int count = 0;
+    for ([[maybe_unused]] const auto& entry : fs::directory_iterator(Directory() + "/fd")) ++count;
+    return count;
+  }
+
+  // The sum over all threads of the number that `take` finds in a line of the thread's `file`.
+  template <typename Take>
+  double SumOverThreads(const char* file, Take take) const {
+    double sum = 0;
+    for (const auto& thread : fs::directory_iterator(Directory() + "/task")) {
+      std::ifstream lines(thread.path() / file);
+      for (std::string line; std::getline(lines, line);) sum += take(line);
+    }
+    return sum;
+  }
+
+  // Processor time of all threads that live, in seconds.
+  double ProcessorTime() const {
+    return SumOverThreads("schedstat", [](const std::string& line) {
+      return std::strtod(line.c_str(), nullptr) / 1e9;
+    });
+  }
+
+  // How often a thread gave the processor up to wait, which is how often it will be woken.
+  double Waits() const {
+    static const std::string kName = "voluntary_ctxt_switches:";
+    return SumOverThreads("status", [](const std::string& line) {
+      const bool found = line.compare(0, kName.size(), kName) == 0;
+      return found ? std::strtod(line.c_str() + kName.size(), nullptr) : 0.0;
+    });
+  }
+
+ private:
+  std::string Directory() const { return "/proc/" + std::to_string(pid_); }
+
+  pid_t pid_ = -1;
+};
+
+inline std::string BinaryPath(const std::string& name) {
+  return std::string(KORVANDIS_BIN_DIR) + "/" + name;
+}
+
+// A running unit with the shipped profile. `options` are those of the program.
+class Unit {
+ public:
+  explicit Unit(std::vector<std::string> options = {})
+      : process_(root_.path(), Words(std::move(options))), control_(Connect(wire::kControlPath)) {}
+  ~Unit() { ::close(control_); }
+
+  const std::string& root() const { return root_.path(); }
+  const Process& process() const { return process_; }
+
+  // A started service has the MCU device open, and a request reaches it.
+  void WaitForService(bool present) const {
+    const std::string expected = present ? "ok service 1" : "ok service 0";
+    const auto deadline = Clock::now() + std::chrono::milliseconds(kPatienceMs);
+    while (Ask("status").compare(0, expected.size(), expected) != 0) {
+      if (Clock::now() > deadline) Fail("the service does not connect");
+    }
+  }
+
+  // Opens a manager's path as soon as it is there.
+  static int Connect(const char* path) {
+    const auto deadline = Clock::now() + std::chrono::milliseconds(kPatienceMs);
+    for (;;) {
+      const int fd = platform::open(path, O_RDWR);
+      if (fd >= 0) return fd;
+      if (Clock::now() > deadline) Fail(std::string("no unit answers at ") + path);
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+
+ private:
+  static std::vector<std::string> Words(std::vector<std::string> options) {
+    options.insert(options.begin(), BinaryPath("headunit"));
+    return options;
+  }
+
+  std::string Ask(const char* line) const {
+    char answer[4096];
+    const ssize_t sent = platform::write(control_, line, std::strlen(line));
+    const ssize_t size = sent < 0 ? -1 : ::read(control_, answer, sizeof(answer));
+    if (size <= 0) Fail("the unit's control connector does not answer");
+    return std::string(answer, static_cast<std::size_t>(size));
+  }
+
+  TempRoot root_;
+  Process process_;
+  int control_;
+};
+
+// One connection to the unit's test connector.
+class Station {
+ public:
+  Station() : fd_(Unit::Connect(wire::kStationPath)), packet_(wire::kMaxPacket) {}
+  ~Station() { ::close(fd_); }
+  Station(const Station&) = delete;
+  Station& operator=(const Station&) = delete;
+
+  void Send(const Bytes& packet) const {
+    const ssize_t sent = platform::write(fd_, packet.data(), packet.size());
+    if (sent != static_cast<ssize_t>(packet.size())) Fail("the unit takes no packet");
+  }
+
+  // The next packet from the service.
+  Bytes Receive() {
+    const ssize_t count = ::read(fd_, packet_.data(), packet_.size());
+    if (count <= 0) Fail("no reply within the time");
+    return Bytes(packet_.begin(), packet_.begin() + count);
+  }
+
+  Bytes Ask(const Bytes& packet) {
+    Send(packet);
+    return Receive();
+  }
+
+ private:
+  int fd_;
+  Bytes packet_;
+};
+
+// Runs `body` as main does.
+template <typename Body>
+int Main(Body body) {
+  try {
+    return body();
+  } catch (int status) {
+    return status;
+  }
+}
+
+}  // namespace bench
+
+#endif  // KORVANDIS_BENCHMARKS_SETUP_H

@@ -1,0 +1,289 @@
+// Mixed packets, valid and hostile, against the service and a whole unit: the rate, and what both
+// hold in memory and descriptors after a tenth of the packets and at the end, which must be equal.
+//
+// Usage: soak [PACKETS [SEED]]. The packets are drawn once and sent again and again, so whatever
+// they leave behind in the unit's objects is there after the first tenth, and what grows behind it
+// is lost. Exit status 1 when something grows.
+#include <random>
+
+#include "setup.h"
+
+namespace {
+
+const long kPackets = 1000000;
+const long kRounds = 50;          // how often each packet is sent
+const long kBatch = 64;           // packets in front of a question that shows that all are done
+const double kMemoryGoal = 4096;  // KiB
+
+// Descriptors must be equal exactly. So must memory, to these many KiB: it is counted in pages, and
+// a page of code or of a stack that is used for the first time late is no leak. A leak of one byte
+// in ten packets shows.
+const long kSameMemory = 64;
+
+using Random = std::mt19937;
+
+unsigned Below(Random* random, unsigned limit) {
+  return static_cast<unsigned>((*random)() % limit);
+}
+
+bench::Bytes RandomBytes(Random* random, std::size_t size) {
+  bench::Bytes bytes(size);
+  for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>((*random)());
+  return bytes;
+}
+
+bench::Bytes Text(const char* text) { return bench::Bytes(text, text + std::strlen(text)); }
+
+// --- packets
+// ------------------------------------------------------------------------------------------
+
+// Command, sub-command and parameters of one valid request of each kind. The calibration is not
+// among them.
+const struct {
+  std::uint8_t command;
+  std::uint8_t sub_command;
+  bench::Bytes parameters;
+} kRequests[] = {
+    {0, 0, {2}},
+    {0, 0, {6}},
+    {0, 0, {12}},
+    {0, 0, {1}},
+    {0, 0, {}},
+    {3, 0, {0}},
+    {3, 0, {1}},
+    {3, 1, {0, 2, 0, 3}},
+    {3, 2, {0}},
+    {3, 2, {1}},
+    {3, 2, {2}},
+    {3, 3, {}},
+    {3, 4, {}},
+    {3, 5, {}},
+    {3, 6, {}},
+    {3, 7, {3}},
+    {3, 8, {}},
+    {3, 9, {2}},
+    {3, 9, {4}},
+    {4, 0, Text("Korvandis")},
+    {4, 1, {1}},
+    {4, 2, {0}},
+    {4, 3, {0}},
+    {4, 3, {1}},
+    {4, 4, Text("0123456789")},
+    {4, 5, Text("4711")},
+    {4, 6, {1}},
+    {4, 7, {}},
+    {4, 11, {1}},
+    {4, 11, {0}},
+    {4, 13, {}},
+    {4, 14, {0x00, 0x1B, 0xDC, 0x0A, 0x0B, 0x0C}},
+    {5, 0, {}},
+    {5, 2, {}},
+    {5, 3, {}},
+    {5, 4, {}},
+    {5, 5, {}},
+    {5, 6, {1}},
+    {5, 6, {2}},
+    {5, 7, {}},
+    {7, 1, {}},
+    {7, 2, {}},
+    {7, 3, {}},
+    {7, 4, {}},
+    {7, 5, {}},
+    {7, 6, {}},
+    {7, 8, {}},
+    {7, 9, {}},
+    {7, 27, {}},
+    {7, 29, {}},
+    {10, 2, Text("ZM0123456789")},
+    {10, 3, {}},
+    {10, 10, Text("0123456789abcdef")},
+    {10, 11, {}},
+    {12, 0, {}},
+    {13, 0, {}},
+    {13, 1, {}},
+    {13, 2, {}},
+    {13, 3, {}},
+};
+const std::uint8_t kCommands[] = {0, 3, 4, 5, 7, 10, 12, 13};
+const bench::Bytes kCalibration = wire::BuildRequest(6, 4, {});
+
+// Answered at once with an empty reply, and not among the packets.
+const std::uint8_t kVersionCommand = 7;
+const std::uint8_t kQuestionSubCommand = 255;
+const bench::Bytes kQuestion = wire::BuildRequest(kVersionCommand, kQuestionSubCommand, {});
+
+bench::Bytes ValidPacket(Random* random) {
+  const auto& request = kRequests[Below(random, static_cast<unsigned>(std::size(kRequests)))];
+  return wire::BuildRequest(request.command, request.sub_command, request.parameters);
+}
+
+// A command with whatever parameters, and text that means something to whoever reads it.
+bench::Bytes WildPacket(Random* random) {
+  static const char* const kTexts[] = {
+      "a\nb:n:1", "x::y\nz",  "@control\nmsg::location", "%s%n%d",          "-mac",
+      "\n\n:::",  "\"\\{[}]", "command:json:{\"a\":",    "\xff\xfe\xc0\x80"};
+  bench::Bytes parameters =
+      RandomBytes(random, Below(random, 2) == 0 ? Below(random, 8) : Below(random, 255));
+  if (Below(random, 2) == 0)
+    parameters = Text(kTexts[Below(random, static_cast<unsigned>(std::size(kTexts)))]);
+  const std::uint8_t command =
+      kCommands[Below(random, static_cast<unsigned>(std::size(kCommands)))];
+  const unsigned sub_command =
+      Below(random, 4) == 0 ? Below(random, kQuestionSubCommand) : Below(random, 30);
+  return wire::BuildRequest(command, static_cast<std::uint8_t>(sub_command), parameters);
+}
+
+// A packet that breaks the format: cut, with lengths that lie, of another type, for nobody, or any
+// bytes at all.
+bench::Bytes BrokenPacket(Random* random) {
+  bench::Bytes packet = WildPacket(random);
+  const std::size_t record = wire::kHeaderSize + wire::kLinkSize;
+  switch (Below(random, 7)) {
+    case 0:
+      packet.resize(1 + Below(random, static_cast<unsigned>(packet.size())));
+      break;
+    case 1:
+      packet[record + wire::kRecordLengthOffset] = static_cast<std::uint8_t>((*random)());
+      break;
+    case 2:
+      wire::StoreLe32(&packet[wire::kPayloadLengthOffset], static_cast<std::uint32_t>((*random)()));
+      break;
+    case 3:
+      wire::StoreLe32(&packet[wire::kPacketTypeOffset], static_cast<std::uint32_t>((*random)()));
+      break;
+    case 4:
+      packet[record + wire::kRecordCommandOffset] =
+          static_cast<std::uint8_t>(14 + Below(random, 242));
+      break;
+    case 5:
+      packet.resize(packet.size() + Below(random, Below(random, 100) == 0 ? 60000 : 200));
+      break;
+    default:
+      packet = RandomBytes(random, 1 + Below(random, 400));
+      break;
+  }
+  return packet;
+}
+
+std::vector<bench::Bytes> DrawPackets(long count, unsigned seed) {
+  Random random(seed);
+  std::vector<bench::Bytes> packets;
+  for (long i = 0; i < count; ++i) {
+    const unsigned kind = Below(&random, 100);
+    packets.push_back(kind < 60   ? ValidPacket(&random)
+                      : kind < 80 ? WildPacket(&random)
+                                  : BrokenPacket(&random));
+  }
+  packets.back() = kCalibration;
+  return packets;
+}
+
+// --- the run
+// ------------------------------------------------------------------------------------------
+
+struct Held {
+  long memory;  // resident, KiB
+  int descriptors;
+};
+
+Held Look(const bench::Process& process) {
+  return {process.Status("VmRSS"), process.Descriptors()};
+}
+
+// The services behind the objects may still be at work when the service has answered. One position
+// a second goes on.
+void AwaitIdle(const bench::Process& process) {
+  const double kIdle = 0.002;  // seconds of processor time
+  for (int i = 0; i < 100; ++i) {
+    const double before = process.ProcessorTime();
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    if (process.ProcessorTime() - before < kIdle) return;
+  }
+  bench::Fail("the unit does not come to rest");
+}
+
+class Soak {
+ public:
+  Soak(const bench::Unit& unit, const bench::Process& service) : unit_(unit), service_(service) {}
+
+  // Sends packets in their order until there were `count` in all, and returns when all are done.
+  void SendUntil(const std::vector<bench::Bytes>& packets, long count) {
+    while (next_ < count) {
+      station_.Send(packets[static_cast<std::size_t>(next_) % packets.size()]);
+      if (++next_ % kBatch == 0) Settle();
+    }
+    Settle();
+  }
+
+  // What both hold once nothing is under way any more.
+  std::pair<Held, Held> LookAtBoth() {
+    AwaitIdle(unit_.process());
+    return {Look(service_), Look(unit_.process())};
+  }
+
+ private:
+  void Settle() {
+    station_.Send(kQuestion);
+    for (;;) {
+      wire::Reply reply{};
+      if (!wire::ParseReply(station_.Receive(), &reply)) bench::Fail("a reply that is none");
+      if (reply.command == kVersionCommand && reply.sub_command == kQuestionSubCommand) return;
+    }
+  }
+
+  const bench::Unit& unit_;
+  const bench::Process& service_;
+  bench::Station station_;
+  long next_ = 0;
+};
+
+bool Compare(const char* who, const Held& before, const Held& after) {
+  const bool same =
+      after.descriptors == before.descriptors && after.memory <= before.memory + kSameMemory;
+  char text[128];
+  std::snprintf(text, sizeof(text), "%ld to %ld KiB, %d to %d descriptors", before.memory,
+                after.memory, before.descriptors, after.descriptors);
+  bench::Row(std::string("soak: what the ") + who + " holds at 10 % and at the end", text, "equal",
+             same);
+  return same;
+}
+
+int Run(int argc, char** argv) {
+  const long packets = bench::Argument(argc, argv, 1, kPackets);
+  const long seed = bench::Argument(argc, argv, 2, 1);
+  const bench::Unit unit;
+  // The calibration is over at once: its length is the script's, not the service's.
+  std::ofstream(unit.root() + "/zmapps/etc/calib-recalibrate.sh") << "#!/bin/sh\n";
+  const bench::Process service(unit.root(), {bench::BinaryPath("korvandis")});
+  unit.WaitForService(true);
+
+  const std::vector<bench::Bytes> drawn =
+      DrawPackets(std::max(1L, packets / kRounds), static_cast<unsigned>(seed));
+  Soak soak(unit, service);
+  const auto start = bench::Clock::now();
+  std::vector<std::pair<Held, Held>> looks;
+  for (long tenth = 1; tenth <= 10; ++tenth) {
+    soak.SendUntil(drawn, packets * tenth / 10);
+    looks.push_back(soak.LookAtBoth());
+    std::fprintf(stderr, "%3ld %%: service %ld KiB, unit %ld KiB\n", 10 * tenth,
+                 looks.back().first.memory, looks.back().second.memory);
+  }
+  const auto before = looks.front();
+  const auto after = looks.back();
+  const double seconds = bench::Seconds(bench::Clock::now() - start);
+
+  bench::Row("soak: packets a second, " + std::to_string(packets) + " in all",
+             bench::Number(static_cast<double>(packets) / seconds, 0), "", true);
+  const bool service_same = Compare("service", before.first, after.first);
+  const bool unit_same = Compare("unit", before.second, after.second);
+  bench::Row("resident memory of the service after " + std::to_string(packets) + " packets",
+             bench::Number(static_cast<double>(after.first.memory) / 1024, 2) + " MiB",
+             "under 4 MiB", static_cast<double>(after.first.memory) < kMemoryGoal);
+  return service_same && unit_same ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  return bench::Main([&] { return Run(argc, argv); });
+}
