@@ -23,8 +23,18 @@ int const kReplyTypeOfAtPacket = 0xB4;
 int const kHeaderArgument4 = 200;
 int const kHeaderArgument5 = 3;
 
+// Two lines out of three are written here, so they are formatted by hand: "0x%x ".
 void LogBytes(char const* function, unsigned char const* bytes, int count) {
-  for (int i = 0; i < count; ++i) LOGBASE(LOG_LEV_DEBUG, function, "0x%x ", bytes[i]);
+  static char const kDigits[] = "0123456789abcdef";
+  for (int i = 0; i < count; ++i) {
+    char text[sizeof("0xff ")] = "0x";
+    char* end = text + 2;
+    if (bytes[i] >= 0x10) *end++ = kDigits[bytes[i] >> 4];
+    *end++ = kDigits[bytes[i] & 0x0F];
+    *end++ = ' ';
+    *end = '\0';
+    LogText(LOG_LEV_DEBUG, function, text);
+  }
   LOGBASE(LOG_LEV_DEBUG, function, "end\n");
 }
 
