@@ -12,6 +12,9 @@ if(KORVANDIS_SANITIZE)
                          -fno-omit-frame-pointer -fno-sanitize-recover=all)
   target_link_options(korvandis_options INTERFACE -fsanitize=${KORVANDIS_SANITIZE})
 endif()
+if(KORVANDIS_FUZZ)
+  target_compile_options(korvandis_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 target_link_libraries(korvandis_options INTERFACE Threads::Threads)
 
 # Every target gets the warnings and exactly the language standard of its room, without extensions.

@@ -31,6 +31,8 @@ need() {
 }
 
 BASE_PACKAGES="g++ cmake ninja-build googletest"
+# What the tests of the package and of the dissector run.
+TEST_PACKAGES="dpkg-dev file procps tshark"
 
 # build DIRECTORY [CMAKE-OPTION...] [-- TARGET...]: configures and builds, quietly unless it fails.
 build() {
