@@ -1,0 +1,182 @@
+// Command 10 against a driver and a PPS manager that record every byte.
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <climits>
+
+#include "support/recorder.h"
+#include "support/recording_pps.h"
+
+namespace bench {
+namespace {
+
+const std::uint8_t kBurnInfo = 10;
+const std::uint8_t kWriteSN = 2;
+const std::uint8_t kReadSN = 3;
+const std::uint8_t kWriteUUID = 10;
+const std::uint8_t kReadUUID = 11;
+const std::size_t kIdentity = 32;
+
+Bytes Record(const Bytes& identity, std::int32_t length) {
+  return Join(Padded(identity, kIdentity), Words({static_cast<std::uint32_t>(length)}));
+}
+
+Bytes Accepted(const Bytes& data = {}) { return Join(Words({0}), data); }
+
+Lines Published(const std::string& serial) {
+  return {"wc 666 /zelmar/system/hostsn sn::" + serial};
+}
+
+class BurnInfoTest : public RecordedBench {
+ protected:
+  void SetUp() override {
+    RecordedBench::SetUp();
+    driver_ = std::make_unique<Recorder>(root_, "/dev/sysinfo");
+    driver_->answer = [](const Bytes&) { return Accepted(); };
+  }
+
+  // The one request that reached the driver, in hexadecimal.
+  std::string Request() {
+    const std::vector<Recorder::File> files = driver_->Take();
+    EXPECT_EQ(files.size(), 1U);
+    if (files.size() != 1 || files[0].messages.size() != 1) return "no single request";
+    EXPECT_EQ(files[0].flags, unsigned{O_RDWR});
+    EXPECT_EQ(files[0].rest, "");
+    return Hex(files[0].messages[0]);
+  }
+
+  std::unique_ptr<Recorder> driver_;
+};
+
+TEST_F(BurnInfoTest, AWriteSendsTheWholeRecordAndASerialIsPublished) {
+  struct Case {
+    std::uint8_t sub_command;
+    Bytes parameters;
+    std::string identity;
+  } const cases[] = {{kWriteUUID, Text("0123456789abcdef"), "0123456789abcdef"},
+                     {kWriteUUID, {}, ""},
+                     {kWriteUUID, Bytes(kIdentity, 'u'), std::string(kIdentity, 'u')},
+                     {kWriteUUID, Padded(Text("short"), 254), "short"},
+                     {kWriteSN, Text("SN-0123456789ABCDEF1"), "SN-0123456789ABCDEF1"},
+                     {kWriteSN, Join(Text("SN"), {0, 'x'}), "SN"},
+                     {kWriteSN, {}, ""}};
+  for (const Case& c : cases) {
+    const bool serial = c.sub_command == kWriteSN;
+    const auto dcmd = serial ? 0x8024050AU : 0x80240506U;
+    Do(kBurnInfo, c.sub_command, c.parameters);
+    EXPECT_EQ(Request(), Hex(Join(Words({dcmd, 36}), Record(Text(c.identity), serial ? 20 : 16))));
+    EXPECT_EQ(asked, serial ? Published(c.identity) : Lines());
+    EXPECT_EQ(log_->Texts(5), serial ? Lines{"_KRV_[WritePPS]-sn::" + c.identity} : Lines());
+    EXPECT_EQ(Output(), serial ? "SetMachineSN: success \n" : "SetUUID: success \n");
+    const std::string number = std::to_string(c.sub_command);
+    EXPECT_EQ(told, "cmd_UUID_sub_write(cmd:'" + number + "') \n");
+  }
+}
+
+TEST_F(BurnInfoTest, ALongIdentityIsRefusedWholeAndOtherSubCommandsDoNothing) {
+  station_->Do(kBurnInfo, kWriteUUID, Bytes(kIdentity + 1, 'x'));
+  station_->Do(kBurnInfo, kWriteSN, Bytes(254, 'x'));
+  for (int sub_command = 0; sub_command < 256; ++sub_command) {
+    if (sub_command == 2 || sub_command == 3 || sub_command == 10 || sub_command == 11) continue;
+    station_->Do(kBurnInfo, static_cast<std::uint8_t>(sub_command), Text("serial"));
+  }
+  EXPECT_EQ(driver_->Take().size(), 0U);
+  EXPECT_EQ(pps_->Take(), Lines());
+  EXPECT_EQ(Output(),
+            "SetUUID: identity of 33 bytes does not fit 32 \n"
+            "SetMachineSN: identity of 254 bytes does not fit 32 \n");
+}
+
+TEST_F(BurnInfoTest, ADriverThatRefusesOrIsMissing) {
+  driver_->answer = [](const Bytes&) { return Words({EROFS}); };
+  Do(kBurnInfo, kWriteUUID, Text("u"));
+  EXPECT_EQ(Output(), "SetUUID: DCMD_SYS_INFO_SET_UUID: devctl failed, errno=30 \n");
+  Do(kBurnInfo, kWriteSN, Text("refused"));
+  EXPECT_EQ(Output(), "SetMachineSN: DCMD_SYS_INFO_SET_BAR_CODE: devctl failed, errno=30 \n");
+  EXPECT_EQ(asked, Published("refused"));
+
+  driver_.reset();
+  Do(kBurnInfo, kWriteUUID, Text("u"));
+  EXPECT_EQ(Output(), "SetUUID: open /dev/sysinfo failed! \n");
+  Do(kBurnInfo, kWriteSN, Text("missing"));
+  EXPECT_EQ(Output(), "SetMachineSN: open /dev/sysinfo failed! \n");
+  EXPECT_EQ(asked, Published("missing"));
+  EXPECT_EQ(Ask(kBurnInfo, kReadUUID), Bytes(16));
+  EXPECT_EQ(told, "cmd_UUID_sub_read!(cmd:'11') \nopen /dev/sysinfo failed!\n");
+  EXPECT_EQ(Ask(kBurnInfo, kReadSN), Bytes(20));
+  EXPECT_EQ(told, "cmd_UUID_sub_read!(cmd:'3') \nopen /dev/sysinfo failed!\n");
+}
+
+TEST_F(BurnInfoTest, AReadRepliesWithAsManyBytesAsTheDriverReports) {
+  const std::string text = "ABCDEFGHIJKLMNOPQRSTUVWXYZ012345";
+  const Bytes full = Text(text);
+  const int failed = -1;
+  struct Case {
+    std::optional<Bytes> answer;  // of the driver
+    int length;                   // of the reply
+    int error;                    // that is told, when it failed
+  } const cases[] = {{Accepted(Record(full, 16)), 16, 0},
+                     {Accepted(Record(full, 32)), 32, 0},
+                     {Accepted(Record(full, 33)), 32, 0},
+                     {Accepted(Record(full, INT_MAX)), 32, 0},
+                     {Accepted(Record(full, 0)), 0, 0},
+                     {Accepted(Record(full, INT_MIN)), 0, 0},
+                     {Accepted(Padded(Record(full, 20), 5000)), 20, 0},
+                     {Words({EACCES}), failed, EACCES},
+                     {Join(Words({ENXIO}), Record(full, 16)), failed, ENXIO},
+                     {Accepted(Padded(full, 35)), failed, EIO},
+                     {Bytes{0, 0, 0}, failed, EIO},
+                     {Bytes(), failed, EIO},
+                     {std::nullopt, failed, EIO}};
+  const int descriptors = CountDescriptors(service_->pid());
+  for (const Case& c : cases) {
+    driver_->answer = [&](const Bytes&) { return c.answer; };
+    for (const bool serial : {false, true}) {
+      const std::string name = serial ? "DCMD_SYS_INFO_GET_BAR_CODE" : "DCMD_SYS_INFO_GET_UUID";
+      const std::string number = serial ? "3" : "11";
+      const Bytes reply = Ask(kBurnInfo, serial ? kReadSN : kReadUUID);
+      const auto dcmd = serial ? 0x40240509U : 0x40240501U;
+      EXPECT_EQ(Request(), Hex(Words({dcmd, 36})));
+      const std::string identity = text.substr(0, static_cast<std::size_t>(std::max(0, c.length)));
+      EXPECT_EQ(Hex(reply), Hex(c.length == failed ? Bytes(serial ? 20 : 16) : Text(identity)));
+      std::string expected = "cmd_UUID_sub_read!(cmd:'" + number + "') \n";
+      if (c.length == failed) {
+        expected += name + ": devctl failed, errno=" + std::to_string(c.error) + " \n";
+      } else if (!serial) {
+        expected += "param.length = " + std::to_string(c.length) + " UUID(" + text + ")\n";
+      }
+      EXPECT_EQ(told, expected);
+    }
+  }
+  EXPECT_EQ(CountDescriptors(service_->pid()), descriptors);
+}
+
+// Whatever the sub-command and the number of parameters of a test of the unit itself: the service
+// lives, keeps no descriptor and sends nothing but replies.
+TEST_F(BurnInfoTest, AnyParametersToAnySubCommandAreSurvived) {
+  driver_->answer = [](const Bytes&) { return Accepted(Record(Bytes(kIdentity, 'i'), 40)); };
+  pps_->Hold("/services/bluetooth/settings", "mac::" + std::string(500, ':'));
+  pps_->Hold("/services/handsfree/control", "");
+  const int descriptors = CountDescriptors(service_->pid());
+  for (const int command : {4, 6, 10, 12}) {
+    for (int sub_command = 0; sub_command < 256; ++sub_command) {
+      for (const int size : {0, 1, 2, 8, 9, 34, 35, 127, 128, 254, sub_command % 255}) {
+        station_->Send(static_cast<std::uint8_t>(command), static_cast<std::uint8_t>(sub_command),
+                       Bytes(static_cast<std::size_t>(size), static_cast<std::uint8_t>(size)));
+      }
+      station_->Send(7, 255);
+      wire::Reply reply{};
+      do {
+        const std::optional<Bytes> packet = station_->Receive();
+        ASSERT_TRUE(packet) << command << "/" << sub_command << Errors();
+        ASSERT_TRUE(wire::ParseReply(*packet, &reply)) << Hex(*packet);
+      } while (reply.command != 7);
+    }
+  }
+  EXPECT_TRUE(service_->IsRunning());
+  EXPECT_EQ(CountDescriptors(service_->pid()), descriptors);
+}
+
+}  // namespace
+}  // namespace bench
