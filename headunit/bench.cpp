@@ -1,5 +1,7 @@
 #include "bench.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -49,6 +51,8 @@ std::string Pair(const char* key, std::uint64_t value) {
 const Bench::Row Bench::kRows[] = {
     {"help", "", 0, 0, "this list", &Bench::Help},
     {"status", "", 0, 0, "who is connected, and the counters", &Bench::Status},
+    {"memory", "", 0, 0, "give free memory back to the host, and tell what is in use",
+     &Bench::Memory},
     {"save", "DIR", 1, 1, "write all objects as a profile", &Bench::Save},
     {"mcu down", "", 0, 0, "take the MCU device away", &Bench::McuDown},
     {"mcu up", "", 0, 0, "bring it back", &Bench::McuUp},
@@ -138,6 +142,13 @@ std::string Bench::Status(const Words&) {
   std::string text;
   for (const std::string& pair : pairs) text += (text.empty() ? "" : " ") + pair;
   return Ok(text);
+}
+
+// What waits for a slow client is freed when the client has it, but stays with the process: only
+// behind this do two looks at the process tell whether something was lost.
+std::string Bench::Memory(const Words&) {
+  malloc_trim(0);
+  return Ok(Pair("heap", mallinfo2().uordblks));
 }
 
 std::string Bench::Save(const Words& arguments) {

@@ -52,6 +52,7 @@ class Bench {
 
   std::string Help(const Words&);
   std::string Status(const Words&);
+  std::string Memory(const Words&);
   std::string Save(const Words& arguments);
   std::string McuDown(const Words&);
   std::string McuUp(const Words&);

@@ -81,7 +81,7 @@ std::string SaveObjects(const PpsManager& pps, const std::string& folder) {
     fs::create_directories(file.parent_path(), error);
     if (error) {
       failure = file.string() + ": " + error.message();
-    } else if (!ReplaceFile(file.string(), text)) {
+    } else if (!ReplaceFile(file.string(), text, false)) {
       failure = file.string() + ": " + std::strerror(errno);
     }
   });
@@ -97,7 +97,7 @@ bool ReadWholeFile(const std::string& path, std::string* text) {
   return !file.bad();
 }
 
-bool ReplaceFile(const std::string& path, const std::string& text) {
+bool ReplaceFile(const std::string& path, const std::string& text, bool durable) {
   const std::string fresh = path + ".new";
   UniqueFd file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
   if (!file.valid()) return false;
@@ -107,7 +107,7 @@ bool ReplaceFile(const std::string& path, const std::string& text) {
     if (count <= 0) return false;
     done += static_cast<std::size_t>(count);
   }
-  if (fsync(file.get()) != 0) return false;
+  if (durable && fsync(file.get()) != 0) return false;
   file.Reset();
   return std::rename(fresh.c_str(), path.c_str()) == 0;
 }

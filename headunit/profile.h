@@ -27,8 +27,9 @@ std::string SaveObjects(const PpsManager& pps, const std::string& folder);
 // The whole file, or false.
 bool ReadWholeFile(const std::string& path, std::string* text);
 
-// Replaces the file in one step; a crash leaves the old or the new text. False with errno.
-bool ReplaceFile(const std::string& path, const std::string& text);
+// Replaces the file in one step: a reader sees the old or the new text. With `durable` it is on the
+// disk afterwards. False with errno.
+bool ReplaceFile(const std::string& path, const std::string& text, bool durable);
 
 }  // namespace headunit
 

@@ -8,7 +8,6 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -26,6 +25,7 @@ namespace {
 const std::chrono::milliseconds kRequestTimeout{
     2000};                                         // for a client that connects and says nothing
 const std::chrono::milliseconds kAcceptPause{50};  // when the host has no descriptor left
+const int kAcceptsPerTurn = 64;
 const int kMessagesPerTurn = 64;          // of one open file, before the others have their turn
 const int kMessagesPerBarrier = 1 << 17;  // of one open file: more than a socket's buffer holds
 const std::size_t kRequestHead = sizeof(wire::ManagerRequest);
@@ -160,7 +160,7 @@ void ResourceManager::WatchListener() {
 }
 
 void ResourceManager::Accept() {
-  for (;;) {
+  for (int count = 0; count < kAcceptsPerTurn; ++count) {
     UniqueFd socket(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!socket.valid()) {
       if (errno == EINTR || errno == ECONNABORTED) continue;
@@ -172,48 +172,54 @@ void ResourceManager::Accept() {
     }
     const OpeningHandle opening = openings_.emplace(openings_.end());
     opening->socket = std::move(socket);
+    if (TakeRequest(opening)) continue;
     opening->timer = loop_->AddTimer(kRequestTimeout, [this, opening] { Drop(opening); });
-    if (!loop_->poller().Add(
-            opening->socket.get(), EPOLLIN | EPOLLRDHUP,
-            [this, opening](std::uint32_t events) { OnRequest(opening, events); })) {
-      Drop(opening);
-    }
+    if (!WatchOpening(opening, EPOLLIN | EPOLLRDHUP)) Drop(opening);
   }
 }
 
-void ResourceManager::OnRequest(OpeningHandle opening, std::uint32_t events) {
-  if (opening->answered_later) {  // it gave up, or talks before it was answered
-    if ((events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0) Drop(opening);
-    return;
-  }
-  const int error = ReadRequest(&*opening, events);
-  if (error == EAGAIN) return;
+bool ResourceManager::WatchOpening(OpeningHandle opening, std::uint32_t events) {
+  const int fd = opening->socket.get();
+  loop_->poller().Remove(fd);
+  return loop_->poller().Add(fd, events, [this, opening](std::uint32_t) {
+    // Once the request was read, only the client's end is watched for.
+    if (opening->answered_later) {
+      Drop(opening);
+    } else {
+      TakeRequest(opening);
+    }
+  });
+}
+
+bool ResourceManager::TakeRequest(OpeningHandle opening) {
+  const int error = ReadRequest(&*opening);
+  if (error == EAGAIN) return false;
   if (error == EPIPE) {
     Drop(opening);
-    return;
+    return true;
   }
   if (error != 0) {
     Answer(opening, error, nullptr);
-    return;
+    return true;
   }
   const std::chrono::milliseconds delay = Delay(opening->rest);
   if (!stalled_ && delay <= std::chrono::milliseconds::zero()) {
     Serve(opening);
-    return;
+    return true;
   }
-  // Only the end of the connection is of interest until the answer.
   opening->answered_later = true;
-  loop_->poller().Modify(opening->socket.get(), EPOLLRDHUP);
   loop_->CancelTimer(opening->timer);
   opening->timer = stalled_ ? 0 : loop_->AddTimer(delay, [this, opening] { Serve(opening); });
+  if (!WatchOpening(opening, EPOLLRDHUP)) Drop(opening);
+  return true;
 }
 
-int ResourceManager::ReadRequest(Opening* opening, std::uint32_t events) {
+int ResourceManager::ReadRequest(Opening* opening) {
   char message[kLargestRequest];
   const ssize_t size =
       recv(opening->socket.get(), message, sizeof(message), MSG_DONTWAIT | MSG_TRUNC);
   if (size < 0) return errno == EAGAIN || errno == EINTR ? EAGAIN : EPIPE;
-  if (size == 0 && (events & (EPOLLRDHUP | EPOLLHUP)) != 0) return EPIPE;
+  if (size == 0 && HungUp(opening->socket.get())) return EPIPE;
   const std::size_t length = static_cast<std::size_t>(size);
   if (length < kRequestHead) return EINVAL;
   if (length >= sizeof(message)) return ENAMETOOLONG;
@@ -308,7 +314,8 @@ void ResourceManager::OnFileEvent(OpenFile* file, std::uint32_t events) {
   }
   if (open) return;
   // What others sent before this end is taken in before it.
-  if (std::find(ended_.begin(), ended_.end(), file) == ended_.end()) ended_.push_back(file);
+  file_poller_.Remove(file->socket_.get());
+  ended_.push_back(file);
   if (!in_barrier_) Barrier();
 }
 

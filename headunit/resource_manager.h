@@ -92,8 +92,11 @@ class ResourceManager {
   std::string PrepareSocket();
   void WatchListener();
   void Accept();
-  void OnRequest(OpeningHandle opening, std::uint32_t events);
-  int ReadRequest(Opening* opening, std::uint32_t events);
+  bool WatchOpening(OpeningHandle opening, std::uint32_t events);
+
+  // Reads the request and answers it, now or later. False when it has not come yet.
+  bool TakeRequest(OpeningHandle opening);
+  int ReadRequest(Opening* opening);  // EAGAIN: not there yet, EPIPE: the client is gone
   void Serve(OpeningHandle opening);
   void Answer(OpeningHandle opening, int error, std::unique_ptr<OpenFile> file);
   UniqueFd TakeSocket(OpeningHandle opening);

@@ -91,8 +91,8 @@ std::string SysInfoDevice::Restore() {
 }
 
 bool SysInfoDevice::Save() const {
-  return ReplaceFile(store_,
-                     FormatRecord(kUuidWord, uuid_) + FormatRecord(kBarCodeWord, bar_code_));
+  return ReplaceFile(store_, FormatRecord(kUuidWord, uuid_) + FormatRecord(kBarCodeWord, bar_code_),
+                     true);
 }
 
 void SysInfoDevice::SetLength(std::int32_t length) {
