@@ -178,6 +178,30 @@ TEST_F(StationLinkTest, MonitorEndsOnASignalAndOnAClosedOutput) {
   EXPECT_EQ(program_->Wait(milliseconds(5000)), 1);
 }
 
+TEST_F(StationLinkTest, WatchGoesOnWithoutAFixUntilInterrupted) {
+  Start({"gps", "watch", "--every", "0.05"});
+  for (int round = 0; round < 3; ++round) {
+    EXPECT_EQ(link_->Receive(), wire::BuildRequest(5, 2, {}));
+    link_->Send(Reply(5, 2, Bytes(16, 0)));
+    EXPECT_EQ(link_->Receive(), wire::BuildRequest(5, 3, {}));
+    link_->Send(Reply(5, 3, Bytes(78, 0xFF)));
+    EXPECT_EQ(link_->Receive(), wire::BuildRequest(5, 0, {}));
+    link_->Send(Reply(5, 0, {1, 7, 0, 0, 30}));
+  }
+  program_->Signal(SIGINT);
+  EXPECT_EQ(program_->Wait(milliseconds(5000)), 0);
+  const std::string round =
+      "gps position: no fix yet\n"
+      "gps speed: no text with zero bytes behind it\n"
+      "satellite  C/N0\n        7   30 dBHz  ###############\n1 satellites\n";
+  EXPECT_EQ(program_->Output().substr(0, 2 * round.size()), round + round);
+
+  Start({"gps", "watch"});
+  link_->Close();
+  EXPECT_EQ(program_->Wait(milliseconds(5000)), 1);
+  EXPECT_NE(program_->Errors().find("the unit hung up"), std::string::npos) << program_->Errors();
+}
+
 TEST_F(StationLinkTest, WaitsForTheService) {
   FakeManager control(root_, wire::kControlPath);
   Program waiting(root_, "station", {"wait", "20"});

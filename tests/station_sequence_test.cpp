@@ -333,7 +333,8 @@ TEST_F(StationRunTest, NothingIsSentByListAndDryRunAndWrongFiles) {
   EXPECT_EQ(RunText(text, {"--json", "/nonexistent/file"}), 2);
   EXPECT_EQ(bench::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname"), ":Old");
   EXPECT_EQ(RunText(text, {"--only", "P"}), 0);
-  EXPECT_EQ(bench::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname"), ":New");
+  EXPECT_TRUE(bench::Eventually(
+      [] { return bench::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname") == ":New"; }));
 }
 
 TEST_F(StationRunTest, ASignalEndsTheRunWithItsRecord) {
