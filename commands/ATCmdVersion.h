@@ -6,7 +6,8 @@
 
 #include "ATCmd.h"
 
-enum VER_SUB_CMD {
+// Any sub-command byte can be held, also one that is none of these.
+enum VER_SUB_CMD : int {
   VER_MPU = 1,
   VER_OS = 2,
   VER_NAVI = 3,  // falls back to a text file

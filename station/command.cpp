@@ -108,6 +108,21 @@ void Append(const Parameter& parameter, const std::string& normal, Bytes* bytes)
   }
 }
 
+// True when every byte of `text` can be typed as it stands.
+bool IsTypable(std::string text) {
+  std::replace(text.begin(), text.end(), '\\', '/');  // the escape character itself
+  return tools::Escape(text) == text;
+}
+
+// A word as it is typed. One that cannot be typed is escaped, for reading alone.
+std::string ShownWord(const std::string& word) {
+  if (!IsTypable(word)) return "'" + tools::Escape(word) + "'";
+  if (!word.empty() && word.find_first_of(" '\"\\{}#") == std::string::npos) return word;
+  std::string quoted = "'";
+  for (const char c : word) quoted += c == '\'' ? "'\\''" : std::string(1, c);
+  return quoted + "'";
+}
+
 // Takes one argument's bytes from *position on; false when they are not there.
 bool Take(const Parameter& parameter, const Bytes& bytes, std::size_t* position,
           std::string* normal) {
@@ -373,11 +388,7 @@ const Command* FindReplyCommand(std::uint8_t number, std::uint8_t sub_command) {
 
 std::string CommandLine(const Invocation& invocation) {
   std::string line = invocation.command->words;
-  for (const std::string& argument : invocation.arguments) {
-    const std::string shown = tools::Escape(argument);
-    const bool plain = !shown.empty() && shown.find_first_of(" '\"\\{}#") == std::string::npos;
-    line += plain ? " " + shown : " '" + shown + "'";
-  }
+  for (const std::string& argument : invocation.arguments) line += " " + ShownWord(argument);
   return line;
 }
 

@@ -116,7 +116,8 @@ TEST(StationCommand, EveryCommandHasItsBytes) {
 
 TEST(StationCommand, RequestsReadBackAsTheyAreTyped) {
   for (const char* line : {"version model", "bt name 'Car 7'", "bt mac 00:1A:7D:DA:71:13", "bt off",
-                           "media jump 65535 1", "source btaudio", "gps navi 3", "uuid"}) {
+                           "media jump 65535 1", "source btaudio", "gps navi 3", "uuid",
+                           "bt name 'Anna'\\''s car'", "bt name 'C:\\cars\\7'", "bt name '\"'"}) {
     const Bytes request = Request(line);
     Invocation invocation;
     ASSERT_TRUE(DecodeRequest(request[0], request[1], Bytes(request.begin() + 2, request.end()),
