@@ -197,6 +197,7 @@ TEST_F(StationLinkTest, WatchGoesOnWithoutAFixUntilInterrupted) {
   EXPECT_EQ(program_->Output().substr(0, 2 * round.size()), round + round);
 
   Start({"gps", "watch"});
+  EXPECT_TRUE(link_->Receive());
   link_->Close();
   EXPECT_EQ(program_->Wait(milliseconds(5000)), 1);
   EXPECT_NE(program_->Errors().find("the unit hung up"), std::string::npos) << program_->Errors();
