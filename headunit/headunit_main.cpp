@@ -1,6 +1,7 @@
 // The program `headunit`: runs a simulated unit until SIGTERM or SIGINT, or speaks to a running
 // one.
 #include <fcntl.h>
+#include <malloc.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -188,6 +189,9 @@ int Control(const std::vector<std::string>& words) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // One heap for all threads: the host gets back the free end of the first one only, and a long queue
+  // is to leave nothing behind.
+  mallopt(M_ARENA_MAX, 1);
   const std::vector<std::string> words(argv + 1, argv + argc);
   if (!words.empty() && words[0] == "ctl") {
     return Control(std::vector<std::string>(words.begin() + 1, words.end()));

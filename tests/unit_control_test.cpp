@@ -44,6 +44,7 @@ TEST_F(ControlTest, LinesAreAnsweredOnTheConnectorAsInTheProcess) {
     EXPECT_EQ(Control(line), connector.Receive().value_or("")) << line;
   }
   ASSERT_TRUE(connector.Send("  status  "));
+  EXPECT_EQ("ok heap ", Control("memory").substr(0, 8));
   EXPECT_EQ("ok service 0 ", connector.Receive().value_or("").substr(0, 13));
 
   // Every line of the help is one that the table knows.
