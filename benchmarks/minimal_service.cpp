@@ -44,6 +44,7 @@ int Open(const std::string& socket_path, std::string_view rest, std::uint32_t fl
   const int fd = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
+  if (socket_path.size() >= sizeof(address.sun_path)) std::exit(1);
   std::memcpy(address.sun_path, socket_path.c_str(), socket_path.size());
   if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) std::exit(1);
   wire::ManagerRequest request{static_cast<std::uint32_t>(wire::RequestKind::kOpen), flags, 0};

@@ -133,14 +133,15 @@ class Process {
     pid_ = -1;
   }
 
-  // A figure of /proc/PID/status in its own unit (kB), -1 when there is none.
-  long Status(const std::string& name) const {
-    std::ifstream file("/proc/" + std::to_string(pid_) + "/status");
+  // A sum of /proc/PID/smaps_rollup in KiB, such as "Rss". Counted page by page: /proc/PID/status
+  // is quicker, and some hundred KiB off.
+  long Memory(const std::string& name) const {
+    std::ifstream file(Directory() + "/smaps_rollup");
     for (std::string word; file >> word;) {
-      long value = 0;
-      if (word == name + ":" && file >> value) return value;
+      long kib = 0;
+      if (word == name + ":" && file >> kib) return kib;
     }
-    return -1;
+    Fail("the process is gone");
   }
 
   int Descriptors() const {
@@ -205,6 +206,15 @@ class Unit {
     }
   }
 
+  // The answer to a control line.
+  std::string Ask(const char* line) const {
+    char answer[4096];
+    const ssize_t sent = platform::write(control_, line, std::strlen(line));
+    const ssize_t size = sent < 0 ? -1 : ::read(control_, answer, sizeof(answer));
+    if (size <= 0) Fail("the unit's control connector does not answer");
+    return std::string(answer, static_cast<std::size_t>(size));
+  }
+
   // Opens a manager's path as soon as it is there.
   static int Connect(const char* path) {
     const auto deadline = Clock::now() + std::chrono::milliseconds(kPatienceMs);
@@ -220,14 +230,6 @@ class Unit {
   static std::vector<std::string> Words(std::vector<std::string> options) {
     options.insert(options.begin(), BinaryPath("headunit"));
     return options;
-  }
-
-  std::string Ask(const char* line) const {
-    char answer[4096];
-    const ssize_t sent = platform::write(control_, line, std::strlen(line));
-    const ssize_t size = sent < 0 ? -1 : ::read(control_, answer, sizeof(answer));
-    if (size <= 0) Fail("the unit's control connector does not answer");
-    return std::string(answer, static_cast<std::size_t>(size));
   }
 
   TempRoot root_;
