@@ -189,8 +189,8 @@ int Control(const std::vector<std::string>& words) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // One heap for all threads: the host gets back the free end of the first one only, and a long queue
-  // is to leave nothing behind.
+  // One heap for all threads: the host gets back the free end of the first one only, and a long
+  // queue is to leave nothing behind.
   mallopt(M_ARENA_MAX, 1);
   const std::vector<std::string> words(argv + 1, argv + argc);
   if (!words.empty() && words[0] == "ctl") {
