@@ -136,7 +136,7 @@ void ResourceManager::SetStalled(bool stalled) {
   if (stalled_) return;
   for (auto opening = openings_.begin(); opening != openings_.end();) {
     const OpeningHandle current = opening++;
-    if (current->answered_later) Drop(current);
+    if (current->answered_later && current->timer == 0) Drop(current);
   }
 }
 
