@@ -51,7 +51,7 @@ std::string Pair(const char* key, std::uint64_t value) {
 const Bench::Row Bench::kRows[] = {
     {"help", "", 0, 0, "this list", &Bench::Help},
     {"status", "", 0, 0, "who is connected, and the counters", &Bench::Status},
-    {"memory", "", 0, 0, "give free memory back to the host, and tell what is in use",
+    {"memory", "", 0, 0, "give free memory back to the host, and tell the bytes in use",
      &Bench::Memory},
     {"save", "DIR", 1, 1, "write all objects as a profile", &Bench::Save},
     {"mcu down", "", 0, 0, "take the MCU device away", &Bench::McuDown},
@@ -144,11 +144,12 @@ std::string Bench::Status(const Words&) {
   return Ok(text);
 }
 
-// What waits for a slow client is freed when the client has it, but stays with the process: only
-// behind this do two looks at the process tell whether something was lost.
+// What waited for a slow client is freed, but stays with the process, and blocks in use among it
+// hold their pages: two looks at the process alone do not tell whether something was lost.
 std::string Bench::Memory(const Words&) {
   malloc_trim(0);
-  return Ok(Pair("heap", mallinfo2().uordblks));
+  const struct mallinfo2 heap = mallinfo2();
+  return Ok(Pair("heap", heap.uordblks + heap.hblkhd));
 }
 
 std::string Bench::Save(const Words& arguments) {
