@@ -4,10 +4,10 @@
 #include <cstring>
 #include <new>
 
+#include "pps_line.h"
 #include "pps_tape.h"
 
 using platform::pps::Kind;
-using platform::pps::kInteger;
 using platform::pps::kNone;
 using platform::pps::Line;
 using platform::pps::Node;
@@ -69,8 +69,7 @@ void FinishRoot(pps_decoder* state) {
   StandAt(state, root, root + 1);
 }
 
-// --- PPS text
-// -----------------------------------------------------------------------------------------
+// --- PPS text ------------------------------------------------------------------------------------
 
 // Builds the nodes of the objects and their attributes, line by line.
 class PpsReader {
@@ -118,7 +117,10 @@ class PpsReader {
   }
 
   void Close() {
-    if (object_ != kRoot) state_->tape[object_].span = state_->tape.size() - object_;
+    if (object_ == kRoot) return;
+    Node* const object = &state_->tape[object_];
+    object->span = state_->tape.size() - object_;
+    object->number = object->span - 1;
   }
 
   bool Attribute(const Line& line) {
@@ -133,7 +135,6 @@ class PpsReader {
     node->exponent = 0;
     node->name_length = NameLength(line.encoding - line.name - 1);
     node->number = Offset(line.encoding);
-    ++state_->tape[object_].number;
     return true;
   }
 
@@ -156,8 +157,7 @@ class PpsReader {
   std::uint32_t object_ = kRoot;  // the object whose attributes are read; the root stands for none
 };
 
-// --- values
-// -------------------------------------------------------------------------------------------
+// --- values --------------------------------------------------------------------------------------
 
 // Parses the value of a json attribute of the current level; false without memory. Nodes may move.
 bool ResolveJson(pps_decoder* state, Node* node) {
@@ -209,22 +209,41 @@ bool Resolve(pps_decoder* state, Node* node) {
   return true;
 }
 
-bool HasName(const pps_decoder* state, const Node& node, const char* name) {
-  if (node.key == kNone) return false;
-  const char* const own = state->text + node.key;
-  if (node.name_length == 0) return std::strcmp(own, name) == 0;
-  for (int i = 0; i < node.name_length; ++i) {
-    if (name[i] != own[i]) return false;
+// A name that is looked for; without text it stands for the next member or element.
+struct Name {
+  const char* text;
+  std::size_t length;
+};
+
+const std::size_t kShortName = 16;
+
+// Whether the `length` bytes at a and b, 1 to kShortName of them, are the same.
+inline bool SameBytes(const char* a, const char* b, std::size_t length) {
+  using platform::pps::LoadEight;
+  using platform::pps::LoadFour;
+  if (length >= 8) {
+    const std::size_t last = length - 8;
+    return LoadEight(a) == LoadEight(b) && LoadEight(a + last) == LoadEight(b + last);
   }
-  return name[node.name_length] == '\0';
+  if (length >= 4) {
+    const std::size_t last = length - 4;
+    return LoadFour(a) == LoadFour(b) && LoadFour(a + last) == LoadFour(b + last);
+  }
+  return a[0] == b[0] && a[length / 2] == b[length / 2] && a[length - 1] == b[length - 1];
+}
+
+inline bool HasName(const pps_decoder* state, const Node& node, Name name) {
+  const char* const own = state->text + node.key;
+  if (node.name_length == 0) return node.key != kNone && std::strcmp(own, name.text) == 0;
+  if (node.name_length != name.length) return false;
+  return name.length <= kShortName ? SameBytes(name.text, own, name.length)
+                                   : std::memcmp(name.text, own, name.length) == 0;
 }
 
 // The first member of that name, wherever the last one was found.
-Node* SearchMember(pps_decoder* state, const char* name) {
-  const std::size_t length = std::strlen(name);
+Node* SearchMember(pps_decoder* state, Name name) {
   for (Node* node = state->level + 1; node != state->end; node += node->span) {
-    const bool maybe = node->name_length == length || node->name_length == 0;
-    if (!maybe || !HasName(state, *node, name)) continue;
+    if (!HasName(state, *node, name)) continue;
     if ((state->level->flags & platform::pps::kDistinctNames) != 0) {
       state->likely = node + node->span;
     }
@@ -233,30 +252,26 @@ Node* SearchMember(pps_decoder* state, const char* name) {
   return nullptr;
 }
 
-// The member behind the one found last, when it has that name and its value is not of another kind;
-// else null. It settles the common case, in which members are read in their order: no other member
-// comes before it where all names are different. The caller goes on from it with Pass.
-inline const Node* LikelyMember(const pps_decoder_t* decoder, const char* name, Kind kind) {
+// The member behind the one found last when it has that name, else null. It settles the common
+// case, in which members are read in their order: where all names are different, none before it has
+// that name. When it is taken, the caller goes on with Pass.
+inline const Node* LikelyMember(const pps_decoder_t* decoder, Name name) {
   const pps_decoder* const state = decoder->state;
-  if (state == nullptr || name == nullptr) return nullptr;
+  if (state == nullptr || state->likely == state->end) return nullptr;
   const Node* const node = state->likely;
-  if (node == state->end || node->kind != kind) return nullptr;
-  const char* const own = state->text + node->key;
-  const std::size_t length = node->name_length;
-  for (std::size_t i = 0; i != length; ++i) {
-    if (name[i] != own[i]) return nullptr;
-  }
-  return name[length] == '\0' ? node : nullptr;
+  if (node->name_length != name.length || name.length - 1 >= kShortName) return nullptr;
+  return SameBytes(name.text, state->text + node->key, name.length) ? node : nullptr;
 }
 
+// Goes on behind a likely member that is a scalar.
 inline pps_decoder_error_t Pass(pps_decoder_t* decoder) {
-  decoder->state->likely += decoder->state->likely->span;
+  ++decoder->state->likely;
   return PPS_DECODER_OK;
 }
 
 // A child of the current level, null when there is none.
-Node* FindChild(pps_decoder* state, const char* name) {
-  if (name != nullptr) return SearchMember(state, name);
+Node* FindChild(pps_decoder* state, Name name) {
+  if (name.text != nullptr) return SearchMember(state, name);
   return state->next == state->end ? nullptr : state->next;
 }
 
@@ -273,7 +288,7 @@ inline Node* ValueOf(pps_decoder* state, Node* child) {
   return child->kind < Kind::kAttribute ? child : AttributeValue(state, child);
 }
 
-pps_decoder_error_t Enter(pps_decoder_t* decoder, const char* name, bool arrays_only) {
+pps_decoder_error_t Enter(pps_decoder_t* decoder, Name name, bool arrays_only) {
   pps_decoder* const state = decoder->state;
   if (state == nullptr) return PPS_DECODER_NO_MEM;
   Node* const child = FindChild(state, name);
@@ -290,7 +305,7 @@ pps_decoder_error_t Enter(pps_decoder_t* decoder, const char* name, bool arrays_
 // Finds a value and hands its node to `deliver`, which stores it or tells that it is of another
 // type.
 template <typename Deliver>
-__attribute__((noinline)) pps_decoder_error_t Get(pps_decoder_t* decoder, const char* name,
+__attribute__((noinline)) pps_decoder_error_t Get(pps_decoder_t* decoder, Name name,
                                                   Deliver deliver) {
   pps_decoder* const state = decoder->state;
   if (state == nullptr) return PPS_DECODER_NO_MEM;
@@ -299,13 +314,13 @@ __attribute__((noinline)) pps_decoder_error_t Get(pps_decoder_t* decoder, const 
   const Node* const value = ValueOf(state, child);
   if (value == nullptr) return Fail(state, PPS_DECODER_NO_MEM);
   if (!deliver(state, *value)) return Fail(state, PPS_DECODER_BAD_TYPE);
-  if (name == nullptr) state->next += state->next->span;
+  if (name.text == nullptr) state->next += state->next->span;
   return PPS_DECODER_OK;
 }
 
 bool ToInt64(const Node& node, std::int64_t* value) {
   const std::uint64_t kMax = INT64_MAX;
-  if (node.kind != Kind::kNumber || (node.flags & kInteger) == 0) return false;
+  if (node.kind != Kind::kNumber || (node.flags & platform::pps::kInteger) == 0) return false;
   if ((node.flags & platform::pps::kNegative) == 0) {
     if (node.number > kMax) return false;
     *value = static_cast<std::int64_t>(node.number);
@@ -365,12 +380,15 @@ pps_decoder_error_t pps_decoder_parse_json_str(pps_decoder_t* decoder, char* tex
   return PPS_DECODER_OK;
 }
 
-pps_decoder_error_t pps_decoder_push(pps_decoder_t* decoder, const char* name) {
-  return Enter(decoder, name, false);
-}
-
-pps_decoder_error_t pps_decoder_push_array(pps_decoder_t* decoder, const char* name) {
-  return Enter(decoder, name, true);
+pps_decoder_error_t pps_decoder_push_named(pps_decoder_t* decoder, const char* name,
+                                           std::size_t length, bool arrays_only) {
+  pps_decoder* const state = decoder->state;
+  if (name == nullptr && state != nullptr && state->next != state->end &&
+      state->next->kind == Kind::kObject && !arrays_only) {
+    StandAt(state, state->next, state->next + 1);
+    return PPS_DECODER_OK;
+  }
+  return Enter(decoder, {name, length}, arrays_only);
 }
 
 pps_decoder_error_t pps_decoder_pop(pps_decoder_t* decoder) {
@@ -385,13 +403,14 @@ pps_decoder_error_t pps_decoder_pop(pps_decoder_t* decoder) {
   return PPS_DECODER_OK;
 }
 
-pps_decoder_error_t pps_decoder_get_int(pps_decoder_t* decoder, const char* name, int* value) {
-  const Node* const node = LikelyMember(decoder, name, Kind::kNumber);
-  if (node != nullptr && node->flags == kInteger && node->number <= INT_MAX) {
+pps_decoder_error_t pps_decoder_get_int_named(pps_decoder_t* decoder, const char* name,
+                                              std::size_t length, int* value) {
+  const Node* const node = LikelyMember(decoder, {name, length});
+  if (node != nullptr && (node->flags & platform::pps::kShort) != 0) {
     *value = static_cast<int>(node->number);
     return Pass(decoder);
   }
-  return Get(decoder, name, [value](pps_decoder*, const Node& found) {
+  return Get(decoder, {name, length}, [value](pps_decoder*, const Node& found) {
     std::int64_t wide;
     if (!ToInt64(found, &wide) || wide < INT_MIN || wide > INT_MAX) return false;
     *value = static_cast<int>(wide);
@@ -399,50 +418,53 @@ pps_decoder_error_t pps_decoder_get_int(pps_decoder_t* decoder, const char* name
   });
 }
 
-pps_decoder_error_t pps_decoder_get_int64(pps_decoder_t* decoder, const char* name,
-                                          std::int64_t* value) {
-  return Get(decoder, name,
+pps_decoder_error_t pps_decoder_get_int64_named(pps_decoder_t* decoder, const char* name,
+                                                std::size_t length, std::int64_t* value) {
+  return Get(decoder, {name, length},
              [value](pps_decoder*, const Node& found) { return ToInt64(found, value); });
 }
 
-pps_decoder_error_t pps_decoder_get_double(pps_decoder_t* decoder, const char* name,
-                                           double* value) {
-  const Node* const node = LikelyMember(decoder, name, Kind::kNumber);
-  if (node != nullptr && platform::pps::ToDouble(*node, decoder->state->text + node->text, value)) {
+pps_decoder_error_t pps_decoder_get_double_named(pps_decoder_t* decoder, const char* name,
+                                                 std::size_t length, double* value) {
+  const Node* const node = LikelyMember(decoder, {name, length});
+  if (node != nullptr && (node->flags & platform::pps::kQuotient) != 0) {
+    *value = platform::pps::Quotient(*node);
     return Pass(decoder);
   }
-  return Get(decoder, name, [value](pps_decoder* state, const Node& found) {
+  return Get(decoder, {name, length}, [value](pps_decoder* state, const Node& found) {
     return found.kind == Kind::kNumber &&
            platform::pps::ToDouble(found, state->text + found.text, value);
   });
 }
 
-pps_decoder_error_t pps_decoder_get_bool(pps_decoder_t* decoder, const char* name, bool* value) {
-  const Node* const node = LikelyMember(decoder, name, Kind::kBool);
-  if (node != nullptr) {
+pps_decoder_error_t pps_decoder_get_bool_named(pps_decoder_t* decoder, const char* name,
+                                               std::size_t length, bool* value) {
+  const Node* const node = LikelyMember(decoder, {name, length});
+  if (node != nullptr && node->kind == Kind::kBool) {
     *value = (node->flags & platform::pps::kTrue) != 0;
     return Pass(decoder);
   }
-  return Get(decoder, name, [value](pps_decoder*, const Node& found) {
+  return Get(decoder, {name, length}, [value](pps_decoder*, const Node& found) {
     if (found.kind != Kind::kBool) return false;
     *value = (found.flags & platform::pps::kTrue) != 0;
     return true;
   });
 }
 
-pps_decoder_error_t pps_decoder_get_string(pps_decoder_t* decoder, const char* name,
-                                           const char** value) {
-  return Get(decoder, name, [value](pps_decoder* state, const Node& found) {
+pps_decoder_error_t pps_decoder_get_string_named(pps_decoder_t* decoder, const char* name,
+                                                 std::size_t length, const char** value) {
+  return Get(decoder, {name, length}, [value](pps_decoder* state, const Node& found) {
     if (found.kind != Kind::kString) return false;
     *value = state->text + found.text;
     return true;
   });
 }
 
-pps_node_type_t pps_decoder_type(pps_decoder_t* decoder, const char* name) {
+pps_node_type_t pps_decoder_type_named(pps_decoder_t* decoder, const char* name,
+                                       std::size_t length) {
   pps_decoder* const state = decoder->state;
   if (state == nullptr) return PPS_TYPE_NONE;
-  Node* const child = FindChild(state, name);
+  Node* const child = FindChild(state, {name, length});
   if (child == nullptr) return PPS_TYPE_NONE;
   const Node* const value = ValueOf(state, child);
   return value == nullptr ? PPS_TYPE_UNKNOWN : static_cast<pps_node_type_t>(value->kind);

@@ -16,8 +16,7 @@ pps_encoder_error_t Fail(pps_encoder_t* e, pps_encoder_error_t error) {
   return e->error;
 }
 
-// --- the text
-// -----------------------------------------------------------------------------------------
+// --- the text ------------------------------------------------------------------------------------
 
 // Room for `more` characters and the terminator. Lengths stay within an int.
 bool Reserve(pps_encoder_t* e, std::size_t more) {
@@ -97,8 +96,7 @@ void PutCString(pps_encoder_t* e, const char* text) {
   });
 }
 
-// --- structure
-// ----------------------------------------------------------------------------------------
+// --- structure -----------------------------------------------------------------------------------
 
 // True where the members are attribute lines.
 bool AtAttributes(const pps_encoder_t* e) { return !e->json && e->depth == 1; }

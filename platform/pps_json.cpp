@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cfloat>
 #include <charconv>
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -10,16 +11,16 @@
 
 namespace platform {
 namespace pps {
+
+const double kPowersOfTen[kExactPower + 1] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                              1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                              1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
 namespace {
 
-const int kExactDigits = 19;     // always fit 64 bits
-const int kExponentLimit = 100;  // beyond it only the text tells the value
+const int kExactDigits = 19;              // always fit 64 bits
+const std::int64_t kExponentLimit = 100;  // beyond it only the text tells the value
 const std::uint64_t kExactDouble = std::uint64_t{1} << 53;
-const double kPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                               1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
-                               1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-const int kExactPower = 22;  // the last power of ten that is exact
-
 bool IsDigit(char c) { return static_cast<unsigned char>(c - '0') <= 9; }
 bool IsSpace(char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
 
@@ -27,13 +28,6 @@ char* SkipSpace(char* p) {
   if (static_cast<unsigned char>(*p) > ' ') return p;
   while (IsSpace(*p)) ++p;
   return p;
-}
-
-// Eight bytes with the first one lowest, whatever the machine's order.
-inline std::uint64_t LoadEight(const char* p) {
-  std::uint64_t word;
-  std::memcpy(&word, p, sizeof(word));
-  return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? word : __builtin_bswap64(word);
 }
 
 const std::uint64_t kEach = 0x0101010101010101U;
@@ -48,7 +42,7 @@ std::uint64_t SpecialBytes(std::uint64_t w) {
 }
 
 // First quote, backslash or control character from p; the zero byte at `end` is one.
-char* SkipPlain(char* p, const char* end) {
+char* SkipLongPlain(char* p, const char* end) {
   while (end - p >= 8) {
     const std::uint64_t special = SpecialBytes(LoadEight(p));
     if (special != 0) return p + __builtin_ctzll(special) / 8;
@@ -56,6 +50,11 @@ char* SkipPlain(char* p, const char* end) {
   }
   while (static_cast<unsigned char>(*p) >= 0x20 && *p != '"' && *p != '\\') ++p;
   return p;
+}
+
+inline char* SkipPlain(char* p, const char* end) {
+  const std::uint64_t special = end - p >= 8 ? SpecialBytes(LoadEight(p)) : 0;
+  return special != 0 ? p + __builtin_ctzll(special) / 8 : SkipLongPlain(p, end);
 }
 
 // Four hexadecimal digits, -1 when they are not.
@@ -253,8 +252,12 @@ char* ScanNumber(char* p, bool leading_zeros, Node* node) {
     exponent += power;
     flags &= ~unsigned{kInteger};
   }
-  if (exponent > kExponentLimit) exponent = kExponentLimit;
-  if (exponent < -kExponentLimit) exponent = -kExponentLimit;
+  exponent = std::max(-kExponentLimit, std::min(exponent, kExponentLimit));
+  const bool exact = FLT_EVAL_METHOD == 0 && (flags & kInexact) == 0 && value <= kExactDouble;
+  if ((flags & kNegative) == 0) {
+    if ((flags & kInteger) != 0 && value <= INT_MAX) flags |= kShort;
+    if (exact && exponent <= 0 && exponent >= -kExactPower) flags |= kQuotient;
+  }
   node->kind = Kind::kNumber;
   node->flags = static_cast<std::uint8_t>(flags);
   node->exponent = static_cast<std::int8_t>(exponent);
@@ -306,57 +309,60 @@ bool Tape::Grow(std::uint32_t used) {
 
 namespace {
 
-// --- short things, without a branch on their length
-// ---------------------------------------------------
+// --- short things, without a branch on their length ----------------------------------------------
 
 const std::ptrdiff_t kLongestName = 255;  // that a node tells the length of
 // With so much text ahead, what one member has in short can be read without looking for the end.
-const std::ptrdiff_t kAhead = 64;
+const std::ptrdiff_t kAhead = 32;
 
-inline std::uint32_t LoadFour(const char* p) {
-  std::uint32_t word;
-  std::memcpy(&word, p, sizeof(word));
-  return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? word : __builtin_bswap32(word);
-}
-
-// One to three digits and what they stand for.
-struct ShortDigits {
-  unsigned count;  // 0 when there are more, or none
-  std::uint32_t value;
-};
-
-inline ShortDigits TakeShortDigits(const char* p) {
+// Takes one to three digits at p, without a branch on how many. Returns what is behind them, null
+// when there are more or none.
+inline char* TakeShortDigits(char* p, std::uint32_t* value) {
   const std::uint32_t kEachByte = 0x01010101;
   std::uint32_t w = LoadFour(p) ^ kEachByte * '0';
   // The top bit of each byte that is no digit; bits above the lowest one may be wrong.
   const std::uint32_t ends = ((w + kEachByte * 0x76) | w) & kEachByte * 0x80;
-  if (ends == 0) return {0, 0};
-  const unsigned bits = static_cast<unsigned>(__builtin_ctz(ends)) & 0x18;
-  w = w << 8 << (24 - bits);  // now the last digit is the highest byte
+  if (ends == 0 || (ends & 0x80) != 0) return nullptr;
+  const unsigned top = static_cast<unsigned>(__builtin_ctz(ends));  // 15, 23 or 31
+  w <<= (7 - top) % 32;  // now the last digit is the highest byte
   w = (w * 10 + (w >> 8)) & 0x00ff00ff;
-  w = (w * 100 + (w >> 16)) & 0xffff;
-  return {bits / 8, w};
+  *value = (w * 100 + (w >> 16)) & 0xffff;
+  return p + top / 8;
 }
 
+const std::uint8_t kShortInteger = kInteger | kShort | (FLT_EVAL_METHOD == 0 ? kQuotient : 0);
+
 // Scans a number of up to three digits on each side of the point, as texts are full of them.
-// Returns null for any other: ScanNumber has the last word. `node` is a number already; its `text`
-// stays unset, which nobody needs for an exact number. kAhead bytes must be readable.
+// Returns null for any other: ScanNumber has the last word. `node` is a short integer already; its
+// `text` stays unset, which nobody needs for an exact number. kAhead bytes must be readable.
 inline char* ScanShortNumber(char* p, Node* node) {
+  std::uint32_t whole;
+  char* const end = TakeShortDigits(p, &whole);
+  if (end == nullptr || (*p == '0' && end - p > 1)) return nullptr;
+  node->number = whole;
+  if (*end == ',') return end;
+  if (*end != '.') return *end == 'e' || *end == 'E' ? nullptr : end;
+
   static const std::uint32_t kPowers[] = {1, 10, 100, 1000};
-  const ShortDigits whole = TakeShortDigits(p);
-  if (whole.count == 0 || (*p == '0' && whole.count > 1)) return nullptr;
-  p += whole.count;
-  node->number = whole.value;
-  if (*p == ',') return p;
-  if (*p == '.') {
-    const ShortDigits fraction = TakeShortDigits(p + 1);
-    if (fraction.count == 0) return nullptr;
-    p += 1 + fraction.count;
-    node->flags = 0;
-    node->exponent = static_cast<std::int8_t>(-static_cast<int>(fraction.count));
-    node->number = whole.value * kPowers[fraction.count] + fraction.value;
-  }
-  return *p == 'e' || *p == 'E' ? nullptr : p;
+  std::uint32_t fraction;
+  char* const behind = TakeShortDigits(end + 1, &fraction);
+  if (behind == nullptr || *behind == 'e' || *behind == 'E') return nullptr;
+  const std::ptrdiff_t digits = behind - end - 1;
+  node->flags = kShortInteger & kQuotient;
+  node->exponent = static_cast<std::int8_t>(-digits);
+  node->number = whole * kPowers[digits] + fraction;
+  return behind;
+}
+
+// Takes true or false, without a branch on which. Returns null for anything else. kAhead bytes must
+// be readable.
+inline char* TakeBool(char* p, Node* node) {
+  const bool is_true = std::memcmp(p, "true", 4) == 0;
+  const bool is_false = std::memcmp(p, "fals", 4) == 0 && p[4] == 'e';
+  if (!(is_true | is_false)) return nullptr;
+  node->kind = Kind::kBool;
+  node->flags = static_cast<std::uint8_t>(is_true * kTrue);
+  return p + 5 - is_true;
 }
 
 // A string, a word or any number at p, into `node`. Returns what is behind it, or null.
@@ -383,8 +389,7 @@ char* TakeScalar(char* p, const char* base, const char* end, Node* node) {
   }
 }
 
-// --- objects like the one before
-// ----------------------------------------------------------------------
+// --- objects like the one before -----------------------------------------------------------------
 
 // The objects of an array mostly differ in their values only. The shape of an object is what stands
 // between its values, byte for byte, so that the members of the next one are recognised by
@@ -415,7 +420,7 @@ class Shape {
     }
     member->node = node;
     member->node.kind = Kind::kNumber;
-    member->node.flags = kInteger;
+    member->node.flags = kShortInteger;
     member->node.exponent = 0;
     member->node.span = 1;
     return true;
@@ -435,28 +440,39 @@ class Shape {
   int count() const { return count_; }
   bool distinct() const { return distinct_; }
 
-  // Takes members from p on that are as in the shape, into the nodes from *node on, which it
-  // advances. Stops before a member that is not, or that is a container. Returns where it stopped,
-  // or null. From `ahead` on it does not look.
-  char* Take(char* p, const char* base, const char* end, const char* ahead, Node** node) const {
-    Node* next = *node;
-    for (const Member* member = members_; p < ahead; ++member) {
-      const std::uint64_t differ = ((LoadEight(p) ^ member->text[0]) & member->mask[0]) |
-                                   ((LoadEight(p + kWord) ^ member->text[1]) & member->mask[1]);
-      if (differ != 0) break;
-      char* const value = p + member->length;
-      *next = member->node;
-      char* behind = IsDigit(*value) ? ScanShortNumber(value, next) : nullptr;
-      if (behind == nullptr) {
-        if (*value == '{' || *value == '[') break;
-        behind = TakeScalar(value, base, end, next);
-        if (behind == nullptr) return nullptr;
-      }
-      ++next;
-      p = behind;
+  // What taking elements needs to know and changes.
+  struct Place {
+    const char* base;
+    const char* end;
+    const char* ahead;  // from here on it does not look
+    Node* object;       // the element that is open
+    Node* node;         // the next one to be filled
+    Node* full;
+    std::uint32_t hidden;  // nodes inside the array that are no children of its own
+    bool whole;            // the open element has all members of the shape
+  };
+
+  // Takes elements, from the first member of place->object, which stands at p, as far as they are
+  // of this shape. The last one stays open. Returns where it stopped, behind a value or the opening
+  // brace; null when there is a value that is none.
+  __attribute__((noinline)) char* Take(char* p, Place* place) const {
+    for (;;) {
+      Node* const first = place->node;
+      p = TakeMembers(p, place);
+      place->whole = p != nullptr && place->node - first == count_;
+      if (!place->whole || p[0] != '}' || p[1] != ',' || p[2] != '{') return p;
+      if (p >= place->ahead || place->full - place->node <= kMembers) return p;
+      if (!members_[0].Matches(p + 3)) return p;
+      Node* const object = place->object;
+      object->flags = distinct_ ? kDistinctNames : std::uint8_t{0};
+      object->span = static_cast<std::uint32_t>(count_ + 1);
+      object->number = static_cast<std::uint64_t>(count_);
+      place->hidden += static_cast<std::uint32_t>(count_);
+      place->object = place->node++;
+      *place->object = *object;
+      place->object->span = 0;
+      p += 3;
     }
-    *node = next;
-    return p;
   }
 
  private:
@@ -465,12 +481,38 @@ class Shape {
   static const std::ptrdiff_t kBytes = kWords * kWord;
 
   struct Member {
-    std::uint64_t
-        text[kWords];  // from the end of the value before it, or the brace, to its own value
+    bool Matches(const char* p) const {
+      return (((LoadEight(p) ^ text[0]) & mask[0]) |
+              ((LoadEight(p + kWord) ^ text[1]) & mask[1])) == 0;
+    }
+
+    // From the end of the value before it, or from the brace, to its own value.
+    std::uint64_t text[kWords];
     std::uint64_t mask[kWords];
     std::ptrdiff_t length;
-    Node node;  // with its name, as an integer
+    Node node;  // with its name, as a short integer
   };
+
+  // Stops before a member that is not as in the shape, or that is a container.
+  char* TakeMembers(char* p, Place* place) const {
+    const char* const ahead = place->ahead;
+    const Member* member = members_;
+    Node* node = place->node;
+    for (; p < ahead && member->Matches(p); ++member, ++node) {
+      char* const value = p + member->length;
+      *node = member->node;
+      char* behind = ScanShortNumber(value, node);
+      if (behind == nullptr) behind = TakeBool(value, node);
+      if (behind == nullptr) {
+        if (*value == '{' || *value == '[') break;
+        behind = TakeScalar(value, place->base, place->end, node);
+        if (behind == nullptr) return nullptr;
+      }
+      p = behind;
+    }
+    place->node = node;
+    return p;
+  }
 
   std::uint32_t array_ = kNone;
   int count_ = 0;
@@ -478,26 +520,32 @@ class Shape {
   Member members_[kMembers + 1];
 };
 
-// Whether the members from `first` to `end` all have different names. Gives up on large objects.
+// Whether the members from `first` to `end` all have different names. May say no when they have: it
+// tells names apart by their ends and length, and pair by pair only in small objects.
 bool NamesDiffer(const Node* first, const Node* end, const char* base) {
   const int kMost = 16;
   const Node* seen[kMost];
   int count = 0;
+  std::uint64_t marks = 0;
   for (const Node* node = first; node != end; node += node->span) {
-    if (count == kMost || node->name_length == 0) return false;
-    for (int i = 0; i < count; ++i) {
-      if (seen[i]->name_length == node->name_length &&
-          std::memcmp(base + seen[i]->key, base + node->key, node->name_length) == 0) {
+    const std::size_t length = node->name_length;
+    if (count == kMost || length == 0) return false;
+    const char* const name = base + node->key;
+    const unsigned mark =
+        static_cast<unsigned>(name[0] + 5 * name[length - 1] + 3 * node->name_length);
+    const std::uint64_t bit = std::uint64_t{1} << (mark % 64);
+    for (int i = 0; (marks & bit) != 0 && i < count; ++i) {
+      if (seen[i]->name_length == length && std::memcmp(base + seen[i]->key, name, length) == 0) {
         return false;
       }
     }
+    marks |= bit;
     seen[count++] = node;
   }
   return true;
 }
 
-// --- the pass over a text
-// -----------------------------------------------------------------------------
+// --- the pass over a text ------------------------------------------------------------------------
 
 // One run over one JSON text. Where it stands is kept in the nodes of the containers that are open:
 // their `text` is the parent and their `number` what hidden_ was before them.
@@ -568,7 +616,15 @@ class JsonParser {
     entered_ = false;
     if (*p == '{') return Enter(p, node, Kind::kObject, '}');
     if (*p == '[') return Enter(p, node, Kind::kArray, ']');
-    return behind_ = TakeScalar(p, base_, end_, node);
+    behind_ = nullptr;
+    if (p < ahead_) {
+      node->kind = Kind::kNumber;
+      node->flags = kShortInteger;
+      node->exponent = 0;
+      behind_ = ScanShortNumber(p, node);
+    }
+    if (behind_ == nullptr) behind_ = TakeScalar(p, base_, end_, node);
+    return behind_;
   }
 
   // Opens the container at p. An empty one is closed at once.
@@ -584,7 +640,7 @@ class JsonParser {
       node->number = 0;
       return p + 1;
     }
-    const bool element = !in_object_;
+    const bool element = !in_object_ && parent_ != root_;
     const std::uint32_t array = parent_;
     node->span = 0;
     node->number = hidden_;
@@ -595,17 +651,23 @@ class JsonParser {
     return element && in_object_ ? TakeAlike(p, array) : p;
   }
 
-  // Takes what it can of an element of `array`, whose first name is at p, by the shape of those
-  // before.
+  // Takes what it can from the element of `array` that was opened, whose first name is at p, and
+  // the elements behind it by the shape of the one before.
   inline char* TakeAlike(char* p, std::uint32_t array) {
-    Node* const first = node_;
-    if (shape_.Fits(array) && full_ - node_ >= Shape::kMembers) {
-      char* const behind = shape_.Take(behind_, base_, end_, ahead_, &node_);
-      if (node_ != first || behind == nullptr) {
-        entered_ = false;
-        alike_ = node_ - first == shape_.count();
-        return behind;
-      }
+    if (shape_.Fits(array) && full_ - node_ > Shape::kMembers) {
+      Node* const object = node_ - 1;
+      const std::uint32_t hidden = static_cast<std::uint32_t>(object->number);
+      Shape::Place place = {base_, end_, ahead_, object, node_, full_, hidden, false};
+      char* const behind = shape_.Take(behind_, &place);
+      if (behind == nullptr) return nullptr;
+      place.object->number = place.hidden;
+      parent_ = Index(place.object);
+      node_ = place.node;
+      behind_ = behind;
+      alike_ = place.whole;
+      entered_ = node_ == place.object + 1;
+      if (!entered_) return behind;
+      p = SkipSpace(behind);
     }
     shape_.Start();
     noting_ = true;

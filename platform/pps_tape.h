@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace platform {
 namespace pps {
@@ -29,13 +30,15 @@ enum class Kind : std::uint8_t {
 };
 
 // Flags of a node.
-const std::uint8_t kNegative = 1;        // number: with a minus sign
-const std::uint8_t kInteger = 2;         // number: `number` is the whole magnitude
-const std::uint8_t kInexact = 4;         // number: digits did not fit, only the text tells
-const std::uint8_t kTrue = 8;            // bool
-const std::uint8_t kDistinctNames = 16;  // object: no name comes twice
+const std::uint8_t kNegative = 1;   // number: with a minus sign
+const std::uint8_t kInteger = 2;    // number: `number` is the whole magnitude
+const std::uint8_t kInexact = 4;    // number: digits did not fit, only the text tells
+const std::uint8_t kShort = 8;      // number: an integer from 0 to what an int holds
+const std::uint8_t kQuotient = 16;  // number: `number` by ten to -exponent, both exact as doubles
+const std::uint8_t kTrue = 32;      // bool
+const std::uint8_t kDistinctNames = 64;  // object: no name comes twice
 // Root of a json attribute: `key` is the node of the attribute.
-const std::uint8_t kValueOfAttribute = 32;
+const std::uint8_t kValueOfAttribute = 128;
 
 const std::uint32_t kNone = 0xffffffffU;
 
@@ -55,6 +58,19 @@ static_assert(sizeof(Node) == 24, "keep a node small: the tape is most of what p
 
 // Nodes held without a second allocation: a position response with 24 satellites has 154.
 const std::uint32_t kInlineNodes = 160;
+
+// Eight bytes with the first one lowest, whatever the machine's order.
+inline std::uint64_t LoadEight(const char* p) {
+  std::uint64_t word;
+  std::memcpy(&word, p, sizeof(word));
+  return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? word : __builtin_bswap64(word);
+}
+
+inline std::uint32_t LoadFour(const char* p) {
+  std::uint32_t word;
+  std::memcpy(&word, p, sizeof(word));
+  return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? word : __builtin_bswap32(word);
+}
 
 // Grows by doubling. References to nodes end with Grow.
 class Tape {
@@ -101,17 +117,14 @@ char* ScanNumber(char* p, bool leading_zeros, Node* node);
 // too small are zero.
 bool ToDouble(const Node& node, const char* text, double* value);
 
-// One line of PPS text, cut from it in place.
-struct Line {
-  pps_status_t status;
-  char* name;      // of the attribute, or of the object with its '@'
-  char* encoding;  // attributes only
-  char* value;     // attributes only
-  bool cut;        // PPS_ERROR: the last line, whose end is missing
-};
+// Powers of ten that are exact as doubles.
+const int kExactPower = 22;
+extern const double kPowersOfTen[kExactPower + 1];
 
-// Takes the line at *text and advances *text behind it; PPS_END at the terminator.
-Line TakeLine(char** text);
+// What the flag kQuotient promises: rounded once, it is the nearest double.
+inline double Quotient(const Node& node) {
+  return static_cast<double>(static_cast<std::int64_t>(node.number)) / kPowersOfTen[-node.exponent];
+}
 
 // Resolves C escapes in place. An escape that is none stays as it stands.
 void UnescapeC(char* text);

@@ -10,9 +10,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
-// --- line parser
-// --------------------------------------------------------------------------------------
+// --- line parser ---------------------------------------------------------------------------------
 
 typedef enum {
   PPS_END = 0,            // no more lines
@@ -37,8 +37,7 @@ typedef struct {
 // name from call to call; start with a zeroed record. Takes any bytes up to the terminating zero.
 pps_status_t ppsparse(char** text, pps_attrib_t* attribute);
 
-// --- decoder
-// ------------------------------------------------------------------------------------------
+// --- decoder -------------------------------------------------------------------------------------
 
 typedef enum {
   PPS_DECODER_OK = 0,
@@ -85,8 +84,8 @@ pps_decoder_error_t pps_decoder_parse_json_str(pps_decoder_t* decoder, char* tex
 // object or the JSON value. push takes objects and arrays, push_array arrays only. On failure
 // (NOT_FOUND, BAD_TYPE; a json attribute that is not well-formed is BAD_TYPE) the position stays
 // where it was.
-pps_decoder_error_t pps_decoder_push(pps_decoder_t* decoder, const char* name);
-pps_decoder_error_t pps_decoder_push_array(pps_decoder_t* decoder, const char* name);
+inline pps_decoder_error_t pps_decoder_push(pps_decoder_t* decoder, const char* name);
+inline pps_decoder_error_t pps_decoder_push_array(pps_decoder_t* decoder, const char* name);
 
 // Returns to the parent, at the sibling that follows what was left.
 pps_decoder_error_t pps_decoder_pop(pps_decoder_t* decoder);
@@ -95,16 +94,19 @@ pps_decoder_error_t pps_decoder_pop(pps_decoder_t* decoder);
 // that is delivered is passed; one that is not stays the next. On failure *value is untouched.
 // Integers are numbers without fraction or exponent that fit. The string points into the text,
 // zero-terminated, its escapes resolved.
-pps_decoder_error_t pps_decoder_get_int(pps_decoder_t* decoder, const char* name, int* value);
-pps_decoder_error_t pps_decoder_get_int64(pps_decoder_t* decoder, const char* name,
-                                          std::int64_t* value);
-pps_decoder_error_t pps_decoder_get_double(pps_decoder_t* decoder, const char* name, double* value);
-pps_decoder_error_t pps_decoder_get_bool(pps_decoder_t* decoder, const char* name, bool* value);
-pps_decoder_error_t pps_decoder_get_string(pps_decoder_t* decoder, const char* name,
-                                           const char** value);
+inline pps_decoder_error_t pps_decoder_get_int(pps_decoder_t* decoder, const char* name,
+                                               int* value);
+inline pps_decoder_error_t pps_decoder_get_int64(pps_decoder_t* decoder, const char* name,
+                                                 std::int64_t* value);
+inline pps_decoder_error_t pps_decoder_get_double(pps_decoder_t* decoder, const char* name,
+                                                  double* value);
+inline pps_decoder_error_t pps_decoder_get_bool(pps_decoder_t* decoder, const char* name,
+                                                bool* value);
+inline pps_decoder_error_t pps_decoder_get_string(pps_decoder_t* decoder, const char* name,
+                                                  const char** value);
 
 // Type of a member or of the next element, PPS_TYPE_NONE when there is none. Never an error.
-pps_node_type_t pps_decoder_type(pps_decoder_t* decoder, const char* name);
+inline pps_node_type_t pps_decoder_type(pps_decoder_t* decoder, const char* name);
 
 // Passes the next member or element. NOT_FOUND at the end; this one does not enter the status.
 pps_decoder_error_t pps_decoder_next(pps_decoder_t* decoder);
@@ -118,8 +120,59 @@ int pps_decoder_length(pps_decoder_t* decoder);
 // The first failure since the start or the last clearing.
 pps_decoder_error_t pps_decoder_status(pps_decoder_t* decoder, bool clear);
 
-// --- encoder
-// ------------------------------------------------------------------------------------------
+// The calls above that take a name, with its length. A name is mostly a literal, whose length the
+// compiler knows: compared by its length and in words, it costs a fraction of what it costs
+// character by character.
+pps_decoder_error_t pps_decoder_push_named(pps_decoder_t* decoder, const char* name,
+                                           std::size_t length, bool arrays_only);
+pps_decoder_error_t pps_decoder_get_int_named(pps_decoder_t* decoder, const char* name,
+                                              std::size_t length, int* value);
+pps_decoder_error_t pps_decoder_get_int64_named(pps_decoder_t* decoder, const char* name,
+                                                std::size_t length, std::int64_t* value);
+pps_decoder_error_t pps_decoder_get_double_named(pps_decoder_t* decoder, const char* name,
+                                                 std::size_t length, double* value);
+pps_decoder_error_t pps_decoder_get_bool_named(pps_decoder_t* decoder, const char* name,
+                                               std::size_t length, bool* value);
+pps_decoder_error_t pps_decoder_get_string_named(pps_decoder_t* decoder, const char* name,
+                                                 std::size_t length, const char** value);
+pps_node_type_t pps_decoder_type_named(pps_decoder_t* decoder, const char* name,
+                                       std::size_t length);
+
+inline std::size_t pps_name_length(const char* name) {
+  return name == nullptr ? 0 : std::strlen(name);
+}
+
+inline pps_decoder_error_t pps_decoder_push(pps_decoder_t* decoder, const char* name) {
+  return pps_decoder_push_named(decoder, name, pps_name_length(name), false);
+}
+inline pps_decoder_error_t pps_decoder_push_array(pps_decoder_t* decoder, const char* name) {
+  return pps_decoder_push_named(decoder, name, pps_name_length(name), true);
+}
+inline pps_decoder_error_t pps_decoder_get_int(pps_decoder_t* decoder, const char* name,
+                                               int* value) {
+  return pps_decoder_get_int_named(decoder, name, pps_name_length(name), value);
+}
+inline pps_decoder_error_t pps_decoder_get_int64(pps_decoder_t* decoder, const char* name,
+                                                 std::int64_t* value) {
+  return pps_decoder_get_int64_named(decoder, name, pps_name_length(name), value);
+}
+inline pps_decoder_error_t pps_decoder_get_double(pps_decoder_t* decoder, const char* name,
+                                                  double* value) {
+  return pps_decoder_get_double_named(decoder, name, pps_name_length(name), value);
+}
+inline pps_decoder_error_t pps_decoder_get_bool(pps_decoder_t* decoder, const char* name,
+                                                bool* value) {
+  return pps_decoder_get_bool_named(decoder, name, pps_name_length(name), value);
+}
+inline pps_decoder_error_t pps_decoder_get_string(pps_decoder_t* decoder, const char* name,
+                                                  const char** value) {
+  return pps_decoder_get_string_named(decoder, name, pps_name_length(name), value);
+}
+inline pps_node_type_t pps_decoder_type(pps_decoder_t* decoder, const char* name) {
+  return pps_decoder_type_named(decoder, name, pps_name_length(name));
+}
+
+// --- encoder -------------------------------------------------------------------------------------
 
 typedef enum {
   PPS_ENCODER_OK = 0,
