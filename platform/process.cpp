@@ -53,6 +53,8 @@ int spawnv(int mode, const char* path, char* const argv[]) {
   }
   char host[PATH_MAX];
   if (!platform::HostPath(path, host, sizeof(host))) return -1;
+  // An emulator that forks where the C library asks for vfork cannot report this from the child.
+  if (::access(host, X_OK) != 0) return -1;
   CleanStart start;
   pid_t pid = -1;
   const int error = posix_spawn(&pid, host, start.actions(), start.attributes(), argv, environ);

@@ -289,12 +289,12 @@ TEST_F(SloginfoTest, SaysHowManyLinesWereLost) {
 TEST_F(SloginfoTest, FollowsAcrossARestartOfTheUnit) {
   Log(_SLOG_INFO, "old");
   Program follow(root_, "sloginfo", {"-f", "-n", "0"});
-  std::this_thread::sleep_for(milliseconds(300));
+  std::this_thread::sleep_for(milliseconds(300) * bench::kPatience);
   EXPECT_EQ(follow.Output(), "");
   Log(_SLOG_INFO, "one");
   EXPECT_TRUE(Eventually([&] { return Texts(follow.Output()) == "one\n"; })) << follow.Output();
   EXPECT_EQ(std::remove((root_.path() + "/dev/slog").c_str()), 0);
-  std::this_thread::sleep_for(milliseconds(200));
+  std::this_thread::sleep_for(milliseconds(200) * bench::kPatience);
   EXPECT_EQ(platform::CreateSlogRing(root_.path() + "/dev/slog", 64), 0);
   // The writers of this process look for a new ring once a second.
   EXPECT_TRUE(Eventually([&] {

@@ -44,7 +44,7 @@ std::string Hex(const Bytes& bytes) {
 Bytes Text(const std::string& text) { return Bytes(text.begin(), text.end()); }
 
 bool Eventually(const std::function<bool()>& condition, milliseconds limit) {
-  const auto deadline = Deadline(limit);
+  const auto deadline = Deadline(limit * kPatience);
   while (!condition()) {
     if (std::chrono::steady_clock::now() >= deadline) return false;
     std::this_thread::sleep_for(milliseconds(2));

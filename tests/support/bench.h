@@ -29,7 +29,10 @@ std::string Hex(const Bytes& bytes);
 // The bytes of a text, without terminator.
 Bytes Text(const std::string& text);
 
-// Waits until `condition` holds; false when it does not within `limit`.
+// So many times longer may everything take here: under emulation, or with a sanitizer.
+const int kPatience = KORVANDIS_PATIENCE;
+
+// Waits until `condition` holds; false when it does not within `limit` times kPatience.
 bool Eventually(const std::function<bool()>& condition, milliseconds limit = milliseconds(5000));
 
 std::string ReadFile(const std::string& path);

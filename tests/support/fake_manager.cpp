@@ -81,7 +81,7 @@ FakeManager::~FakeManager() {
 std::optional<FakeManager::Opening> FakeManager::Accept(milliseconds limit) {
   if (!WaitReadable(fd_, limit)) return std::nullopt;
   Connection connection(::accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC));
-  const std::optional<Bytes> message = connection.Receive(limit);
+  const std::optional<Bytes> message = connection.Receive();
   if (!message || message->size() < sizeof(wire::ManagerRequest)) return std::nullopt;
   wire::ManagerRequest request;
   std::memcpy(&request, message->data(), sizeof(request));
