@@ -32,7 +32,7 @@ std::string ForEachFileBelow(const fs::path& folder, Visit visit) {
   fs::recursive_directory_iterator entry(folder, error);
   while (!error && entry != fs::recursive_directory_iterator()) {
     if (entry->is_regular_file(error) && !IsLeftover(entry->path())) {
-      const std::string failure = visit(entry->path());
+      std::string failure = visit(entry->path());
       if (!failure.empty()) return failure;
     }
     if (!error) entry.increment(error);

@@ -131,7 +131,7 @@ std::string Unit::Impl::LayOut() {
 
 std::string Unit::Impl::BindAll() {
   for (ResourceManager* const manager : All()) {
-    const std::string failure = manager->Bind();
+    std::string failure = manager->Bind();
     if (!failure.empty()) return failure;
   }
   return managers.Start();
@@ -153,7 +153,7 @@ std::string Unit::Impl::StartServices() {
       return path + ": line " + std::to_string(bad_line) + " is no line of a drive";
   }
   services = std::make_unique<ServiceSet>(std::move(drive));
-  const std::string failure = services->Start();
+  std::string failure = services->Start();
   if (failure.empty()) managers.Call([this] { bench.SetPositioning(services->positioning()); });
   return failure;
 }
@@ -177,7 +177,7 @@ void Unit::Impl::OnPresence(std::size_t openers) {
   service_changed.notify_all();
 }
 
-Unit::Unit(UnitOptions options) : impl_(std::make_unique<Impl>(options)) {}
+Unit::Unit(UnitOptions options) : impl_(std::make_unique<Impl>(std::move(options))) {}
 
 Unit::~Unit() { Stop(); }
 

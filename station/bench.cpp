@@ -92,6 +92,7 @@ void Bench::TakeReply(std::uint8_t number, std::uint8_t sub_command, Exchange* e
                       (connected ? ", although the service is connected" : ": " + reason);
 }
 
+// NOLINTBEGIN(misc-no-recursion): performing proves with `verify` alone, a proof performs without.
 Exchange Bench::Perform(const Invocation& invocation, bool verify) {
   const Command& command = *invocation.command;
   Exchange exchange = Send(command.number, command.sub_command, EncodeParameters(invocation),
@@ -182,5 +183,6 @@ bool Bench::ProofHolds(const Invocation& invocation, const Proof& proof, std::st
   *found = "in " + where + " " + shown;
   return holds;
 }
+// NOLINTEND(misc-no-recursion)
 
 }  // namespace station

@@ -276,8 +276,8 @@ std::string MatchCommand(const std::vector<std::string>& words, const Command** 
 std::string ParseInvocation(const std::vector<std::string>& words, Invocation* invocation) {
   const Command* match = nullptr;
   std::size_t count = 0;
-  const std::string mismatch = MatchCommand(words, &match, &count);
-  if (!mismatch.empty()) return mismatch;
+  std::string mismatch = MatchCommand(words, &match, &count);
+  if (match == nullptr) return mismatch;
   invocation->command = match;
   invocation->arguments.clear();
   for (std::size_t i = count; i < words.size(); ++i) {

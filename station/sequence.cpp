@@ -26,7 +26,7 @@ std::string Trim(const std::string& text) {
 // Takes the first word off *rest.
 std::string TakeWord(std::string* rest) {
   const std::size_t end = rest->find_first_of(" \t");
-  const std::string word = rest->substr(0, end);
+  std::string word = rest->substr(0, end);
   *rest = end == std::string::npos ? "" : Trim(rest->substr(end));
   return word;
 }

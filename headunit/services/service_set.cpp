@@ -26,7 +26,7 @@ ServiceSet::ServiceSet(Drive drive) : geolocation_(&loop_, std::move(drive)) {
 ServiceSet::~ServiceSet() { Stop(); }
 
 std::string ServiceSet::Start() {
-  const std::string failure = loop_.Start();
+  std::string failure = loop_.Start();
   if (!failure.empty()) return failure;
   loop_.Call([this] {
     for (const auto& service : services_) service->Start();
