@@ -1,5 +1,5 @@
-// Faults of everything around the service: each row of the table in docs/reliability.md has its test
-// here, with what is answered, what is reported, and that the next command works.
+// Faults of everything around the service: each row of the table in docs/reliability.md has its
+// test here, with what is answered, what is reported, and that the next command works.
 
 #include <signal.h>
 #include <sys/resource.h>

@@ -33,8 +33,8 @@ class Unit {
   Unit& operator=(const Unit&) = delete;
 
   // Lays out the root, binds the managers and starts the threads. Returns an empty text, or the
-  // reason why the unit cannot run, with everything released again. The services find the unit as every
-  // other program does: HEADUNIT_ROOT must name the root when they are wanted.
+  // reason why the unit cannot run, with everything released again. The services find the unit as
+  // every other program does: HEADUNIT_ROOT must name the root when they are wanted.
   std::string Start();
 
   // Ends the services, then the managers; removes their sockets. May be repeated.
