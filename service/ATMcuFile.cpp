@@ -23,17 +23,18 @@ int const kReplyTypeOfAtPacket = 0xB4;
 int const kHeaderArgument4 = 200;
 int const kHeaderArgument5 = 3;
 
-// Two lines out of three are written here, so they are formatted by hand: "0x%x ".
+// Most lines of a command are written here, so they are formatted by hand, as "0x%x ".
 void LogBytes(char const* function, unsigned char const* bytes, int count) {
   static char const kDigits[] = "0123456789abcdef";
+  char line[kLogLineSize];
+  char* const text = line + AppendToLogLine(line, StartLogLine(line, function), "0x");
   for (int i = 0; i < count; ++i) {
-    char text[sizeof("0xff ")] = "0x";
-    char* end = text + 2;
+    char* end = text;
     if (bytes[i] >= 0x10) *end++ = kDigits[bytes[i] >> 4];
     *end++ = kDigits[bytes[i] & 0x0F];
     *end++ = ' ';
     *end = '\0';
-    LogText(LOG_LEV_DEBUG, function, text);
+    HandOnLogLine(LOG_LEV_DEBUG, line);
   }
   LOGBASE(LOG_LEV_DEBUG, function, "end\n");
 }
