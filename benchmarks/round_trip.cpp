@@ -4,8 +4,6 @@
 // Usage: round_trip [ROUNDS [QUERIES]]. In each round both programs in turn are started on the same
 // unit, asked, and ended. A pair gives one ratio of its medians; the result is the median of the
 // pairs.
-#include <cmath>
-
 #include "platform/slog_ring.h"
 #include "setup.h"
 
@@ -102,8 +100,8 @@ Cost Measure(const bench::Unit& unit, const std::string& program, long queries) 
 }
 
 int Run(int argc, char** argv) {
-  const long rounds = bench::Argument(argc, argv, 1, 21);
-  const long queries = bench::Argument(argc, argv, 2, 2000);
+  const long rounds = bench::Argument(argc, argv, 1, 41);
+  const long queries = bench::Argument(argc, argv, 2, 1000);
   // Without the services behind the objects, so that nobody else is at work.
   const bench::Unit unit({"--no-services"});
   const std::string service = bench::BinaryPath("korvandis");

@@ -20,6 +20,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -38,11 +39,8 @@ namespace fs = std::filesystem;
 const int kCannotMeasure = 2;
 const int kPatienceMs = 10000;  // for what takes milliseconds when all is well
 
-// Ends the program; a unit and a service that it started end with it.
-[[noreturn]] inline void Fail(const std::string& reason) {
-  std::fprintf(stderr, "cannot measure: %s\n", reason.c_str());
-  throw kCannotMeasure;  // main returns it, with everything released
-}
+// Ends the program through Main, with everything released that it started.
+[[noreturn]] inline void Fail(const std::string& reason) { throw std::runtime_error(reason); }
 
 inline double Seconds(Clock::duration time) { return std::chrono::duration<double>(time).count(); }
 
@@ -267,13 +265,14 @@ class Station {
   Bytes packet_;
 };
 
-// Runs `body` as main does.
+// Runs `body` as main does; a failure is said and becomes the exit status.
 template <typename Body>
 int Main(Body body) {
   try {
     return body();
-  } catch (int status) {
-    return status;
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "cannot measure: %s\n", failure.what());
+    return kCannotMeasure;
   }
 }
 
