@@ -48,6 +48,8 @@ class Encoding {
     }
   }
 
+  bool IsOpen() const { return !open_.empty(); }
+
   // Ends what is open and compares the text with what went in.
   void Check() {
     while (!open_.empty() && sound_) Finish(open_.back());
@@ -63,10 +65,10 @@ class Encoding {
   }
 
  private:
-  // A call's result; counts the members of the first object.
+  // A call's result; counts the members of the outermost object.
   void Count(pps_encoder_error_t result) {
     sound_ = sound_ && result == PPS_ENCODER_OK;
-    if (sound_ && InFirstObject()) ++members_;
+    if (sound_ && open_.size() == 1) ++members_;
   }
 
   void Start(pps_encoder_error_t result, bool array) {
@@ -81,11 +83,7 @@ class Encoding {
     sound_ = sound_ && result == PPS_ENCODER_OK;
     Require(sound_ == expected, "an end belongs to the start before it");
     if (sound_) open_.pop_back();
-    if (open_.empty()) first_object_ = false;
   }
-
-  // In PPS text more objects may follow.
-  bool InFirstObject() const { return first_object_ && open_.size() == 1; }
 
   void AddNumber(std::uint8_t operation, const char* name, Input* input) {
     std::uint64_t bits = 0;
@@ -104,7 +102,7 @@ class Encoding {
 
   void AddString(const char* name, const std::string& value) {
     const std::size_t place = members_;
-    const bool outermost = InFirstObject();
+    const bool outermost = open_.size() == 1;
     Count(pps_encoder_add_string(&encoder_, name, value.c_str()));
     if (sound_ && outermost) strings_.emplace_back(place, value.c_str());
   }
@@ -131,7 +129,6 @@ class Encoding {
   const bool json_;
   bool sound_ = true;       // no call has failed
   std::vector<bool> open_;  // true: an array
-  bool first_object_ = true;
   std::size_t members_ = 0;
   std::vector<std::pair<std::size_t, std::string>> strings_;  // place among the members, text
 };
@@ -140,7 +137,8 @@ class Encoding {
 
 void Encode(Input input, bool json) {
   Encoding encoding(json);
-  while (!input.empty()) {
+  // In PPS text another object may follow; one without a name would continue the first.
+  while (!input.empty() && (json || encoding.IsOpen())) {
     const std::uint8_t operation = input.Byte();
     encoding.Do(operation, &input);
   }

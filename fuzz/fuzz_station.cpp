@@ -73,12 +73,20 @@ bool Same(const std::vector<station::RecordedPacket>& one,
   return true;
 }
 
+// A pcap file has 32 bits for the seconds.
+bool FitsPcap(const std::vector<station::RecordedPacket>& packets) {
+  return std::all_of(packets.begin(), packets.end(), [](const station::RecordedPacket& packet) {
+    return packet.nanoseconds / 1000000000 <= UINT32_MAX;
+  });
+}
+
 // A recording that can be read can be written and read again.
 void ReadRecording(const std::string& text) {
   std::vector<station::RecordedPacket> packets;
   if (!station::ParseRecording(text, &packets).empty()) return;
   station::PairExchanges(packets);
   for (const auto format : {station::RecordingFormat::kText, station::RecordingFormat::kPcap}) {
+    if (format == station::RecordingFormat::kPcap && !FitsPcap(packets)) continue;
     std::string written = station::RecordingHead(format);
     for (const auto& packet : packets) written += station::RecordingEntry(format, packet);
     std::vector<station::RecordedPacket> again;

@@ -75,7 +75,7 @@ bool HungUp(int fd) {
 ResourceManager::ResourceManager(EventLoop* loop, std::string path)
     : loop_(loop), path_(std::move(path)) {}
 
-ResourceManager::~ResourceManager() { Close(); }
+ResourceManager::~ResourceManager() = default;
 
 std::string ResourceManager::Bind() {
   if (bound()) return "";
@@ -112,7 +112,7 @@ std::string ResourceManager::PrepareSocket() {
     return std::strerror(errno);
   }
   if (listen(listener_.get(), SOMAXCONN) != 0) {
-    const std::string reason = std::strerror(errno);
+    std::string reason = std::strerror(errno);
     unlink(path_.c_str());
     return reason;
   }

@@ -24,7 +24,7 @@ class ResourceManager {
  public:
   // Will lie at the host path `path`.
   ResourceManager(EventLoop* loop, std::string path);
-  virtual ~ResourceManager();
+  virtual ~ResourceManager();  // a derived class closes in its own destructor
   ResourceManager(const ResourceManager&) = delete;
   ResourceManager& operator=(const ResourceManager&) = delete;
 

@@ -97,7 +97,7 @@ std::string ParseLine(const std::string& line, RecordedPacket* packet) {
   packet->direction = *at++ == '>' ? wire::Direction::kToService : wire::Direction::kFromService;
   while (true) {
     while (*at == ' ') ++at;
-    if (*at == '\0') break;
+    if (at == line.c_str() + line.size()) break;
     const int high = HexDigit(at[0]);
     const int low = high < 0 ? -1 : HexDigit(at[1]);
     if (low < 0) return "bytes are two hexadecimal digits each";

@@ -76,6 +76,8 @@ TEST(StationRecording, DamagedFilesAreRefusedWithTheirPlace) {
   for (const auto& [text, problem] : texts) {
     EXPECT_EQ(ParseProblem(text).substr(0, std::string(problem).size()), problem) << text;
   }
+  EXPECT_EQ(ParseProblem(std::string("1.000000000 > 00\0 and more", 26)).substr(0, 21),
+            "line 1: bytes are two");
   std::string big = "1.000000000 >";
   for (std::size_t i = 0; i <= wire::kMaxPacket; ++i) big += " 00";
   EXPECT_NE(ParseProblem(big), "");
