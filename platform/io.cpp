@@ -44,8 +44,9 @@ class Descriptor {
 int ConnectTo(int fd, const char* path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  if (std::strlen(path) < sizeof(address.sun_path)) {
-    std::strcpy(address.sun_path, path);
+  const std::size_t length = std::strlen(path);
+  if (length < sizeof(address.sun_path)) {
+    std::memcpy(address.sun_path, path, length + 1);
     return ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
   }
   Descriptor target(::open(path, O_PATH | O_CLOEXEC));
