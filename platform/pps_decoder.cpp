@@ -373,8 +373,10 @@ pps_decoder_error_t pps_decoder_parse_json_str(pps_decoder_t* decoder, char* tex
   const pps_decoder_error_t error = Begin(state, text, &length);
   if (error != PPS_DECODER_OK) return Fail(state, error);
   const Parsed parsed = platform::pps::ParseJson(&state->tape, text, text, text + length, kRoot);
-  if (parsed == Parsed::kNoMemory) return Fail(state, PPS_DECODER_NO_MEM);
-  if (parsed == Parsed::kMalformed) return Fail(state, PPS_DECODER_PARSE_ERROR);
+  if (parsed != Parsed::kWell) {
+    Clear(state, text);  // the nodes may have moved
+    return Fail(state, parsed == Parsed::kNoMemory ? PPS_DECODER_NO_MEM : PPS_DECODER_PARSE_ERROR);
+  }
   state->tape[kRoot].number = 1;
   FinishRoot(state);
   return PPS_DECODER_OK;

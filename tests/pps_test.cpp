@@ -796,6 +796,18 @@ TEST(HostileText, AMillionLevels) {
   EXPECT_EQ(pps_decoder_push(attribute, "b"), PPS_DECODER_OK);
 }
 
+TEST(HostileText, MalformedTextLeavesNothingHoweverLongItIs) {
+  for (const int elements : {1, 150, 200, 400, 5000}) {
+    std::string text = "[";
+    for (int i = 0; i < elements; ++i) text += "1,";
+    Decoder d(Decoder::kJson, text + "x]");
+    EXPECT_EQ(d.result, PPS_DECODER_PARSE_ERROR) << elements;
+    EXPECT_EQ(pps_decoder_length(d), 0) << elements;
+    EXPECT_EQ(pps_decoder_push(d, nullptr), PPS_DECODER_NOT_FOUND) << elements;
+    EXPECT_EQ(pps_decoder_pop(d), PPS_DECODER_POP_AT_ROOT) << elements;
+  }
+}
+
 TEST(HostileText, TenMegabytesCostTimeThatGrowsWithTheText) {
   const std::size_t kSize = 10 * 1000 * 1000 / KORVANDIS_PATIENCE;
   const auto repeated = [](const std::string& part) {
