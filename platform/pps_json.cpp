@@ -297,6 +297,7 @@ Tape::~Tape() {
 
 bool Tape::Grow(std::uint32_t used) {
   const std::size_t capacity = std::size_t{capacity_} * 2;
+  // NOLINTNEXTLINE(misc-redundant-expression): the second half counts where a size has 32 bits
   if (capacity >= kNone || capacity > SIZE_MAX / sizeof(Node)) return false;
   const bool moved = nodes_ != inline_;
   void* const memory = std::realloc(moved ? nodes_ : nullptr, capacity * sizeof(Node));
