@@ -128,6 +128,7 @@ int PrintHelp(std::ostream& out, const std::string& words) {
   if (words.empty())
     out << "The test station of a head unit: sends test commands, shows the replies.\n\n";
   std::vector<std::pair<std::string, std::string>> rows;
+  rows.reserve(commands.size());
   for (const Command* command : commands) {
     rows.emplace_back(command->words + ParameterText(*command), command->help);
   }
