@@ -9,6 +9,7 @@
 
 using platform::pps::Kind;
 using platform::pps::kNone;
+using platform::pps::kShortName;
 using platform::pps::Line;
 using platform::pps::Node;
 using platform::pps::Parsed;
@@ -85,6 +86,7 @@ class PpsReader {
       if (line.status == PPS_ERROR && !line.cut) result = PPS_DECODER_PARSE_ERROR;
       if (!Take(line)) return PPS_DECODER_NO_MEM;
     }
+    if (!platform::pps::FitsOffsets(state_->text, p)) return PPS_DECODER_NO_MEM;
     if (object_ == kRoot && !Open(nullptr)) return PPS_DECODER_NO_MEM;
     Close();
     FinishRoot(state_);
@@ -215,8 +217,6 @@ struct Name {
   std::size_t length;
 };
 
-const std::size_t kShortName = 16;
-
 // Whether the `length` bytes at a and b, 1 to kShortName of them, are the same.
 inline bool SameBytes(const char* a, const char* b, std::size_t length) {
   using platform::pps::LoadEight;
@@ -233,9 +233,11 @@ inline bool SameBytes(const char* a, const char* b, std::size_t length) {
 }
 
 inline bool HasName(const pps_decoder* state, const Node& node, Name name) {
-  const char* const own = state->text + node.key;
-  if (node.name_length == 0) return node.key != kNone && std::strcmp(own, name.text) == 0;
+  if (node.name_length == 0) {
+    return node.key != kNone && std::strcmp(state->text + node.key, name.text) == 0;
+  }
   if (node.name_length != name.length) return false;
+  const char* const own = state->text + node.key;
   return name.length <= kShortName ? SameBytes(name.text, own, name.length)
                                    : std::memcmp(name.text, own, name.length) == 0;
 }
@@ -259,7 +261,7 @@ inline const Node* LikelyMember(const pps_decoder_t* decoder, Name name) {
   const pps_decoder* const state = decoder->state;
   if (state == nullptr || state->likely == state->end) return nullptr;
   const Node* const node = state->likely;
-  if (node->name_length != name.length || name.length - 1 >= kShortName) return nullptr;
+  if (node->name_length != name.length) return nullptr;
   return SameBytes(name.text, state->text + node->key, name.length) ? node : nullptr;
 }
 
@@ -288,7 +290,8 @@ inline Node* ValueOf(pps_decoder* state, Node* child) {
   return child->kind < Kind::kAttribute ? child : AttributeValue(state, child);
 }
 
-pps_decoder_error_t Enter(pps_decoder_t* decoder, Name name, bool arrays_only) {
+__attribute__((noinline)) pps_decoder_error_t Enter(pps_decoder_t* decoder, Name name,
+                                                    bool arrays_only) {
   pps_decoder* const state = decoder->state;
   if (state == nullptr) return PPS_DECODER_NO_MEM;
   Node* const child = FindChild(state, name);
@@ -331,15 +334,6 @@ bool ToInt64(const Node& node, std::int64_t* value) {
   return true;
 }
 
-// Prepares the state for a new text and hands out its length; texts whose places do not fit an
-// offset are refused.
-pps_decoder_error_t Begin(pps_decoder* state, char* text, std::size_t* length) {
-  Clear(state, text);
-  if (text == nullptr) return PPS_DECODER_PARSE_ERROR;
-  *length = std::strlen(text);
-  return *length < kNone ? PPS_DECODER_OK : PPS_DECODER_NO_MEM;
-}
-
 }  // namespace
 
 pps_decoder_error_t pps_decoder_initialize(pps_decoder_t* decoder, char* text) {
@@ -357,22 +351,21 @@ void pps_decoder_cleanup(pps_decoder_t* decoder) {
 pps_decoder_error_t pps_decoder_parse_pps_str(pps_decoder_t* decoder, char* text) {
   pps_decoder* const state = decoder->state;
   if (state == nullptr) return PPS_DECODER_NO_MEM;
-  std::size_t length;
-  pps_decoder_error_t error = Begin(state, text, &length);
-  if (error == PPS_DECODER_OK) {
-    error = PpsReader(state).Run();
-    if (error == PPS_DECODER_NO_MEM) Clear(state, text);
-  }
+  Clear(state, text);
+  if (text == nullptr) return Fail(state, PPS_DECODER_PARSE_ERROR);
+  const pps_decoder_error_t error = PpsReader(state).Run();
+  if (error == PPS_DECODER_NO_MEM) Clear(state, text);
   return error == PPS_DECODER_OK ? error : Fail(state, error);
 }
 
 pps_decoder_error_t pps_decoder_parse_json_str(pps_decoder_t* decoder, char* text) {
   pps_decoder* const state = decoder->state;
   if (state == nullptr) return PPS_DECODER_NO_MEM;
-  std::size_t length;
-  const pps_decoder_error_t error = Begin(state, text, &length);
-  if (error != PPS_DECODER_OK) return Fail(state, error);
-  const Parsed parsed = platform::pps::ParseJson(&state->tape, text, text, text + length, kRoot);
+  Clear(state, text);
+  if (text == nullptr) return Fail(state, PPS_DECODER_PARSE_ERROR);
+  char* const end = text + std::strlen(text);
+  if (!platform::pps::FitsOffsets(text, end)) return Fail(state, PPS_DECODER_NO_MEM);
+  const Parsed parsed = platform::pps::ParseJson(&state->tape, text, text, end, kRoot);
   if (parsed != Parsed::kWell) {
     Clear(state, text);  // the nodes may have moved
     return Fail(state, parsed == Parsed::kNoMemory ? PPS_DECODER_NO_MEM : PPS_DECODER_PARSE_ERROR);

@@ -42,19 +42,13 @@ std::uint64_t SpecialBytes(std::uint64_t w) {
 }
 
 // First quote, backslash or control character from p; the zero byte at `end` is one.
-char* SkipLongPlain(char* p, const char* end) {
-  while (end - p >= 8) {
+inline char* SkipPlain(char* p, const char* end) {
+  for (; end - p >= 8; p += 8) {
     const std::uint64_t special = SpecialBytes(LoadEight(p));
     if (special != 0) return p + __builtin_ctzll(special) / 8;
-    p += 8;
   }
   while (static_cast<unsigned char>(*p) >= 0x20 && *p != '"' && *p != '\\') ++p;
   return p;
-}
-
-inline char* SkipPlain(char* p, const char* end) {
-  const std::uint64_t special = end - p >= 8 ? SpecialBytes(LoadEight(p)) : 0;
-  return special != 0 ? p + __builtin_ctzll(special) / 8 : SkipLongPlain(p, end);
 }
 
 // Four hexadecimal digits, -1 when they are not.
@@ -310,43 +304,49 @@ bool Tape::Grow(std::uint32_t used) {
 
 namespace {
 
-// --- short things, without a branch on their length ----------------------------------------------
+// --- short things --------------------------------------------------------------------------------
 
 const std::ptrdiff_t kLongestName = 255;  // that a node tells the length of
-// With so much text ahead, what one member has in short can be read without looking for the end.
-const std::ptrdiff_t kAhead = 32;
 
-// Takes one to three digits at p, without a branch on how many. Returns what is behind them, null
-// when there are more or none.
-inline char* TakeShortDigits(char* p, std::uint32_t* value) {
-  const std::uint32_t kEachByte = 0x01010101;
-  std::uint32_t w = LoadFour(p) ^ kEachByte * '0';
-  // The top bit of each byte that is no digit; bits above the lowest one may be wrong.
-  const std::uint32_t ends = ((w + kEachByte * 0x76) | w) & kEachByte * 0x80;
-  if (ends == 0 || (ends & 0x80) != 0) return nullptr;
-  const unsigned top = static_cast<unsigned>(__builtin_ctz(ends));  // 15, 23 or 31
-  w <<= (7 - top) % 32;  // now the last digit is the highest byte
-  w = (w * 10 + (w >> 8)) & 0x00ff00ff;
-  *value = (w * 100 + (w >> 16)) & 0xffff;
-  return p + top / 8;
+// Takes one to three digits at p, the first of several not a zero unless that is allowed. Returns
+// what is behind them, null when it is not so. A path for each length, with its steps known, lets
+// the processor run ahead of the digits.
+template <bool kLeadingZeros>
+__attribute__((always_inline)) inline char* TakeShortDigits(char* p, std::uint32_t* value) {
+  const auto digit = [p](int i) { return std::uint32_t{static_cast<unsigned char>(p[i])} - '0'; };
+  const std::uint32_t first = digit(0);
+  if (first > 9) return nullptr;
+  const std::uint32_t second = digit(1);
+  if (second > 9) {
+    *value = first;
+    return p + 1;
+  }
+  if (!kLeadingZeros && first == 0) return nullptr;
+  const std::uint32_t third = digit(2);
+  if (third > 9) {
+    *value = first * 10 + second;
+    return p + 2;
+  }
+  *value = first * 100 + second * 10 + third;
+  return digit(3) > 9 ? p + 3 : nullptr;
 }
 
 const std::uint8_t kShortInteger = kInteger | kShort | (FLT_EVAL_METHOD == 0 ? kQuotient : 0);
 
 // Scans a number of up to three digits on each side of the point, as texts are full of them.
 // Returns null for any other: ScanNumber has the last word. `node` is a short integer already; its
-// `text` stays unset, which nobody needs for an exact number. kAhead bytes must be readable.
-inline char* ScanShortNumber(char* p, Node* node) {
+// `text` stays unset, which nobody needs for an exact number.
+__attribute__((always_inline)) inline char* ScanShortNumber(char* p, Node* node) {
   std::uint32_t whole;
-  char* const end = TakeShortDigits(p, &whole);
-  if (end == nullptr || (*p == '0' && end - p > 1)) return nullptr;
+  char* const end = TakeShortDigits<false>(p, &whole);
+  if (end == nullptr) return nullptr;
   node->number = whole;
   if (*end == ',') return end;
   if (*end != '.') return *end == 'e' || *end == 'E' ? nullptr : end;
 
   static const std::uint32_t kPowers[] = {1, 10, 100, 1000};
   std::uint32_t fraction;
-  char* const behind = TakeShortDigits(end + 1, &fraction);
+  char* const behind = TakeShortDigits<true>(end + 1, &fraction);
   if (behind == nullptr || *behind == 'e' || *behind == 'E') return nullptr;
   const std::ptrdiff_t digits = behind - end - 1;
   node->flags = kShortInteger & kQuotient;
@@ -355,12 +355,16 @@ inline char* ScanShortNumber(char* p, Node* node) {
   return behind;
 }
 
-// Takes true or false, without a branch on which. Returns null for anything else. kAhead bytes must
-// be readable.
-inline char* TakeBool(char* p, Node* node) {
-  const bool is_true = std::memcmp(p, "true", 4) == 0;
-  const bool is_false = std::memcmp(p, "fals", 4) == 0 && p[4] == 'e';
-  if (!(is_true | is_false)) return nullptr;
+// Takes true or false, without a branch on which, as nothing foretells it. Returns null for
+// anything else, and when the text ends soon.
+inline char* TakeBool(char* p, const char* end, Node* node) {
+  if (end - p < 5) return nullptr;
+  const std::uint32_t word = LoadFour(p);
+  const std::uint32_t from_true = word ^ LoadFour("true");
+  const std::uint32_t from_false =
+      (word ^ LoadFour("fals")) | static_cast<unsigned char>(p[4] ^ 'e');
+  if (std::uint64_t{from_true} * from_false != 0) return nullptr;
+  const bool is_true = from_true == 0;
   node->kind = Kind::kBool;
   node->flags = static_cast<std::uint8_t>(is_true * kTrue);
   return p + 5 - is_true;
@@ -390,6 +394,15 @@ char* TakeScalar(char* p, const char* base, const char* end, Node* node) {
   }
 }
 
+// Makes `node` a container that is open.
+inline void Open(Node* node, Kind kind, std::uint32_t parent) {
+  node->kind = kind;
+  node->flags = 0;
+  node->exponent = 0;
+  node->text = parent;
+  node->span = 0;
+}
+
 // --- objects like the one before -----------------------------------------------------------------
 
 // The objects of an array mostly differ in their values only. The shape of an object is what stands
@@ -397,7 +410,8 @@ char* TakeScalar(char* p, const char* base, const char* end, Node* node) {
 // comparing words.
 class Shape {
  public:
-  static const int kMembers = 16;  // that are noted
+  static const int kMembers = 16;           // that are noted
+  static const std::ptrdiff_t kBytes = 16;  // of a member that are compared
 
   // Starts to note the shape of an object.
   void Start() {
@@ -454,32 +468,49 @@ class Shape {
   };
 
   // Takes elements, from the first member of place->object, which stands at p, as far as they are
-  // of this shape. The last one stays open. Returns where it stopped, behind a value or the opening
-  // brace; null when there is a value that is none.
+  // of this shape and hold no containers. There is room for kMembers nodes. The last element stays
+  // open. Returns where it stopped, behind a value or the opening brace; null when there is a value
+  // that is none.
   __attribute__((noinline)) char* Take(char* p, Place* place) const {
+    const Member* const stop = members_ + count_;
+    const char* const ahead = place->ahead;
+    Node* object = place->object;
+    Node* node = place->node;
     for (;;) {
-      Node* const first = place->node;
-      p = TakeMembers(p, place);
-      place->whole = p != nullptr && place->node - first == count_;
-      if (!place->whole || p[0] != '}' || p[1] != ',' || p[2] != '{') return p;
-      if (p >= place->ahead || place->full - place->node <= kMembers) return p;
-      if (!members_[0].Matches(p + 3)) return p;
-      Node* const object = place->object;
+      const Member* member = members_;
+      for (; p < ahead && member->Matches(p); ++member, ++node) {
+        char* const value = p + member->length;
+        *node = member->node;
+        char* behind = ScanShortNumber(value, node);
+        if (behind == nullptr) behind = TakeBool(value, place->end, node);
+        if (behind == nullptr) {
+          if (*value == '{' || *value == '[') break;
+          behind = TakeScalar(value, place->base, place->end, node);
+          if (behind == nullptr) return nullptr;
+        }
+        p = behind;
+      }
+      place->whole = member == stop;
+      if (member != stop || p[0] != '}' || p[1] != ',' || p[2] != '{') break;
+      if (ahead - p <= 3 || place->full - node <= kMembers || !members_[0].Matches(p + 3)) break;
+      p += 3;
       object->flags = distinct_ ? kDistinctNames : std::uint8_t{0};
-      object->span = static_cast<std::uint32_t>(count_ + 1);
+      object->span = static_cast<std::uint32_t>(count_) + 1;
       object->number = static_cast<std::uint64_t>(count_);
       place->hidden += static_cast<std::uint32_t>(count_);
-      place->object = place->node++;
-      *place->object = *object;
-      place->object->span = 0;
-      p += 3;
+      object = node++;
+      Open(object, Kind::kObject, array_);
+      object->key = kNone;
+      object->name_length = 0;
     }
+    place->object = object;
+    place->node = node;
+    return p;
   }
 
  private:
-  static const int kWords = 2;
   static const std::ptrdiff_t kWord = 8;
-  static const std::ptrdiff_t kBytes = kWords * kWord;
+  static const int kWords = kBytes / kWord;
 
   struct Member {
     bool Matches(const char* p) const {
@@ -494,54 +525,25 @@ class Shape {
     Node node;  // with its name, as a short integer
   };
 
-  // Stops before a member that is not as in the shape, or that is a container.
-  char* TakeMembers(char* p, Place* place) const {
-    const char* const ahead = place->ahead;
-    const Member* member = members_;
-    Node* node = place->node;
-    for (; p < ahead && member->Matches(p); ++member, ++node) {
-      char* const value = p + member->length;
-      *node = member->node;
-      char* behind = ScanShortNumber(value, node);
-      if (behind == nullptr) behind = TakeBool(value, node);
-      if (behind == nullptr) {
-        if (*value == '{' || *value == '[') break;
-        behind = TakeScalar(value, place->base, place->end, node);
-        if (behind == nullptr) return nullptr;
-      }
-      p = behind;
-    }
-    place->node = node;
-    return p;
-  }
-
   std::uint32_t array_ = kNone;
   int count_ = 0;
   bool distinct_ = false;
   Member members_[kMembers + 1];
 };
 
-// Whether the members from `first` to `end` all have different names. May say no when they have: it
-// tells names apart by their ends and length, and pair by pair only in small objects.
+// Whether the members from `first` to `end` all have short and different names, as far as lengths
+// and ends tell: it may say no when they have. That costs time only, when they are read.
 bool NamesDiffer(const Node* first, const Node* end, const char* base) {
-  const int kMost = 16;
-  const Node* seen[kMost];
-  int count = 0;
   std::uint64_t marks = 0;
   for (const Node* node = first; node != end; node += node->span) {
-    const std::size_t length = node->name_length;
-    if (count == kMost || length == 0) return false;
+    const unsigned length = node->name_length;
+    if (length == 0 || length > kShortName) return false;
     const char* const name = base + node->key;
-    const unsigned mark =
-        static_cast<unsigned>(name[0] + 5 * name[length - 1] + 3 * node->name_length);
-    const std::uint64_t bit = std::uint64_t{1} << (mark % 64);
-    for (int i = 0; (marks & bit) != 0 && i < count; ++i) {
-      if (seen[i]->name_length == length && std::memcmp(base + seen[i]->key, name, length) == 0) {
-        return false;
-      }
-    }
-    marks |= bit;
-    seen[count++] = node;
+    const int ends = name[0] + 5 * name[length - 1];
+    const std::uint64_t mark = std::uint64_t{1}
+                               << ((static_cast<unsigned>(ends) + 3 * length) % 64);
+    if ((marks & mark) != 0) return false;
+    marks |= mark;
   }
   return true;
 }
@@ -559,7 +561,7 @@ class JsonParser {
         full_(tape->nodes() + tape->capacity()),
         base_(base),
         end_(end),
-        ahead_(end - base > kAhead ? end - kAhead : base),
+        ahead_(end - base > Shape::kBytes ? end - Shape::kBytes : base),
         root_(parent),
         parent_(parent) {}
 
@@ -615,35 +617,30 @@ class JsonParser {
     Node* const node = node_++;
     node->span = 1;
     entered_ = false;
+    node->kind = Kind::kNumber;
+    node->flags = kShortInteger;
+    node->exponent = 0;
+    behind_ = ScanShortNumber(p, node);
+    if (behind_ != nullptr) return behind_;
     if (*p == '{') return Enter(p, node, Kind::kObject, '}');
     if (*p == '[') return Enter(p, node, Kind::kArray, ']');
-    behind_ = nullptr;
-    if (p < ahead_) {
-      node->kind = Kind::kNumber;
-      node->flags = kShortInteger;
-      node->exponent = 0;
-      behind_ = ScanShortNumber(p, node);
-    }
-    if (behind_ == nullptr) behind_ = TakeScalar(p, base_, end_, node);
-    return behind_;
+    return behind_ = TakeScalar(p, base_, end_, node);
   }
 
   // Opens the container at p. An empty one is closed at once.
   inline char* Enter(char* p, Node* node, Kind kind, char brace) {
-    node->kind = kind;
-    node->flags = 0;
-    node->text = parent_;
+    Open(node, kind, parent_);
     noting_ = false;
     alike_ = false;
     behind_ = p + 1;
     p = SkipSpace(p + 1);
     if (*p == brace) {
+      node->span = 1;
       node->number = 0;
       return p + 1;
     }
     const bool element = !in_object_ && parent_ != root_;
     const std::uint32_t array = parent_;
-    node->span = 0;
     node->number = hidden_;
     hidden_ = 0;
     parent_ = Index(node);
@@ -655,7 +652,7 @@ class JsonParser {
   // Takes what it can from the element of `array` that was opened, whose first name is at p, and
   // the elements behind it by the shape of the one before.
   inline char* TakeAlike(char* p, std::uint32_t array) {
-    if (shape_.Fits(array) && full_ - node_ > Shape::kMembers) {
+    if (shape_.Fits(array) && (full_ - node_ > Shape::kMembers || Grow())) {
       Node* const object = node_ - 1;
       const std::uint32_t hidden = static_cast<std::uint32_t>(object->number);
       Shape::Place place = {base_, end_, ahead_, object, node_, full_, hidden, false};
@@ -725,7 +722,7 @@ class JsonParser {
   Node* full_;
   char* const base_;
   char* const end_;
-  const char* const ahead_;   // up to here, kAhead bytes can be read
+  const char* const ahead_;   // up to here, a shape can be looked for
   char* behind_ = nullptr;    // the value, or the brace, before the member that is read
   const std::uint32_t root_;  // stands for "outside"
   std::uint32_t parent_;

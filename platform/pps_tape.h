@@ -36,11 +36,17 @@ const std::uint8_t kInexact = 4;    // number: digits did not fit, only the text
 const std::uint8_t kShort = 8;      // number: an integer from 0 to what an int holds
 const std::uint8_t kQuotient = 16;  // number: `number` by ten to -exponent, both exact as doubles
 const std::uint8_t kTrue = 32;      // bool
-const std::uint8_t kDistinctNames = 64;  // object: no name comes twice
+const std::uint8_t kDistinctNames = 64;  // object: all names are short, and none comes twice
 // Root of a json attribute: `key` is the node of the attribute.
 const std::uint8_t kValueOfAttribute = 128;
 
 const std::uint32_t kNone = 0xffffffffU;
+const std::size_t kShortName = 16;  // two words
+
+// Whether the places of a text can be told by offsets.
+inline bool FitsOffsets(const char* begin, const char* end) {
+  return static_cast<std::size_t>(end - begin) < kNone;
+}
 
 struct Node {
   std::uint32_t key;  // offset of the name; kNone without
@@ -57,7 +63,7 @@ struct Node {
 static_assert(sizeof(Node) == 24, "keep a node small: the tape is most of what parsing writes");
 
 // Nodes held without a second allocation: a position response with 24 satellites has 154.
-const std::uint32_t kInlineNodes = 160;
+const std::uint32_t kInlineNodes = 192;
 
 // Eight bytes with the first one lowest, whatever the machine's order.
 inline std::uint64_t LoadEight(const char* p) {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <pps.h>
 
+#include <algorithm>
 #include <chrono>
 #include <climits>
 #include <cmath>
@@ -121,8 +122,7 @@ std::string Lines(const std::string& text) {
   return rows;
 }
 
-// --- line parser
-// --------------------------------------------------------------------------------------
+// --- line parser ---------------------------------------------------------------------------------
 
 TEST(PpsParse, EveryKindOfLine) {
   EXPECT_EQ(Lines("@obj\nname::plain text\nn:n:12\n-gone\nj:json:{\"a\":\"b:c\"}\n"),
@@ -154,8 +154,7 @@ TEST(PpsParse, OtherLinesAreErrorsAndAreSkipped) {
   EXPECT_EQ(Lines("\xff\x80:\x01:\xfe"), "6 - [\xff\x80] [\x01] [\xfe]\n0 - - - -");
 }
 
-// --- decoder: PPS text
-// --------------------------------------------------------------------------------
+// --- decoder: PPS text ---------------------------------------------------------------------------
 
 TEST(PpsDecoder, AttributesOfEveryEncoding) {
   Decoder d(Decoder::kPps,
@@ -323,8 +322,7 @@ TEST(PpsDecoder, CEscapes) {
   }
 }
 
-// --- decoder: JSON text
-// -------------------------------------------------------------------------------
+// --- decoder: JSON text --------------------------------------------------------------------------
 
 TEST(JsonDecoder, WellFormedTexts) {
   for (const char* text : {"{}", "[]", " \t\r\n[ ] \n", "0", "-0", "\"\"", "null", "true", "false",
@@ -675,8 +673,7 @@ TEST(Decoder, MisuseAndReuse) {
   pps_decoder_cleanup(&d);
 }
 
-// --- decoder: hostile texts
-// ---------------------------------------------------------------------------
+// --- decoder: hostile texts ----------------------------------------------------------------------
 
 // Visits everything that can be reached, with every getter at every place. Returns the values
 // visited.
@@ -856,8 +853,221 @@ TEST(HostileText, TenMegabytesCostTimeThatGrowsWithTheText) {
   EXPECT_LT(std::chrono::duration_cast<std::chrono::seconds>(taken).count(), 60);
 }
 
-// --- encoder
-// ------------------------------------------------------------------------------------------
+// --- decoder: objects that are like the one before -----------------------------------------------
+
+// All that can be read of the object at the position of `d`, in the order of `names`.
+std::string Shown(Decoder* d, const std::vector<std::string>& names) {
+  std::string shown = std::to_string(pps_decoder_length(*d));
+  for (const std::string& name : names) {
+    const char* const n = name.c_str();
+    shown += " " + name + "=" + std::to_string(pps_decoder_type(*d, n)) + d->Int(n) + "," +
+             d->Int64(n) + "," + d->Double(n) + "," + d->Bool(n) + "," + d->String(n);
+    if (pps_decoder_push(*d, n) == PPS_DECODER_OK) {
+      shown += "[" + d->Int("x") + d->Int(nullptr) + "]";
+      pps_decoder_pop(*d);
+    }
+  }
+  shown += ":";
+  while (pps_decoder_type(*d, nullptr) != PPS_TYPE_NONE) {
+    if (const char* name = pps_decoder_name(*d)) shown += std::string(name) + ";";
+    pps_decoder_next(*d);
+  }
+  return shown;
+}
+
+// An object of a few members that are mostly those of the ones before, in text that is sometimes
+// broken.
+std::string RandomObject(std::mt19937* random) {
+  static const char* const kNames[] = {
+      "id", "cno",      "used", "azimuth", "elevation", "a_name_of_sixteen", "sixteen_letters_",
+      "id", "i\\u0064", ""};
+  static const char* const kValues[] = {"1",
+                                        "12",
+                                        "123",
+                                        "1234",
+                                        "0",
+                                        "0.5",
+                                        "12.25",
+                                        "123.456",
+                                        "1.2345",
+                                        "1234.5",
+                                        "-7",
+                                        "1e2",
+                                        "1.5e1",
+                                        "true",
+                                        "false",
+                                        "null",
+                                        "\"\"",
+                                        "\"text\"",
+                                        "\"a,\\\"}\"",
+                                        "[]",
+                                        "{}",
+                                        "[5,6]",
+                                        "{\"x\":8}",
+                                        "00",
+                                        "01",
+                                        "1.",
+                                        ".5",
+                                        "1.e1",
+                                        "truf",
+                                        "falsy",
+                                        "tru",
+                                        "-",
+                                        "1a",
+                                        "0x1",
+                                        "2147483647",
+                                        "2147483648",
+                                        "9223372036854775808",
+                                        "12.5E"};
+  const auto below = [random](std::size_t limit) { return (*random)() % limit; };
+  const bool spaced = below(12) == 0;
+  std::string text = spaced ? "{ " : "{";
+  std::size_t count = below(10) == 0 ? below(24) : 5;
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t name = below(12) == 0 ? below(10) : i % 5;
+    const std::size_t value = below(40) == 0 ? below(38) : below(23);
+    text += std::string(i == 0   ? ""
+                        : spaced ? " , "
+                                 : ",") +
+            "\"" + kNames[name] + (spaced ? "\" : " : "\":") + kValues[value];
+  }
+  return text + (below(60) == 0 ? "]" : "}");
+}
+
+TEST(JsonDecoder, ElementsReadLikeTheSameTextsAlone) {
+  std::mt19937 random(11);
+  std::vector<std::string> names = {
+      "id", "cno", "used",      "azimuth", "elevation", "a_name_of_sixteen", "sixteen_letters_",
+      "",   "x",   "elevatioN", "none"};
+  int well = 0;
+  for (int round = 0; round < 6000 / KORVANDIS_PATIENCE; ++round) {
+    std::shuffle(names.begin(), names.end(), random);
+    std::vector<std::string> elements(1 + random() % 6);
+    for (std::string& element : elements) element = RandomObject(&random);
+    std::string text = "{\"list\":[", expected;
+    bool all_well = true;
+    for (const std::string& element : elements) {
+      text += (expected.empty() ? "" : ",") + element;
+      Decoder alone(Decoder::kJson, element);
+      if (alone.result != PPS_DECODER_OK) all_well = false;
+      pps_decoder_push(alone, nullptr);
+      expected += Shown(&alone, names) + "\n";
+    }
+    Decoder list(Decoder::kJson, text + "],\"behind\":7}");
+    SCOPED_TRACE(text);
+    ASSERT_EQ(list.result == PPS_DECODER_OK, all_well);
+    if (!all_well) continue;
+    ++well;
+    ASSERT_EQ(pps_decoder_push(list, nullptr), PPS_DECODER_OK);
+    ASSERT_EQ(pps_decoder_push_array(list, "list"), PPS_DECODER_OK);
+    ASSERT_EQ(pps_decoder_length(list), static_cast<int>(elements.size()));
+    std::string read;
+    while (pps_decoder_push(list, nullptr) == PPS_DECODER_OK) {
+      read += Shown(&list, names) + "\n";
+      pps_decoder_pop(list);
+    }
+    ASSERT_EQ(read, expected);
+    ASSERT_EQ(pps_decoder_pop(list), PPS_DECODER_OK);
+    ASSERT_EQ(list.Int("behind"), "7");
+  }
+  EXPECT_GT(well, 1000 / KORVANDIS_PATIENCE);
+}
+
+TEST(JsonDecoder, WhatIsLikelyIsCheckedAllTheSame) {
+  // Behind the last member there is another object's.
+  Decoder d(Decoder::kJson, "{\"o\":{\"x\":1},\"y\":2,\"p\":{\"x\":3},\"z\":4}");
+  ASSERT_EQ(pps_decoder_push(d, nullptr), PPS_DECODER_OK);
+  ASSERT_EQ(pps_decoder_push(d, "o"), PPS_DECODER_OK);
+  EXPECT_EQ(d.Int("x") + d.Int("y"), "1NOT_FOUND");
+  ASSERT_EQ(pps_decoder_pop(d), PPS_DECODER_OK);
+  EXPECT_EQ(d.Int("y"), "2");
+  ASSERT_EQ(pps_decoder_push(d, "p"), PPS_DECODER_OK);
+  EXPECT_EQ(d.Int("z") + d.Int("x"), "NOT_FOUND3");
+  // Elements that begin like the one before: a name that comes twice, and names with like
+  // beginnings.
+  Decoder list(Decoder::kJson,
+               "[{\"elevation\":1,\"b\":2},{\"elevation\":3,\"b\":4},{\"elevation\":5,\"b\":6,"
+               "\"elevation\":7},"
+               "{\"elevation\":8,\"b\":9},{\"elevatioN\":10,\"b\":11},{\"elevation\":12}]");
+  ASSERT_EQ(pps_decoder_push(list, nullptr), PPS_DECODER_OK);
+  std::string read;
+  while (pps_decoder_push(list, nullptr) == PPS_DECODER_OK) {
+    read += list.Int("elevation") + list.Int("b") + list.Int("elevation") + " ";
+    pps_decoder_pop(list);
+  }
+  EXPECT_EQ(read, "121 343 565 898 NOT_FOUND11NOT_FOUND 12NOT_FOUND12 ");
+}
+
+TEST(JsonDecoder, AlikeElementsOverEveryGrowth) {
+  for (int elements = 1; elements < 500; elements += elements < 70 ? 1 : 37) {
+    for (int before = 0; before < 6; ++before) {  // moves where the nodes run out
+      std::string text = "[";
+      for (int i = 0; i < before; ++i) text += "0,";
+      for (int i = 0; i < elements; ++i) {
+        const std::string n = std::to_string(i);
+        text += (i == 0 ? "{\"a\":" : ",{\"a\":") + n + ",\"b\":true,\"c\":" + n + ".5,\"d\":\"" +
+                n + "\"}";
+      }
+      Decoder d(Decoder::kJson, text + "]");
+      ASSERT_EQ(pps_decoder_push(d, nullptr), PPS_DECODER_OK);
+      ASSERT_EQ(pps_decoder_length(d), before + elements);
+      for (int i = 0; i < before; ++i) ASSERT_EQ(pps_decoder_next(d), PPS_DECODER_OK);
+      for (int i = 0; i < elements; ++i) {
+        const std::string n = std::to_string(i);
+        ASSERT_EQ(pps_decoder_push(d, nullptr), PPS_DECODER_OK);
+        ASSERT_EQ(d.Int("a") + d.Bool("b") + d.Double("c") + d.String("d"),
+                  n + "true" + n + ".5" + n);
+        ASSERT_EQ(pps_decoder_length(d), 4);
+        ASSERT_EQ(pps_decoder_pop(d), PPS_DECODER_OK);
+      }
+      ASSERT_EQ(pps_decoder_push(d, nullptr), PPS_DECODER_NOT_FOUND);
+    }
+  }
+}
+
+TEST(JsonDecoder, AlikeElementsCutAnywhereAreMalformed) {
+  const std::string text =
+      "[{\"id\":1,\"on\":true,\"f\":0.25},{\"id\":22,\"on\":false,\"f\":12},{\"id\":333,\"on\":"
+      "true,\"f\":3.125},"
+      "{\"id\":4,\"on\":false,\"f\":1}]";
+  for (std::size_t length = 0; length <= text.size(); ++length) {
+    Decoder d(Decoder::kJson, text.substr(0, length));
+    EXPECT_EQ(d.result == PPS_DECODER_OK, length == text.size()) << length;
+    std::string bent = text;
+    for (const char byte : {'"', '0', 'e', '.', ',', '}', '{', ' '}) {
+      if (length == text.size()) break;
+      bent[length] = byte;
+      Decoder changed(Decoder::kJson, bent);
+      Walk(changed, 1000);
+    }
+  }
+}
+
+TEST(Decoder, NamesOfEveryLength) {
+  for (std::size_t length = 0; length < 300; length += length < 24 ? 1 : 23) {
+    const std::string name(length, 'n'), other = length == 0 ? "" : name.substr(1) + "m";
+    const std::string json = "{\"" + name + "\":1,\"" + name + "n\":2,\"" + other + "o\":3}";
+    for (const std::string& text : {json, "[" + json + "," + json + "]"}) {
+      Decoder d(Decoder::kJson, text);
+      ASSERT_EQ(pps_decoder_push(d, nullptr), PPS_DECODER_OK);
+      if (text[0] == '[') {
+        ASSERT_EQ(pps_decoder_next(d), PPS_DECODER_OK);
+        ASSERT_EQ(pps_decoder_push(d, nullptr), PPS_DECODER_OK);
+      }
+      EXPECT_EQ(d.Int(name.c_str()) + d.Int((name + "n").c_str()) + d.Int((other + "o").c_str()),
+                "123");
+      EXPECT_EQ(d.Int((other + "o").c_str()) + d.Int(name.c_str()), "31");
+      EXPECT_EQ(d.Int(other.c_str()), length == 0 ? "1" : "NOT_FOUND") << length;
+      EXPECT_EQ(pps_decoder_name(d), name);
+    }
+    if (length == 0) continue;
+    Decoder pps(Decoder::kPps, name + ":n:1\n" + name + "n::text\n");
+    ASSERT_EQ(pps_decoder_push(pps, nullptr), PPS_DECODER_OK);
+    EXPECT_EQ(pps.Int(name.c_str()) + pps.String((name + "n").c_str()), "1text") << length;
+  }
+}
+
+// --- encoder -------------------------------------------------------------------------------------
 
 class Encoder {
  public:
@@ -1078,8 +1288,7 @@ TEST(Encoder, GrowsPastTheInlineBufferAtEveryLength) {
   EXPECT_EQ(pps_encoder_length(&again), 0);
 }
 
-// --- round trips
-// --------------------------------------------------------------------------------------
+// --- round trips ---------------------------------------------------------------------------------
 
 TEST(RoundTrip, EveryCharacterInEveryPlace) {
   std::vector<std::string> values = {"",
