@@ -64,6 +64,21 @@ class Controller : public NXQ::ZMCAR::PublicController, public NXQ::ZMCAR::IMcuR
   std::vector<std::string> notes_;
 };
 
+// Ends delivery before the file goes, as its owner does.
+class Registration {
+ public:
+  Registration(Controller& controller, const NXQ::ZMCAR::FileBase& file)
+      : controller_(controller), key_(file.GetKey()) {}
+  ~Registration() {
+    controller_.Stop();
+    controller_.RemoveFile(key_);
+  }
+
+ private:
+  Controller& controller_;
+  int key_;
+};
+
 class FrameworkTest : public ::testing::Test {
  protected:
   // Opens `file` at `manager`.
@@ -84,6 +99,7 @@ TEST_F(FrameworkTest, DeliversBetweenStartAndStopOnAThreadOfItsOwn) {
   FakeManager device(root_, "/dev/mcu");
   Controller controller;
   NXQ::ZMCAR::McuFileBase file(kMcu, &controller);
+  const Registration registration(controller, file);
   ASSERT_TRUE(controller.Init());
   Connection mcu = Open(device, file);
   EXPECT_TRUE(controller.AddFile(file.GetKey(), &file));
@@ -131,6 +147,7 @@ TEST_F(FrameworkTest, SendsWholePacketsAndFillsTheirHeader) {
   FakeManager device(root_, "/dev/mcu");
   Controller controller;
   NXQ::ZMCAR::McuFileBase file(kMcu, &controller);
+  const Registration registration(controller, file);
   const unsigned char bytes[] = {1, 2, 3};
   EXPECT_EQ(file.SendToSpiDev(bytes, 3), -EBADF);
   Connection mcu = Open(device, file);
@@ -152,6 +169,7 @@ TEST_F(FrameworkTest, EveryAttributeLineIsOneChange) {
   FakeManager pps(root_, "/pps");
   Controller controller;
   NXQ::ZMCAR::PPSFileBase file(kObject, &controller);
+  const Registration registration(controller, file);
   ASSERT_TRUE(controller.Init());
   Connection object = Open(pps, file);
   controller.AddFile(file.GetKey(), &file);
@@ -182,6 +200,7 @@ TEST_F(FrameworkTest, ALostMcuFileIsOpenedAgainAndNeverSpunOn) {
   auto device = std::make_unique<FakeManager>(root_, "/dev/mcu");
   Controller controller;
   NXQ::ZMCAR::McuFileBase file(kMcu, &controller);
+  const Registration registration(controller, file);
   controller.Init();
   Connection mcu = Open(*device, file);
   controller.AddFile(file.GetKey(), &file);
@@ -211,6 +230,7 @@ TEST_F(FrameworkTest, ALostObjectStaysClosedUntilItIsOpenedAnew) {
   FakeManager pps(root_, "/pps");
   Controller controller;
   NXQ::ZMCAR::PPSFileBase file(kObject, &controller);
+  const Registration registration(controller, file);
   controller.Init();
   Connection object = Open(pps, file);
   controller.AddFile(file.GetKey(), &file);
@@ -226,6 +246,7 @@ TEST_F(FrameworkTest, StopAndRemoveWaitForTheRunningCallback) {
   FakeManager device(root_, "/dev/mcu");
   Controller controller;
   NXQ::ZMCAR::McuFileBase file(kMcu, &controller);
+  const Registration registration(controller, file);
   std::atomic<bool> entered{false};
   std::atomic<bool> left{false};
   controller.on_packet = [&] {
@@ -263,6 +284,7 @@ TEST_F(FrameworkTest, StopsUnderAFloodAndKeepsNothing) {
   for (int round = 0; round < 20; ++round) {
     Controller controller;
     NXQ::ZMCAR::McuFileBase file(kMcu, &controller);
+    const Registration registration(controller, file);
     controller.Init();
     Connection mcu = Open(device, file);
     controller.AddFile(file.GetKey(), &file);
