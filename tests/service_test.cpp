@@ -253,7 +253,8 @@ TEST(LinkTest, AnyBytesOnTheLinkAndTheNextRequestIsServed) {
       wire::StoreLe32(packet.data() + 4, 0xB3);
       wire::StoreLe32(packet.data(), static_cast<std::uint32_t>(packet.size()));
     }
-    if (packet.size() > 36 && i % 2 != 0) packet[35] = packet[35] % 14 == 6 ? 7 : packet[35] % 14;
+    if (packet.size() > 36 && i % 2 != 0)
+      packet[35] = static_cast<std::uint8_t>(packet[35] % 14 == 6 ? 7 : packet[35] % 14);
     mcu.Send(packet);
     while (mcu.Receive(milliseconds(0))) {
     }
