@@ -250,9 +250,14 @@ class Station {
 
   // The next packet from the service.
   Bytes Receive() {
-    const ssize_t count = ::read(fd_, packet_.data(), packet_.size());
-    if (count <= 0) Fail("no reply within the time");
-    return Bytes(packet_.begin(), packet_.begin() + count);
+    const auto deadline = Clock::now() + std::chrono::milliseconds(kPatienceMs);
+    for (;;) {
+      const ssize_t count = ::read(fd_, packet_.data(), packet_.size());
+      if (count > 0) return Bytes(packet_.begin(), packet_.begin() + count);
+      if (count == 0 || errno != EAGAIN) Fail("the unit has hung up");
+      if (Clock::now() > deadline) Fail("no reply within the time");
+      std::fprintf(stderr, "no reply for %d s\n", platform::kManagerTimeoutMs / 1000);
+    }
   }
 
   Bytes Ask(const Bytes& packet) {
