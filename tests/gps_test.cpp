@@ -11,6 +11,7 @@
 #include <sstream>
 #include <utility>
 
+#include "ATCmdGPS.h"
 #include "GpsController.h"
 #include "GpsData.h"
 #include "support/recording_pps.h"
@@ -63,6 +64,19 @@ std::string Satellites(int count, int cno) {
             ",\"cno\":" + std::to_string(cno) + "}";
   }
   return text + "]";
+}
+
+// True for the list of one fix: number n has n % 24 + 1 satellites of strength n.
+bool IsWhole(const Bytes& list) {
+  const int fix = list.size() < 5 ? 0 : list[list.size() - 2] << 8 | list.back();
+  const int listed = fix == 0 ? 0 : std::min(fix % 24 + 1, 19);
+  Bytes expected = {static_cast<std::uint8_t>(listed)};
+  for (int id = 1; id <= listed; ++id) {
+    for (const int byte : {id, 0, fix >> 8, fix & 255}) {
+      expected.push_back(static_cast<std::uint8_t>(byte));
+    }
+  }
+  return list == expected;
 }
 
 // The store: longitude, latitude, altitude, speed, ttff, utc and angle; the satellites as
@@ -145,6 +159,30 @@ TEST(GpsStore, IsReplacedByEveryResponse) {
   EXPECT_EQ(Store(), kept);
   GpsData::GetInstance()->Reset();
   EXPECT_EQ(Store(), "0 0 0 0 0 0 12");
+}
+
+TEST(GpsStore, ListsOneFixOnly) {
+  TempRoot root;  // without a geolocation object
+  CmdGPS command;
+  GpsController controller(nullptr);
+  std::atomic<bool> done{false};
+  GpsData::GetInstance()->Reset();
+  std::thread writer([&] {
+    for (int fix = 1; fix <= 10000; ++fix) {
+      Update(&controller, "dat", "{" + Satellites(fix % 24 + 1, fix) + "}");
+    }
+    done = true;
+  });
+  int torn = 0;
+  while (!done) {
+    Bytes list(CmdGPS::kReplySize);
+    int length = 0;
+    command.GetSensitivityBuf(list.data(), length);
+    list.resize(static_cast<std::size_t>(length));
+    if (!IsWhole(list)) ++torn;
+  }
+  writer.join();
+  EXPECT_EQ(torn, 0);
 }
 
 TEST(GpsLifecycle, KeepsOneObjectAndAsksEveryTime) {
@@ -374,18 +412,6 @@ TEST_F(Geolocation, NeverMixesTwoOfTenThousandFixes) {
       while (service_end_.Receive(milliseconds(0))) ++requests;
     }
   });
-  // The list that belongs to the fix that its last satellite names.
-  const auto whole = [](const Bytes& list) {
-    const int fix = list.size() < 5 ? 0 : list[list.size() - 2] << 8 | list.back();
-    const int listed = fix == 0 ? 0 : std::min(fix % 24 + 1, 19);
-    Bytes expected = {static_cast<std::uint8_t>(listed)};
-    for (int id = 1; id <= listed; ++id) {
-      for (const int byte : {id, 0, fix >> 8, fix & 255}) {
-        expected.push_back(static_cast<std::uint8_t>(byte));
-      }
-    }
-    return list == expected;
-  };
   int asked = 0;
   int torn = 0;
   long memory = 0;
@@ -394,7 +420,7 @@ TEST_F(Geolocation, NeverMixesTwoOfTenThousandFixes) {
     const Bytes position = station_->Ask(kGps, 2);
     EXPECT_EQ(position.size(), 16U);
     if (!std::equal(position.begin(), position.begin() + 8, position.begin() + 8)) ++torn;
-    if (!whole(station_->Ask(kGps, 0))) ++torn;
+    if (!IsWhole(station_->Ask(kGps, 0))) ++torn;
     if (memory != 0 || asked < 50) continue;
     memory = ResidentKib(service_->pid());
     descriptors = CountDescriptors(service_->pid());
