@@ -428,9 +428,13 @@ TEST_F(PositioningTest, ServicesSurviveTheLossOfTheManager) {
     ASSERT_TRUE(wait_for_servers()) << Control("status");
   }
   EXPECT_EQ(0, bench::UnlinkPps("/services/app-launcher"));
+  // What is asked while the launcher has not noticed yet is lost.
+  EXPECT_TRUE(Eventually([&] {
+    Launch("zmsd");
+    return PpsText("/zelmar/navigator/nowplaying").find("\nzmplaysource::zmsd\n") !=
+           std::string::npos;
+  }));
   ASSERT_TRUE(wait_for_servers());
-  Launch("zmsd");
-  Expect("/zelmar/navigator/nowplaying", "zmplaysource::zmsd");
   const RawClient client = Client();
   Request(client);
   EXPECT_TRUE(Take(client).good);
