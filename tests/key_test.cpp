@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -16,9 +17,10 @@ using Clock = std::chrono::steady_clock;
 
 const char kScript[] = "/zmapps/etc/calib-recalibrate.sh";
 
-// What a script notes about itself, and what it should find. 3 is the directory that ls reads.
+// A script that notes how it was started, and what it should find: 3 is the directory that ls
+// reads. Not the plain shell, which clears the signal mask itself.
 const char kNote[] =
-    "cd $HEADUNIT_ROOT; echo $$ > pid; echo \"$#:$1:$0\" > arguments\n"
+    "#!/bin/bash\nsleep 0.2; cd $HEADUNIT_ROOT; echo $$ > pid; echo \"$#:$1:$0\" > arguments\n"
     "ls /proc/self/fd > descriptors\n"
     "exec grep -E '^Sig(Blk|Ign)' /proc/self/status > signals\n";
 const char kOnlyStandardStreams[] = "0\n1\n2\n3\n";
@@ -74,7 +76,7 @@ TEST_F(ExcuteShellTest, TheScriptInheritsNoDescriptorAndNoSignalState) {
   ::pthread_sigmask(SIG_BLOCK, &all, &blocked);
   const int ignored[] = {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM, SIGRTMAX};
   for (const int number : ignored) ::signal(number, SIG_IGN);
-  EXPECT_TRUE(RunShell(kNote));
+  EXPECT_TRUE(Run(kNote));
   for (const int number : ignored) ::signal(number, SIG_DFL);
   ::pthread_sigmask(SIG_SETMASK, &blocked, nullptr);
   EXPECT_EQ(Left("arguments"), "1:1:" + root_.path() + kScript + "\n");
@@ -85,8 +87,9 @@ TEST_F(ExcuteShellTest, TheScriptInheritsNoDescriptorAndNoSignalState) {
 }
 
 TEST_F(ExcuteShellTest, AScriptThatOutlivesItsLimitIsLeftRunningAndCollectedLater) {
+  const std::string stay = "echo $$ > $HEADUNIT_ROOT/pid\nexec sleep 60";
   const auto start = Clock::now();
-  EXPECT_TRUE(RunShell("echo $$ > $HEADUNIT_ROOT/pid\nexec sleep 60", 1));
+  EXPECT_TRUE(RunShell(stay, 1));
   EXPECT_GE(Clock::now() - start, milliseconds(990));
   EXPECT_LT(Clock::now() - start, milliseconds(20000));
   const pid_t outlived = std::atoi(Left("pid").c_str());
@@ -95,8 +98,11 @@ TEST_F(ExcuteShellTest, AScriptThatOutlivesItsLimitIsLeftRunningAndCollectedLate
   EXPECT_EQ(StateOf(outlived), 'S');
   ::kill(outlived, SIGKILL);
   EXPECT_TRUE(Eventually([&] { return StateOf(outlived) == 'Z'; }));
-  EXPECT_TRUE(RunShell("exit 0")) << "took the end of another for its own";
+  EXPECT_TRUE(RunShell(stay, 1)) << "took the end of another for its own";
   EXPECT_EQ(StateOf(outlived), '-');
+  const pid_t second = std::atoi(Left("pid").c_str());
+  ::kill(second, SIGKILL);
+  EXPECT_EQ(::waitpid(second, nullptr, 0), second);
 }
 
 class KeyTest : public BenchTest {
@@ -106,7 +112,7 @@ class KeyTest : public BenchTest {
 };
 
 TEST_F(KeyTest, TheServiceWaitsForTheScriptAndAnswersNothing) {
-  root_.AddFile(kScript, std::string("#!/bin/sh\nsleep 0.3\n") + kNote, 0755);
+  root_.AddFile(kScript, kNote, 0755);
   const int descriptors = CountDescriptors(service_->pid());
   station_->Do(6, 4, {1, 2, 3});
   EXPECT_EQ(Left("arguments"), "1:1:" + root_.path() + kScript + "\n");
@@ -120,7 +126,7 @@ TEST_F(KeyTest, TheServiceWaitsForTheScriptAndAnswersNothing) {
 }
 
 TEST_F(KeyTest, OtherSubCommandsStartNothingAndAMissingScriptIsSurvived) {
-  root_.AddFile(kScript, std::string("#!/bin/sh\n") + kNote, 0755);
+  root_.AddFile(kScript, kNote, 0755);
   for (int sub_command = 0; sub_command < 256; ++sub_command) {
     if (sub_command != 4) station_->Do(6, static_cast<std::uint8_t>(sub_command), {4});
   }
