@@ -37,8 +37,7 @@ const std::string_view kPath = "/pps/zelmar/system/version_status";
 
 std::string g_root;
 
-// --- a resource manager
-// -------------------------------------------------------------------------------
+// --- a resource manager -------------------------------------------------------------------------
 
 int Open(const std::string& socket_path, std::string_view rest, std::uint32_t flags) {
   const int fd = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
@@ -55,8 +54,7 @@ int Open(const std::string& socket_path, std::string_view rest, std::uint32_t fl
   return fd;
 }
 
-// --- the log ring
-// -------------------------------------------------------------------------------------
+// --- the log ring -------------------------------------------------------------------------------
 
 class Ring {
  public:
@@ -120,8 +118,7 @@ void ErrorLine(std::string_view name, std::string_view value) {
   if (::writev(STDERR_FILENO, parts, 3) < 0) std::exit(1);
 }
 
-// --- the request
-// --------------------------------------------------------------------------------------
+// --- the request --------------------------------------------------------------------------------
 
 std::string_view ReadVersion(char* text, std::size_t size) {
   ErrorLine("path is('", kPath);

@@ -26,8 +26,7 @@
 
 namespace {
 
-// --- the texts and what is in them
-// --------------------------------------------------------------------
+// --- the texts and what is in them --------------------------------------------------------------
 
 const int kSatellites = 24;
 
@@ -191,8 +190,7 @@ char* FindLine(char* text, std::size_t size, std::size_t* length) {
   return value;
 }
 
-// --- contestants
-// --------------------------------------------------------------------------------------
+// --- contestants --------------------------------------------------------------------------------
 //
 // Each has ReadPosition(copy, size, capacity, position) and ReadVersion(copy, size, capacity),
 // which returns the version of "mpu" out of a JSON object of parts or, with `bare`, out of its
@@ -416,8 +414,7 @@ class Nlohmann {
   std::string version_;
 };
 
-// --- rounds
-// -------------------------------------------------------------------------------------------
+// --- rounds -------------------------------------------------------------------------------------
 
 const unsigned kPositions = 256;
 const unsigned kObjects = 16;

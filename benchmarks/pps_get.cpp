@@ -19,8 +19,7 @@ const char kName[] = "net.korvandis.Settings";
 const char kPath[] = "/net/korvandis/settings";
 const char kProperties[] = "org.freedesktop.DBus.Properties";
 
-// --- PPS
-// ----------------------------------------------------------------------------------------------
+// --- PPS ----------------------------------------------------------------------------------------
 
 std::string GetByPps() {
   char text[1024];
@@ -39,8 +38,7 @@ std::string GetByPps() {
   return value;
 }
 
-// --- D-Bus
-// --------------------------------------------------------------------------------------------
+// --- D-Bus --------------------------------------------------------------------------------------
 
 // A bus of its own below `directory`.
 class Bus {
@@ -139,8 +137,7 @@ std::string GetByDBus(DBusConnection* connection) {
   return text;
 }
 
-// --- the run
-// ------------------------------------------------------------------------------------------
+// --- the run ------------------------------------------------------------------------------------
 
 // The median time of one get, in seconds. Each must give `expected`.
 template <typename Get>

@@ -39,8 +39,7 @@ bench::Bytes RandomBytes(Random* random, std::size_t size) {
 
 bench::Bytes Text(const char* text) { return bench::Bytes(text, text + std::strlen(text)); }
 
-// --- packets
-// ------------------------------------------------------------------------------------------
+// --- packets ------------------------------------------------------------------------------------
 
 // Command, sub-command and parameters of one valid request of each kind. The calibration is not
 // among them.
@@ -183,8 +182,7 @@ std::vector<bench::Bytes> DrawPackets(long count, unsigned seed) {
   return packets;
 }
 
-// --- the run
-// ------------------------------------------------------------------------------------------
+// --- the run ------------------------------------------------------------------------------------
 
 struct Held {
   long resident;  // KiB

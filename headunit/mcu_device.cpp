@@ -46,8 +46,7 @@ bool ReadReply(const std::string& packet, std::uint8_t* command, std::uint8_t* s
 
 }  // namespace
 
-// --- the device
-// ---------------------------------------------------------------------------------------
+// --- the device ---------------------------------------------------------------------------------
 
 McuDevice::McuDevice(EventLoop* loop, std::string path) : ResourceManager(loop, std::move(path)) {}
 
@@ -86,8 +85,7 @@ void McuDevice::OnMessage(OpenFile* file, const std::string& message) {
   if (file->CanWrite() && !message.empty() && receiver_) receiver_(message);
 }
 
-// --- the connector
-// ------------------------------------------------------------------------------------
+// --- the connector ------------------------------------------------------------------------------
 
 // A station, or a monitor, which has no number.
 class StationConnector::Plug : public OpenFile {

@@ -106,8 +106,7 @@ std::chrono::milliseconds PpsManager::Delay(const std::string& rest) {
   return delay == delays_.end() ? std::chrono::milliseconds::zero() : delay->second;
 }
 
-// --- paths
-// --------------------------------------------------------------------------------------------
+// --- paths --------------------------------------------------------------------------------------
 
 int PpsManager::ParseRequest(const std::string& rest, Request* request) {
   const std::size_t options = rest.find('?');
@@ -178,8 +177,7 @@ std::string PpsManager::ListDirectory(const std::string& path) const {
   return list;
 }
 
-// --- requests
-// -----------------------------------------------------------------------------------------
+// --- requests -----------------------------------------------------------------------------------
 
 int PpsManager::OnOpen(const std::string& rest, std::uint32_t flags,
                        std::unique_ptr<OpenFile>* file) {
@@ -295,8 +293,7 @@ void PpsManager::OnClosed(OpenFile* closed) {
   }
 }
 
-// --- writes
-// -------------------------------------------------------------------------------------------
+// --- writes -------------------------------------------------------------------------------------
 
 void PpsManager::OnMessage(OpenFile* written, const std::string& message) {
   PpsFile* const file = AsPps(written);

@@ -151,8 +151,7 @@ std::chrono::milliseconds ResourceManager::Delay(const std::string&) {
 }
 void ResourceManager::OnWritable(OpenFile* file) { file->outbox_.Flush(); }
 
-// --- openings
-// -----------------------------------------------------------------------------------------
+// --- openings -----------------------------------------------------------------------------------
 
 void ResourceManager::WatchListener() {
   accept_timer_ = 0;
@@ -279,8 +278,7 @@ UniqueFd ResourceManager::TakeSocket(OpeningHandle opening) {
 
 void ResourceManager::Drop(OpeningHandle opening) { TakeSocket(opening); }
 
-// --- open files
-// ---------------------------------------------------------------------------------------
+// --- open files ---------------------------------------------------------------------------------
 
 void ResourceManager::Barrier() {
   ++barrier_;

@@ -164,8 +164,7 @@ TEST_F(ControlTest, ASavedProfileStartsAnEqualUnit) {
   setenv("HEADUNIT_ROOT", root_.path().c_str(), 1);
 }
 
-// --- profiles
-// -----------------------------------------------------------------------------------------
+// --- profiles -----------------------------------------------------------------------------------
 
 class ProfileTest : public bench::UnitTest {
  protected:
@@ -208,8 +207,7 @@ TEST_F(ProfileTest, FilesAreLaidBelowTheRootAndLeftoversSkipped) {
   EXPECT_EQ("mine", bench::ReadFile(root_.path() + "/app/text"));
 }
 
-// --- the program
-// --------------------------------------------------------------------------------------
+// --- the program --------------------------------------------------------------------------------
 
 TEST_F(ProfileTest, TheProgramSaysWhatIsWrongOnItsCommandLine) {
   const std::vector<std::vector<std::string>> misuses = {{"--what"},

@@ -259,8 +259,7 @@ TEST_F(ServicesTest, NavigationPublishesTheAngle) {
   }
 }
 
-// --- positioning
-// --------------------------------------------------------------------------------------
+// --- positioning --------------------------------------------------------------------------------
 
 class PositioningTest : public ServicesTest {
  protected:

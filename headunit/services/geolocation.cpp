@@ -143,8 +143,7 @@ std::string Geolocation::FormatFix(const std::string& address, Client* client) {
   return message;
 }
 
-// --- faults, from any thread
-// --------------------------------------------------------------------------
+// --- faults, from any thread --------------------------------------------------------------------
 
 void Geolocation::Suspend(bool once) {
   loop_->Post([this, once] {

@@ -22,8 +22,9 @@
 //   expect FIELD matches PATTERN        the whole text; an ECMAScript regular expression
 //   expect FIELD from LOW to HIGH UNIT
 //   expect FIELD at least LOW UNIT
-//   expect FIELD at most HIGH UNIT      the unit only where the field has one, and it may be left
-//   out keep FIELD as NAME                  {NAME} in later steps wait SECONDS s before the command
+//   expect FIELD at most HIGH UNIT      UNIT where the field has one, and there it can be left out
+//   keep FIELD as NAME                  {NAME} in later steps
+//   wait SECONDS s                      before the command
 //   wait for service SECONDS s          until the service is connected
 //   retry COUNT times every SECONDS s   until everything is as expected
 //   timeout SECONDS s                   longest wait for the reply

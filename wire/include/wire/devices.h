@@ -5,8 +5,7 @@
 
 #include <cstdint>
 
-// --- "/dev/sysinfo"
-// -----------------------------------------------------------------------------------
+// --- "/dev/sysinfo" -----------------------------------------------------------------------------
 
 const std::uint32_t DCMD_SYS_INFO_GET_UUID = 0x40240501;
 const std::uint32_t DCMD_SYS_INFO_SET_UUID = 0x80240506;
@@ -19,8 +18,7 @@ struct sysinfo_param_t {
 };
 static_assert(sizeof(sysinfo_param_t) == 36, "the size is part of the request numbers");
 
-// --- I2C bus devices such as "/dev/i2c4"
-// --------------------------------------------------------------
+// --- I2C bus devices such as "/dev/i2c4" --------------------------------------------------------
 
 const std::uint32_t DCMD_I2C_SET_BUS_SPEED = 0x80040502;
 const std::uint32_t DCMD_I2C_SEND = 0x80100505;
