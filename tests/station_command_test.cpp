@@ -49,69 +49,32 @@ std::string Value(const ReplyFormat& format, const Bytes& data) {
 }
 
 TEST(StationCommand, EveryCommandHasItsBytes) {
-  const std::pair<const char*, Bytes> requests[] = {
-      {"version mpu", {7, 1}},
-      {"version bt", {7, 4}},
-      {"version map", {7, 5}},
-      {"version touch", {7, 27}},
-      {"version ifs", {7, 29}},
-      {"uuid", {10, 11}},
-      {"uuid AB", {10, 10, 'A', 'B'}},
-      {"serial", {10, 3}},
-      {"serial 'A B'", {10, 2, 'A', ' ', 'B'}},
-      {"bt name", {4, 13}},
-      {"bt name x", {4, 0, 'x'}},
-      {"bt pair 0000", {4, 5, '0', '0', '0', '0'}},
-      {"bt mac", {4, 7}},
-      {"bt mac 00:1a-7D:da:71:13", {4, 14, 0x00, 0x1A, 0x7D, 0xDA, 0x71, 0x13}},
-      {"bt on", {4, 11, 1}},
-      {"bt off", {4, 11, 0}},
-      {"bt call 1", {4, 4, '1'}},
-      {"bt answer", {4, 3, 0}},
-      {"bt hangup", {4, 3, 1}},
-      {"bt next", {4, 1, 1}},
-      {"bt previous", {4, 1, 0}},
-      {"bt play", {4, 2, 0}},
-      {"bt stop", {4, 2, 1}},
-      {"calibrate", {6, 4}},
-      {"chip", {12, 0}},
-      {"source radio", {0, 0, 1}},
-      {"source navi", {0, 0, 13}},
-      {"source bttel", {0, 0, 7}},
-      {"source btaudio", {0, 0, 28}},
-      {"source sd", {0, 0, 12}},
-      {"source usb", {0, 0, 6}},
-      {"source disc", {0, 0, 2}},
-      {"source aux1", {0, 0, 9}},
-      {"source aux2", {0, 0, 4}},
-      {"source ipod", {0, 0, 18}},
-      {"media next", {3, 0, 0}},
-      {"media previous", {3, 0, 1}},
-      {"media jump 3 300", {3, 1, 0, 3, 1, 0x2C}},
-      {"media pause", {3, 2, 0}},
-      {"media play", {3, 2, 1}},
-      {"media stop", {3, 2, 2}},
-      {"media setup", {3, 3}},
-      {"media device", {3, 4}},
-      {"media position", {3, 5}},
-      {"media state", {3, 6}},
-      {"media region 6", {3, 7, 6}},
-      {"media region", {3, 8}},
-      {"media repeat 4", {3, 9, 4}},
-      {"usb present", {13, 0}},
-      {"sd present", {13, 1}},
-      {"usb sync", {13, 2}},
-      {"sd sync", {13, 3}},
-      {"gps satellites", {5, 0}},
-      {"gps position", {5, 2}},
-      {"gps speed", {5, 3}},
-      {"gps angle", {5, 4}},
-      {"gps navi 5", {5, 5}},
-      {"gps navi 2", {5, 6, 1}},
-      {"gps navi 3", {5, 6, 2}},
-      {"gps navi 10", {5, 7}},
-  };
-  for (const auto& [line, bytes] : requests) EXPECT_EQ(Hex(Request(line)), Hex(bytes)) << line;
+  const std::string requests =
+      "version mpu = 07 01; version bt = 07 04; version map = 07 05; version touch = 07 1B; "
+      "version ifs = 07 1D; uuid = 0A 0B; uuid AB = 0A 0A 41 42; serial = 0A 03; "
+      "serial 'A B' = 0A 02 41 20 42; bt name = 04 0D; bt name x = 04 00 78; "
+      "bt pair 0000 = 04 05 30 30 30 30; bt mac = 04 07; "
+      "bt mac 00:1a-7D:da:71:13 = 04 0E 00 1A 7D DA 71 13; bt on = 04 0B 01; "
+      "bt off = 04 0B 00; bt call 1 = 04 04 31; bt answer = 04 03 00; bt hangup = 04 03 01; "
+      "bt next = 04 01 01; bt previous = 04 01 00; bt play = 04 02 00; bt stop = 04 02 01; "
+      "calibrate = 06 04; chip = 0C 00; source radio = 00 00 01; source navi = 00 00 0D; "
+      "source bttel = 00 00 07; source btaudio = 00 00 1C; source sd = 00 00 0C; "
+      "source usb = 00 00 06; source disc = 00 00 02; source aux1 = 00 00 09; "
+      "source aux2 = 00 00 04; source ipod = 00 00 12; media next = 03 00 00; "
+      "media previous = 03 00 01; media jump 3 300 = 03 01 00 03 01 2C; "
+      "media pause = 03 02 00; media play = 03 02 01; media stop = 03 02 02; "
+      "media setup = 03 03; media device = 03 04; media position = 03 05; media state = 03 06; "
+      "media region 6 = 03 07 06; media region = 03 08; media repeat 4 = 03 09 04; "
+      "usb present = 0D 00; sd present = 0D 01; usb sync = 0D 02; sd sync = 0D 03; "
+      "gps satellites = 05 00; gps position = 05 02; gps speed = 05 03; gps angle = 05 04; "
+      "gps navi 5 = 05 05; gps navi 2 = 05 06 01; gps navi 3 = 05 06 02; gps navi 10 = 05 07;";
+  const std::regex row("([^;=]+) = ([^;]+); ?");
+  std::size_t rows = 0;
+  for (std::sregex_iterator at(requests.begin(), requests.end(), row), end; at != end; ++at) {
+    EXPECT_EQ(Hex(Request((*at)[1])), (*at)[2]) << (*at)[1];
+    ++rows;
+  }
+  EXPECT_EQ(rows, 60U);
 }
 
 TEST(StationCommand, RequestsReadBackAsTheyAreTyped) {
@@ -303,9 +266,8 @@ TEST(StationPackets, AreNamedWhicheverBytesTheyHold) {
   EXPECT_EQ(request(7, 1, {}), "version mpu");
   EXPECT_EQ(request(4, 0, {'a', 0x1B}), "bt name 'a\\x1B'");
   EXPECT_EQ(request(99, 3, {1, 2}), "command 99, sub-command 3, parameters 01 02");
-  Bytes reply = wire::BuildRequest(0x87, 1, {'1', '.', '2'});
-  reply[wire::kHeaderSize + wire::kLinkSize + wire::kRecordLengthOffset] = 3;
-  EXPECT_EQ(DescribePacket(wire::Direction::kFromService, reply), "version mpu: 1.2");
+  EXPECT_EQ(DescribePacket(wire::Direction::kFromService, bench::Reply(7, 1, bench::Text("1.2"))),
+            "version mpu: 1.2");
   // Every way to cut or bend the two is told as such, and none reads outside.
   Bytes packet = wire::BuildRequest(7, 1, {});
   for (std::size_t size = 0; size < packet.size(); ++size) {
@@ -370,25 +332,12 @@ TEST(StationCommandLine, TheManualHasEveryWordAndOption) {
 
 TEST(StationCommandLine, WrongUsageIsStatusTwoAndOneLine) {
   const bench::TempRoot root;
-  const std::vector<std::string> lines[] = {
-      {},
-      {"nonsense"},
-      {"chip", "--verify"},
-      {"chip", "--nonsense"},
-      {"chip", "--timeout"},
-      {"chip", "--timeout", "0"},
-      {"chip", "--timeout", "soon"},
-      {"chip", "--help=yes"},
-      {"run", "/nonexistent"},
-      {"run", "/"},
-      {"run", ""},
-      {"gps", "watch", "--every", "0"},
-      {"replay", "/nonexistent"},
-      {"bt", "name", "--", "--verify", "x"},
-  };
-  for (const auto& line : lines) {
-    const Ran ran = RunLine(line);
-    EXPECT_EQ(ran.status, 2) << (line.empty() ? "" : line.back());
+  for (const char* line :
+       {"", "nonsense", "chip --verify", "chip --nonsense", "chip --timeout", "chip --timeout 0",
+        "chip --timeout soon", "chip --help=yes", "run /nonexistent", "run /", "run ''",
+        "gps watch --every 0", "replay /nonexistent", "bt name -- --verify x"}) {
+    const Ran ran = RunLine(Words(line));
+    EXPECT_EQ(ran.status, 2) << line;
     EXPECT_EQ(ran.out, "");
     EXPECT_NE(ran.err.find("--help'\n"), std::string::npos) << ran.err;
     EXPECT_EQ(ran.err.find('\n'), ran.err.size() - 1) << ran.err;
@@ -397,20 +346,10 @@ TEST(StationCommandLine, WrongUsageIsStatusTwoAndOneLine) {
 
 TEST(StationCommandLine, WithoutAUnitEveryCommandSaysSo) {
   const bench::TempRoot root;
-  const std::vector<std::string> lines[] = {
-      {"version"},
-      {"version", "mpu"},
-      {"bt", "on", "--verify"},
-      {"raw", "7", "1"},
-      {"monitor"},
-      {"wait", "0"},
-      {"gps", "watch"},
-      {"usb"},
-      {"record", "/dev/null"},
-  };
-  for (const auto& line : lines) {
-    const Ran ran = RunLine(line);
-    EXPECT_EQ(ran.status, 1) << line[0];
+  for (const char* line : {"version", "version mpu", "bt on --verify", "raw 7 1", "monitor",
+                           "wait 0", "gps watch", "usb", "record /dev/null"}) {
+    const Ran ran = RunLine(Words(line));
+    EXPECT_EQ(ran.status, 1) << line;
     EXPECT_NE(ran.err.find("no unit at '" + root.path() + "'"), std::string::npos) << ran.err;
     EXPECT_EQ(ran.err.find('\n'), ran.err.size() - 1) << ran.err;
   }

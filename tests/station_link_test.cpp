@@ -14,15 +14,6 @@
 namespace bench {
 namespace {
 
-// A whole reply packet.
-Bytes Reply(std::uint8_t command, std::uint8_t sub_command, const Bytes& data) {
-  // It differs from a request in the command's bit and in what its length byte counts.
-  Bytes packet = wire::BuildRequest(command | wire::kReplyBit, sub_command, data);
-  packet[wire::kHeaderSize + wire::kLinkSize + wire::kRecordLengthOffset] =
-      static_cast<std::uint8_t>(data.size());
-  return packet;
-}
-
 class StationLinkTest : public ::testing::Test {
  protected:
   // Starts the station and takes its request.

@@ -18,12 +18,7 @@ namespace {
 const auto kTo = wire::Direction::kToService;
 const auto kFrom = wire::Direction::kFromService;
 
-Bytes Reply(std::uint8_t command, std::uint8_t sub_command, const Bytes& data) {
-  Bytes packet = wire::BuildRequest(command | wire::kReplyBit, sub_command, data);
-  packet[wire::kHeaderSize + wire::kLinkSize + wire::kRecordLengthOffset] =
-      static_cast<std::uint8_t>(data.size());
-  return packet;
-}
+using bench::Reply;
 
 std::string ParseProblem(const std::string& text) {
   std::vector<RecordedPacket> packets;

@@ -11,6 +11,7 @@
 
 #include "platform/slog_ring.h"
 #include "support/bench.h"
+#include "support/raw_client.h"
 #include "tools/pps_object.h"
 #include "tools/program.h"
 
@@ -62,17 +63,8 @@ TEST(Tools, ASignalEndsAWaitAndTheMaskComesBack) {
   EXPECT_EQ(sigismember(&before, SIGTERM), sigismember(&after, SIGTERM));
 }
 
-// A unit with a PPS manager; no service.
-class PpsToolTest : public ::testing::Test {
+class PpsToolTest : public UnitTest {
  protected:
-  PpsToolTest() {
-    headunit::UnitOptions options;
-    options.root = root_.path();
-    options.services = false;
-    unit_ = std::make_unique<headunit::Unit>(options);
-    EXPECT_EQ(unit_->Start(), "");
-  }
-
   // Runs `pps` and returns its exit status.
   int Pps(const std::vector<std::string>& arguments) {
     program_ = std::make_unique<Program>(root_, "pps", arguments);
@@ -81,8 +73,6 @@ class PpsToolTest : public ::testing::Test {
   std::string Out() const { return program_->Output(); }
   std::string Err() const { return program_->Errors(); }
 
-  TempRoot root_;
-  std::unique_ptr<headunit::Unit> unit_;
   std::unique_ptr<Program> program_;
 };
 
@@ -187,17 +177,9 @@ TEST_F(PpsToolTest, WatchTellsChangesUntilInterrupted) {
 }
 
 TEST_F(PpsToolTest, UsageAndAMissingUnit) {
-  for (const std::vector<std::string>& arguments : {std::vector<std::string>{},
-                                                    {"nonsense"},
-                                                    {"get"},
-                                                    {"get", "a", "b", "c"},
-                                                    {"set", "a"},
-                                                    {"watch", "a", "b"},
-                                                    {"ls", "a", "b"},
-                                                    {"-x", "ls"},
-                                                    {"--root"},
-                                                    {"-t", "get", "a"}}) {
-    EXPECT_EQ(Pps(arguments), 2);
+  for (const char* line : {"", "nonsense", "get", "get a b c", "set a", "watch a b", "ls a b",
+                           "-x ls", "--root", "-t get a"}) {
+    EXPECT_EQ(Pps(Arguments(line)), 2) << line;
     EXPECT_NE(Err().find("see 'pps --help'"), std::string::npos);
     EXPECT_EQ(Out(), "");
   }
@@ -306,14 +288,8 @@ TEST_F(SloginfoTest, FollowsAcrossARestartOfTheUnit) {
 }
 
 TEST_F(SloginfoTest, UsageAndAMissingLog) {
-  for (const std::vector<std::string>& arguments : {std::vector<std::string>{"-s"},
-                                                    {"-s", "loud"},
-                                                    {"-s", "8"},
-                                                    {"-n", "-1"},
-                                                    {"-n", "x"},
-                                                    {"nonsense"},
-                                                    {"--root"}}) {
-    Program program(root_, "sloginfo", arguments);
+  for (const char* line : {"-s", "-s loud", "-s 8", "-n -1", "-n x", "nonsense", "--root"}) {
+    Program program(root_, "sloginfo", Arguments(line));
     EXPECT_EQ(program.Wait(), 2);
     EXPECT_NE(program.Errors().find("see 'sloginfo --help'"), std::string::npos);
   }

@@ -18,15 +18,10 @@
 #include "support/raw_client.h"
 #include "wire/bench_link.h"
 
+namespace bench {
 namespace {
 
-using bench::AccessPps;
-using bench::milliseconds;
-using bench::OpenPps;
-using bench::PpsText;
-using bench::RawClient;
-
-class ControlTest : public bench::UnitTest {
+class ControlTest : public UnitTest {
  protected:
   static milliseconds Spent(const std::function<void()>& action) {
     const auto begin = std::chrono::steady_clock::now();
@@ -59,30 +54,30 @@ TEST_F(ControlTest, LinesAreAnsweredOnTheConnectorAsInTheProcess) {
 }
 
 TEST_F(ControlTest, WrongLinesAreErrorsAndChangeNothing) {
-  const std::string wrong[] = {"",
-                               " ",
-                               "stat",
-                               "i2c",
-                               "i2c fail-send",
-                               "i2c fail-send -1",
-                               "i2c fail-send 1x",
-                               "i2c fail-send 99999999999999999999",
-                               "i2c fail-send 1 2",
-                               "i2c identity 1 2 3 100",
-                               "i2c speed maybe",
-                               "sysinfo fail zero",
-                               "sysinfo length",
-                               "pps slow /key",
-                               "pps slow /key soon",
-                               "gps suspend",
-                               "gps rate 10",
-                               "save",
-                               "save /proc/none",
-                               "status now",
-                               std::string("help\0", 5),
-                               std::string(100000, 'x')};
-  for (const std::string& line : wrong) {
-    EXPECT_EQ("error ", Control(line).substr(0, 6)) << line.substr(0, 40);
+  for (const char* line : {"",
+                           " ",
+                           "stat",
+                           "i2c",
+                           "i2c fail-send",
+                           "i2c fail-send -1",
+                           "i2c fail-send 1x",
+                           "i2c fail-send 99999999999999999999",
+                           "i2c fail-send 1 2",
+                           "i2c identity 1 2 3 100",
+                           "i2c speed maybe",
+                           "sysinfo fail zero",
+                           "sysinfo length",
+                           "pps slow /key",
+                           "pps slow /key soon",
+                           "gps suspend",
+                           "gps rate 10",
+                           "save",
+                           "save /proc/none",
+                           "status now"}) {
+    EXPECT_EQ("error ", Control(line).substr(0, 6)) << line;
+  }
+  for (const std::string& line : {std::string("help\0", 5), std::string(100000, 'x')}) {
+    EXPECT_EQ("error ", Control(line).substr(0, 6));
   }
   EXPECT_EQ("ok speeds 0 sends 0 receives 0 transfers 0 speed 0", Control("i2c counters"));
 }
@@ -114,7 +109,7 @@ TEST_F(ControlTest, AManagerCanBeStalledSlowedAndMuted) {
   EXPECT_EQ(EIO, error);
   EXPECT_GE(stalled.count(), 1800);
   RawClient waiting("/pps");
-  ASSERT_TRUE(waiting.Send(bench::OpeningRequest(1, O_RDONLY, "/key")));
+  ASSERT_TRUE(waiting.Send(OpeningRequest(1, O_RDONLY, "/key")));
   EXPECT_EQ(-1, waiting.TakeAnswer(milliseconds(100)));
   EXPECT_EQ("ok", Control("pps unstall"));
   EXPECT_TRUE(waiting.AtEnd());
@@ -126,7 +121,7 @@ TEST_F(ControlTest, AManagerCanBeStalledSlowedAndMuted) {
   {
     // A client that does not wait for its answer leaves nothing behind.
     RawClient impatient("/pps");
-    ASSERT_TRUE(impatient.Send(bench::OpeningRequest(1, O_WRONLY | O_CREAT | O_TRUNC, "/key")));
+    ASSERT_TRUE(impatient.Send(OpeningRequest(1, O_WRONLY | O_CREAT | O_TRUNC, "/key")));
   }
   std::this_thread::sleep_for(milliseconds(400));
   EXPECT_NE(std::string::npos, Control("status").find(" pps-files 0 ")) << Control("status");
@@ -149,7 +144,7 @@ TEST_F(ControlTest, ASavedProfileStartsAnEqualUnit) {
   EXPECT_EQ("error ", Control("save " + folder).substr(0, 6));  // a blank parts words
   ASSERT_EQ("ok", Control("save " + root_.path() + "/saved"));
   EXPECT_EQ("list:json:[1,2]\nn:n:1\ntext::with: colons\n",
-            bench::ReadFile(root_.path() + "/saved/pps/a/b/key"));
+            ReadFile(root_.path() + "/saved/pps/a/b/key"));
 
   headunit::UnitOptions again = options_;
   again.root = root_.path() + "/again";
@@ -166,7 +161,7 @@ TEST_F(ControlTest, ASavedProfileStartsAnEqualUnit) {
 
 // --- profiles -----------------------------------------------------------------------------------
 
-class ProfileTest : public bench::UnitTest {
+class ProfileTest : public UnitTest {
  protected:
   void SetUp() override { options_.profile = root_.path() + "/profile"; }
 
@@ -204,32 +199,29 @@ TEST_F(ProfileTest, FilesAreLaidBelowTheRootAndLeftoversSkipped) {
   EXPECT_EQ("@key\nn:n:1\n", PpsText("/dir/key"));
   EXPECT_EQ("dir/\n", OpenPps("", O_RDONLY | O_DIRECTORY).Receive().value_or(""));
   EXPECT_EQ(0, access((root_.path() + "/app/run.sh").c_str(), X_OK));
-  EXPECT_EQ("mine", bench::ReadFile(root_.path() + "/app/text"));
+  EXPECT_EQ("mine", ReadFile(root_.path() + "/app/text"));
 }
 
 // --- the program --------------------------------------------------------------------------------
 
 TEST_F(ProfileTest, TheProgramSaysWhatIsWrongOnItsCommandLine) {
-  const std::vector<std::vector<std::string>> misuses = {{"--what"},
-                                                         {"--root"},
-                                                         {"--root", ""},
-                                                         {"--log-lines", "3"},
-                                                         {"--log-lines", "-8"},
-                                                         {"--log-lines", "0"},
-                                                         {"extra"},
-                                                         {"--empty", "--profile", "/tmp"}};
+  std::vector<std::vector<std::string>> misuses = {{"--root", ""}};
+  for (const char* line : {"--what", "--root", "--log-lines 3", "--log-lines -8", "--log-lines 0",
+                           "extra", "--empty --profile /tmp"}) {
+    misuses.push_back(Arguments(line));
+  }
   for (const std::vector<std::string>& arguments : misuses) {
-    bench::Program program(root_, "headunit", arguments);
+    Program program(root_, "headunit", arguments);
     EXPECT_EQ(2, program.Wait()) << arguments[0];
     EXPECT_NE("", program.Errors());
     EXPECT_EQ("", program.Output());
   }
-  bench::Program help(root_, "headunit", {"--help"});
+  Program help(root_, "headunit", {"--help"});
   EXPECT_EQ(0, help.Wait());
   EXPECT_NE(std::string::npos, help.Output().find("--no-services"));
-  bench::Program host(root_, "headunit", {"--root", "/"});
+  Program host(root_, "headunit", {"--root", "/"});
   EXPECT_EQ(1, host.Wait());
-  bench::Program nobody(root_, "headunit", {"ctl", "status"});
+  Program nobody(root_, "headunit", {"ctl", "status"});
   EXPECT_EQ(1, nobody.Wait());
   EXPECT_NE(std::string::npos, nobody.Errors().find("no unit answers"));
 }
@@ -237,31 +229,32 @@ TEST_F(ProfileTest, TheProgramSaysWhatIsWrongOnItsCommandLine) {
 TEST_F(ProfileTest, TheProgramRunsSavesAndEndsInOrder) {
   const std::string saved = root_.path() + "/saved";
   for (const int signal : {SIGTERM, SIGINT}) {
-    bench::Program unit(root_, "headunit", {"--root", ".", "--save", saved, "--log-lines", "64"});
-    ASSERT_TRUE(bench::Eventually([&] { return unit.Output().find("ready: ") == 0; }));
+    Program unit(root_, "headunit", {"--root", ".", "--save", saved, "--log-lines", "64"});
+    ASSERT_TRUE(Eventually([&] { return unit.Output().find("ready: ") == 0; }));
     EXPECT_EQ(0, AccessPps("/zelmar/system/version_status"));
     ASSERT_TRUE(OpenPps("/mine", O_WRONLY | O_CREAT).Send("n:n:1"));
-    bench::Program control(root_, "headunit", {"ctl", "i2c", "identity", "1", "2", "3", "4"});
+    Program control(root_, "headunit", {"ctl", "i2c", "identity", "1", "2", "3", "4"});
     EXPECT_EQ(0, control.Wait());
     EXPECT_EQ("ok\n", control.Output());
-    bench::Program refused(root_, "headunit", {"ctl", "i2c", "identity"});
+    Program refused(root_, "headunit", {"ctl", "i2c", "identity"});
     EXPECT_EQ(1, refused.Wait());
     EXPECT_NE(std::string::npos, refused.Errors().find("usage: i2c identity"));
     unit.Signal(signal);
     EXPECT_EQ(0, unit.Wait());
-    EXPECT_EQ("n:n:1\n", bench::ReadFile(saved + "/pps/mine"));
+    EXPECT_EQ("n:n:1\n", ReadFile(saved + "/pps/mine"));
     EXPECT_FALSE(std::filesystem::exists(root_.path() + "/pps"));
   }
 
   // A killed unit's sockets are no obstacle.
-  bench::Program killed(root_, "headunit", {"--empty"});
-  ASSERT_TRUE(bench::Eventually([&] { return killed.Output().find("ready: ") == 0; }));
+  Program killed(root_, "headunit", {"--empty"});
+  ASSERT_TRUE(Eventually([&] { return killed.Output().find("ready: ") == 0; }));
   killed.Signal(SIGKILL);
   EXPECT_EQ(128 + SIGKILL, killed.Wait());
   EXPECT_TRUE(std::filesystem::exists(root_.path() + "/pps"));
-  bench::Program next(root_, "headunit", {"--empty"});
-  ASSERT_TRUE(bench::Eventually([&] { return next.Output().find("ready: ") == 0; }));
+  Program next(root_, "headunit", {"--empty"});
+  ASSERT_TRUE(Eventually([&] { return next.Output().find("ready: ") == 0; }));
   EXPECT_EQ(0, next.Terminate());
 }
 
 }  // namespace
+}  // namespace bench

@@ -15,9 +15,8 @@
 #include "support/raw_client.h"
 #include "wire/devices.h"
 
+namespace bench {
 namespace {
-
-using bench::RawClient;
 
 const char kSysInfo[] = "/dev/sysinfo";
 const char kI2c[] = "/dev/i2c4";
@@ -39,7 +38,7 @@ std::string Padded(std::string bytes, std::size_t size) {
   return bytes;
 }
 
-class DevicesTest : public bench::UnitTest {
+class DevicesTest : public UnitTest {
  protected:
   // The whole answer to one control request, byte by byte.
   static std::string Ask(const RawClient& device, const std::string& message) {
@@ -224,3 +223,4 @@ TEST_F(DevicesTest, TheBusCanBeToldToFailAndCounts) {
 }
 
 }  // namespace
+}  // namespace bench

@@ -23,20 +23,13 @@
 #include "wire/at_packet.h"
 #include "wire/bench_link.h"
 
+namespace bench {
 namespace {
-
-using bench::AccessPps;
-using bench::Eventually;
-using bench::milliseconds;
-using bench::OpeningRequest;
-using bench::OpenPps;
-using bench::PpsText;
-using bench::RawClient;
 
 const char* const kAllManagers[] = {"/pps",         wire::kMcuDevicePath, wire::kStationPath,
                                     "/dev/sysinfo", "/dev/i2c4",          wire::kControlPath};
 
-class ManagerTest : public bench::UnitTest {};
+class ManagerTest : public UnitTest {};
 
 TEST_F(ManagerTest, MalformedRequestsAreRefusedByEveryManager) {
   const std::string good = OpeningRequest(2, F_OK, "");
@@ -143,7 +136,7 @@ TEST_F(ManagerTest, TenThousandOpensLeaveNoDescriptor) {
   ASSERT_EQ(0, OpenPps("/key", O_WRONLY | O_CREAT).answer());
   const auto settled = [] {
     EXPECT_EQ(0, AccessPps(""));
-    return bench::CountDescriptors(getpid());
+    return CountDescriptors(getpid());
   };
   const int before = settled();
   for (int i = 0; i < 10000; ++i) {
@@ -208,7 +201,7 @@ TEST_F(ManagerTest, SocketsOfADeadUnitAreReplacedOthersAreNot) {
 
   root_.AddFile("/pps", "somebody's file");
   EXPECT_NE(std::string::npos, unit_->Start().find("something else"));
-  EXPECT_EQ("somebody's file", bench::ReadFile(path));
+  EXPECT_EQ("somebody's file", ReadFile(path));
 }
 
 TEST_F(ManagerTest, RootsThatCannotBeAreRefused) {
@@ -256,7 +249,7 @@ TEST_F(ManagerTest, RootsOfAnyLengthWork) {
 // there are some.
 TEST_F(ManagerTest, AUnitWithoutDescriptorsWaitsForThem) {
   unit_->Stop();
-  bench::Program unit(root_, "headunit", {"--empty"}, [] {
+  Program unit(root_, "headunit", {"--empty"}, [] {
     const rlimit limit = {48, 48};
     setrlimit(RLIMIT_NOFILE, &limit);
   });
@@ -264,7 +257,7 @@ TEST_F(ManagerTest, AUnitWithoutDescriptorsWaitsForThem) {
   std::list<RawClient> clients;
   for (int i = 0; i < 100; ++i) clients.emplace_back("/pps");
   const auto processor_time = [&] {
-    const std::string stat = bench::ReadFile("/proc/" + std::to_string(unit.pid()) + "/stat");
+    const std::string stat = ReadFile("/proc/" + std::to_string(unit.pid()) + "/stat");
     std::size_t field = 0;
     std::size_t position = stat.rfind(')') + 2;
     for (; field < 11; ++field) position = stat.find(' ', position) + 1;
@@ -280,3 +273,4 @@ TEST_F(ManagerTest, AUnitWithoutDescriptorsWaitsForThem) {
 }
 
 }  // namespace
+}  // namespace bench

@@ -11,39 +11,21 @@
 #include "wire/at_packet.h"
 #include "wire/bench_link.h"
 
+namespace bench {
 namespace {
 
-using bench::milliseconds;
-using bench::RawClient;
-
-std::string AsText(const std::vector<std::uint8_t>& bytes) {
-  return std::string(bytes.begin(), bytes.end());
-}
+std::string AsText(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
 
 std::string Request(std::uint8_t command, std::uint8_t sub_command,
                     const std::string& parameters = "") {
-  return AsText(wire::BuildRequest(
-      command, sub_command, std::vector<std::uint8_t>(parameters.begin(), parameters.end())));
+  return AsText(wire::BuildRequest(command, sub_command, Text(parameters)));
 }
 
-// A reply as the service frames it.
 std::string Reply(std::uint8_t command, std::uint8_t sub_command, const std::string& data) {
-  std::string packet(wire::kHeaderSize, '\0');
-  packet[0] = static_cast<char>(wire::kReplyOverhead + data.size());
-  packet[wire::kPacketTypeOffset] = 0x34;
-  const std::uint8_t head[] = {0x34,
-                               0,
-                               2,
-                               0x2A,
-                               0xA2,
-                               0,
-                               static_cast<std::uint8_t>(data.size()),
-                               static_cast<std::uint8_t>(command | 0x80),
-                               sub_command};
-  return packet + std::string(reinterpret_cast<const char*>(head), sizeof(head)) + data;
+  return AsText(bench::Reply(command, sub_command, Text(data)));
 }
 
-class McuTest : public bench::UnitTest {
+class McuTest : public UnitTest {
  protected:
   static RawClient OpenService() { return RawClient(wire::kMcuDevicePath, "", O_RDWR); }
   static RawClient OpenStation() { return RawClient(wire::kStationPath, "", O_RDWR); }
@@ -182,7 +164,7 @@ TEST_F(McuTest, PacketsForAServiceThatDoesNotReadAreBounded) {
   int sent = 0;
   for (int i = 0; i < 2000; ++i) {
     if (station.Send(packet)) ++sent;
-    bench::AccessPps("");
+    AccessPps("");
   }
   EXPECT_GT(sent, 1000);
   // It reads again: what was kept comes whole and in order, and the link works.
@@ -216,3 +198,4 @@ TEST_F(McuTest, TheDeviceGoesAndComesBack) {
 }
 
 }  // namespace
+}  // namespace bench

@@ -11,15 +11,10 @@
 #include "support/bench.h"
 #include "support/raw_client.h"
 
+namespace bench {
 namespace {
 
-using bench::AccessPps;
-using bench::OpenPps;
-using bench::PpsText;
-using bench::RawClient;
-using bench::UnlinkPps;
-
-class PpsManagerTest : public bench::UnitTest {
+class PpsManagerTest : public UnitTest {
  protected:
   static RawClient Writer(const std::string& path) { return OpenPps(path, O_WRONLY | O_CREAT); }
 
@@ -200,7 +195,7 @@ TEST_F(PpsManagerTest, SlowReadersLoseTheOldestAndSlowNobody) {
   const auto collect = [](const RawClient& client) {
     Texts texts;
     for (;;) {
-      const std::optional<std::string> text = client.Receive(bench::milliseconds(200));
+      const std::optional<std::string> text = client.Receive(milliseconds(200));
       if (!text) return texts;
       texts.push_back(*text);
     }
@@ -241,7 +236,7 @@ TEST_F(PpsManagerTest, DeletionsSurviveABacklogThatIsDropped) {
   for (int i = 0; i < 5; ++i) ASSERT_TRUE(writer.Send("pad::" + padding));
   ASSERT_EQ(0, AccessPps("/key"));  // all of it is taken in
   Texts texts;
-  while (const std::optional<std::string> text = slow.Receive(bench::milliseconds(200))) {
+  while (const std::optional<std::string> text = slow.Receive(milliseconds(200))) {
     texts.push_back(*text);
   }
   EXPECT_EQ("@key\npad::" + padding + "\n-gone\n", texts.back());
@@ -261,7 +256,7 @@ TEST_F(PpsManagerTest, ServerObjectsPassEachMessageOn) {
   const std::string second = server.Receive().value_or("+").substr(1);
   EXPECT_EQ("@control.", second.substr(0, 9));
   EXPECT_NE(first, second);
-  EXPECT_EQ(std::nullopt, late.Receive(bench::milliseconds(50)));  // no text at open, no end either
+  EXPECT_EQ(std::nullopt, late.Receive(milliseconds(50)));  // no text at open, no end either
 
   // Client to server: each as it was written, the object line exchanged, malformed ones dropped.
   ASSERT_TRUE(early.Send("@control\nmsg::location\nid::10"));
@@ -366,3 +361,4 @@ TEST_F(PpsManagerTest, PlatformCallsSeeTheSameManager) {
 }
 
 }  // namespace
+}  // namespace bench

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <thread>
 
@@ -42,6 +43,18 @@ std::string Hex(const Bytes& bytes) {
 }
 
 Bytes Text(const std::string& text) { return Bytes(text.begin(), text.end()); }
+
+Bytes Reply(std::uint8_t command, std::uint8_t sub_command, const Bytes& data) {
+  Bytes packet = wire::BuildRequest(command | wire::kReplyBit, sub_command, data);
+  packet[wire::kHeaderSize + wire::kLinkSize + wire::kRecordLengthOffset] =
+      static_cast<std::uint8_t>(data.size());
+  return packet;
+}
+
+std::vector<std::string> Arguments(const std::string& line) {
+  std::istringstream words(line);
+  return {std::istream_iterator<std::string>(words), {}};
+}
 
 bool Eventually(const std::function<bool()>& condition, milliseconds limit) {
   const auto deadline = Deadline(limit * kPatience);

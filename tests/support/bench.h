@@ -29,6 +29,13 @@ std::string Hex(const Bytes& bytes);
 // The bytes of a text, without terminator.
 Bytes Text(const std::string& text);
 
+// A reply packet as the service frames it: it differs from a request in the command's bit and in
+// what its length byte counts.
+Bytes Reply(std::uint8_t command, std::uint8_t sub_command, const Bytes& data);
+
+// The words of a command line without quotes.
+std::vector<std::string> Arguments(const std::string& line);
+
 // So many times longer may everything take here: under emulation, or with a sanitizer.
 const int kPatience = KORVANDIS_PATIENCE;
 
