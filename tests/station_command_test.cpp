@@ -18,6 +18,8 @@
 namespace station {
 namespace {
 
+using bench::Contains;
+
 std::vector<std::string> Words(const std::string& line) {
   std::vector<std::string> words;
   EXPECT_EQ(SplitWords(line, &words), "") << line;
@@ -127,7 +129,7 @@ TEST(StationCommand, WrongUsageSaysWhatIsWrong) {
       {"raw 7", "'raw' takes COMMAND SUB [BYTE...]"},
   };
   for (const auto& [line, problem] : problems) {
-    EXPECT_NE(Problem(line).find(problem), std::string::npos) << line << ": " << Problem(line);
+    EXPECT_PRED2(Contains, Problem(line), problem) << line;
   }
   std::vector<std::string> words;
   EXPECT_NE(SplitWords("bt name 'open", &words), "");
@@ -298,7 +300,7 @@ TEST(StationCommandLine, HelpOnEveryLevel) {
   EXPECT_EQ(all.status, 0);
   std::set<std::string> groups;
   for (const Command& command : Commands()) {
-    EXPECT_NE(all.out.find("  " + command.words), std::string::npos) << command.words;
+    EXPECT_PRED2(Contains, all.out, "  " + command.words) << command.words;
     std::vector<std::string> words = Words(command.words);
     while (!words.empty()) {
       words.push_back("--help");
@@ -306,12 +308,12 @@ TEST(StationCommandLine, HelpOnEveryLevel) {
       words.pop_back();
       EXPECT_EQ(help.status, 0) << command.words;
       EXPECT_EQ(help.err, "");
-      EXPECT_NE(help.out.find(command.help), std::string::npos) << command.words;
+      EXPECT_PRED2(Contains, help.out, command.help) << command.words;
       words.pop_back();
     }
   }
   EXPECT_EQ(RunLine({"nonsense", "--help"}).status, 2);
-  EXPECT_NE(RunLine({"bt", "name", "--help"}).out.find("--verify"), std::string::npos);
+  EXPECT_PRED2(Contains, RunLine({"bt", "name", "--help"}).out, "--verify");
   EXPECT_EQ(RunLine({"chip", "--help"}).out.find("--verify"), std::string::npos);
 }
 
@@ -325,7 +327,7 @@ TEST(StationCommandLine, TheManualHasEveryWordAndOption) {
       EXPECT_TRUE(std::regex_search(page, std::regex("\\b" + word + "\\b"))) << command.words;
     }
     for (const Option& option : OptionsOf(command)) {
-      EXPECT_NE(page.find(option.name), std::string::npos) << option.name;
+      EXPECT_PRED2(Contains, page, option.name) << option.name;
     }
   }
 }
@@ -339,7 +341,7 @@ TEST(StationCommandLine, WrongUsageIsStatusTwoAndOneLine) {
     const Ran ran = RunLine(Words(line));
     EXPECT_EQ(ran.status, 2) << line;
     EXPECT_EQ(ran.out, "");
-    EXPECT_NE(ran.err.find("--help'\n"), std::string::npos) << ran.err;
+    EXPECT_PRED2(Contains, ran.err, "--help'\n");
     EXPECT_EQ(ran.err.find('\n'), ran.err.size() - 1) << ran.err;
   }
 }
@@ -350,7 +352,7 @@ TEST(StationCommandLine, WithoutAUnitEveryCommandSaysSo) {
                            "wait 0", "gps watch", "usb", "record /dev/null"}) {
     const Ran ran = RunLine(Words(line));
     EXPECT_EQ(ran.status, 1) << line;
-    EXPECT_NE(ran.err.find("no unit at '" + root.path() + "'"), std::string::npos) << ran.err;
+    EXPECT_PRED2(Contains, ran.err, "no unit at '" + root.path() + "'");
     EXPECT_EQ(ran.err.find('\n'), ran.err.size() - 1) << ran.err;
   }
 }

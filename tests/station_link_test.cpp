@@ -62,15 +62,14 @@ TEST_F(StationLinkTest, MalformedRepliesAreWrong) {
     link_->Send(packet);
     EXPECT_EQ(program_->Wait(), 1);
     EXPECT_EQ(program_->Output(), "");
-    EXPECT_NE(program_->Errors().find("a malformed reply of"), std::string::npos)
-        << program_->Errors();
+    EXPECT_PRED2(Contains, program_->Errors(), "a malformed reply of");
   }
   // Nobody can tell whose this is; it is told when nothing better comes.
   Start({"version", "mpu", "--timeout", "0.2"});
   ASSERT_TRUE(link_->Receive());
   link_->Send(Bytes(30, 0xFF));
   EXPECT_EQ(program_->Wait(), 1);
-  EXPECT_NE(program_->Errors().find("a malformed reply of 30 bytes"), std::string::npos);
+  EXPECT_PRED2(Contains, program_->Errors(), "a malformed reply of 30 bytes");
 }
 
 TEST_F(StationLinkTest, TheTimeLimitIsForTheWholeAnswer) {
@@ -86,7 +85,7 @@ TEST_F(StationLinkTest, TheTimeLimitIsForTheWholeAnswer) {
   EXPECT_EQ(program_->Wait(), 1);
   EXPECT_GE(taken, milliseconds(400));
   EXPECT_LT(taken, milliseconds(3000));
-  EXPECT_NE(program_->Errors().find("no answer within 0.5 s"), std::string::npos);
+  EXPECT_PRED2(Contains, program_->Errors(), "no answer within 0.5 s");
 }
 
 TEST_F(StationLinkTest, AUnitThatHangsUpEndsTheWait) {
@@ -94,7 +93,7 @@ TEST_F(StationLinkTest, AUnitThatHangsUpEndsTheWait) {
   ASSERT_TRUE(link_->Receive());
   link_->Close();
   EXPECT_EQ(program_->Wait(milliseconds(5000)), 1);
-  EXPECT_NE(program_->Errors().find("the unit hung up"), std::string::npos);
+  EXPECT_PRED2(Contains, program_->Errors(), "the unit hung up");
 }
 
 TEST_F(StationLinkTest, AnEmptyPositionIsAnAnswerWithoutAFix) {
@@ -103,7 +102,7 @@ TEST_F(StationLinkTest, AnEmptyPositionIsAnAnswerWithoutAFix) {
   link_->Send(Reply(5, 2, Bytes(16, 0)));
   EXPECT_EQ(program_->Wait(), 1);
   EXPECT_EQ(program_->Output(), "");
-  EXPECT_NE(program_->Errors().find("no fix yet"), std::string::npos);
+  EXPECT_PRED2(Contains, program_->Errors(), "no fix yet");
 }
 
 TEST_F(StationLinkTest, RawShowsAnyReply) {
@@ -111,9 +110,8 @@ TEST_F(StationLinkTest, RawShowsAnyReply) {
   EXPECT_EQ(link_->Receive(), wire::BuildRequest(0x63, 2, {0xFF, 0x0A}));
   link_->Send(Reply(0x63, 2, {0xAB}));
   EXPECT_EQ(program_->Wait(), 0);
-  EXPECT_NE(program_->Output().find("E3 02 AB\n  reply to command 99, sub-command 2: AB\n"),
-            std::string::npos)
-      << program_->Output();
+  EXPECT_PRED2(Contains, program_->Output(),
+               "E3 02 AB\n  reply to command 99, sub-command 2: AB\n");
 }
 
 TEST_F(StationLinkTest, TheWholeTableIsAskedThoughOneIsMissing) {
@@ -123,9 +121,8 @@ TEST_F(StationLinkTest, TheWholeTableIsAskedThoughOneIsMissing) {
     link_->Send(Reply(7, sub_command, sub_command == 5 ? Bytes() : Text("v1")));
   }
   EXPECT_EQ(program_->Wait(), 1);
-  EXPECT_NE(program_->Output().find("\nmap        empty: the unit has none\n"), std::string::npos)
-      << program_->Output();
-  EXPECT_NE(program_->Output().find("\nifs    v1  ok\n"), std::string::npos);
+  EXPECT_PRED2(Contains, program_->Output(), "\nmap        empty: the unit has none\n");
+  EXPECT_PRED2(Contains, program_->Output(), "\nifs    v1  ok\n");
 }
 
 TEST_F(StationLinkTest, MonitorTellsEveryPacketUntilTheUnitGoes) {
@@ -146,13 +143,11 @@ TEST_F(StationLinkTest, MonitorTellsEveryPacketUntilTheUnitGoes) {
   EXPECT_TRUE(Eventually([&] {
     return program_->Output().find(" < FF  not a well-formed reply\n") != std::string::npos;
   })) << program_->Output();
-  EXPECT_NE(program_->Output().find(" > 34 00 02 2A A2 00 02 04 0B 01  bt on\n"),
-            std::string::npos);
-  EXPECT_NE(program_->Output().find(" < 34 00 02 2A A2 00 01 8C 00 01  chip: pass\n"),
-            std::string::npos);
+  EXPECT_PRED2(Contains, program_->Output(), " > 34 00 02 2A A2 00 02 04 0B 01  bt on\n");
+  EXPECT_PRED2(Contains, program_->Output(), " < 34 00 02 2A A2 00 01 8C 00 01  chip: pass\n");
   link_->Close();
   EXPECT_EQ(program_->Wait(), 0);
-  EXPECT_NE(program_->Errors().find("the unit is gone"), std::string::npos);
+  EXPECT_PRED2(Contains, program_->Errors(), "the unit is gone");
 }
 
 TEST_F(StationLinkTest, MonitorEndsOnASignalAndOnAClosedOutput) {
@@ -191,7 +186,7 @@ TEST_F(StationLinkTest, WatchGoesOnWithoutAFixUntilInterrupted) {
   EXPECT_TRUE(link_->Receive());
   link_->Close();
   EXPECT_EQ(program_->Wait(milliseconds(5000)), 1);
-  EXPECT_NE(program_->Errors().find("the unit hung up"), std::string::npos) << program_->Errors();
+  EXPECT_PRED2(Contains, program_->Errors(), "the unit hung up");
 }
 
 TEST_F(StationLinkTest, WaitsForTheService) {
@@ -209,7 +204,7 @@ TEST_F(StationLinkTest, WaitsForTheService) {
   connection.Receive();
   connection.Send(std::string("ok stations 1 service 10"));
   EXPECT_EQ(impatient.Wait(), 1);
-  EXPECT_NE(impatient.Errors().find("the service is not connected"), std::string::npos);
+  EXPECT_PRED2(Contains, impatient.Errors(), "the service is not connected");
 }
 
 }  // namespace

@@ -15,6 +15,8 @@
 namespace station {
 namespace {
 
+using bench::Contains;
+
 const auto kTo = wire::Direction::kToService;
 const auto kFrom = wire::Direction::kFromService;
 
@@ -90,7 +92,7 @@ TEST(StationRecording, DamagedFilesAreRefusedWithTheirPlace) {
   EXPECT_EQ(ParseProblem(other), "a pcap file of another link type");
   other = whole;
   other[head.size() + 16] = 2;
-  EXPECT_NE(ParseProblem(other).find("no direction"), std::string::npos);
+  EXPECT_PRED2(Contains, ParseProblem(other), "no direction");
   other = whole;
   other[head.size() + 11] = '\x7F';  // a packet of 2 GB
   EXPECT_NE(ParseProblem(other), "");
@@ -195,7 +197,7 @@ class StationReplayTest : public bench::BenchTest {
     EXPECT_EQ(station.Wait(bench::milliseconds(60000)), 0) << station.Output() << station.Errors();
     recorder.Signal(SIGINT);
     EXPECT_EQ(recorder.Wait(), 0);
-    EXPECT_NE(recorder.Output().find(" packets in "), std::string::npos);
+    EXPECT_PRED2(Contains, recorder.Output(), " packets in ");
     return path;
   }
 
@@ -213,7 +215,7 @@ TEST_F(StationReplayTest, TheShippedSequencePassesAndReplaysAlike) {
       {"run", KORVANDIS_SOURCE_DIR "/sequences/end-of-line.seq", "--set", "serial=SN42"}, "");
   const auto replay = Replay(path);
   EXPECT_EQ(replay->Wait(), 0) << replay->Output() << replay->Errors();
-  EXPECT_NE(replay->Output().find(" answers compared, 0 differ\n"), std::string::npos);
+  EXPECT_PRED2(Contains, replay->Output(), " answers compared, 0 differ\n");
 }
 
 TEST_F(StationReplayTest, AChangedUnitIsToldStepByStep) {
@@ -221,12 +223,10 @@ TEST_F(StationReplayTest, AChangedUnitIsToldStepByStep) {
   bench::WriteObject("/pps/zelmar/system/zmversion_status", "zmos:json:{\"version\":\"NEW\"}");
   const auto replay = Replay(path);
   EXPECT_EQ(replay->Wait(), 1);
-  EXPECT_NE(replay->Output().find("\n    8  DIFFERS   version zmos\n"), std::string::npos)
-      << replay->Output();
-  EXPECT_NE(replay->Output().find("version zmos: NEW [34 "), std::string::npos);
-  EXPECT_NE(replay->Output().find("\n    9  same      version touch\n"), std::string::npos);
-  EXPECT_NE(replay->Output().find("\n10 requests, 10 answers compared, 1 differ\n"),
-            std::string::npos);
+  EXPECT_PRED2(Contains, replay->Output(), "\n    8  DIFFERS   version zmos\n");
+  EXPECT_PRED2(Contains, replay->Output(), "version zmos: NEW [34 ");
+  EXPECT_PRED2(Contains, replay->Output(), "\n    9  same      version touch\n");
+  EXPECT_PRED2(Contains, replay->Output(), "\n10 requests, 10 answers compared, 1 differ\n");
 }
 
 TEST_F(StationReplayTest, MissingAndUnexpectedAnswersAreDifferences) {
@@ -244,11 +244,10 @@ TEST_F(StationReplayTest, MissingAndUnexpectedAnswersAreDifferences) {
   const Bytes mpu = wire::BuildRequest(7, 1, {});
   const Bytes nobody = wire::BuildRequest(99, 1, {});
   std::string output = replay({{1, kTo, nobody}, {2, kFrom, Reply(99, 1, {})}});
-  EXPECT_NE(output.find("now       no answer\n"), std::string::npos) << output;
+  EXPECT_PRED2(Contains, output, "now       no answer\n");
   output = replay({{1, kTo, mpu}, {2, kTo, {0x01, 0x02}}});
-  EXPECT_NE(output.find("an answer that was not recorded: version mpu: "), std::string::npos)
-      << output;
-  EXPECT_NE(replay({}).find("holds no requests"), std::string::npos);
+  EXPECT_PRED2(Contains, output, "an answer that was not recorded: version mpu: ");
+  EXPECT_PRED2(Contains, replay({}), "holds no requests");
   EXPECT_EQ(station_->Ask(7, 99), Bytes()) << "the service lives on";
 }
 

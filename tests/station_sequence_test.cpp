@@ -1,6 +1,5 @@
 // Sequences: what a file may say, and what a run makes of it.
 #include <gtest/gtest.h>
-#include <pps.h>
 #include <signal.h>
 
 #include <cmath>
@@ -13,6 +12,8 @@
 
 namespace station {
 namespace {
+
+using bench::Contains;
 
 const char kStep[] = "phase P\nstep S\n";
 
@@ -135,8 +136,7 @@ TEST(StationSequence, ErrorsNameTheLineAndTheReason) {
       {"phase " + std::string(5000, 'x'), "1: the line is too long"},
   };
   for (const auto& [text, error] : errors) {
-    EXPECT_NE(Joined(Errors(text)).find(error), std::string::npos) << text << "\n"
-                                                                   << Joined(Errors(text));
+    EXPECT_PRED2(Contains, Joined(Errors(text)), error) << text;
   }
   // All of them at once, in the order of the lines.
   EXPECT_EQ(Joined(Errors("phase P\nstep S\nfoo\ndo bar\n")),
@@ -149,15 +149,15 @@ TEST(StationSequence, ValuesAreKnownBeforeAnythingIsSent) {
       "phase Use\nstep S\ndo bt name {mpu}\nstep T\ndo serial {serial}\n"
       "step U\ndo gps speed\nexpect speed at least {low}\n";
   EXPECT_EQ(Joined(Errors(text, {{"serial", "1"}})), "");
-  EXPECT_NE(Joined(Errors(text)).find("value 'serial' is missing"), std::string::npos);
-  EXPECT_NE(Joined(Errors(text, {{"serial", std::string(21, '1')}})).find("11: 'serial': TEXT"),
-            std::string::npos);
-  EXPECT_NE(Joined(Errors(text, {{"serial", "1"}, {"low", "x"}})).find("14: '{low}' is not a numb"),
-            std::string::npos);
-  EXPECT_NE(Joined(Errors(text, {{"serial", "1"}, {"other", ""}})).find("no value 'other'"),
-            std::string::npos);
-  EXPECT_NE(Joined(Errors(text, {{"serial", "1"}}, {"Nowhere"})).find("no phase 'Nowhere'"),
-            std::string::npos);
+  EXPECT_PRED2(Contains, Joined(Errors(text)), "value 'serial' is missing");
+  EXPECT_PRED2(Contains, Joined(Errors(text, {{"serial", std::string(21, '1')}})),
+               "11: 'serial': TEXT");
+  EXPECT_PRED2(Contains, Joined(Errors(text, {{"serial", "1"}, {"low", "x"}})),
+               "14: '{low}' is not a numb");
+  EXPECT_PRED2(Contains, Joined(Errors(text, {{"serial", "1"}, {"other", ""}})),
+               "no value 'other'");
+  EXPECT_PRED2(Contains, Joined(Errors(text, {{"serial", "1"}}, {"Nowhere"})),
+               "no phase 'Nowhere'");
   // What another phase would have kept is missing when only this one runs.
   EXPECT_EQ(Joined(Errors(text, {{"serial", "1"}}, {"Use"})),
             "9: nothing in front of this gives a value 'mpu'\n");
@@ -229,51 +229,28 @@ TEST_F(StationRunTest, KeepsValuesVerifiesAndReports) {
   EXPECT_EQ(RunText(text, {"--set", "serial=42", "--json", json_path, "--junit", junit_path}), 1);
   EXPECT_EQ(bench::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname"), ":Old 42");
   const std::string output = program_->Output();
-  EXPECT_NE(output.find("passed   Read: Old\n"), std::string::npos) << output;
-  EXPECT_NE(output.find("passed   Write: verified\n"), std::string::npos);
-  EXPECT_NE(output.find("failed   Wrong: version is 'M<1>&\"', not 'other' (3 attempts)\n"),
-            std::string::npos);
-  EXPECT_NE(output.find("4 passed, 1 failed, 0 skipped in "), std::string::npos);
-  EXPECT_NE(output.find(", device 42: FAILED\n"), std::string::npos);
+  EXPECT_PRED2(Contains, output, "passed   Read: Old\n");
+  EXPECT_PRED2(Contains, output, "passed   Write: verified\n");
+  EXPECT_PRED2(Contains, output,
+               "failed   Wrong: version is 'M<1>&\"', not 'other' (3 attempts)\n");
+  EXPECT_PRED2(Contains, output, "4 passed, 1 failed, 0 skipped in ");
+  EXPECT_PRED2(Contains, output, ", device 42: FAILED\n");
   EXPECT_EQ(output.find('\033'), std::string::npos) << "no colours in a file";
 
   // The record is JSON that a strict reader takes, and says the same.
-  std::string json = bench::ReadFile(json_path);
-  pps_decoder_t decoder;
-  pps_decoder_initialize(&decoder, nullptr);
-  ASSERT_EQ(pps_decoder_parse_json_str(&decoder, json.data()), PPS_DECODER_OK) << json;
-  pps_decoder_push(&decoder, nullptr);
-  const char* outcome = nullptr;
-  const char* device = nullptr;
-  pps_decoder_get_string(&decoder, "outcome", &outcome);
-  pps_decoder_get_string(&decoder, "device", &device);
-  EXPECT_STREQ(outcome, "failed");
-  EXPECT_STREQ(device, "42");
-  const char* text_of_measurement = nullptr;
-  const char* expected = nullptr;
-  EXPECT_EQ(pps_decoder_push_array(&decoder, "phases"), PPS_DECODER_OK);
-  pps_decoder_next(&decoder);
-  EXPECT_EQ(pps_decoder_push(&decoder, nullptr), PPS_DECODER_OK);
-  EXPECT_EQ(pps_decoder_push_array(&decoder, "steps"), PPS_DECODER_OK);
-  EXPECT_EQ(pps_decoder_push(&decoder, nullptr), PPS_DECODER_OK);
-  int attempts = 0;
-  pps_decoder_get_int(&decoder, "attempts", &attempts);
-  EXPECT_EQ(attempts, 3);
-  EXPECT_EQ(pps_decoder_push_array(&decoder, "measurements"), PPS_DECODER_OK);
-  EXPECT_EQ(pps_decoder_push(&decoder, nullptr), PPS_DECODER_OK);
-  pps_decoder_get_string(&decoder, "text", &text_of_measurement);
-  pps_decoder_get_string(&decoder, "expected", &expected);
-  EXPECT_STREQ(text_of_measurement, "M<1>&\"");
-  EXPECT_STREQ(expected, "'other'");
-  pps_decoder_cleanup(&decoder);
+  const std::string json = bench::ReadFile(json_path);
+  EXPECT_PRED1(tools::IsJson, json);
+  for (const char* part :
+       {"\n  \"device\": \"42\"", "\n  \"outcome\": \"failed\"", "\"attempts\": 3",
+        "\"text\": \"M<1>&\\\"\"", "\"expected\": \"'other'\""}) {
+    EXPECT_PRED2(Contains, json, part);
+  }
 
   const std::string junit = bench::ReadFile(junit_path);
-  EXPECT_NE(
-      junit.find("<testsuites name=\"A &lt;run&gt;\" tests=\"5\" failures=\"1\" skipped=\"0\""),
-      std::string::npos)
-      << junit;
-  EXPECT_NE(junit.find("<failure message=\"version is 'M&lt;1&gt;&amp;&quot;', not 'other'\"/>"),
-            std::string::npos);
+  EXPECT_PRED2(Contains, junit,
+               "<testsuites name=\"A &lt;run&gt;\" tests=\"5\" failures=\"1\" skipped=\"0\"");
+  EXPECT_PRED2(Contains, junit,
+               "<failure message=\"version is 'M&lt;1&gt;&amp;&quot;', not 'other'\"/>");
 }
 
 TEST_F(StationRunTest, AnOldValueProvesNothing) {
@@ -286,28 +263,27 @@ TEST_F(StationRunTest, AnOldValueProvesNothing) {
   EXPECT_EQ(bench::Attribute("/pps/zelmar/setting/bt_control", "zmbt_switch"), ":off");
   EXPECT_EQ(station({"bt", "pair", "0000", "--verify", "--timeout", "0.3"}), 1)
       << "there is no such object";
-  EXPECT_NE(program_->Errors().find("pairingcode is missing"), std::string::npos);
+  EXPECT_PRED2(Contains, program_->Errors(), "pairingcode is missing");
   EXPECT_EQ(station({"media", "play", "--verify"}), 1) << "no player is the source";
-  EXPECT_NE(program_->Errors().find("cannot be proven"), std::string::npos);
+  EXPECT_PRED2(Contains, program_->Errors(), "cannot be proven");
   EXPECT_EQ(station({"raw", "4", "11", "1", "--timeout", "0.3"}), 0);
   StopService();
   EXPECT_EQ(station({"bt", "on", "--verify", "--timeout", "0.3"}), 1) << "on it was before";
-  EXPECT_NE(program_->Errors().find("perhaps not carried out"), std::string::npos);
+  EXPECT_PRED2(Contains, program_->Errors(), "perhaps not carried out");
 }
 
 TEST_F(StationRunTest, StopsWhereAFailureMakesTheRestUseless) {
   EXPECT_EQ(RunText("phase P\nstep A\ndo version mpu\nexpect version is x\nstop on failure\n"
                     "step B\ndo bt name never\nphase Q\nstep C\nwait 100 s\n"),
             1);
-  EXPECT_NE(program_->Output().find("1 failed, 2 skipped"), std::string::npos)
-      << program_->Output();
-  EXPECT_NE(program_->Output().find("skipped  C: 'A' failed"), std::string::npos);
+  EXPECT_PRED2(Contains, program_->Output(), "1 failed, 2 skipped");
+  EXPECT_PRED2(Contains, program_->Output(), "skipped  C: 'A' failed");
   EXPECT_EQ(bench::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname"), ":Old");
   // A step whose value was never kept fails by itself.
   EXPECT_EQ(RunText("phase P\nstep A\ndo version os\nkeep version as v\nstep B\ndo bt name {v}\n"),
             1);
-  EXPECT_NE(program_->Output().find("there is no value 'v': the step that keeps it failed"),
-            std::string::npos);
+  EXPECT_PRED2(Contains, program_->Output(),
+               "there is no value 'v': the step that keeps it failed");
 }
 
 TEST_F(StationRunTest, RetriesUntilTheUnitIsReady) {
@@ -328,7 +304,7 @@ TEST_F(StationRunTest, NothingIsSentByListAndDryRunAndWrongFiles) {
   EXPECT_EQ(program_->Output(),
             "P\n  A\n    sends bt name New: 34 00 02 2A A2 00 04 04 00 4E 65 77\n");
   EXPECT_EQ(RunText(text + "step C\ndo nonsense\n"), 2);
-  EXPECT_NE(program_->Errors().find("test.seq:9: unknown command 'nonsense'\n"), std::string::npos);
+  EXPECT_PRED2(Contains, program_->Errors(), "test.seq:9: unknown command 'nonsense'\n");
   EXPECT_EQ(RunText(text, {"--set", "n"}), 2);
   EXPECT_EQ(RunText(text, {"--json", "/nonexistent/file"}), 2);
   EXPECT_EQ(bench::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname"), ":Old");
@@ -345,18 +321,16 @@ TEST_F(StationRunTest, ASignalEndsTheRunWithItsRecord) {
       bench::Eventually([&] { return program.Output().find("\nP\n") != std::string::npos; }));
   program.Signal(SIGINT);
   EXPECT_EQ(program.Wait(), 1);
-  EXPECT_NE(program.Output().find("failed   A: interrupted\n"), std::string::npos)
-      << program.Output();
-  EXPECT_NE(program.Output().find("skipped  B: interrupted\n"), std::string::npos);
+  EXPECT_PRED2(Contains, program.Output(), "failed   A: interrupted\n");
+  EXPECT_PRED2(Contains, program.Output(), "skipped  B: interrupted\n");
   EXPECT_TRUE(tools::IsJson(bench::ReadFile(json)));
 }
 
 TEST_F(StationRunTest, WithoutAUnitTheRestIsSkipped) {
   unit_->Stop();
   EXPECT_EQ(RunText("phase P\nstep A\ndo version mpu\nstep B\ndo bt name\n"), 1);
-  EXPECT_NE(program_->Output().find("failed   A: no unit at"), std::string::npos)
-      << program_->Output();
-  EXPECT_NE(program_->Output().find("skipped  B: there is no unit"), std::string::npos);
+  EXPECT_PRED2(Contains, program_->Output(), "failed   A: no unit at");
+  EXPECT_PRED2(Contains, program_->Output(), "skipped  B: there is no unit");
 }
 
 }  // namespace

@@ -117,7 +117,7 @@ TEST_F(PpsToolTest, RefusesWhatIsNoAttributeAndWritesNothing) {
   };
   for (const auto& [argument, reason] : wrong) {
     EXPECT_EQ(Pps({"set", kObject, "m::new", argument}), 2) << argument;
-    EXPECT_NE(Err().find(reason), std::string::npos) << argument << ": " << Err();
+    EXPECT_PRED2(Contains, Err(), reason) << argument << ": " << Err();
   }
   EXPECT_EQ(ReadObject(kObject), "@systeminfo\nn:n:1\n");
 }
@@ -132,7 +132,7 @@ TEST_F(PpsToolTest, ListsAndRemoves) {
   EXPECT_EQ(Pps({"ls", "zelmar/key"}), 0);
   EXPECT_EQ(Out(), "/pps/zelmar/key\n");
   EXPECT_EQ(Pps({"ls", "nowhere"}), 1);
-  EXPECT_NE(Err().find("No such file or directory"), std::string::npos);
+  EXPECT_PRED2(Contains, Err(), "No such file or directory");
 
   EXPECT_EQ(Pps({"rm", kObject, "b", "a"}), 0) << Err();
   EXPECT_EQ(ReadObject(kObject), "@systeminfo\nab::3\n");
@@ -145,7 +145,7 @@ TEST_F(PpsToolTest, ListsAndRemoves) {
   EXPECT_EQ(ReadObject(kObject), std::nullopt) << "not created by asking";
   EXPECT_EQ(Pps({"get", kObject}), 1);
   EXPECT_EQ(Pps({"get", "zelmar/key", "y"}), 1);
-  EXPECT_NE(Err().find("has no attribute 'y'"), std::string::npos);
+  EXPECT_PRED2(Contains, Err(), "has no attribute 'y'");
 }
 
 TEST_F(PpsToolTest, GetsAnObjectOfAnySize) {
@@ -163,7 +163,7 @@ TEST_F(PpsToolTest, WatchTellsChangesUntilInterrupted) {
   WriteObject(kObject, "a::3");
   EXPECT_TRUE(Eventually([&] { return watch.Output().size() > first.size(); }));
   const std::string change = watch.Output().substr(first.size());
-  EXPECT_NE(change.find("a::3\n"), std::string::npos) << change;
+  EXPECT_PRED2(Contains, change, "a::3\n");
   EXPECT_EQ(change.find("b::"), std::string::npos) << "only what changed";
   watch.Signal(SIGINT);
   EXPECT_EQ(watch.Wait(), 0);
@@ -173,22 +173,22 @@ TEST_F(PpsToolTest, WatchTellsChangesUntilInterrupted) {
   EXPECT_TRUE(Eventually([&] { return !gone.Output().empty(); }));
   unit_->Stop();
   EXPECT_EQ(gone.Wait(), 1);
-  EXPECT_NE(gone.Errors().find("the unit is gone"), std::string::npos);
+  EXPECT_PRED2(Contains, gone.Errors(), "the unit is gone");
 }
 
 TEST_F(PpsToolTest, UsageAndAMissingUnit) {
   for (const char* line : {"", "nonsense", "get", "get a b c", "set a", "watch a b", "ls a b",
                            "-x ls", "--root", "-t get a"}) {
     EXPECT_EQ(Pps(Arguments(line)), 2) << line;
-    EXPECT_NE(Err().find("see 'pps --help'"), std::string::npos);
+    EXPECT_PRED2(Contains, Err(), "see 'pps --help'");
     EXPECT_EQ(Out(), "");
   }
   EXPECT_EQ(Pps({"--help"}), 0);
-  EXPECT_NE(Out().find("usage: pps"), std::string::npos);
+  EXPECT_PRED2(Contains, Out(), "usage: pps");
   EXPECT_EQ(Pps({"ls", "--help"}), 0);
   unit_->Stop();
   EXPECT_EQ(Pps({"get", kObject}), 1);
-  EXPECT_NE(Err().find("is the unit running"), std::string::npos);
+  EXPECT_PRED2(Contains, Err(), "is the unit running");
   EXPECT_EQ(Pps({"ls", "--root", "/nonexistent"}), 1);
 }
 
@@ -247,8 +247,8 @@ TEST_F(SloginfoTest, PrintsFiltersAndLimits) {
   Log(_SLOG_INFO, "last");
   const std::string all = Sloginfo({});
   EXPECT_EQ(Texts(all), "bad\ntwo\\nlines\\x1B\nlast\n") << all;
-  EXPECT_NE(all.find(" error    0001b1dc "), std::string::npos) << all;
-  EXPECT_NE(all.find(" debug1   0001b1dc "), std::string::npos);
+  EXPECT_PRED2(Contains, all, " error    0001b1dc ");
+  EXPECT_PRED2(Contains, all, " debug1   0001b1dc ");
   EXPECT_EQ(Texts(Sloginfo({"-s", "error"})), "bad\n");
   EXPECT_EQ(Texts(Sloginfo({"-s", "5"})), "bad\nlast\n");
   EXPECT_EQ(Texts(Sloginfo({"-n", "1"})), "last\n");
@@ -265,7 +265,7 @@ TEST_F(SloginfoTest, SaysHowManyLinesWereLost) {
   EXPECT_EQ(lost, first);
   EXPECT_GE(lost, 36);
   EXPECT_LE(lost, 50) << "most of the ring is still there";
-  EXPECT_NE(output.find("\nline 99\n"), std::string::npos);
+  EXPECT_PRED2(Contains, output, "\nline 99\n");
 }
 
 TEST_F(SloginfoTest, FollowsAcrossARestartOfTheUnit) {
@@ -291,17 +291,17 @@ TEST_F(SloginfoTest, UsageAndAMissingLog) {
   for (const char* line : {"-s", "-s loud", "-s 8", "-n -1", "-n x", "nonsense", "--root"}) {
     Program program(root_, "sloginfo", Arguments(line));
     EXPECT_EQ(program.Wait(), 2);
-    EXPECT_NE(program.Errors().find("see 'sloginfo --help'"), std::string::npos);
+    EXPECT_PRED2(Contains, program.Errors(), "see 'sloginfo --help'");
   }
-  EXPECT_NE(Sloginfo({"--help"}).find("usage: sloginfo"), std::string::npos);
+  EXPECT_PRED2(Contains, Sloginfo({"--help"}), "usage: sloginfo");
   root_.AddFile("/dev/slog", "not a ring, but long enough to hold a header's sixty-four bytes");
   Program wrong(root_, "sloginfo");
   EXPECT_EQ(wrong.Wait(), 1);
-  EXPECT_NE(wrong.Errors().find("not a log ring"), std::string::npos) << wrong.Errors();
+  EXPECT_PRED2(Contains, wrong.Errors(), "not a log ring");
   EXPECT_EQ(std::remove((root_.path() + "/dev/slog").c_str()), 0);
   Program missing(root_, "sloginfo", {"-f"});
   EXPECT_EQ(missing.Wait(), 1);
-  EXPECT_NE(missing.Errors().find("is the unit running"), std::string::npos);
+  EXPECT_PRED2(Contains, missing.Errors(), "is the unit running");
 }
 
 }  // namespace

@@ -124,7 +124,7 @@ TEST_F(ControlTest, AManagerCanBeStalledSlowedAndMuted) {
     ASSERT_TRUE(impatient.Send(OpeningRequest(1, O_WRONLY | O_CREAT | O_TRUNC, "/key")));
   }
   std::this_thread::sleep_for(milliseconds(400));
-  EXPECT_NE(std::string::npos, Control("status").find(" pps-files 0 ")) << Control("status");
+  EXPECT_PRED2(Contains, Control("status"), " pps-files 0 ");
   EXPECT_EQ("ok", Control("pps slow /key 0"));
   EXPECT_LT(Spent([] { EXPECT_EQ(0, AccessPps("/key")); }).count(), 250);
 
@@ -176,16 +176,14 @@ class ProfileTest : public UnitTest {
 
 TEST_F(ProfileTest, WrongFilesAreNamedWithTheirLine) {
   unit_ = std::make_unique<headunit::Unit>(options_);
-  EXPECT_NE(std::string::npos, unit_->Start().find("no such profile"));
-  EXPECT_NE(std::string::npos,
-            StartOn("pps/a/key", "n:n:1\n\nx::1\n").find("/pps/a/key: line 2 is no PPS line"));
-  EXPECT_NE(std::string::npos, StartOn("pps/a/key", "@key\nwrong").find("line 2"));
+  EXPECT_PRED2(Contains, unit_->Start(), "no such profile");
+  EXPECT_PRED2(Contains, StartOn("pps/a/key", "n:n:1\n\nx::1\n"),
+               "/pps/a/key: line 2 is no PPS line");
+  EXPECT_PRED2(Contains, StartOn("pps/a/key", "@key\nwrong"), "line 2");
   options_.services = true;
-  EXPECT_NE(std::string::npos,
-            StartOn("drive.txt", "# comment\nfix 1 2 3 4\n").find("/drive.txt: line 2"));
-  EXPECT_NE(std::string::npos, StartOn("drive.txt", "sat 1 2 1 4 5\n").find("line 1"));
-  EXPECT_NE(std::string::npos,
-            StartOn("drive.txt", "fix 1 2 3 4 5\nsat 1 2 7 4 5\n").find("line 2"));
+  EXPECT_PRED2(Contains, StartOn("drive.txt", "# comment\nfix 1 2 3 4\n"), "/drive.txt: line 2");
+  EXPECT_PRED2(Contains, StartOn("drive.txt", "sat 1 2 1 4 5\n"), "line 1");
+  EXPECT_PRED2(Contains, StartOn("drive.txt", "fix 1 2 3 4 5\nsat 1 2 7 4 5\n"), "line 2");
   EXPECT_EQ("", StartOn("drive.txt", "fix 1 2 3 4 5\nsat 1 2.5 1 4 5\n"));
 }
 
@@ -218,12 +216,12 @@ TEST_F(ProfileTest, TheProgramSaysWhatIsWrongOnItsCommandLine) {
   }
   Program help(root_, "headunit", {"--help"});
   EXPECT_EQ(0, help.Wait());
-  EXPECT_NE(std::string::npos, help.Output().find("--no-services"));
+  EXPECT_PRED2(Contains, help.Output(), "--no-services");
   Program host(root_, "headunit", {"--root", "/"});
   EXPECT_EQ(1, host.Wait());
   Program nobody(root_, "headunit", {"ctl", "status"});
   EXPECT_EQ(1, nobody.Wait());
-  EXPECT_NE(std::string::npos, nobody.Errors().find("no unit answers"));
+  EXPECT_PRED2(Contains, nobody.Errors(), "no unit answers");
 }
 
 TEST_F(ProfileTest, TheProgramRunsSavesAndEndsInOrder) {
@@ -238,7 +236,7 @@ TEST_F(ProfileTest, TheProgramRunsSavesAndEndsInOrder) {
     EXPECT_EQ("ok\n", control.Output());
     Program refused(root_, "headunit", {"ctl", "i2c", "identity"});
     EXPECT_EQ(1, refused.Wait());
-    EXPECT_NE(std::string::npos, refused.Errors().find("usage: i2c identity"));
+    EXPECT_PRED2(Contains, refused.Errors(), "usage: i2c identity");
     unit.Signal(signal);
     EXPECT_EQ(0, unit.Wait());
     EXPECT_EQ("n:n:1\n", ReadFile(saved + "/pps/mine"));

@@ -109,7 +109,7 @@ TEST_F(DevicesTest, ADamagedStoreStopsTheUnitInsteadOfLosingIdentities) {
                                  "barcode\n"};
   for (const std::string& text : damaged) {
     root_.AddFile("/var/headunit/sysinfo", text);
-    EXPECT_NE(std::string::npos, unit_->Start().find("/sysinfo: not a store")) << text;
+    EXPECT_PRED2(Contains, unit_->Start(), "/sysinfo: not a store") << text;
   }
   std::filesystem::remove(root_.path() + "/var/headunit/sysinfo");
   EXPECT_EQ("", unit_->Start());

@@ -94,7 +94,7 @@ TEST_F(ManagerTest, WhatWasWrittenBeforeIsSeenByWhoeverOpensAfter) {
   for (int i = 0; i < 150; ++i)
     ASSERT_TRUE(last.Send(i % 2 == 0 ? "" : "w0:n:" + std::to_string(i)));
   last.Close();
-  EXPECT_NE(std::string::npos, PpsText("/key").find("\nw0:n:149\n"));
+  EXPECT_PRED2(Contains, PpsText("/key"), "\nw0:n:149\n");
 }
 
 TEST_F(ManagerTest, AFloodOfMessagesDoesNotHoldUpAnOpen) {
@@ -154,7 +154,7 @@ TEST_F(ManagerTest, TenThousandOpensLeaveNoDescriptor) {
 TEST_F(ManagerTest, TwoUnitsDoNotShareARoot) {
   headunit::Unit second(options_);
   const std::string reason = second.Start();
-  EXPECT_NE(std::string::npos, reason.find("another unit")) << reason;
+  EXPECT_PRED2(Contains, reason, "another unit");
   EXPECT_EQ(0, AccessPps(""));  // the first one is unharmed
   second.Stop();
   EXPECT_EQ(0, AccessPps(""));
@@ -193,14 +193,14 @@ TEST_F(ManagerTest, SocketsOfADeadUnitAreReplacedOthersAreNot) {
 
   const int alive = bind_there(SOCK_SEQPACKET);
   ASSERT_EQ(0, listen(alive, 1));
-  EXPECT_NE(std::string::npos, unit_->Start().find(path + ": a running unit serves it"));
+  EXPECT_PRED2(Contains, unit_->Start(), path + ": a running unit serves it");
   EXPECT_TRUE(std::filesystem::exists(path));
   EXPECT_FALSE(std::filesystem::exists(root_.path() + wire::kStationPath));
   close(alive);
   std::filesystem::remove(path);
 
   root_.AddFile("/pps", "somebody's file");
-  EXPECT_NE(std::string::npos, unit_->Start().find("something else"));
+  EXPECT_PRED2(Contains, unit_->Start(), "something else");
   EXPECT_EQ("somebody's file", ReadFile(path));
 }
 
@@ -213,14 +213,14 @@ TEST_F(ManagerTest, RootsThatCannotBeAreRefused) {
   };
   EXPECT_NE("", start(""));
   for (const char* root : {"/", "//", "/.", "/usr/.."}) {
-    EXPECT_NE(std::string::npos, start(root).find("own '/'")) << root;
+    EXPECT_PRED2(Contains, start(root), "own '/'") << root;
   }
   EXPECT_NE("", start("/proc/none"));
 
   // The services would talk to another unit.
   headunit::UnitOptions options;
   options.root = root_.path() + "/other";
-  EXPECT_NE(std::string::npos, headunit::Unit(options).Start().find("HEADUNIT_ROOT"));
+  EXPECT_PRED2(Contains, headunit::Unit(options).Start(), "HEADUNIT_ROOT");
   EXPECT_FALSE(std::filesystem::exists(options.root + "/pps"));
 }
 

@@ -135,7 +135,7 @@ TEST_F(McuTest, MonitorsSeeEverythingWithTimeDirectionAndStation) {
   EXPECT_EQ(0u, direction);
   EXPECT_NE(0u, number);
   const std::uint32_t first = number;
-  EXPECT_NE(std::string::npos, Control("status").find(" dropped 1 "));
+  EXPECT_PRED2(Contains, Control("status"), " dropped 1 ");
 
   const RawClient service = OpenService();
   ASSERT_TRUE(other.Send(Request(7, 1)));

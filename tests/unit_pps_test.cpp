@@ -188,7 +188,7 @@ TEST_F(PpsManagerTest, SlowReadersLoseTheOldestAndSlowNobody) {
     ASSERT_TRUE(writer.Send(i == 250 ? change + "\nback::2" : change));
     const Texts texts = Drain(fast);
     ASSERT_FALSE(texts.empty());
-    ASSERT_NE(std::string::npos, texts.back().find("n:n:" + std::to_string(i) + "\n")) << i;
+    ASSERT_PRED2(Contains, texts.back(), "n:n:" + std::to_string(i) + "\n") << i;
   }
 
   // No more than the backlog waited, and the newest is behind it, complete.
@@ -211,7 +211,7 @@ TEST_F(PpsManagerTest, SlowReadersLoseTheOldestAndSlowNobody) {
   const Texts changes = collect(slow_delta);
   ASSERT_GT(changes.size(), 1u);
   EXPECT_LT(changes.size(), 20u);
-  EXPECT_NE(std::string::npos, changes.back().find("n:n:499\n"));
+  EXPECT_PRED2(Contains, changes.back(), "n:n:499\n");
   bool back = false;
   bool gone = true;
   for (const std::string& text : changes) {

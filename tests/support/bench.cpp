@@ -44,6 +44,10 @@ std::string Hex(const Bytes& bytes) {
 
 Bytes Text(const std::string& text) { return Bytes(text.begin(), text.end()); }
 
+bool Contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
 Bytes Reply(std::uint8_t command, std::uint8_t sub_command, const Bytes& data) {
   Bytes packet = wire::BuildRequest(command | wire::kReplyBit, sub_command, data);
   packet[wire::kHeaderSize + wire::kLinkSize + wire::kRecordLengthOffset] =

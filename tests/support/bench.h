@@ -29,6 +29,9 @@ std::string Hex(const Bytes& bytes);
 // The bytes of a text, without terminator.
 Bytes Text(const std::string& text);
 
+// Whether `text` holds `part`, for EXPECT_PRED2, which shows both.
+bool Contains(const std::string& text, const std::string& part);
+
 // A reply packet as the service frames it: it differs from a request in the command's bit and in
 // what its length byte counts.
 Bytes Reply(std::uint8_t command, std::uint8_t sub_command, const Bytes& data);
