@@ -468,9 +468,9 @@ class Shape {
   };
 
   // Takes elements, from the first member of place->object, which stands at p, as far as they are
-  // of this shape and hold no containers. There is room for kMembers nodes. The last element stays
-  // open. Returns where it stopped, behind a value or the opening brace; null when there is a value
-  // that is none.
+  // of this shape and hold no containers, and no more white space than it does. There is room for
+  // kMembers nodes. The last element stays open. Returns where it stopped, behind a value or the
+  // opening brace; null when there is a value that is none.
   __attribute__((noinline)) char* Take(char* p, Place* place) const {
     const Member* const stop = members_ + count_;
     const char* const ahead = place->ahead;
@@ -484,7 +484,7 @@ class Shape {
         char* behind = ScanShortNumber(value, node);
         if (behind == nullptr) behind = TakeBool(value, place->end, node);
         if (behind == nullptr) {
-          if (*value == '{' || *value == '[') break;
+          if (*value == '{' || *value == '[' || IsSpace(*value)) break;
           behind = TakeScalar(value, place->base, place->end, node);
           if (behind == nullptr) return nullptr;
         }
