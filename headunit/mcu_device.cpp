@@ -25,11 +25,15 @@ bool ReadNumbers(const std::string& packet, std::uint8_t* command, std::uint8_t*
   return true;
 }
 
+// Whether the service takes `packet`, which has numbers, for a request: another one is no station's
+// question, as nothing answers it.
 bool IsRequest(const std::string& packet) {
-  if (packet.size() < wire::kHeaderSize) return false;
   std::uint8_t header[wire::kHeaderSize];
   std::memcpy(header, packet.data(), sizeof(header));
-  return wire::LoadLe32(header + wire::kPacketTypeOffset) == wire::kAtPacketType;
+  return wire::LoadLe32(header + wire::kPacketTypeOffset) == wire::kAtPacketType &&
+         wire::LoadLe32(header + wire::kPayloadLengthOffset) >=
+             wire::kLinkSize + wire::kRecordHeadSize &&
+         packet[wire::kHeaderSize + wire::kLinkSize + wire::kRecordLengthOffset] != 0;
 }
 
 // A reply's numbers; the rest of the packet is the station's to check.
@@ -117,7 +121,12 @@ int StationConnector::OnOpen(const std::string& rest, std::uint32_t flags,
 }
 
 void StationConnector::OnClosed(OpenFile* file) {
-  if (static_cast<Plug*>(file)->station() != 0) --stations_;
+  const std::uint32_t station = static_cast<Plug*>(file)->station();
+  if (station == 0) return;
+  --stations_;
+  for (Request& request : requests_) {
+    if (request.station == station) request.station = 0;
+  }
 }
 
 void StationConnector::OnMessage(OpenFile* file, const std::string& message) {
@@ -131,7 +140,7 @@ void StationConnector::OnMessage(OpenFile* file, const std::string& message) {
   TellMonitors(wire::Direction::kToService, station, message);
   Request request = {station, 0, 0};
   const bool countable =
-      IsRequest(message) && ReadNumbers(message, &request.command, &request.sub_command);
+      ReadNumbers(message, &request.command, &request.sub_command) && IsRequest(message);
   if (!device_->Deliver(message)) {
     ++counters_.dropped;
     return;
@@ -153,19 +162,24 @@ void StationConnector::OnServicePacket(const std::string& packet) {
   });
 }
 
-// The station whose oldest request `packet` answers, 0 when there is none. The service answers in
-// order, so whatever was asked before it, by any station, gets no answer any more.
+// The station whose oldest request `packet` answers, 0 when there is none, or only one that left.
+// A station mostly leaves because nothing answered it, so whoever is still there and asked the same
+// is preferred. The service answers in order, so whatever was asked before, by any station, gets no
+// answer any more.
 std::uint32_t StationConnector::TakeAsker(const std::string& packet) {
   std::uint8_t command = 0;
   std::uint8_t sub_command = 0;
   if (!ReadReply(packet, &command, &sub_command)) return 0;
+  auto answered = requests_.end();
   for (auto request = requests_.begin(); request != requests_.end(); ++request) {
     if (request->command != command || request->sub_command != sub_command) continue;
-    const std::uint32_t station = request->station;
-    requests_.erase(requests_.begin(), request + 1);
-    return station;
+    if (answered == requests_.end() || request->station != 0) answered = request;
+    if (request->station != 0) break;
   }
-  return 0;
+  if (answered == requests_.end()) return 0;
+  const std::uint32_t station = answered->station;
+  requests_.erase(requests_.begin(), answered + 1);
+  return station;
 }
 
 void StationConnector::TellMonitors(wire::Direction direction, std::uint32_t station,

@@ -83,7 +83,7 @@ class StationConnector : public ResourceManager {
 
   // A request that the service has got and not answered.
   struct Request {
-    std::uint32_t station;
+    std::uint32_t station;  // 0: it left
     std::uint8_t command;
     std::uint8_t sub_command;
   };

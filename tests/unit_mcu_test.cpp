@@ -74,20 +74,38 @@ TEST_F(McuTest, RepliesGoToTheStationThatAsked) {
   EXPECT_EQ(Reply(7, 3, ""), first.Receive().value_or(""));
 }
 
-TEST_F(McuTest, AnswersToAStationThatLeftReachNobodyElse) {
+TEST_F(McuTest, AStationThatLeftTakesNoAnswerFromTheOthers) {
   const RawClient service = OpenService();
   const RawClient stays = OpenStation();
-  {
+  const auto ask_and_leave = [&](const std::string& packet) {
     const RawClient leaves = OpenStation();
-    ASSERT_TRUE(leaves.Send(Request(7, 1)));
+    ASSERT_TRUE(leaves.Send(packet));
+    EXPECT_TRUE(service.Receive());
+  };
+  ask_and_leave(Request(7, 1));
+  EXPECT_EQ(0, AccessPps(""));
+  ASSERT_TRUE(service.Send(Reply(7, 1, "for the one that left")));
+  EXPECT_TRUE(Silent(stays));
+
+  // Nothing answered them, so the next answer is not theirs.
+  std::string cut = Request(7, 1);
+  cut[0] = 8;
+  std::string empty = Request(7, 1);
+  empty[wire::kHeaderSize + wire::kLinkSize + wire::kRecordLengthOffset] = 0;
+  for (const std::string& packet : {Request(7, 1), Request(7, 1), cut, empty}) {
+    ask_and_leave(packet);
+    ASSERT_TRUE(stays.Send(packet));  // as little a question of the one that stays
     EXPECT_TRUE(service.Receive());
   }
-  ASSERT_TRUE(stays.Send(Request(7, 1)));
+  const RawClient other = OpenStation();
+  for (const char* text : {"first", "second"}) {
+    ASSERT_TRUE(service.Send(Reply(7, 1, text)));
+    EXPECT_EQ(Reply(7, 1, text), stays.Receive().value_or(""));
+  }
+  ASSERT_TRUE(other.Send(Request(7, 1)));
   EXPECT_TRUE(service.Receive());
-  ASSERT_TRUE(service.Send(Reply(7, 1, "for the one that left")));
-  ASSERT_TRUE(service.Send(Reply(7, 1, "mine")));
-  EXPECT_EQ(Reply(7, 1, "mine"), stays.Receive().value_or(""));
-  EXPECT_TRUE(Silent(stays));
+  ASSERT_TRUE(service.Send(Reply(7, 1, "third")));
+  EXPECT_EQ(Reply(7, 1, "third"), other.Receive().value_or(""));
 }
 
 TEST_F(McuTest, AnyBytesPassUnchanged) {
