@@ -343,13 +343,14 @@ bool PpsManager::Apply(PpsObject* object, const std::vector<PpsChange>& changes,
     }
     lines += FormatPpsChange(change);
   }
+  if (lines.empty()) return true;  // only deletions of what was not there
   object->text.clear();
   for (PpsFile* const file : object->files) {
     if (file == writer || !file->Follows()) continue;
-    if (!file->options().delta) {
-      file->SendText(TextOf(object));
-    } else if (!lines.empty()) {
+    if (file->options().delta) {
       file->SendDelta(lines);
+    } else {
+      file->SendText(TextOf(object));
     }
   }
   return true;

@@ -304,6 +304,7 @@ void ResourceManager::OnFileEvent(OpenFile* file, std::uint32_t events) {
   } else if (file->barrier_ == barrier_) {
     // The poller goes through what is ready in turn, so it is once around.
     barrier_complete_ = true;
+    WatchAgain(file);
   } else {
     file->barrier_ = barrier_;
     int waiting = 0;
@@ -339,12 +340,15 @@ bool ResourceManager::ReadFile(OpenFile* file, std::size_t bytes, int messages) 
     taken_bytes += buffer_.size();
     OnMessage(file, buffer_);
   }
-  // More may wait, and the edge for it may have been taken already.
-  if (file->watching_) {
-    file->watching_ = false;
-    file->WatchQueue();
-  }
+  WatchAgain(file);
   return true;
+}
+
+// More may wait, and the edge for it may have been taken already.
+void ResourceManager::WatchAgain(OpenFile* file) {
+  if (!file->watching_) return;
+  file->watching_ = false;
+  file->WatchQueue();
 }
 
 void ResourceManager::CloseFile(OpenFile* file) {

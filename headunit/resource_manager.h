@@ -108,6 +108,7 @@ class ResourceManager {
 
   // Takes in messages of up to `bytes` bytes, and no more than `messages`. False: end of file.
   bool ReadFile(OpenFile* file, std::size_t bytes, int messages);
+  void WatchAgain(OpenFile* file);
   void CloseFile(OpenFile* file);
 
   EventLoop* const loop_;

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <list>
@@ -95,6 +96,32 @@ TEST_F(ManagerTest, WhatWasWrittenBeforeIsSeenByWhoeverOpensAfter) {
     ASSERT_TRUE(last.Send(i % 2 == 0 ? "" : "w0:n:" + std::to_string(i)));
   last.Close();
   EXPECT_PRED2(Contains, PpsText("/key"), "\nw0:n:149\n");
+}
+
+// Its queue is watched by edges, and each open looks at all files: a write between two looks must
+// not be lost.
+TEST_F(ManagerTest, AFileThatDoesNotReadIsStillHeard) {
+  const RawClient client = OpenPps("/key?wait,backlog=1", O_RDWR | O_CREAT);
+  const RawClient writer = OpenPps("/key", O_WRONLY);
+  for (int i = 0; i < 20; ++i) ASSERT_TRUE(writer.Send("pad::" + std::string(450, 'x')));
+  std::atomic<bool> stop{false};
+  const auto open_again = [&stop] {
+    while (!stop) AccessPps("");
+  };
+  std::thread openers[] = {std::thread(open_again), std::thread(open_again)};
+  for (int i = 0; i < 10000 && !stop; ++i) {
+    std::string line;
+    for (int message = 0; message <= i % 3; ++message) {
+      line = "n:n:" + std::to_string(10 * i + message) + "\n";
+      EXPECT_TRUE(client.Send(line));
+      for (volatile int spin = i * 7919 % 3000; spin > 0; spin = spin - 1) continue;
+    }
+    const std::string text = PpsText("/key");
+    EXPECT_PRED2(Contains, text, "\n" + line);
+    if (!Contains(text, line)) stop = true;
+  }
+  stop = true;
+  for (std::thread& opener : openers) opener.join();
 }
 
 TEST_F(ManagerTest, AFloodOfMessagesDoesNotHoldUpAnOpen) {

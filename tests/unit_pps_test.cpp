@@ -158,7 +158,7 @@ TEST_F(PpsManagerTest, FollowersGetTheTextOrTheChangeButNotTheirOwn) {
 
   // The same value again is a change; a refused write is none, and neither is one's own.
   ASSERT_TRUE(writer.Send("c:n:3"));
-  ASSERT_TRUE(writer.Send("wrong"));
+  for (const char* no_change : {"wrong", "-none", "@key"}) ASSERT_TRUE(writer.Send(no_change));
   EXPECT_EQ(Texts{"@key\nb::2\nc:n:3\n"}, Drain(wait));
   ASSERT_TRUE(wait.Send("d::4"));
   EXPECT_EQ(Texts{}, Drain(wait));
