@@ -10,8 +10,12 @@ namespace platform {
 bool IsRing(const SlogHeader& header, std::uint64_t file_size);
 
 // Maps the ring in the host file `path`. Returns null with errno (EINVAL: not a ring); otherwise
-// sets *size to the mapped bytes and *inode to the file's identity.
+// sets *size to the mapped bytes and *inode to the file's identity. Whoever empties the file takes
+// its pages from under the mapping; they then read as zero, and what is written is lost.
 void* MapRing(const char* path, std::size_t* size, unsigned long* inode);
+
+// Ends a mapping that nobody uses any more.
+void UnmapRing(void* base, std::size_t size);
 
 // True when `path` is still that file and large enough.
 bool IsSameFile(const char* path, unsigned long inode, std::size_t size);

@@ -1,4 +1,3 @@
-#include <sys/mman.h>
 #include <sys/slog.h>
 #include <syslog.h>
 #include <time.h>
@@ -92,7 +91,7 @@ class RingWriter {
 
   void Settle() {
     if (settled_ || writers_.load(std::memory_order_seq_cst) != 0) return;
-    if (retired_.base != nullptr) ::munmap(retired_.base, retired_.size);
+    if (retired_.base != nullptr) platform::UnmapRing(retired_.base, retired_.size);
     settled_ = true;
   }
 

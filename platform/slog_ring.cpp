@@ -1,6 +1,7 @@
 #include "platform/slog_ring.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,6 +13,63 @@
 #include "ring_map.h"
 
 namespace platform {
+namespace {
+
+// The rings that are mapped, for the handler: a writer has two at most for a moment, a reader one.
+struct GuardedRing {
+  std::atomic<std::uintptr_t> begin;
+  std::atomic<std::size_t> size;
+};
+GuardedRing g_guarded[8];
+
+struct sigaction g_other_handler;
+
+// A fault behind the end of a file that was cut. In a ring, an empty page takes the place of the
+// lost one, and the access goes on; any other fault is for whoever handled them before.
+void OnBusError(int, siginfo_t* info, void*) {
+  const int saved = errno;
+  const auto address = reinterpret_cast<std::uintptr_t>(info->si_addr);
+  const auto page_size = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+  bool mended = false;
+  for (const GuardedRing& ring : g_guarded) {
+    if (address - ring.begin >= ring.size) continue;
+    void* const page = reinterpret_cast<void*>(address & ~(page_size - 1));
+    mended = ::mmap(page, page_size, PROT_READ | PROT_WRITE,
+                    MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) != MAP_FAILED;
+  }
+  if (!mended) ::sigaction(SIGBUS, &g_other_handler, nullptr);
+  errno = saved;
+}
+
+bool HandleBusErrors() {
+  struct sigaction action {};
+  action.sa_sigaction = OnBusError;
+  action.sa_flags = SA_SIGINFO | SA_RESTART | SA_ONSTACK;
+  return ::sigaction(SIGBUS, &action, &g_other_handler) == 0;
+}
+
+// With every place taken, a ring goes unguarded.
+void Guard(void* base, std::size_t size) {
+  static const bool handled = HandleBusErrors();
+  if (!handled) return;
+  for (GuardedRing& ring : g_guarded) {
+    std::uintptr_t free = 0;
+    if (!ring.begin.compare_exchange_strong(free, reinterpret_cast<std::uintptr_t>(base))) continue;
+    ring.size = size;
+    return;
+  }
+}
+
+}  // namespace
+
+void UnmapRing(void* base, std::size_t size) {
+  for (GuardedRing& ring : g_guarded) {
+    if (ring.begin != reinterpret_cast<std::uintptr_t>(base)) continue;
+    ring.size = 0;
+    ring.begin = 0;
+  }
+  ::munmap(base, size);
+}
 
 void* MapRing(const char* path, std::size_t* size, unsigned long* inode) {
   const int fd = ::open(path, O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
@@ -28,6 +86,7 @@ void* MapRing(const char* path, std::size_t* size, unsigned long* inode) {
     *inode = static_cast<unsigned long>(status.st_ino);
     map = ::mmap(nullptr, *size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     if (map == MAP_FAILED) map = nullptr;
+    if (map != nullptr) Guard(map, *size);
   }
   const int saved = errno;
   ::close(fd);
@@ -70,7 +129,7 @@ int CreateSlogRing(const std::string& path, std::uint32_t slots) {
 }
 
 SlogReader::~SlogReader() {
-  if (map_ != nullptr) ::munmap(map_, size_);
+  if (map_ != nullptr) UnmapRing(map_, size_);
 }
 
 int SlogReader::Open(const std::string& path) {
@@ -78,7 +137,7 @@ int SlogReader::Open(const std::string& path) {
   unsigned long inode = 0;
   void* map = MapRing(path.c_str(), &size, &inode);
   if (map == nullptr) return errno;
-  if (map_ != nullptr) ::munmap(map_, size_);
+  if (map_ != nullptr) UnmapRing(map_, size_);
   map_ = map;
   size_ = size;
   inode_ = inode;
