@@ -9,12 +9,16 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 
 #include "resolve.h"
 #include "wire/resource_manager.h"
 
 namespace platform {
 namespace {
+
+// What connecting may take before it is counted against the wait for the answer.
+const int kLatenessMs = 50;
 
 // Owns a descriptor until it is released; closing keeps errno.
 class Descriptor {
@@ -55,15 +59,41 @@ int ConnectTo(int fd, const char* path) {
   return ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
 }
 
+bool LimitWait(int fd, int option, long ms) {
+  const timeval limit = {ms / 1000, (ms % 1000) * 1000};
+  return ::setsockopt(fd, SOL_SOCKET, option, &limit, sizeof(limit)) == 0;
+}
+
 bool LimitWaits(int fd) {
-  const timeval limit = {kManagerTimeoutMs / 1000, (kManagerTimeoutMs % 1000) * 1000};
-  return ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit)) == 0 &&
-         ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit)) == 0;
+  return LimitWait(fd, SO_RCVTIMEO, kManagerTimeoutMs) &&
+         LimitWait(fd, SO_SNDTIMEO, kManagerTimeoutMs);
+}
+
+long NowMs() {
+  timespec now;
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * 1000 + now.tv_nsec / 1000000;
+}
+
+// The manager's answer, an error number, until `deadline` of NowMs; EIO when it gives none.
+int TakeAnswer(int fd, long deadline) {
+  const long left = deadline - NowMs();
+  // The connection's own limit does unless connecting took its time.
+  const bool late = left < kManagerTimeoutMs - kLatenessMs;
+  if (late && (left <= 0 || !LimitWait(fd, SO_RCVTIMEO, left))) return EIO;
+  std::int32_t answer = 0;
+  ssize_t received;
+  do {
+    received = ::recv(fd, &answer, sizeof(answer), MSG_TRUNC);
+  } while (received < 0 && errno == EINTR);
+  if (late && !LimitWaits(fd)) return EIO;
+  return received == static_cast<ssize_t>(sizeof(answer)) && answer >= 0 ? answer : EIO;
 }
 
 // Asks the manager of `target` for the rest of the path. Returns the connection when it is granted,
 // -1 with errno otherwise.
 int Ask(const ResolvedPath& target, wire::RequestKind kind, int flags, mode_t mode) {
+  const long deadline = NowMs() + kManagerTimeoutMs;
   Descriptor connection(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
   if (connection.get() < 0 || !LimitWaits(connection.get())) return -1;
   if (ConnectTo(connection.get(), target.path) != 0) {
@@ -83,17 +113,9 @@ int Ask(const ResolvedPath& target, wire::RequestKind kind, int flags, mode_t mo
     errno = EIO;
     return -1;
   }
-  std::int32_t answer = 0;
-  ssize_t received;
-  do {
-    received = ::recv(connection.get(), &answer, sizeof(answer), 0);
-  } while (received < 0 && errno == EINTR);
-  if (received != static_cast<ssize_t>(sizeof(answer))) {
-    errno = EIO;
-    return -1;
-  }
-  if (answer != 0) {
-    errno = answer;
+  const int error = TakeAnswer(connection.get(), deadline);
+  if (error != 0) {
+    errno = error;
     return -1;
   }
   return connection.release();

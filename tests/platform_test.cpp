@@ -9,6 +9,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <iterator>
+#include <list>
 #include <sstream>
 #include <thread>
 
@@ -102,13 +104,16 @@ TEST(OpenTest, FailsAsTheManagerSaysAndNeverKeepsADescriptor) {
       EXPECT_EQ(errno, error);
     }
     {
-      // A short answer, and none at all.
+      // What is no error number, and none at all.
+      const std::string wrong[] = {"x", std::string(8, '\0'), "\xfb\xff\xff\xff"};
       Beside manager([&] {
-        pps.Accept()->connection.Send("x");
+        for (const std::string& answer : wrong) pps.Accept()->connection.Send(answer);
         pps.Accept();
       });
-      EXPECT_EQ(platform::open("/pps/a", O_RDONLY), -1);
-      EXPECT_EQ(errno, EIO);
+      for (std::size_t i = 0; i < std::size(wrong); ++i) {
+        EXPECT_EQ(platform::open("/pps/a", O_RDONLY), -1);
+        EXPECT_EQ(errno, EIO);
+      }
       EXPECT_EQ(platform::access("/pps/a", F_OK), -1);
       EXPECT_EQ(errno, EIO);
     }
@@ -130,6 +135,28 @@ TEST(OpenTest, FailsAsTheManagerSaysAndNeverKeepsADescriptor) {
   EXPECT_EQ(errno, ENAMETOOLONG);
   EXPECT_EQ(platform::access("/file", F_OK), 0);
   EXPECT_EQ(CountDescriptors(::getpid()), before);
+}
+
+TEST(OpenTest, TheWaitIsForTheConnectionAndTheAnswerTogether) {
+  TempRoot root;
+  FakeManager pps(root, "/pps");
+  std::list<std::thread> others;  // as many as wait to be accepted
+  for (int i = 0; i < 12; ++i) others.emplace_back([] { platform::access("/pps", F_OK); });
+  std::this_thread::sleep_for(milliseconds(300));
+  {
+    Beside manager([&] {
+      std::this_thread::sleep_for(milliseconds(1000));
+      std::list<Connection> silent;
+      while (auto opening = pps.Accept(milliseconds(2500))) {
+        silent.push_back(std::move(opening->connection));
+      }
+    });
+    const auto start = steady_clock::now();
+    EXPECT_EQ(platform::open("/pps/a", O_RDONLY), -1);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_LT(steady_clock::now() - start, milliseconds(2600));
+  }
+  for (std::thread& other : others) other.join();
 }
 
 TEST(OpenTest, ASocketWhoseManagerDiedIsEio) {
