@@ -1,5 +1,6 @@
 // Entry of the service: options, lifecycle, orderly end on SIGTERM.
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
@@ -38,6 +39,15 @@ void get_options(int argc, char** argv) {
   std::exit(EXIT_SUCCESS);
 }
 
+// A file that took the number of a closed standard stream would get the lines that are printed.
+void HoldStandardStreams() {
+  int fd;
+  do {
+    fd = ::open("/dev/null", O_RDWR);
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd >= 0) ::close(fd);
+}
+
 // Blocks SIGTERM for this thread and those it starts, so that only WaitForTermination collects it.
 bool BlockTermination(sigset_t* termination) {
   ::sigemptyset(termination);
@@ -55,6 +65,7 @@ void WaitForTermination(sigset_t const& termination) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  HoldStandardStreams();
   // Whoever reads the output, through a pipe too, sees each line when it is written.
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   get_options(argc, argv);

@@ -53,6 +53,26 @@ TEST(OptionsTest, RunsWithoutAUnitUntilSigterm) {
   EXPECT_EQ(interrupted.Wait(), 128 + SIGINT);
 }
 
+// What is printed must not go to a file that took the place of a closed stream.
+TEST(OptionsTest, ClosedStandardStreamsAreNobodyElses) {
+  TempRoot root;
+  headunit::UnitOptions options;
+  options.root = root.path();
+  options.services = false;
+  headunit::Unit unit(options);
+  ASSERT_EQ(unit.Start(), "");
+  ASSERT_EQ(unit.Control("pps down"), "ok");
+  Program service(root, "korvandis", {}, [] {
+    for (int fd = 0; fd <= 2; ++fd) ::close(fd);
+  });
+  ASSERT_TRUE(unit.WaitForService(milliseconds(10000)));
+  const Station station;
+  EXPECT_EQ(station.Ask(7, 1), Bytes());
+  EXPECT_EQ(station.Ask(4, 13), Text("error"));
+  EXPECT_PRED2(Contains, unit.Control("status"), " unasked 0");
+  EXPECT_EQ(service.Terminate(), 0);
+}
+
 class ServiceTest : public BenchTest {
  protected:
   // What is logged between the packet's coming in and its being done with. `packet` has no reply.
