@@ -39,7 +39,8 @@ void AppLauncher::Launch(const PpsLine& request) {
   std::string data;
   if (request.encoding != "json" ||
       !ParseJson(request.value, {{"id", &id}},
-                 {{"cmd", &command}, {"app", &application}, {"dat", &data}})) {
+                 {{"cmd", &command}, {"app", &application}, {"dat", &data}}) ||
+      !data.empty()) {
     Complain(request, "malformed request");
   } else if (command != kLaunch) {
     Complain(request, "unknown command");

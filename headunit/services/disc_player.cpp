@@ -1,5 +1,6 @@
 #include "disc_player.h"
 
+#include <algorithm>
 #include <string>
 
 namespace headunit {
@@ -27,6 +28,7 @@ const int kStopped = 20;
 const int kPaused = 21;
 const int kPlays = 22;
 
+const int kMostNumber = 65535;  // of a folder or track
 const int kMostRepeat = 2;
 const int kMostRegion = 6;
 const int kDefaultFolders = 8;
@@ -101,6 +103,9 @@ DiscPlayer::Track DiscPlayer::Current() {
   Track track = {1, 1};
   const std::string info = ReadAttribute(kPlaying, "trackinfo", "json", "");
   ParseJson(info, {{"curmediaid", &track.number}, {"parentFolder", &track.folder}}, {});
+  // What a person wrote there may be anything.
+  track.number = std::clamp(track.number, 0, kMostNumber);
+  track.folder = std::clamp(track.folder, 0, kMostNumber);
   return track;
 }
 

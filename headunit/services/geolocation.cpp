@@ -74,16 +74,21 @@ void Geolocation::OnRequest(const std::string& address, const std::vector<PpsLin
   std::string provider;
   std::string fix_type;
   int period = 0;
-  bool complete = false;
+  bool right = true;
   for (const PpsLine& attribute : attributes) {
-    if (attribute.name == "msg" && attribute.encoding.empty()) message = attribute.value;
-    if (attribute.name == "id" && attribute.encoding.empty()) id = attribute.value;
-    if (attribute.name == "dat" && attribute.encoding == "json") {
-      complete = ParseJson(attribute.value, {{"period", &period}},
-                           {{"provider", &provider}, {"fix_type", &fix_type}});
+    if (attribute.name == "msg" && attribute.encoding.empty()) {
+      message = attribute.value;
+    } else if (attribute.name == "id" && attribute.encoding.empty()) {
+      id = attribute.value;
+    } else if (attribute.name == "dat" && attribute.encoding == "json") {
+      right = right && ParseJson(attribute.value, {{"period", &period}},
+                                 {{"provider", &provider}, {"fix_type", &fix_type}});
+    } else {
+      right = false;
     }
   }
-  if (message != "location" || !complete || period < 1 || period > kMostPeriod ||
+  if (!right || message != "location" || id.empty() || provider != "gnss" || fix_type != "best" ||
+      period < 1 || period > kMostPeriod ||
       (clients_.size() >= kMostClients && clients_.count(address) == 0)) {
     Log(_SLOG_ERROR, "geolocation: malformed request of '%s'", address.c_str());
     return;

@@ -1,5 +1,6 @@
 #include "telephony.h"
 
+#include <algorithm>
 #include <cctype>
 #include <string>
 
@@ -13,6 +14,7 @@ const char kAudioRemoteStatus[] = "/pps/services/bluetooth/avrcp/status";
 const char kSwitch[] = "/pps/zelmar/setting/bt_control";
 const char kBluetoothStatus[] = "/pps/services/bluetooth/status";
 const char kSettings[] = "/pps/services/bluetooth/settings";
+const int kMostTrack = 65535;
 const std::size_t kMacText = 17;  // XX:XX:XX:XX:XX:XX
 const std::size_t kMacGroup = 3;  // two digits and a colon
 
@@ -43,7 +45,10 @@ void HandsFree::OnChange(const std::vector<PpsLine>& attributes) {
       Complain(attribute, "unknown attribute");
     }
   }
-  if (command == nullptr) return;
+  if (command == nullptr) {
+    if (number != nullptr) Complain(*number, "no command");
+    return;
+  }
   if (command->value == "HFP_CALL" && number != nullptr && !number->value.empty()) {
     Publish(kHandsFreeStatus, "callstate::dialing\nnumber::" + number->value + "\n");
   } else if (command->value == "HFP_ACCEPT") {
@@ -66,8 +71,9 @@ void AudioRemote::OnChange(const std::vector<PpsLine>& attributes) {
       Publish(kAudioRemoteStatus, "state::stopped\n");
     } else if (command && (attribute.value == "next" || attribute.value == "previous")) {
       const int step = attribute.value == "next" ? 1 : -1;
-      const int track = ReadNumber(kAudioRemoteStatus, "track", 1) + step;
-      Publish(kAudioRemoteStatus, "track:n:" + std::to_string(track < 1 ? 1 : track) + "\n");
+      const int track = std::clamp(ReadNumber(kAudioRemoteStatus, "track", 1), 1, kMostTrack);
+      Publish(kAudioRemoteStatus,
+              "track:n:" + std::to_string(std::clamp(track + step, 1, kMostTrack)) + "\n");
     } else {
       Complain(attribute, "unknown command");
     }

@@ -7,6 +7,8 @@ const char kKeys[] = "/pps/zelmar/system/key";
 const char kJumps[] = "/pps/zelmar/media/autotest/control";
 const char kNowPlaying[] = "/pps/zelmar/navigator/nowplaying";
 
+const char kOrigin[] = "wheel";  // of all keys
+
 const int kPlayKey = 17;
 const int kPauseKey = 18;
 const int kNextKey = 20;
@@ -39,7 +41,9 @@ std::string TrackLine(const Position& position) {
 
 void Step(const std::string& object, int by) {
   Position position = ReadPosition(object);
-  position.index += by;
+  // What a person wrote there may be anything.
+  const bool sound = position.index >= 0 && position.index <= kMostIndex;
+  position.index = sound ? position.index + by : 0;
   if (position.index < 0 || position.index > kMostIndex) position.index = 0;
   Publish(object.c_str(), TrackLine(position));
 }
@@ -85,7 +89,7 @@ void KeyInput::OnKey(const PpsLine& attribute) {
   if (attribute.encoding != "json" ||
       !ParseJson(attribute.value, {{"key", &key}, {"param", &parameter}},
                  {{"src", &origin}, {"status", &status}}) ||
-      (status != "dn" && status != "up")) {
+      origin != kOrigin || parameter != 0 || (status != "dn" && status != "up")) {
     Complain(attribute, "malformed key");
     return;
   }
