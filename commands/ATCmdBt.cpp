@@ -160,6 +160,7 @@ bool CmdBtChgName::GetBtMacAddr(std::vector<int>& fields) {
   char text[kPPSTextSize];
   CopyText(text, sizeof(text), mac.c_str());
   LOGBASE(LOG_LEV_DEBUG, "GetBtMacAddr", "CmdBtChgName, mac = %s\n", text);
+  fields.clear();
   unsigned field = 0;  // unsigned: a field of many digits keeps its low bits
   for (char const* c = text; *c != '\0'; ++c) {
     LOGBASE(LOG_LEV_DEBUG, "GetBtMacAddr", "CmdBtChgName, c = %c\n", *c);

@@ -59,24 +59,28 @@ CmdGPS::CmdGPS() : m_gpsController(nullptr) { Init(); }
 
 CmdGPS::~CmdGPS() { Close(); }
 
-void CmdGPS::Init() {
+bool CmdGPS::Init() {
   if (!m_gpsController.Init()) {
     LOGBASE(LOG_LEV_ERROR, "Init", "GpsController  Init  false\n");
-    return;
+    return false;
   }
   if (!m_gpsController.Start()) {
     LOGBASE(LOG_LEV_ERROR, "Init", "GpsController Start  false\n");
+    return false;
   }
+  return true;
 }
 
-void CmdGPS::Close() {
+bool CmdGPS::Close() {
   if (!m_gpsController.Stop()) {
     LOGBASE(LOG_LEV_ERROR, "Close", "controller  Stop  false\n");
-    return;
+    return false;
   }
   if (!m_gpsController.Close()) {
     LOGBASE(LOG_LEV_ERROR, "Close", "controller  Close  false\n");
+    return false;
   }
+  return true;
 }
 
 bool CmdGPS::Work(pkg* record) {

@@ -22,8 +22,10 @@ class CmdGPS : public Cmd {
   ~CmdGPS() override;
   bool Work(pkg* record) override;
 
-  void Init();
-  void Close();
+  // Open and start the controller, and stop and close it; false after the first step that fails,
+  // which is logged.
+  bool Init();
+  bool Close();
 
   // Writes the sensitivity list, at most kReplySize bytes, and its length: the number of satellites
   // it carries (19 at most), then four bytes for each: id and 24 bits of C/N0, high byte first.

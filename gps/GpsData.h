@@ -21,6 +21,11 @@ struct GpsSatellite {
 // Values are as the geolocation service reports them; what a response lacks is 0.
 class GpsData {
  public:
+  GpsData();
+  ~GpsData();
+  GpsData(GpsData const&) = delete;
+  GpsData& operator=(GpsData const&) = delete;
+
   // Never null; the first call, from whichever thread, constructs it. It lives until the process
   // exits.
   static GpsData* GetInstance();
@@ -39,12 +44,6 @@ class GpsData {
   // Distinct by id, in the order in which the response names them first; zero from m_satCount on.
   GpsSatellite m_satellites[GPS_MAX_SATELLITES];
   double m_angle;
-
- private:
-  GpsData();
-  ~GpsData();
-  GpsData(GpsData const&) = delete;
-  GpsData& operator=(GpsData const&) = delete;
 };
 
 // Holds the store's mutex.

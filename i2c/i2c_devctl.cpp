@@ -94,13 +94,13 @@ int close_i2c(int handle) { return ::close(handle); }
 int i2c_write(int handle, std::uint32_t slave, std::uint32_t reg, std::uint32_t width,
               unsigned char const* data, std::uint32_t length, int verbose) {
   if (!IsWidth("i2c_write()", width)) return -1;
-  if (data == nullptr) length = 0;
   bool const nineBit = slave == kNineBitSlave;
   if (length > kI2cDataSize - width) {
     std::fprintf(stderr, "i2c_write(): send too large (%u bytes) \n", length);
     return -1;
   }
 
+  bool const present = data != nullptr && length > 0;
   I2cTransfer record = I2cTransfer();
   record.header = {slave, I2C_ADDRFMT_7BIT, width + length, kStop};
   if (nineBit) {
@@ -108,13 +108,13 @@ int i2c_write(int handle, std::uint32_t slave, std::uint32_t reg, std::uint32_t 
     if (width == 2) {
       PutRegister(record.data, reg, width);
     } else {
-      unsigned const bit8 = length > 0 ? data[0] & 1U : 0U;
+      unsigned const bit8 = present ? data[0] & 1U : 0U;
       record.data[0] = LowByte((reg << 1) | bit8);
-      record.data[1] = length > 1 ? data[1] : static_cast<unsigned char>(0);
+      record.data[1] = present && length > 1 ? data[1] : static_cast<unsigned char>(0);
     }
   } else {
     std::uint32_t const used = PutRegister(record.data, reg, width);
-    if (length > 0) std::memcpy(record.data + used, data, length);
+    if (present) std::memcpy(record.data + used, data, length);
   }
 
   if (verbose != 0) {
