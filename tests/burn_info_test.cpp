@@ -1,12 +1,8 @@
 // Command 10 against a driver and a PPS manager that record every byte.
 
-#include <fcntl.h>
-
-#include <cerrno>
 #include <climits>
 
 #include "support/recorder.h"
-#include "support/recording_pps.h"
 
 namespace bench {
 namespace {
@@ -24,6 +20,11 @@ Bytes Record(const Bytes& identity, std::int32_t length) {
 
 Bytes Accepted(const Bytes& data = {}) { return Join(Words({0}), data); }
 
+// The one request that reached the driver.
+Lines Request(std::uint32_t number, const Bytes& record = {}) {
+  return {"rw 0 " + Shown(Join(Words({number, 36}), record))};
+}
+
 Lines Published(const std::string& serial) {
   return {"wc 666 /zelmar/system/hostsn sn::" + serial};
 }
@@ -34,16 +35,6 @@ class BurnInfoTest : public RecordedBench {
     RecordedBench::SetUp();
     driver_ = std::make_unique<Recorder>(root_, "/dev/sysinfo");
     driver_->answer = [](const Bytes&) { return Accepted(); };
-  }
-
-  // The one request that reached the driver, in hexadecimal.
-  std::string Request() {
-    const std::vector<Recorder::File> files = driver_->Take();
-    EXPECT_EQ(files.size(), 1U);
-    if (files.size() != 1 || files[0].messages.size() != 1) return "no single request";
-    EXPECT_EQ(files[0].flags, unsigned{O_RDWR});
-    EXPECT_EQ(files[0].rest, "");
-    return Hex(files[0].messages[0]);
   }
 
   std::unique_ptr<Recorder> driver_;
@@ -65,12 +56,11 @@ TEST_F(BurnInfoTest, AWriteSendsTheWholeRecordAndASerialIsPublished) {
     const bool serial = c.sub_command == kWriteSN;
     const auto dcmd = serial ? 0x8024050AU : 0x80240506U;
     Do(kBurnInfo, c.sub_command, c.parameters);
-    EXPECT_EQ(Request(), Hex(Join(Words({dcmd, 36}), Record(Text(c.identity), serial ? 20 : 16))));
+    EXPECT_EQ(driver_->Take(), Request(dcmd, Record(Text(c.identity), serial ? 20 : 16)));
     EXPECT_EQ(asked, serial ? Published(c.identity) : Lines());
     EXPECT_EQ(log_->Texts(5), serial ? Lines{"_KRV_[WritePPS]-sn::" + c.identity} : Lines());
     EXPECT_EQ(Output(), serial ? "SetMachineSN: success \n" : "SetUUID: success \n");
-    const std::string number = std::to_string(c.sub_command);
-    EXPECT_EQ(told, "cmd_UUID_sub_write(cmd:'" + number + "') \n");
+    EXPECT_EQ(told, "cmd_UUID_sub_write(cmd:'" + std::to_string(c.sub_command) + "') \n");
   }
 }
 
@@ -81,7 +71,7 @@ TEST_F(BurnInfoTest, ALongIdentityIsRefusedWholeAndOtherSubCommandsDoNothing) {
     if (sub_command == 2 || sub_command == 3 || sub_command == 10 || sub_command == 11) continue;
     station_->Do(kBurnInfo, static_cast<std::uint8_t>(sub_command), Text("serial"));
   }
-  EXPECT_EQ(driver_->Take().size(), 0U);
+  EXPECT_EQ(driver_->Take(), Lines());
   EXPECT_EQ(pps_->Take(), Lines());
   EXPECT_EQ(Output(),
             "SetUUID: identity of 33 bytes does not fit 32 \n"
@@ -89,19 +79,18 @@ TEST_F(BurnInfoTest, ALongIdentityIsRefusedWholeAndOtherSubCommandsDoNothing) {
 }
 
 TEST_F(BurnInfoTest, ADriverThatRefusesOrIsMissing) {
+  const auto write_both = [this](const std::string& uuid_error, const std::string& serial_error) {
+    Do(kBurnInfo, kWriteUUID, Text("u"));
+    EXPECT_EQ(Output(), "SetUUID: " + uuid_error + " \n");
+    Do(kBurnInfo, kWriteSN, Text("unkept"));
+    EXPECT_EQ(Output(), "SetMachineSN: " + serial_error + " \n");
+    EXPECT_EQ(asked, Published("unkept"));
+  };
   driver_->answer = [](const Bytes&) { return Words({EROFS}); };
-  Do(kBurnInfo, kWriteUUID, Text("u"));
-  EXPECT_EQ(Output(), "SetUUID: DCMD_SYS_INFO_SET_UUID: devctl failed, errno=30 \n");
-  Do(kBurnInfo, kWriteSN, Text("refused"));
-  EXPECT_EQ(Output(), "SetMachineSN: DCMD_SYS_INFO_SET_BAR_CODE: devctl failed, errno=30 \n");
-  EXPECT_EQ(asked, Published("refused"));
-
+  write_both("DCMD_SYS_INFO_SET_UUID: devctl failed, errno=30",
+             "DCMD_SYS_INFO_SET_BAR_CODE: devctl failed, errno=30");
   driver_.reset();
-  Do(kBurnInfo, kWriteUUID, Text("u"));
-  EXPECT_EQ(Output(), "SetUUID: open /dev/sysinfo failed! \n");
-  Do(kBurnInfo, kWriteSN, Text("missing"));
-  EXPECT_EQ(Output(), "SetMachineSN: open /dev/sysinfo failed! \n");
-  EXPECT_EQ(asked, Published("missing"));
+  write_both("open /dev/sysinfo failed!", "open /dev/sysinfo failed!");
   EXPECT_EQ(Ask(kBurnInfo, kReadUUID), Bytes(16));
   EXPECT_EQ(told, "cmd_UUID_sub_read!(cmd:'11') \nopen /dev/sysinfo failed!\n");
   EXPECT_EQ(Ask(kBurnInfo, kReadSN), Bytes(20));
@@ -129,18 +118,16 @@ TEST_F(BurnInfoTest, AReadRepliesWithAsManyBytesAsTheDriverReports) {
                      {Bytes{0, 0, 0}, failed, EIO},
                      {Bytes(), failed, EIO},
                      {std::nullopt, failed, EIO}};
-  const int descriptors = CountDescriptors(service_->pid());
   for (const Case& c : cases) {
     driver_->answer = [&](const Bytes&) { return c.answer; };
     for (const bool serial : {false, true}) {
       const std::string name = serial ? "DCMD_SYS_INFO_GET_BAR_CODE" : "DCMD_SYS_INFO_GET_UUID";
-      const std::string number = serial ? "3" : "11";
       const Bytes reply = Ask(kBurnInfo, serial ? kReadSN : kReadUUID);
-      const auto dcmd = serial ? 0x40240509U : 0x40240501U;
-      EXPECT_EQ(Request(), Hex(Words({dcmd, 36})));
+      EXPECT_EQ(driver_->Take(), Request(serial ? 0x40240509U : 0x40240501U));
       const std::string identity = text.substr(0, static_cast<std::size_t>(std::max(0, c.length)));
       EXPECT_EQ(Hex(reply), Hex(c.length == failed ? Bytes(serial ? 20 : 16) : Text(identity)));
-      std::string expected = "cmd_UUID_sub_read!(cmd:'" + number + "') \n";
+      std::string expected =
+          serial ? "cmd_UUID_sub_read!(cmd:'3') \n" : "cmd_UUID_sub_read!(cmd:'11') \n";
       if (c.length == failed) {
         expected += name + ": devctl failed, errno=" + std::to_string(c.error) + " \n";
       } else if (!serial) {
@@ -149,33 +136,6 @@ TEST_F(BurnInfoTest, AReadRepliesWithAsManyBytesAsTheDriverReports) {
       EXPECT_EQ(told, expected);
     }
   }
-  EXPECT_EQ(CountDescriptors(service_->pid()), descriptors);
-}
-
-// Whatever the sub-command and the number of parameters of a test of the unit itself: the service
-// lives, keeps no descriptor and sends nothing but replies.
-TEST_F(BurnInfoTest, AnyParametersToAnySubCommandAreSurvived) {
-  driver_->answer = [](const Bytes&) { return Accepted(Record(Bytes(kIdentity, 'i'), 40)); };
-  pps_->Hold("/services/bluetooth/settings", "mac::" + std::string(500, ':'));
-  pps_->Hold("/services/handsfree/control", "");
-  const int descriptors = CountDescriptors(service_->pid());
-  for (const int command : {4, 6, 10, 12}) {
-    for (int sub_command = 0; sub_command < 256; ++sub_command) {
-      for (const int size : {0, 1, 2, 8, 9, 34, 35, 127, 128, 254, sub_command % 255}) {
-        station_->Send(static_cast<std::uint8_t>(command), static_cast<std::uint8_t>(sub_command),
-                       Bytes(static_cast<std::size_t>(size), static_cast<std::uint8_t>(size)));
-      }
-      station_->Send(7, 255);
-      wire::Reply reply{};
-      do {
-        const std::optional<Bytes> packet = station_->Receive();
-        ASSERT_TRUE(packet) << command << "/" << sub_command << Errors();
-        ASSERT_TRUE(wire::ParseReply(*packet, &reply)) << Hex(*packet);
-      } while (reply.command != 7);
-    }
-  }
-  EXPECT_TRUE(service_->IsRunning());
-  EXPECT_EQ(CountDescriptors(service_->pid()), descriptors);
 }
 
 }  // namespace

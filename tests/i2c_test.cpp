@@ -1,9 +1,7 @@
 // The I2C functions in this process against a bus that records every byte, and command 12.
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstring>
 #include <regex>
@@ -23,60 +21,55 @@ const std::size_t kArea = 512;
 const Bytes kIdentity = {0x00, 0x00, 0x02, 0x00};
 const Bytes kUntouched(600, 0xEE);
 
-using Messages = std::vector<Bytes>;
-
-Bytes SpeedRequest(std::uint32_t speed) { return Words({kSpeed, 4, speed}); }
-
-Bytes SendRequest(std::uint32_t slave, const Bytes& data) {
-  const auto length = static_cast<std::uint32_t>(data.size());
-  return Join(Words({kSend, 528, slave, 2, length, 1}), Padded(data, kArea));
+// Requests as the bus tells of them.
+std::string Request(const std::vector<std::uint32_t>& header, const Bytes& data) {
+  return " " + Shown(Join(Words(header), Padded(data, kArea)));
 }
 
-Bytes ReceiveRequest(std::uint32_t slave, std::uint32_t length) {
-  return Join(Words({kReceive, 528, slave, 2, length, 1}), Bytes(kArea));
+std::string SendRequest(std::uint32_t slave, const Bytes& data) {
+  return Request({kSend, 528, slave, 2, static_cast<std::uint32_t>(data.size()), 1}, data);
 }
 
-std::uint32_t NumberOf(const Bytes& message) {
-  std::uint32_t number = 0;
-  std::memcpy(&number, message.data(), sizeof(number));
-  return number;
+std::string ReceiveRequest(std::uint32_t length) {
+  return Request({kReceive, 528, 0x11, 2, length, 1}, {});
 }
 
-std::string HexOf(const Messages& messages) {
-  std::string text;
-  for (const Bytes& message : messages) text += Hex(message) + "\n";
-  return text;
+std::string OpenAt(std::uint32_t speed) { return "rw 0 " + Shown(Words({kSpeed, 4, speed})); }
+
+std::string Repeated(int count, const std::string& request) {
+  return count == 0 ? "" : request + Repeated(count - 1, request);
 }
 
-// A bus whose receives deliver `data`. The next `failing` requests with `failing_number` fail.
+// A bus whose receives deliver `data`. The next `failing` requests with `failing_number` get
+// `failure`.
 class Bus : public Recorder {
  public:
   explicit Bus(const TempRoot& root) : Recorder(root, kBus) {
-    answer = [this](const Bytes& message) { return Serve(message); };
+    answer = [this](const Bytes& message) -> std::optional<Bytes> {
+      std::uint32_t number = 0;
+      std::memcpy(&number, message.data(), sizeof(number));
+      if (number == failing_number && failing-- > 0) return failure;
+      if (number != kReceive && number != kSendReceive) return Words({0});
+      const Bytes header(message.begin() + 8, message.begin() + (number == kReceive ? 24 : 28));
+      return Join(Words({0}), Join(header, Padded(data, kArea)));
+    };
   }
 
   Bytes data = kIdentity;
   std::uint32_t failing_number = 0;
   int failing = 0;
+  std::optional<Bytes> failure = Words({EIO});
 
   // Opens the bus, does `work` and returns the requests behind the one that sets the speed.
-  Messages Do(const std::function<void(int bus)>& work) {
+  std::string Do(const std::function<void(int bus)>& work) {
     const int bus = open_i2c(kBus, 100000, 0);
     EXPECT_GE(bus, 0);
     work(bus);
     EXPECT_EQ(close_i2c(bus), 0);
-    const std::vector<File> files = Take();
+    const Lines files = Take();
     EXPECT_EQ(files.size(), 1U);
-    EXPECT_EQ(files.at(0).flags, unsigned{O_RDWR});
-    return {files.at(0).messages.begin() + 1, files.at(0).messages.end()};
-  }
-
-  std::optional<Bytes> Serve(const Bytes& message) {
-    const std::uint32_t number = NumberOf(message);
-    if (number == failing_number && failing-- > 0) return Words({EIO});
-    if (number != kReceive && number != kSendReceive) return Words({0});
-    const Bytes header(message.begin() + 8, message.begin() + (number == kReceive ? 24 : 28));
-    return Join(Words({0}), Join(header, Padded(data, kArea)));
+    EXPECT_EQ(files.at(0).find(OpenAt(100000)), 0U);
+    return files.at(0).substr(OpenAt(100000).size());
   }
 };
 
@@ -108,13 +101,13 @@ TEST_F(I2cTest, AWriteSendsItsRegisterAndDataInOneRecord) {
     const auto length = static_cast<std::uint32_t>(c.data.size());
     int result = 1;
     ::testing::internal::CaptureStderr();
-    const Messages messages = bus_.Do([&](int bus) {
+    const std::string requests = bus_.Do([&](int bus) {
       result = i2c_write(bus, c.slave, c.reg, c.width, c.data.data(), length, 0);
     });
     const std::string errors = ::testing::internal::GetCapturedStderr();
     EXPECT_EQ(result, c.sent.empty() ? -1 : 0);
     EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), c.sent.empty() ? 1 : 0) << errors;
-    EXPECT_EQ(HexOf(messages), c.sent.empty() ? "" : HexOf({SendRequest(c.slave, c.sent)}));
+    EXPECT_EQ(requests, c.sent.empty() ? "" : SendRequest(c.slave, c.sent));
   }
 }
 
@@ -124,21 +117,19 @@ TEST_F(I2cTest, AReadIsASendAndAReceiveACombinedOneASingleTransfer) {
   for (const std::uint32_t length : {0U, 1U, 4U, 512U}) {
     Bytes separate = kUntouched;
     Bytes combined = kUntouched;
-    const Messages messages = bus_.Do([&](int bus) {
+    const std::string requests = bus_.Do([&](int bus) {
       EXPECT_EQ(i2c_read(bus, 0x11, 4, 1, separate.data(), length, 0), 0);
       EXPECT_EQ(i2c_send_recv(bus, 0x11, 0x0102, 2, combined.data(), length, 0), 0);
     });
-    const Bytes area = Padded({1, 2}, kArea);
-    EXPECT_EQ(HexOf(messages),
-              HexOf({SendRequest(0x11, {4}), ReceiveRequest(0x11, length),
-                     Join(Words({kSendReceive, 532, 0x11, 2, 2, length, 1}), area)}));
+    EXPECT_EQ(requests, SendRequest(0x11, {4}) + ReceiveRequest(length) +
+                            Request({kSendReceive, 532, 0x11, 2, 2, length, 1}, {1, 2}));
     EXPECT_EQ(separate, Join(Padded(bus_.data, length), Bytes(kUntouched.size() - length, 0xEE)));
     EXPECT_EQ(combined, separate);
   }
   for (const std::uint32_t length : {513U, UINT_MAX}) {
     Bytes read = kUntouched;
     ::testing::internal::CaptureStderr();
-    const Messages messages = bus_.Do([&](int bus) {
+    const std::string requests = bus_.Do([&](int bus) {
       EXPECT_EQ(i2c_read(bus, 0x11, 4, 1, read.data(), length, 0), -1);
       EXPECT_EQ(i2c_send_recv(bus, 0x11, 4, 1, read.data(), length, 0), -1);
       EXPECT_EQ(i2c_send_recv(bus, 0x11, 4, 3, read.data(), 1, 0), -1);
@@ -148,33 +139,47 @@ TEST_F(I2cTest, AReadIsASendAndAReceiveACombinedOneASingleTransfer) {
         "i2c_read(): recv too large (" + std::to_string(static_cast<int>(length)) + " bytes) \n";
     EXPECT_EQ(::testing::internal::GetCapturedStderr().rfind(line, 0), 0U);
     EXPECT_EQ(read, kUntouched);
-    EXPECT_EQ(messages, Messages());
+    EXPECT_EQ(requests, "");
   }
 }
 
-TEST_F(I2cTest, EachTransferIsTriedFiveTimes) {
+TEST_F(I2cTest, EachTransferIsTriedFiveTimesAndAFailedOneLeavesTheDestinationAlone) {
+  const std::string send = SendRequest(0x11, {4});
+  const std::string receive = ReceiveRequest(4);
+  const std::string combined = Request({kSendReceive, 532, 0x11, 2, 1, 4, 1}, {4});
+  const Bytes error = Words({EIO});
   struct Case {
     std::uint32_t number;
     int failing;
-    int result;
-    std::size_t sends, receives, combined;
-  } const cases[] = {{kSend, 4, 0, 5, 1, 0},        {kSend, 5, -1, 5, 0, 0},
-                     {kReceive, 4, 0, 1, 5, 0},     {kReceive, 5, -1, 1, 5, 0},
-                     {kSendReceive, 4, 0, 0, 0, 5}, {kSendReceive, 5, -1, 0, 0, 5}};
+    std::optional<Bytes> failure;
+    std::string requests;
+  } const cases[] = {
+      {kSend, 4, error, Repeated(5, send) + receive},
+      {kSend, 5, error, Repeated(5, send)},
+      {kReceive, 4, error, send + Repeated(5, receive)},
+      {kReceive, 5, error, send + Repeated(5, receive)},
+      {kSendReceive, 4, error, Repeated(5, combined)},
+      {kSendReceive, 5, error, Repeated(5, combined)},
+      // Cut, too short, no whole error number, a hang-up, silence.
+      {kReceive, 5, Words({0}), send + Repeated(5, receive)},
+      {kReceive, 5, Bytes(531), send + Repeated(5, receive)},
+      {kReceive, 5, Bytes{0, 0}, send + receive},
+      {kReceive, 5, Bytes(), send + receive},
+      {kReceive, 5, std::nullopt, send + receive},
+  };
   for (const Case& c : cases) {
     bus_.failing_number = c.number;
     bus_.failing = c.failing;
+    bus_.failure = c.failure;
     Bytes read = kUntouched;
-    const Messages messages = bus_.Do([&](int bus) {
-      const auto transfer = c.combined > 0 ? i2c_send_recv : i2c_read;
-      EXPECT_EQ(transfer(bus, 0x11, 4, 1, read.data(), 4, 0), c.result);
-    });
-    EXPECT_EQ(Bytes(read.begin(), read.begin() + 4), c.result == 0 ? kIdentity : Bytes(4, 0xEE));
-    Messages expected(c.sends, SendRequest(0x11, {4}));
-    expected.insert(expected.end(), c.receives, ReceiveRequest(0x11, 4));
-    const Bytes combined = Join(Words({kSendReceive, 532, 0x11, 2, 1, 4, 1}), Padded({4}, kArea));
-    expected.insert(expected.end(), c.combined, combined);
-    EXPECT_EQ(HexOf(messages), HexOf(expected));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(c.requests, bus_.Do([&](int bus) {
+      const auto transfer = c.number == kSendReceive ? i2c_send_recv : i2c_read;
+      EXPECT_EQ(transfer(bus, 0x11, 4, 1, read.data(), 4, 0), c.failing == 5 ? -1 : 0);
+    }));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(8000));
+    EXPECT_EQ(Bytes(read.begin(), read.begin() + 4), c.failing == 5 ? Bytes(4, 0xEE) : kIdentity);
+    EXPECT_EQ(Bytes(read.begin() + 4, read.end()), Bytes(read.size() - 4, 0xEE));
   }
 }
 
@@ -228,56 +233,41 @@ i2c_send_recv(): slave=0x11, reg=0x4, size=4
   EXPECT_TRUE(isDataValid(kIdentity.data(), 4));
 }
 
-TEST_F(I2cTest, ABusThatAnswersBadlyLeavesTheDestinationAlone) {
-  const std::optional<Bytes> answers[] = {Words({0}), Bytes(531), Bytes{0, 0}, Bytes(),
-                                          std::nullopt};
-  for (const std::optional<Bytes>& reply : answers) {
-    bus_.answer = [&](const Bytes& message) {
-      return NumberOf(message) == kReceive ? reply : bus_.Serve(message);
-    };
-    Bytes read = kUntouched;
-    const auto start = std::chrono::steady_clock::now();
-    bus_.Do([&](int bus) { EXPECT_EQ(i2c_read(bus, 0x11, 4, 1, read.data(), 4, 0), -1); });
-    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(8000));
-    EXPECT_EQ(read, kUntouched);
-  }
-}
-
-const std::uint8_t kMacAuth = 12;
-
-class ChipTest : public BenchTest {
- protected:
-  bool Printed(const std::string& line) const {
-    return Output().find("\n" + line + "\n") != std::string::npos;
-  }
-};
+class ChipTest : public BenchTest {};
 
 TEST_F(ChipTest, OnlyTheExpectedIdentityPasses) {
+  const std::uint8_t kMacAuth = 12;
+  EXPECT_EQ(unit_->Control("i2c absent"), "ok");
+  EXPECT_EQ(station_->Ask(kMacAuth, 0), Bytes{0});
+  EXPECT_EQ(Output(), "open_i2c(): open /dev/i2c4 failed, error=No such device or address \n");
   Bus bus(root_);
+  const std::string send = OpenAt(32000) + SendRequest(0x11, {4});
   struct Case {
     Bytes identity;
     std::uint32_t failing_number;
-    std::size_t requests;
-  } const cases[] = {{kIdentity, 0, 3},       {{0, 0, 3, 0}, 0, 3},   {{1, 0, 2, 0}, 0, 3},
-                     {{0, 0, 2, 1}, 0, 3},    {kIdentity, kSpeed, 1}, {kIdentity, kSend, 6},
-                     {kIdentity, kReceive, 7}};
+    std::string requests;
+    std::string verdict;  // printed, when the identity was read
+  } const cases[] = {
+      {kIdentity, 0, send + ReceiveRequest(4), "success "},
+      {{0, 0, 3, 0}, 0, send + ReceiveRequest(4), "failed "},
+      {{1, 0, 2, 0}, 0, send + ReceiveRequest(4), "failed "},
+      {{0, 0, 2, 1}, 0, send + ReceiveRequest(4), "failed "},
+      {kIdentity, kSpeed, OpenAt(32000), ""},
+      {kIdentity, kSend, send + Repeated(4, SendRequest(0x11, {4})), ""},
+      {kIdentity, kReceive, send + Repeated(5, ReceiveRequest(4)), ""},
+  };
   const int descriptors = CountDescriptors(service_->pid());
   for (int round = 0; round < 30; ++round) {  // 210 reads
     for (const Case& c : cases) {
       bus.data = c.identity;
       bus.failing_number = c.failing_number;
       bus.failing = 5;
-      const bool read = c.failing_number == 0;
-      const bool passes = read && c.identity == kIdentity;
       Mark();
-      EXPECT_EQ(station_->Ask(kMacAuth, 0, {1, 2}), Bytes{passes});
-      const Messages messages = bus.Take().at(0).messages;
-      EXPECT_EQ(messages.size(), c.requests);
-      const Messages expected = {SpeedRequest(32000), SendRequest(0x11, {4}),
-                                 ReceiveRequest(0x11, 4)};
-      EXPECT_TRUE(!read || messages == expected) << HexOf(messages);
-      EXPECT_EQ(Printed("success "), passes);
-      EXPECT_EQ(Printed("failed "), read && !passes);
+      EXPECT_EQ(station_->Ask(kMacAuth, 0, {1, 2}), Bytes{c.verdict == "success "});
+      EXPECT_EQ(bus.Take(), Lines{c.requests});
+      for (const std::string verdict : {"success ", "failed "}) {
+        EXPECT_EQ(Output().find("\n" + verdict + "\n") != std::string::npos, verdict == c.verdict);
+      }
       EXPECT_EQ(Errors().rfind("cmd_sub_read(cmd:'0') \n", 0), 0U) << Errors();
     }
   }
@@ -286,21 +276,8 @@ TEST_F(ChipTest, OnlyTheExpectedIdentityPasses) {
   for (int sub_command = 1; sub_command < 256; ++sub_command) {
     station_->Do(kMacAuth, static_cast<std::uint8_t>(sub_command));
   }
-  EXPECT_EQ(bus.Take().size(), 0U);
+  EXPECT_EQ(bus.Take(), Lines());
   EXPECT_EQ(Output(), "");
-}
-
-TEST_F(ChipTest, TheUnitsOwnChipPassesUntilItIsDisturbed) {
-  const std::pair<const char*, std::uint8_t> steps[] = {
-      {"i2c present", 1},      {"i2c identity 00 00 03 00", 0}, {"i2c reset", 1},
-      {"i2c fail-send 4", 1},  {"i2c fail-send 5", 0},          {"i2c fail-recv 4", 1},
-      {"i2c speed refuse", 0}, {"i2c speed accept", 1},         {"i2c absent", 0}};
-  for (const auto& [line, verdict] : steps) {
-    EXPECT_EQ(unit_->Control(line), "ok");
-    Mark();
-    EXPECT_EQ(station_->Ask(kMacAuth, 0), Bytes{verdict}) << line;
-  }
-  EXPECT_EQ(Output(), "open_i2c(): open /dev/i2c4 failed, error=No such device or address \n");
 }
 
 }  // namespace

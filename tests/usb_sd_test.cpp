@@ -1,44 +1,58 @@
-// The presence command, and what all commands on sources, players and positions have to survive.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
+// The presence command, and what all commands have to survive.
 #include <algorithm>
 
-#include "support/recording_pps.h"
+#include "support/recorder.h"
 
 namespace bench {
 namespace {
 
 const std::uint8_t kUsbSd = 13;
-const char kPresence[] = "/zelmar/system/dev_status";
-const std::string kStatus[] = {"/zelmar/media/zmusb/status", "/zelmar/media/zmsd/status"};
+const std::string kPresence = "/zelmar/system/dev_status";
+const std::string kUsb = "/zelmar/media/zmusb/status";
+const std::string kSd = "/zelmar/media/zmsd/status";
 
-class UsbSd : public RecordedBench {
- protected:
-  std::string Answer(std::uint8_t sub) { return Hex(Ask(kUsbSd, sub)); }
-  std::string Answer(std::uint8_t sub, const std::string& object, const std::string& text) {
-    pps_->Hold(object, text);
-    return Answer(sub);
-  }
-};
+class UsbSd : public RecordedBench {};
 
-TEST_F(UsbSd, AnswersPresence) {
-  for (const std::uint8_t sub : Bytes{0, 1}) {
-    const std::string own = sub == 0 ? "zmusb" : "zmsd";
-    const std::string other = sub == 0 ? "zmsd:n:1\n" : "zmusb:n:1\n";
-    const std::string text = other + own + ":n:1\n";
-    EXPECT_EQ(Answer(sub, kPresence, text), "01");
-    EXPECT_EQ(told, "read buf is('" + text + "') \nread decoder val is('1') \n");
-    EXPECT_EQ(asked, Lines{std::string("r 0 ") + kPresence});
-    EXPECT_EQ(Answer(sub, kPresence, other), "00");
-    EXPECT_EQ(told, "read buf is('" + other + "') \nread decoder val is('0') \n");
-    for (const char* value :
-         {"n:0", "n:2", "n:-1", "n:257", "n:4294967297", ":1", "b:true", "n:1.5", "json:[1]"}) {
-      EXPECT_EQ(Answer(sub, kPresence, own + ":" + value + "\n" + other), "00") << value;
+TEST_F(UsbSd, OnlyItsOwnAttributeAnswersEach) {
+  // The path of a status is relative to the service's working directory.
+  const struct {
+    std::string object, path, attribute, yes;
+  } kPlaces[] = {{kPresence, "/pps" + kPresence, "zmusb", "n:1"},
+                 {kPresence, "/pps" + kPresence, "zmsd", "n:1"},
+                 {kUsb, "pps" + kUsb, "zm_sync", ":finish"},
+                 {kSd, "pps" + kSd, "zm_sync", ":finish"}};
+  for (std::uint8_t sub = 0; sub < 4; ++sub) {
+    const auto& place = kPlaces[sub];
+    for (const std::string value :
+         {"n:1", "n:0", "n:2", "n:-1", "n:257", "n:4294967297", ":1", "b:true", "n:1.5", "json:[1]",
+          ":finish", ":finished", ":Finish", ":", ": finish", ":finish ", ":finish\\n",
+          "c:finish\\n", "json:{\"zm_sync\":\"finish\"}"}) {
+      SCOPED_TRACE(place.attribute + value);
+      const std::string text =
+          (sub == 0 ? "zmsd:n:1\n" : "zmusb:n:1\n") + place.attribute + ":" + value + "\n";
+      for (const auto& other : kPlaces) pps_->Hold(other.object, other.attribute + ":" + other.yes);
+      pps_->Hold(place.object, text);
+      EXPECT_EQ(Ask(kUsbSd, sub), Bytes{value == place.yes});
+      EXPECT_EQ(asked, Lines{"r 0 " + place.object});
+      if (value != place.yes && (sub > 1 || value != "n:0")) continue;
+      EXPECT_EQ(told, "read buf is('" + text + "') \nread decoder val is('" +
+                          value.substr(value.find(':') + 1) + "') \n");
     }
-    pps_->Drop(kPresence);
-    EXPECT_EQ(Answer(sub), "00");
-    EXPECT_EQ(told, "open('/pps/zelmar/system/dev_status') failed: No such file or directory\n");
+    pps_->Refuse(place.object, ENOENT);
+    EXPECT_EQ(Ask(kUsbSd, sub), Bytes{0});
+    EXPECT_EQ(told, "open('" + place.path + "') failed: No such file or directory\n");
+  }
+  pps_->Hold(kUsb, "zm_sync:c:finis\\150");
+  EXPECT_EQ(Ask(kUsbSd, 2), Bytes{1});
+  // Another type, missing, and beside a line that is none.
+  const std::pair<std::string, std::string> kFailures[] = {
+      {"zm_sync:n:1\n", "2\n"}, {"@status\n", "3\n"}, {"noise\nzm_sync::finish\n", "4\n"}};
+  for (const auto& [text, status] : kFailures) {
+    pps_->Hold(kUsb, text);
+    EXPECT_EQ(Ask(kUsbSd, 2), Bytes{0});
+    EXPECT_EQ(told, "read buf is('" + text + "') \n");
+    EXPECT_EQ(log_->Texts(2),
+              Lines{"_KRV_[GetPPSStringVal]-Cmd, pps_decoder_status() return " + status});
   }
   for (int sub = 4; sub < 256; ++sub) {
     Do(kUsbSd, static_cast<std::uint8_t>(sub), {1});
@@ -46,56 +60,8 @@ TEST_F(UsbSd, AnswersPresence) {
   }
 }
 
-TEST_F(UsbSd, AnswersSynchronisation) {
-  for (const std::uint8_t sub : Bytes{2, 3}) {
-    const std::string& object = kStatus[sub - 2];
-    EXPECT_EQ(Answer(sub, object, "zm_sync::finish\n"), "01");
-    EXPECT_EQ(told, "read buf is('zm_sync::finish\n') \nread decoder val is('finish') \n");
-    EXPECT_EQ(Answer(sub, object, "zm_sync:c:finis\\150"), "01");
-    for (const char* value : {":finished", ":Finish", ":", ": finish", ":finish ", ":finish\\n",
-                              "c:finish\\n", "json:{\"zm_sync\":\"finish\"}"}) {
-      EXPECT_EQ(Answer(sub, object, std::string("zm_sync:") + value + "\n"), "00") << value;
-    }
-    // Another type, missing, and beside a line that is none.
-    const std::pair<const char*, const char*> kFailures[] = {
-        {"zm_sync:n:1\n", "2\n"}, {"@status\n", "3\n"}, {"noise\nzm_sync::finish\n", "4\n"}};
-    for (const auto& [text, status] : kFailures) {
-      EXPECT_EQ(Answer(sub, object, text), "00");
-      EXPECT_EQ(told, std::string("read buf is('") + text + "') \n");
-      EXPECT_EQ(
-          log_->Texts(2),
-          Lines{std::string("_KRV_[GetPPSStringVal]-Cmd, pps_decoder_status() return ") + status});
-    }
-    EXPECT_EQ(Answer(static_cast<std::uint8_t>(5 - sub), object, "zm_sync::finish\n"), "00");
-    pps_->Drop(object);
-    EXPECT_EQ(Answer(sub), "00");
-    EXPECT_EQ(told, "open('pps" + object + "') failed: No such file or directory\n");
-  }
-}
-
-TEST_F(UsbSd, FindsSynchronisationFromItsWorkingDirectoryOnly) {
-  for (const std::string& object : kStatus) pps_->Hold(object, "zm_sync::finish\n");
-  EXPECT_EQ(StopService(), 0);
-  StartService([] {
-    if (::chdir("dev") != 0) ::_exit(126);
-  });
-  EXPECT_EQ(Answer(0, kPresence, "zmusb:n:1\n"), "01");
-  EXPECT_EQ(Answer(2), "00");
-  EXPECT_EQ(Answer(3), "00");
-}
-
 class Hostile : public RecordedBench {
  protected:
-  // Takes all replies in, and waits until the service is done.
-  void Settle() const {
-    station_->Send(7, 254);
-    for (wire::Reply reply{}; reply.command != 7;) {
-      const auto packet = station_->Receive();
-      ASSERT_TRUE(packet);
-      ASSERT_TRUE(wire::ParseReply(*packet, &reply));
-    }
-  }
-
   // What every query answers.
   std::string Answers() const {
     std::string text;
@@ -114,20 +80,32 @@ class Hostile : public RecordedBench {
                           "/zelmar/navigation/status",
                           "/zelmar/navigation/command",
                           kPresence,
-                          kStatus[0],
-                          kStatus[1]};
+                          kUsb,
+                          kSd};
 };
 
+// The service lives, keeps no descriptor and sends nothing but replies.
 TEST_F(Hostile, AnySubCommandWithAnyParameters) {
-  const int descriptors = CountDescriptors(service_->pid());
+  Recorder driver(root_, "/dev/sysinfo");
+  driver.answer = [](const Bytes&) { return Join(Words({0}), Bytes(36, 'i')); };
   pps_->Hold(objects_[0], "zmplaysource::zmdisc\n");
-  for (const std::uint8_t command : Bytes{0, 3, 5, 13}) {
-    for (int sub = 0; sub < 256; ++sub) {
-      for (const int count : {0, 1, 2, 3, 4, 5, 254, sub % 255}) {  // each count somewhere
+  pps_->Hold("/services/bluetooth/settings", "mac::" + std::string(500, ':'));
+  pps_->Hold("/services/handsfree/control", "");
+  // Takes all replies in, and waits until the service is done.
+  const auto settle = [this] {
+    station_->Send(7, 254);
+    for (wire::Reply reply{}; reply.command != 7;) {
+      const auto packet = station_->Receive();
+      ASSERT_TRUE(packet && wire::ParseReply(*packet, &reply)) << Errors();
+    }
+  };
+  for (const std::uint8_t command : Bytes{0, 3, 4, 5, 6, 10, 12, 13}) {
+    for (int sub = 0; sub < 256 && !HasFailure(); ++sub) {
+      for (const int count : {0, 1, 2, 3, 4, 5, 8, 9, 34, 35, 127, 128, 254, sub % 255}) {
         station_->Send(command, static_cast<std::uint8_t>(sub),
                        Bytes(static_cast<std::size_t>(count), static_cast<std::uint8_t>(sub)));
       }
-      Settle();
+      settle();
     }
     // Without a sub-command byte nothing is done.
     Bytes packet = wire::BuildRequest(command, 0, {1});
@@ -135,11 +113,10 @@ TEST_F(Hostile, AnySubCommandWithAnyParameters) {
     pps_->Take();
     Mark();
     station_->SendRaw(packet);
-    Settle();
+    settle();
     EXPECT_TRUE(log_->Has(6, "_KRV_[GetHead]-m_len < 1 [0]!\n"));
     EXPECT_EQ(pps_->Take(), Lines());
   }
-  EXPECT_EQ(CountDescriptors(service_->pid()), descriptors);
 }
 
 TEST_F(Hostile, ObjectsOfAnyTextAndSize) {

@@ -20,15 +20,6 @@ bool WaitReadable(int fd, milliseconds limit) {
 
 }  // namespace
 
-Connection& Connection::operator=(Connection&& other) noexcept {
-  if (this != &other) {
-    Close();
-    fd_ = other.fd_;
-    other.fd_ = -1;
-  }
-  return *this;
-}
-
 std::optional<Bytes> Connection::Receive(milliseconds limit) const {
   if (!WaitReadable(fd_, limit)) return std::nullopt;
   Bytes message(2 * wire::kMaxPacket);
@@ -45,9 +36,7 @@ void Connection::Send(const Bytes& message) const {
 }
 
 void Connection::Answer(std::int32_t error) const {
-  Bytes bytes(sizeof(error));
-  std::memcpy(bytes.data(), &error, sizeof(error));
-  Send(bytes);
+  Send(std::string(reinterpret_cast<const char*>(&error), sizeof(error)));
 }
 
 void Connection::Close() {

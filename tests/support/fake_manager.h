@@ -18,7 +18,10 @@ class Connection {
   explicit Connection(int fd) : fd_(fd) {}
   ~Connection() { Close(); }
   Connection(Connection&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
-  Connection& operator=(Connection&& other) noexcept;
+  Connection& operator=(Connection&& other) noexcept {
+    std::swap(fd_, other.fd_);
+    return *this;
+  }
 
   // The next message; nothing at the end of file or when none comes within `limit`.
   std::optional<Bytes> Receive(milliseconds limit = milliseconds(5000)) const;
