@@ -1,6 +1,7 @@
 #include "decoder_walk.h"
 
 #include <cstring>
+#include <map>
 #include <vector>
 
 namespace fuzz {
@@ -11,7 +12,7 @@ const char* const kNames[] = {"a",        "b",          "",    "version", "mpu",
                               "latitude", "satellites", "cno", "id",      "used", "trackinfo"};
 const int kNextName = 12;  // the name that the decoder gives for the next member
 const int kLastName = 13;  // the one it gave the last time
-// Everything above: no name.
+const int kNoName = 14;    // and everything above
 
 enum Call {
   kGetInt,
@@ -23,12 +24,11 @@ enum Call {
   kPushArray,
   kPop,
   kNext,
-  kType,
-  kName,
-  kLength,
-  kStatus,
+  kStatus = 12,  // those before it ask for the length and the type
   kClearStatus,
 };
+
+const char kUnknown[] = "unknown";
 
 class Walker {
  public:
@@ -37,16 +37,17 @@ class Walker {
         text_(decoding->text()),
         status_(pps_decoder_status(decoder_, false)) {}
 
-  void Do(std::uint8_t operation) {
+  // One operation; true when it delivered a value or entered a container.
+  bool Do(int operation) {
     const char* const name = Name(operation >> 4);
     const pps_node_type_t type = pps_decoder_type(decoder_, name);
     switch (operation & 15) {
       case kGetInt:
-        return GetInt(name, type);
+        return GetNumber(pps_decoder_get_int, pps_decoder_get_int64, name, type);
       case kGetInt64:
-        return GetInt64(name, type);
+        return GetNumber(pps_decoder_get_int64, pps_decoder_get_double, name, type);
       case kGetDouble:
-        return GetDouble(name, type);
+        return GetNumber(pps_decoder_get_double, pps_decoder_get_double, name, type);
       case kGetBool:
         return GetBool(name, type);
       case kGetString:
@@ -57,21 +58,47 @@ class Walker {
       case kPushArray:
         return Enter(pps_decoder_push_array(decoder_, name), type, type == PPS_TYPE_ARRAY);
       case kPop:
-        return Pop();
+        Pop();
+        break;
       case kNext:
-        return Next();
+        Next();
+        break;
       case kStatus:
-        Require(pps_decoder_status(decoder_, false) == status_, "the status is the first failure");
-        return;
-      case kClearStatus:
-        Require(pps_decoder_status(decoder_, true) == status_, "the status is the first failure");
-        status_ = PPS_DECODER_OK;
-        return;
+      case kClearStatus: {
+        const bool clear = (operation & 15) == kClearStatus;
+        Require(pps_decoder_status(decoder_, clear) == status_, "the status is the first failure");
+        if (clear) status_ = PPS_DECODER_OK;
+        break;
+      }
       default:
         Require(pps_decoder_length(decoder_) >= 0, "a length is not negative");
         Require(pps_decoder_type(decoder_, name) == type, "asking for the type changes nothing");
-        return;
     }
+    return false;
+  }
+
+  // Enters and leaves everything there is, once, with every getter at every place.
+  void DoAll() {
+    std::vector<int> left = {pps_decoder_length(decoder_)};
+    while (!left.empty()) {
+      if (pps_decoder_type(decoder_, nullptr) == PPS_TYPE_NONE) {
+        Require(left.back() == 0, "a level has as many members as its length");
+        left.pop_back();
+        Pop();
+        continue;
+      }
+      Require(left.back()-- > 0, "a level has no more members than its length");
+      if (pps_decoder_name(decoder_) != nullptr) {
+        for (int call = kGetInt; call <= kGetString; ++call) Do(call | kNextName << 4);
+      }
+      if (Do(kPush | kNoName << 4)) {
+        left.push_back(pps_decoder_length(decoder_));
+      } else {
+        PassOne();
+      }
+    }
+    Do(kClearStatus);
+    Do(kStatus);
   }
 
   void LeaveAll() {
@@ -91,8 +118,16 @@ class Walker {
     return last_name_.c_str();
   }
 
-  // The result of a call for a value of the type it found there.
-  void Check(pps_decoder_error_t result, pps_node_type_t type, bool fits) {
+  // Passes the next member by the getter that delivers it, or without one.
+  void PassOne() {
+    for (int call = kGetInt; call <= kGetString; ++call) {
+      if (Do(call | kNoName << 4)) return;
+    }
+    Next();
+  }
+
+  // The result of a call for a value of the type it found there; true when it delivered.
+  bool Check(pps_decoder_error_t result, pps_node_type_t type, bool fits) {
     if (type == PPS_TYPE_NONE) {
       Require(result == PPS_DECODER_NOT_FOUND, "what is not there is not found");
     } else if (fits) {
@@ -101,71 +136,47 @@ class Walker {
       Require(result == PPS_DECODER_BAD_TYPE, "what has another type is not delivered");
     }
     if (status_ == PPS_DECODER_OK) status_ = result;
+    return result == PPS_DECODER_OK;
   }
 
-  // A number may be one that this call cannot deliver.
-  void CheckNumber(pps_decoder_error_t result, pps_node_type_t type, bool untouched) {
-    Require(result == PPS_DECODER_OK || untouched, "a failure leaves the variable alone");
-    Check(result, type, type == PPS_TYPE_NUMBER && result == PPS_DECODER_OK);
+  // A number may be one that this call cannot deliver. By its name it is also asked for as a wider
+  // type.
+  template <typename Value, typename Wide>
+  bool GetNumber(pps_decoder_error_t (*get)(pps_decoder_t*, const char*, Value*),
+                 pps_decoder_error_t (*get_wide)(pps_decoder_t*, const char*, Wide*),
+                 const char* name, pps_node_type_t type) {
+    const Value kUntouched = -77;
+    Value value = kUntouched;
+    Wide wide = 0;
+    if (name != nullptr && get_wide(decoder_, name, &wide) != PPS_DECODER_OK) RestoreStatus();
+    const pps_decoder_error_t result = get(decoder_, name, &value);
+    const bool good = result == PPS_DECODER_OK;
+    Require(good || value == kUntouched, "a failure leaves the variable alone");
+    Require(!good || name == nullptr || wide == static_cast<Wide>(value),
+            "a number is the same as any type");
+    return Check(result, type, type == PPS_TYPE_NUMBER && good);
   }
 
-  void GetInt(const char* name, pps_node_type_t type) {
-    const int kUntouched = -77;
-    int value = kUntouched;
-    std::int64_t wide = 0;
-    if (name != nullptr && pps_decoder_get_int64(decoder_, name, &wide) != PPS_DECODER_OK) {
-      RestoreStatus();
-    }
-    const pps_decoder_error_t result = pps_decoder_get_int(decoder_, name, &value);
-    CheckNumber(result, type, value == kUntouched);
-    if (name != nullptr && result == PPS_DECODER_OK) {
-      Require(value == wide, "a number is the same as int and as int64");
-    }
-  }
-
-  void GetInt64(const char* name, pps_node_type_t type) {
-    const std::int64_t kUntouched = -77;
-    std::int64_t value = kUntouched;
-    double real = 0;
-    if (name != nullptr && pps_decoder_get_double(decoder_, name, &real) != PPS_DECODER_OK) {
-      RestoreStatus();
-    }
-    const pps_decoder_error_t result = pps_decoder_get_int64(decoder_, name, &value);
-    CheckNumber(result, type, value == kUntouched);
-    if (name != nullptr && result == PPS_DECODER_OK) {
-      Require(real == static_cast<double>(value), "a number is the same as int64 and as double");
-    }
-  }
-
-  void GetDouble(const char* name, pps_node_type_t type) {
-    const double kUntouched = -77.25;
-    double value = kUntouched;
-    const pps_decoder_error_t result = pps_decoder_get_double(decoder_, name, &value);
-    const bool untouched = std::memcmp(&value, &kUntouched, sizeof(value)) == 0;
-    CheckNumber(result, type, untouched);
-  }
-
-  void GetBool(const char* name, pps_node_type_t type) {
+  bool GetBool(const char* name, pps_node_type_t type) {
     bool value = true;
     const pps_decoder_error_t result = pps_decoder_get_bool(decoder_, name, &value);
     Require(result == PPS_DECODER_OK || value, "a failure leaves the variable alone");
-    Check(result, type, type == PPS_TYPE_BOOL);
+    return Check(result, type, type == PPS_TYPE_BOOL);
   }
 
-  void GetString(const char* name, pps_node_type_t type) {
+  bool GetString(const char* name, pps_node_type_t type) {
     const char* value = nullptr;
     const pps_decoder_error_t result = pps_decoder_get_string(decoder_, name, &value);
     Require((result == PPS_DECODER_OK) == (value != nullptr),
             "a failure leaves the variable alone");
-    Check(result, type, type == PPS_TYPE_STRING);
-    if (value == nullptr) return;
-    Require(text_.Holds(value) && text_.Holds(value + std::strlen(value)),
+    Require(value == nullptr || (text_.Holds(value) && text_.Holds(value + std::strlen(value))),
             "a string points into the text");
+    return Check(result, type, type == PPS_TYPE_STRING);
   }
 
-  void Enter(pps_decoder_error_t result, pps_node_type_t type, bool fits) {
-    Check(result, type, fits);
+  bool Enter(pps_decoder_error_t result, pps_node_type_t type, bool fits) {
     if (result == PPS_DECODER_OK) ++depth_;
+    return Check(result, type, fits);
   }
 
   void Pop() {
@@ -193,13 +204,67 @@ class Walker {
   std::string last_name_;
 };
 
+// The member of that name or, name null, the next one, which is passed.
+std::string Value(pps_decoder_t* decoder, const char* name) {
+  const pps_node_type_t type = pps_decoder_type(decoder, name);
+  if (type == PPS_TYPE_OBJECT || type == PPS_TYPE_ARRAY) {
+    Require(pps_decoder_push(decoder, name) == PPS_DECODER_OK, "a container can be entered");
+    const std::string inside = Shown(decoder);
+    Require(pps_decoder_pop(decoder) == PPS_DECODER_OK, "what was entered can be left");
+    return type == PPS_TYPE_OBJECT ? "{" + inside + "}" : "[" + inside + "]";
+  }
+  double number = 0;
+  if (pps_decoder_get_double(decoder, name, &number) == PPS_DECODER_OK) return ShownNumber(number);
+  bool flag = false;
+  if (pps_decoder_get_bool(decoder, name, &flag) == PPS_DECODER_OK) return flag ? "true" : "false";
+  const char* string = nullptr;
+  if (pps_decoder_get_string(decoder, name, &string) == PPS_DECODER_OK) return Quoted(string);
+  if (name == nullptr) pps_decoder_next(decoder);
+  return type == PPS_TYPE_NULL ? "null" : type == PPS_TYPE_NUMBER ? "huge" : kUnknown;
+}
+
+// The same JSON with spaces that make each object begin unlike the one before.
+std::string Unlike(const std::string& json) {
+  std::string text;
+  std::size_t objects = 0;
+  bool in_string = false;
+  for (std::size_t i = 0; i < json.size(); ++i) {
+    text += json[i];
+    if (json[i] == '"') in_string = !in_string;
+    if (json[i] == '{' && !in_string) text.append(objects++ % 7, ' ');
+    if (json[i] == '\\' && in_string && i + 1 < json.size()) text += json[++i];
+  }
+  return text;
+}
+
+// Line after line, until the end; each takes at least one character.
+void ParseLines(const std::string& content) {
+  DecodedText text(content);
+  char* at = text.get();
+  pps_attrib_t line = {};
+  for (;;) {
+    const char* const before = at;
+    const pps_status_t status = ppsparse(&at, &line);
+    Require(text.Holds(at), "the parser stays in the text");
+    if (status == PPS_END) break;
+    Require(at > before, "every line is passed");
+    for (const char* part : {line.obj_name, line.attr_name, line.encoding, line.value}) {
+      Require(part == nullptr || text.Holds(part + std::strlen(part)),
+              "what was parsed lies in the text");
+    }
+  }
+  Require(*at == '\0', "the parser ends at the end");
+}
+
 }  // namespace
 
-DecodedText::DecodedText(const std::string& text)
-    : text_(nullptr), size_(std::strlen(text.c_str()) + 1) {
-  text_ = new char[size_];
-  std::memcpy(text_, text.c_str(), size_);
+std::string ShownNumber(double value) {
+  char text[40];
+  std::snprintf(text, sizeof(text), "%.17g", value);
+  return text;
 }
+
+std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
 
 Decoding::Decoding(const std::string& text, bool json) : text_(text) {
   pps_decoder_initialize(&decoder_, nullptr);
@@ -209,31 +274,43 @@ Decoding::Decoding(const std::string& text, bool json) : text_(text) {
   Require(pps_decoder_status(&decoder_, false) == parsed_, "the status tells how it was parsed");
 }
 
-void Walk(Decoding* decoding, const std::string& operations) {
-  Walker walker(decoding);
-  for (const char operation : operations) walker.Do(static_cast<std::uint8_t>(operation));
-  walker.LeaveAll();
+std::string Shown(pps_decoder_t* decoder) {
+  std::vector<std::string> names;
+  std::map<std::string, std::string> values;  // the first one of each name
+  std::string shown;
+  while (pps_decoder_type(decoder, nullptr) != PPS_TYPE_NONE) {
+    const char* const name = pps_decoder_name(decoder);
+    if (name != nullptr) names.emplace_back(name);
+    shown += (shown.empty() ? "" : ",") + (name == nullptr ? "" : names.back() + "=");
+    const std::string value = Value(decoder, nullptr);
+    if (name != nullptr) values.emplace(names.back(), value);
+    shown += value;
+  }
+  const std::size_t count = names.size();
+  for (std::size_t i = 0; i < 2 * count; ++i) {  // there and back
+    const std::string& name = names[i < count ? i : 2 * count - 1 - i];
+    const std::string& value = values[name];
+    const bool scalar = value[0] != '{' && value[0] != '[';
+    Require(!scalar || Value(decoder, name.c_str()) == value, "a name finds the first one it has");
+  }
+  return shown;
 }
 
-void WalkAll(Decoding* decoding) {
-  pps_decoder_t* const decoder = decoding->decoder();
-  std::vector<int> left = {pps_decoder_length(decoder)};
-  while (!left.empty()) {
-    if (pps_decoder_type(decoder, nullptr) == PPS_TYPE_NONE) {
-      Require(left.back() == 0, "a level has as many members as its length");
-      left.pop_back();
-      Require((pps_decoder_pop(decoder) == PPS_DECODER_OK) == !left.empty(), "every level ends");
-      continue;
-    }
-    Require(left.back()-- > 0, "a level has no more members than its length");
-    const char* const name = pps_decoder_name(decoder);
-    Require(name == nullptr || decoding->text().Holds(name), "a name points into the text");
-    if (pps_decoder_push(decoder, nullptr) == PPS_DECODER_OK) {
-      left.push_back(pps_decoder_length(decoder));
-    } else {
-      Require(pps_decoder_next(decoder) == PPS_DECODER_OK, "what cannot be entered can be passed");
-    }
-  }
+void Decode(const std::string& text, bool json, const std::string& operations) {
+  Decoding chosen(text, json), whole(text, json);
+  Walker walker(&chosen);
+  for (const char operation : operations) walker.Do(static_cast<std::uint8_t>(operation));
+  walker.LeaveAll();
+  Walker(&whole).DoAll();
+  if (!json) return ParseLines(text);
+
+  Decoding front(text, json), unlike(Unlike(text), json);
+  const std::string shown = Shown(front.decoder());
+  Require(Shown(unlike.decoder()) == shown, "objects that are alike read as others do");
+  if (text.find('\n') != std::string::npos) return;
+  Decoding attribute("a:json:" + text + "\n", false);
+  Require(Shown(attribute.decoder()) == "{a=" + (shown.empty() ? kUnknown : shown) + "}",
+          "an attribute takes the JSON that the decoder takes");
 }
 
 }  // namespace fuzz

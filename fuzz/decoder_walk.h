@@ -5,6 +5,9 @@
 #include <pps.h>
 
 #include <cstddef>
+#include <cstring>
+#include <memory>
+#include <string>
 
 #include "input.h"
 
@@ -14,18 +17,18 @@ namespace fuzz {
 // every byte that is read or written beside it. It ends at the first zero byte.
 class DecodedText {
  public:
-  explicit DecodedText(const std::string& text);
-  ~DecodedText() { delete[] text_; }
-  DecodedText(const DecodedText&) = delete;
-  DecodedText& operator=(const DecodedText&) = delete;
+  explicit DecodedText(const std::string& text)
+      : size_(std::strlen(text.c_str()) + 1), text_(new char[size_]) {
+    std::memcpy(text_.get(), text.c_str(), size_);
+  }
 
-  char* get() { return text_; }
+  char* get() { return text_.get(); }
   // True for a terminated text within the block.
-  bool Holds(const char* text) const { return text >= text_ && text < text_ + size_; }
+  bool Holds(const char* text) const { return text >= text_.get() && text < text_.get() + size_; }
 
  private:
-  char* text_;
-  std::size_t size_;
+  const std::size_t size_;
+  const std::unique_ptr<char[]> text_;
 };
 
 // A decoder with its text, parsed.
@@ -38,7 +41,7 @@ class Decoding {
 
   pps_decoder_t* decoder() { return &decoder_; }
   const DecodedText& text() const { return text_; }
-  bool well_formed() const { return parsed_ == PPS_DECODER_OK; }
+  pps_decoder_error_t parsed() const { return parsed_; }
 
  private:
   DecodedText text_;
@@ -46,12 +49,19 @@ class Decoding {
   pps_decoder_error_t parsed_;
 };
 
-// Carries out an operation a byte on a parsed text: the low half chooses a call, the high half the
-// name it is given.
-void Walk(Decoding* decoding, const std::string& operations);
+// How numbers and strings are shown.
+std::string ShownNumber(double value);
+std::string Quoted(const std::string& text);
 
-// Enters and leaves everything there is in a parsed text, once.
-void WalkAll(Decoding* decoding);
+// What a decoder has from its position to the end of its level, which is where it stands then:
+// names, values and all that they contain, numbers as doubles. Each scalar must read the same by
+// its name, whatever was read before it.
+std::string Shown(pps_decoder_t* decoder);
+
+// Reads a text in every way: first with an operation a byte, whose low half chooses a call and
+// whose high half the name it is given; then from front to back, with every getter at every place.
+// JSON must read the same as the value of an attribute, and when no object is like the one before.
+void Decode(const std::string& text, bool json, const std::string& operations);
 
 }  // namespace fuzz
 

@@ -22,6 +22,9 @@ inline void Require(bool holds, const char* what) {
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t size) : at_(data), end_(data + size) {}
+  // The bytes must outlive it.
+  explicit Input(const std::string& bytes)
+      : Input(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()) {}
 
   bool empty() const { return at_ == end_; }
 
