@@ -3,6 +3,7 @@
 #include <pps.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -82,8 +83,8 @@ bool Media::WritePPS(char const* path, char const* name, char const* value) {
     ReportOpenFailure(line);
     return false;
   }
-  std::snprintf(line, sizeof(line), "%s:%s", name, value);
-  platform::write(fd, line, std::strlen(line));
+  int const length = std::snprintf(line, sizeof(line), "%s:%s", name, value);
+  platform::write(fd, line, std::min(static_cast<std::size_t>(length), sizeof(line) - 1));
   LOGBASE(LOG_LEV_INFO, "WritePPS", "%s", line);
   ::close(fd);
   return true;

@@ -64,32 +64,33 @@ class Controller : public NXQ::ZMCAR::PublicController, public NXQ::ZMCAR::IMcuR
   std::vector<std::string> notes_;
 };
 
-// Ends delivery before the file goes, as its owner does.
-class Registration {
- public:
-  Registration(Controller& controller, const NXQ::ZMCAR::FileBase& file)
-      : controller_(controller), key_(file.GetKey()) {}
-  ~Registration() {
-    controller_.Stop();
-    controller_.RemoveFile(key_);
+// A controller with one file, which is opened at a manager and registered, and ends in order.
+template <typename File>
+struct Wired {
+  Wired(FakeManager& manager, const fileTagInfo& tag) : file(tag, &controller) {
+    EXPECT_TRUE(controller.Init());
+    Open(manager);
+    EXPECT_TRUE(controller.AddFile(file.GetKey(), &file));
+  }
+  ~Wired() {
+    controller.Stop();
+    controller.RemoveFile(file.GetKey());
+  }
+  void Open(FakeManager& manager) {
+    std::thread beside([&] { other = manager.Grant(); });
+    EXPECT_TRUE(file.Open());
+    beside.join();
   }
 
- private:
-  Controller& controller_;
-  int key_;
+  Controller controller;
+  File file;
+  Connection other{-1};  // the other side of the file
 };
+using WiredMcu = Wired<NXQ::ZMCAR::McuFileBase>;
+using WiredObject = Wired<NXQ::ZMCAR::PPSFileBase>;
 
 class FrameworkTest : public ::testing::Test {
  protected:
-  // Opens `file` at `manager`.
-  static Connection Open(FakeManager& manager, NXQ::ZMCAR::FileBase& file) {
-    Connection connection(-1);
-    std::thread beside([&] { connection = manager.Grant(); });
-    EXPECT_TRUE(file.Open());
-    beside.join();
-    return connection;
-  }
-
   TempRoot root_;
 };
 
@@ -97,12 +98,10 @@ using Notes = std::vector<std::string>;
 
 TEST_F(FrameworkTest, DeliversBetweenStartAndStopOnAThreadOfItsOwn) {
   FakeManager device(root_, "/dev/mcu");
-  Controller controller;
-  NXQ::ZMCAR::McuFileBase file(kMcu, &controller);
-  const Registration registration(controller, file);
-  ASSERT_TRUE(controller.Init());
-  Connection mcu = Open(device, file);
-  EXPECT_TRUE(controller.AddFile(file.GetKey(), &file));
+  WiredMcu wired(device, kMcu);
+  Controller& controller = wired.controller;
+  NXQ::ZMCAR::McuFileBase& file = wired.file;
+  Connection& mcu = wired.other;
   mcu.Send("early");
   std::this_thread::sleep_for(milliseconds(30));
   EXPECT_EQ(controller.Notes(), Notes());
@@ -145,16 +144,15 @@ TEST_F(FrameworkTest, DeliversBetweenStartAndStopOnAThreadOfItsOwn) {
 
 TEST_F(FrameworkTest, SendsWholePacketsAndFillsTheirHeader) {
   FakeManager device(root_, "/dev/mcu");
-  Controller controller;
-  NXQ::ZMCAR::McuFileBase file(kMcu, &controller);
-  const Registration registration(controller, file);
+  WiredMcu wired(device, kMcu);
+  NXQ::ZMCAR::McuFileBase& file = wired.file;
   const unsigned char bytes[] = {1, 2, 3};
-  EXPECT_EQ(file.SendToSpiDev(bytes, 3), -EBADF);
-  Connection mcu = Open(device, file);
   EXPECT_EQ(file.SendToSpiDev(bytes, 3), 3);
-  EXPECT_EQ(mcu.Receive(), (Bytes{1, 2, 3}));
-  mcu.Close();
+  EXPECT_EQ(wired.other.Receive(), (Bytes{1, 2, 3}));
+  wired.other.Close();
   EXPECT_EQ(file.SendToSpiDev(bytes, 3), -EPIPE);
+  file.Close();
+  EXPECT_EQ(file.SendToSpiDev(bytes, 3), -EBADF);
 
   NXQ::ZMCAR::PacketHeader_s header;
   header.payloadLength = 13;
@@ -167,12 +165,9 @@ TEST_F(FrameworkTest, SendsWholePacketsAndFillsTheirHeader) {
 
 TEST_F(FrameworkTest, EveryAttributeLineIsOneChange) {
   FakeManager pps(root_, "/pps");
-  Controller controller;
-  NXQ::ZMCAR::PPSFileBase file(kObject, &controller);
-  const Registration registration(controller, file);
-  ASSERT_TRUE(controller.Init());
-  Connection object = Open(pps, file);
-  controller.AddFile(file.GetKey(), &file);
+  WiredObject wired(pps, kObject);
+  Controller& controller = wired.controller;
+  Connection& object = wired.other;
   ASSERT_TRUE(controller.Start());
   object.Send("@object\na::1\nb:n:2\nc:json:{\"x\":[1,2]}\nno line\n\nb:n:2\n-a\n-@object\nd::cut");
   ASSERT_TRUE(controller.Gets(7));
@@ -187,10 +182,10 @@ TEST_F(FrameworkTest, EveryAttributeLineIsOneChange) {
   EXPECT_EQ(controller.Notes()[7], "change 0 first=1");
   EXPECT_EQ(controller.Notes()[8], "change 0 next=1");
 
-  EXPECT_TRUE(file.WritePPS("e::1\n", 5));
+  EXPECT_TRUE(wired.file.WritePPS("e::1\n", 5));
   EXPECT_EQ(object.Receive(), Text("e::1\n"));
   object.Close();
-  EXPECT_TRUE(Eventually([&] { return !file.WritePPS("e::1\n", 5); }));
+  EXPECT_TRUE(Eventually([&] { return !wired.file.WritePPS("e::1\n", 5); }));
 }
 
 // Processor time of the whole process, in clock ticks.
@@ -198,12 +193,9 @@ std::clock_t Spent() { return std::clock(); }
 
 TEST_F(FrameworkTest, ALostMcuFileIsOpenedAgainAndNeverSpunOn) {
   auto device = std::make_unique<FakeManager>(root_, "/dev/mcu");
-  Controller controller;
-  NXQ::ZMCAR::McuFileBase file(kMcu, &controller);
-  const Registration registration(controller, file);
-  controller.Init();
-  Connection mcu = Open(*device, file);
-  controller.AddFile(file.GetKey(), &file);
+  WiredMcu wired(*device, kMcu);
+  Controller& controller = wired.controller;
+  Connection& mcu = wired.other;
   controller.Start();
   for (int round = 0; round < 2; ++round) {
     mcu.Send("unread reply");  // what was sent before the end is still delivered
@@ -228,25 +220,20 @@ TEST_F(FrameworkTest, ALostMcuFileIsOpenedAgainAndNeverSpunOn) {
 
 TEST_F(FrameworkTest, ALostObjectStaysClosedUntilItIsOpenedAnew) {
   FakeManager pps(root_, "/pps");
-  Controller controller;
-  NXQ::ZMCAR::PPSFileBase file(kObject, &controller);
-  const Registration registration(controller, file);
-  controller.Init();
-  Connection object = Open(pps, file);
-  controller.AddFile(file.GetKey(), &file);
-  controller.Start();
-  object.Close();
+  WiredObject wired(pps, kObject);
+  wired.controller.Start();
+  wired.other.Close();
   EXPECT_FALSE(pps.Accept(milliseconds(1200)));
-  object = Open(pps, file);
-  object.Send("a::1");
-  EXPECT_TRUE(controller.Gets(1));
+  wired.Open(pps);
+  wired.other.Send("a::1");
+  EXPECT_TRUE(wired.controller.Gets(1));
 }
 
 TEST_F(FrameworkTest, StopAndRemoveWaitForTheRunningCallback) {
   FakeManager device(root_, "/dev/mcu");
-  Controller controller;
-  NXQ::ZMCAR::McuFileBase file(kMcu, &controller);
-  const Registration registration(controller, file);
+  WiredMcu wired(device, kMcu);
+  Controller& controller = wired.controller;
+  NXQ::ZMCAR::McuFileBase& file = wired.file;
   std::atomic<bool> entered{false};
   std::atomic<bool> left{false};
   controller.on_packet = [&] {
@@ -254,13 +241,10 @@ TEST_F(FrameworkTest, StopAndRemoveWaitForTheRunningCallback) {
     std::this_thread::sleep_for(milliseconds(100));
     left = true;
   };
-  controller.Init();
-  Connection mcu = Open(device, file);
-  controller.AddFile(file.GetKey(), &file);
   for (const bool remove : {true, false}) {
     ASSERT_TRUE(controller.Start());
     entered = left = false;
-    mcu.Send("slow");
+    wired.other.Send("slow");
     ASSERT_TRUE(Eventually([&] { return entered.load(); }));
     EXPECT_TRUE(remove ? controller.RemoveFile(file.GetKey()) : controller.Stop());
     EXPECT_TRUE(left);
@@ -273,7 +257,7 @@ TEST_F(FrameworkTest, StopAndRemoveWaitForTheRunningCallback) {
     stopped = controller.Stop() ? 1 : 0;
   };
   controller.Start();
-  mcu.Send("stop");
+  wired.other.Send("stop");
   ASSERT_TRUE(Eventually([&] { return stopped == 0; }));
   EXPECT_TRUE(controller.Stop());
 }
@@ -282,16 +266,12 @@ TEST_F(FrameworkTest, StopsUnderAFloodAndKeepsNothing) {
   FakeManager device(root_, "/dev/mcu");
   const int before = CountDescriptors(::getpid());
   for (int round = 0; round < 20; ++round) {
-    Controller controller;
-    NXQ::ZMCAR::McuFileBase file(kMcu, &controller);
-    const Registration registration(controller, file);
-    controller.Init();
-    Connection mcu = Open(device, file);
-    controller.AddFile(file.GetKey(), &file);
+    WiredMcu wired(device, kMcu);
+    Controller& controller = wired.controller;
     controller.Start();
     std::atomic<bool> flood{true};
     std::thread sender([&] {
-      while (flood) ::send(mcu.fd(), "flood", 5, MSG_NOSIGNAL | MSG_DONTWAIT);
+      while (flood) ::send(wired.other.fd(), "flood", 5, MSG_NOSIGNAL | MSG_DONTWAIT);
     });
     controller.Gets(5);
     EXPECT_TRUE(controller.Stop());
@@ -300,8 +280,7 @@ TEST_F(FrameworkTest, StopsUnderAFloodAndKeepsNothing) {
     EXPECT_EQ(controller.Notes().size(), count);
     flood = false;
     sender.join();
-    controller.RemoveFile(file.GetKey());
-    file.Close();
+    wired.file.Close();
     EXPECT_TRUE(controller.Close());
   }
   EXPECT_EQ(CountDescriptors(::getpid()), before);

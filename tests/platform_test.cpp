@@ -349,7 +349,10 @@ class SlogTest : public ::testing::Test {
     ring_ = root_.path() + "/dev/slog";
     root_.AddFile("/dev/keep", "");
     ASSERT_EQ(platform::CreateSlogRing(ring_, 8), 0);
-    // Until the writer has found this ring.
+    Follow();
+  }
+  // Reads the ring from where the writer has found it.
+  void Follow() {
     ASSERT_EQ(reader_.Open(ring_), 0);
     ASSERT_TRUE(Eventually([this] {
       slogf(1, _SLOG_INFO, "%s", "probe");
@@ -408,14 +411,7 @@ TEST_F(SlogTest, AReaderTellsWhatItLost) {
 TEST_F(SlogTest, WritersShareTheRingAndFollowANewOne) {
   ASSERT_EQ(platform::CreateSlogRing(ring_, 1 << 14), 0);
   EXPECT_TRUE(reader_.Replaced());
-  ASSERT_EQ(reader_.Open(ring_), 0);
-  ASSERT_TRUE(Eventually([this] {
-    slogf(1, 6, "%s", "probe");
-    platform::SlogLine line;
-    std::uint64_t lost;
-    return reader_.Next(&line, &lost) == platform::SlogReader::Result::kLine;
-  }));
-  reader_.SkipToEnd();
+  Follow();
   std::vector<std::thread> writers;
   for (int writer = 0; writer < 4; ++writer) {
     writers.emplace_back([writer] {

@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <cmath>
+#include <sstream>
 #include <thread>
 
 #include "station/sequence.h"
@@ -176,25 +177,29 @@ TEST(StationSequence, ExpectationsHoldAtTheirEdges) {
     return Holds(sequence.phases.at(0).steps.at(0).expectations.at(0),
                  Field{&info, text, ParseNumber(text)}, {{"v", "5"}}, &problem);
   };
-  EXPECT_TRUE(holds("from 1 to 2", number_info, "1"));
-  EXPECT_TRUE(holds("from 1 to 2", number_info, "2.0"));
-  EXPECT_FALSE(holds("from 1 to 2", number_info, "0.999"));
-  EXPECT_FALSE(holds("from 1 to 2", number_info, "2.001"));
-  EXPECT_TRUE(holds("at least {v}", number_info, "5"));
-  EXPECT_FALSE(holds("at least {v}", number_info, "4.9"));
-  EXPECT_TRUE(holds("at most -1", number_info, "-1"));
-  EXPECT_FALSE(holds("at most -1", number_info, "north")) << "no number is within no limits";
-  EXPECT_FALSE(holds("at least {missing}", number_info, "5"));
-  EXPECT_TRUE(holds("is 5", number_info, "5.0"));
-  EXPECT_FALSE(holds("is 5", number_info, "north"));
-  EXPECT_TRUE(holds("is a b", text_info, "a b"));
-  EXPECT_FALSE(holds("is a", text_info, "a b"));
-  EXPECT_FALSE(holds("is 5", text_info, "5.0"));
+  const struct {
+    const FieldInfo& info;
+    const char *expected, *right, *wrong;  // values, with bars between
+  } rows[] = {
+      {number_info, "from 1 to 2", "1|2.0", "0.999|2.001"},
+      {number_info, "at least {v}", "5", "4.9"},
+      {number_info, "at most -1", "-1", "0|north"},
+      {number_info, "at least {missing}", "", "5"},
+      {number_info, "is 5", "5.0", "north"},
+      {text_info, "is a b", "a b", "a"},
+      {text_info, "is 5", "5", "5.0"},
+      {text_info, "one of x 'a b'", "x|a b", "a"},
+      {text_info, "matches a+", "aaa", "aaab"},
+  };
+  for (const auto& row : rows) {
+    for (const bool right : {true, false}) {
+      std::istringstream values(right ? row.right : row.wrong);
+      for (std::string value; std::getline(values, value, '|');) {
+        EXPECT_EQ(holds(row.expected, row.info, value), right) << row.expected << ": " << value;
+      }
+    }
+  }
   EXPECT_TRUE(holds("is", text_info, ""));
-  EXPECT_TRUE(holds("one of x 'a b'", text_info, "a b"));
-  EXPECT_FALSE(holds("one of x 'a b'", text_info, "a"));
-  EXPECT_TRUE(holds("matches a+", text_info, "aaa"));
-  EXPECT_FALSE(holds("matches a+", text_info, "aaab")) << "the whole text";
 }
 
 // Runs against a unit and the service.

@@ -4,15 +4,9 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
-#include <functional>
-#include <memory>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "headunit/unit.h"
 #include "platform/io.h"
 #include "support/bench.h"
 #include "support/raw_client.h"

@@ -3,13 +3,9 @@
 #include <errno.h>
 #include <fcntl.h>
 
-#include <cstdint>
 #include <cstring>
 #include <filesystem>
-#include <string>
-#include <vector>
 
-#include "headunit/unit.h"
 #include "platform/io.h"
 #include "support/bench.h"
 #include "support/raw_client.h"

@@ -9,15 +9,10 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <filesystem>
 #include <list>
-#include <memory>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "headunit/unit.h"
 #include "platform/io.h"
 #include "support/bench.h"
 #include "support/raw_client.h"

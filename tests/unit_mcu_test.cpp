@@ -1,10 +1,7 @@
 // The simulated MCU: who gets which packet.
 #include <fcntl.h>
 
-#include <cstdint>
 #include <cstring>
-#include <string>
-#include <vector>
 
 #include "support/bench.h"
 #include "support/raw_client.h"

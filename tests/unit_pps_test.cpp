@@ -3,10 +3,6 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-#include <string>
-#include <vector>
-
-#include "headunit/unit.h"
 #include "platform/io.h"
 #include "support/bench.h"
 #include "support/raw_client.h"
