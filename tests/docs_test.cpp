@@ -76,12 +76,6 @@ std::vector<std::string> OutputOf(const std::string& command) {
   return lines;
 }
 
-headunit::UnitOptions WholeUnit() {
-  headunit::UnitOptions options;
-  options.profile = std::string(KORVANDIS_SOURCE_DIR) + "/headunit/profiles/default";
-  return options;
-}
-
 class DocsTest : public BenchTest, public ::testing::WithParamInterface<std::string> {
  protected:
   DocsTest() : BenchTest(WholeUnit()) {}

@@ -230,15 +230,6 @@ TEST_F(ServiceTest, EndsInOrderAlsoUnderAFlood) {
   EXPECT_TRUE(log_->Has(6, "_KRV_[Close]-Close!\n"));
 }
 
-TEST_F(ServiceTest, ServesOnWhenTheDeviceWasGone) {
-  EXPECT_EQ(unit_->Control("mcu down"), "ok");
-  std::this_thread::sleep_for(milliseconds(100));
-  EXPECT_EQ(unit_->Control("mcu up"), "ok");
-  ASSERT_TRUE(unit_->WaitForService(milliseconds(2000)));
-  Station station;
-  EXPECT_EQ(station.Ask(7, 7), Bytes());
-}
-
 TEST_F(ServiceTest, IsIdleWhenNothingComes) {
   station_->Ask(7, 7);
   const auto switches = [this] {
@@ -254,40 +245,6 @@ TEST_F(ServiceTest, IsIdleWhenNothingComes) {
   const std::size_t before = switches();
   std::this_thread::sleep_for(milliseconds(1500));
   EXPECT_EQ(switches(), before);
-}
-
-// Without a unit's MCU between: whatever the link carries, the next request is served.
-TEST(LinkTest, AnyBytesOnTheLinkAndTheNextRequestIsServed) {
-  TempRoot root;
-  FakeManager device(root, wire::kMcuDevicePath);
-  ASSERT_EQ(platform::CreateSlogRing(root.path() + "/dev/slog", 1024), 0);
-  Program service(root, "korvandis");
-  Connection mcu = device.Grant();
-  std::uint32_t random = 1;
-  const auto next = [&random] { return random = random * 1664525u + 1013904223u; };
-  for (int i = 0; i < 3000; ++i) {
-    Bytes packet(next() >> 8 & (i % 50 == 0 ? 0xFFFF : 0x7F));
-    for (std::uint8_t& byte : packet) byte = static_cast<std::uint8_t>(next() >> 16);
-    // Most get past the type, and many to a command.
-    if (packet.size() > 8 && i % 4 != 0) {
-      wire::StoreLe32(packet.data() + 4, 0xB3);
-      wire::StoreLe32(packet.data(), static_cast<std::uint32_t>(packet.size()));
-    }
-    if (packet.size() > 36 && i % 2 != 0)
-      packet[35] = static_cast<std::uint8_t>(packet[35] % 14 == 6 ? 7 : packet[35] % 14);
-    mcu.Send(packet);
-    while (mcu.Receive(milliseconds(0))) {
-    }
-  }
-  mcu.Send(wire::BuildRequest(7, 200, {}));
-  wire::Reply reply{};
-  EXPECT_TRUE(Eventually(
-      [&] {
-        const std::optional<Bytes> packet = mcu.Receive(milliseconds(100));
-        return packet && wire::ParseReply(*packet, &reply) && reply.sub_command == 200;
-      },
-      milliseconds(20000)));
-  EXPECT_EQ(service.Terminate(), 0);
 }
 
 }  // namespace

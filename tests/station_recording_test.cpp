@@ -176,15 +176,9 @@ TEST(StationRecording, WiresharkNamesEveryCommand) {
   EXPECT_EQ(bench::ReadFile(root.path() + "/info"), "29\n4\n");
 }
 
-headunit::UnitOptions WholeUnit() {
-  headunit::UnitOptions options;
-  options.profile = KORVANDIS_SOURCE_DIR "/headunit/profiles/default";
-  return options;
-}
-
 class StationReplayTest : public bench::BenchTest {
  protected:
-  StationReplayTest() : BenchTest(WholeUnit()) {}
+  StationReplayTest() : BenchTest(bench::WholeUnit()) {}
 
   // Records what the station does on one command line.
   std::string Record(const std::vector<std::string>& arguments, const std::string& option) {

@@ -52,6 +52,14 @@ class DevicesTest : public UnitTest {
     return Ask(device, Words({dcmd, static_cast<std::uint32_t>(record.size())}) + record);
   }
 
+  static int SetSpeed(std::size_t size = sizeof(std::uint32_t)) {
+    const int fd = platform::open(kI2c, O_RDWR);
+    std::uint32_t speed = 32000;
+    const int result = devctl(fd, static_cast<int>(DCMD_I2C_SET_BUS_SPEED), &speed, size, nullptr);
+    close(fd);
+    return result;
+  }
+
   // Sends or receives through devctl, as a driver's client does; returns its error number.
   static int Transfer(std::uint32_t dcmd, std::uint32_t slave, std::uint32_t length,
                       I2cTransfer* transfer, std::uint32_t format = I2C_ADDRFMT_7BIT) {
@@ -168,11 +176,9 @@ TEST_F(DevicesTest, TheChipIsARegisterFile) {
   EXPECT_EQ(0, std::memcmp(both.data, "\x00\x00\x02\x00", 4));
   both.header.recv_length = kI2cDataSize + 1;
   EXPECT_EQ(EINVAL, devctl(fd, static_cast<int>(DCMD_I2C_SENDRECV), &both, sizeof(both), nullptr));
-  std::uint32_t speed = 32000;
-  EXPECT_EQ(0,
-            devctl(fd, static_cast<int>(DCMD_I2C_SET_BUS_SPEED), &speed, sizeof(speed), nullptr));
-  EXPECT_EQ(EINVAL, devctl(fd, static_cast<int>(DCMD_I2C_SET_BUS_SPEED), &speed, 3, nullptr));
   close(fd);
+  EXPECT_EQ(0, SetSpeed());
+  EXPECT_EQ(EINVAL, SetSpeed(3));
 
   I2cTransfer transfer = {};
   EXPECT_EQ(EIO, Transfer(DCMD_I2C_SEND, 0x12, 1, &transfer));
@@ -195,14 +201,9 @@ TEST_F(DevicesTest, TheBusCanBeToldToFailAndCounts) {
   EXPECT_EQ("\x01\xff\x02\x0a", Receive(4));
 
   EXPECT_EQ("ok", Control("i2c speed refuse"));
-  const int fd = platform::open(kI2c, O_RDWR);
-  std::uint32_t speed = 32000;
-  EXPECT_EQ(EINVAL,
-            devctl(fd, static_cast<int>(DCMD_I2C_SET_BUS_SPEED), &speed, sizeof(speed), nullptr));
+  EXPECT_EQ(EINVAL, SetSpeed());
   EXPECT_EQ("ok", Control("i2c speed accept"));
-  EXPECT_EQ(0,
-            devctl(fd, static_cast<int>(DCMD_I2C_SET_BUS_SPEED), &speed, sizeof(speed), nullptr));
-  close(fd);
+  EXPECT_EQ(0, SetSpeed());
   EXPECT_EQ("ok speeds 2 sends 3 receives 2 transfers 0 speed 32000", Control("i2c counters"));
   EXPECT_EQ(
       "ok send 0x11 1: 04 failed\nsend 0x11 1: 04 failed\nsend 0x11 1: 04\n"

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <sys/slog.h>
 
+#include <climits>
 #include <cstdio>
 #include <set>
 #include <thread>
@@ -114,6 +115,7 @@ const int kCreate = O_RDWR | O_CREAT | O_TRUNC;
 TEST_F(ServicesTest, TheLauncherMakesAnApplicationTheSource) {
   const std::string no_number = R"({"id":"7","cmd":"launch zelmarapp","app":"zmsd","dat":""})";
   const std::string one_more = R"({"id":7,"cmd":"launch zelmarapp","app":"zmsd","dat":"","x":1})";
+  const std::string data = R"({"id":7,"cmd":"launch zelmarapp","app":"zmsd","dat":"x"})";
   Follow(kCreate, {{kLauncher, Launch("zmdisc"), kNowPlaying, "zmplaysource::zmdisc"},
                    {kLauncher, Launch("zmusb"), kNowPlaying, "zmplaysource::zmusb"},
                    // The same request as the first, and a new one all the same.
@@ -124,6 +126,7 @@ TEST_F(ServicesTest, TheLauncherMakesAnApplicationTheSource) {
                    {kLauncher, "req:json:{\"id\":7}", "", "malformed request"},
                    {kLauncher, "req:json:{\"id\":7,", "", "malformed request"},
                    {kLauncher, "req:json:" + no_number, "", "malformed request"},
+                   {kLauncher, "req:json:" + data, "", "malformed request"},
                    {kLauncher, "req:json:" + one_more, "", "malformed request"}});
   EXPECT_TRUE(Holds(kNowPlaying, "zmplaysource::zmdisc"));
 }
@@ -139,6 +142,9 @@ TEST_F(ServicesTest, TheDiscPlayerPlaysStepsAndJumps) {
   Follow(kCreate, {{kDisc, Disc(129, 1, 0), kDiscStatus, "discstate:n:20"},
                    // Over the ends of folders and of the disc.
                    {kDisc, Disc(182, 40, 8), kTrack, Track(8, 40)},
+                   {kDisc, Disc(135, 1, 0), kTrack, Track(1, 1)},
+                   {kDisc, Disc(136, 1, 0), kTrack, Track(8, 40)},
+                   {kTrack, Track(INT_MAX, INT_MAX), kTrack, Track(INT_MAX, INT_MAX)},
                    {kDisc, Disc(135, 1, 0), kTrack, Track(1, 1)},
                    {kDisc, Disc(136, 1, 0), kTrack, Track(8, 40)},
                    {kDisc, Disc(192, 2, 0), kDiscStatus, "zmrepeat:n:2"},
@@ -162,23 +168,30 @@ TEST_F(ServicesTest, KeysAndJumpsDriveThePlayerOfTheSource) {
                    {kJump, jump.text, "", "neither USB nor SD"},
                    {kLauncher, Launch("zmusb"), kNowPlaying, "zmplaysource::zmusb"}});
   EXPECT_TRUE(Holds(kUsb, "state::stopped"));
-  Follow(kCreate, {down(17),
-                   {kKey, Key(17, "up"), kUsb, "state::playing"},
-                   jump,
-                   down(20),
-                   {kKey, Key(20, "up"), kUsb, "trackinfo:" + Place(10)},
-                   down(21),
-                   {kKey, Key(21, "up"), kUsb, "trackinfo:" + Place(9)},
-                   down(18),
-                   {kKey, Key(18, "up"), kUsb, "state::paused"},
-                   {kLauncher, Launch("zmsd"), kNowPlaying, "zmplaysource::zmsd"},
-                   down(17),
-                   {kKey, Key(17, "up"), "/zelmar/media/zmsd/playing", "state::playing"},
-                   {kKey, Key(20, "up"), "", "released without being pressed"},
-                   down(21),
-                   {kKey, Key(21, "dn"), "", "pressed while another key is down"},
-                   {kKey, Key(20, "no"), "", "malformed key"}});
-  EXPECT_TRUE(Holds(kUsb, "state::paused"));
+  Follow(kCreate,
+         {down(17),
+          {kKey, Key(17, "up"), kUsb, "state::playing"},
+          jump,
+          down(20),
+          {kKey, Key(20, "up"), kUsb, "trackinfo:" + Place(10)},
+          down(21),
+          {kKey, Key(21, "up"), kUsb, "trackinfo:" + Place(9)},
+          down(18),
+          {kKey, Key(18, "up"), kUsb, "state::paused"},
+          {kLauncher, Launch("zmsd"), kNowPlaying, "zmplaysource::zmsd"},
+          down(17),
+          {kKey, Key(17, "up"), "/zelmar/media/zmsd/playing", "state::playing"},
+          {kKey, Key(20, "up"), "", "released without being pressed"},
+          down(21),
+          {kKey, Key(21, "dn"), "", "pressed while another key is down"},
+          {kUsb, "trackinfo:" + Place(INT_MAX), kUsb, "state::paused"},  // as it was
+          {kKey, Key(20, "no"), "", "malformed key"},
+          {kKey, R"(zmkey:json:{"key":20,"src":"x","status":"dn","param":0})", "", "malformed"},
+          {kKey, R"(zmkey:json:{"key":20,"src":"wheel","status":"dn","param":7})", "", "malformed"},
+          {kKey, Key(21, "up"), kKey, Key(21, "up")},
+          {kLauncher, Launch("zmusb"), kNowPlaying, "zmplaysource::zmusb"},
+          down(20),
+          {kKey, Key(20, "up"), kUsb, "trackinfo:" + Place(0)}});
 }
 
 TEST_F(ServicesTest, TelephonyAndNavigationShowWhatTheyWereTold) {
@@ -190,6 +203,10 @@ TEST_F(ServicesTest, TelephonyAndNavigationShowWhatTheyWereTold) {
           {kHandsFree, "command::HFP_ACCEPT", kCall, "callstate::active"},
           {kHandsFree, "command::HFP_HANGUP", kCall, "callstate::idle"},
           {kHandsFree, "command::HFP_CALL", "", "no number"},
+          {kHandsFree, "cmd_data::1", "", "no command"},
+          {kAudio, "track:n:2147483647", kAudio, "track:n:2147483647"},
+          {kRemote, "command::next", kAudio, "track:n:65535"},
+          {kAudio, "track:n:2", kAudio, "track:n:2"},
           {kRemote, "command::play", kAudio, "state::playing"},
           {kRemote, "command::next", kAudio, "track:n:3"},
           {kRemote, "command::previous", kAudio, "track:n:2"},
@@ -279,11 +296,22 @@ TEST_F(PositioningTest, EachClientGetsTheDriveAtItsPeriod) {
   Request(other);
   EXPECT_EQ(first.latitude, Take(other).latitude);  // it begins the drive
 
-  for (const char* wrong :
-       {"msg::location\nid::1",
-        "msg::other\ndat:json:{\"period\":1,\"provider\":\"gnss\",\"fix_type\":\"x\"}",
-        "msg::location\ndat:json:{\"period\":0,\"provider\":\"gnss\",\"fix_type\":\"best\"}",
-        "msg::location\ndat:json:{\"period\":\"1\",\"provider\":\"gnss\",\"fix_type\":\"best\"}"}) {
+  // Each differs from a right request in one place.
+  const std::string right = R"(msg::location
+id::1
+dat:json:{"period":1,"provider":"gnss","fix_type":"best"})";
+  for (const auto& [part, change] :
+       std::vector<std::pair<std::string, std::string>>{{"location", "other"},
+                                                        {"id::1\n", ""},
+                                                        {"id::1", "id:n:1"},
+                                                        {"id::1", "id::1\nx::1"},
+                                                        {"1,", "0,"},
+                                                        {"1,", "\"1\","},
+                                                        {"gnss", "x"},
+                                                        {"best", "x"},
+                                                        {",\"fix_type\":\"best\"", ""}}) {
+    std::string wrong = right;
+    wrong.replace(wrong.find(part), part.size(), change);
     log_->Clear();
     ASSERT_TRUE(other.Send(wrong));
     EXPECT_TRUE(Eventually([&] { return Complains("geolocation", "malformed request"); })) << wrong;

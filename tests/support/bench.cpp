@@ -287,6 +287,12 @@ void WriteObject(const std::string& path, const std::string& lines) {
   ::close(fd);
 }
 
+headunit::UnitOptions WholeUnit() {
+  headunit::UnitOptions options;
+  options.profile = KORVANDIS_SOURCE_DIR "/headunit/profiles/default";
+  return options;
+}
+
 headunit::UnitOptions BenchTest::Empty() {
   headunit::UnitOptions options;
   options.services = false;

@@ -155,6 +155,9 @@ std::optional<std::string> Attribute(const std::string& path, const std::string&
 // Writes lines to an object, which is created when missing.
 void WriteObject(const std::string& path, const std::string& lines);
 
+// Of a unit with the shipped profile and all services.
+headunit::UnitOptions WholeUnit();
+
 // A unit without profile and services, and the service connected to it.
 class BenchTest : public ::testing::Test {
  protected:
