@@ -1,6 +1,4 @@
 // The station's table: what is typed, the bytes that it becomes, and what replies mean.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstring>

@@ -1,5 +1,4 @@
 // Recordings: their formats, their replay, and what Wireshark makes of them.
-#include <gtest/gtest.h>
 #include <signal.h>
 
 #include <cstdlib>
@@ -59,19 +58,14 @@ TEST(StationRecording, BothFormatsReadBackAsWritten) {
 TEST(StationRecording, DamagedFilesAreRefusedWithTheirPlace) {
   EXPECT_EQ(ParseProblem(""), "");
   EXPECT_EQ(ParseProblem("# only\n\n  # comments\r\n"), "");
-  const std::pair<const char*, const char*> texts[] = {
-      {"nonsense", "line 1: a line begins"},
-      {"# x\n1.000000000 = 00", "line 2: > or <"},
-      {"1.5 > 00", "line 1: a line begins"},
-      {"1 > 00", "line 1: a line begins"},
-      {".000000000 > 00", "line 1: a line begins"},
-      {"99999999999.000000000 > 00", "line 1: a line begins"},
-      {"1.000000000 > 0", "line 1: bytes are two"},
-      {"1.000000000 > 0G", "line 1: bytes are two"},
-      {"1.000000000 > ", "line 1: a packet has"},
-  };
-  for (const auto& [text, problem] : texts) {
-    EXPECT_EQ(ParseProblem(text).substr(0, std::string(problem).size()), problem) << text;
+  for (const char* text :
+       {"nonsense", "1.5 > 00", "1 > 00", ".000000000 > 00", "99999999999.000000000 > 00"}) {
+    EXPECT_EQ(ParseProblem(text).substr(0, 21), "line 1: a line begins") << text;
+  }
+  EXPECT_PRED2(Contains, ParseProblem("# x\n1.000000000 = 00"), "line 2: > or <");
+  EXPECT_PRED2(Contains, ParseProblem("1.000000000 > "), "line 1: a packet has");
+  for (const std::string text : {"0", "0G", "00\t0"}) {
+    EXPECT_PRED2(Contains, ParseProblem("1.000000000 > " + text), "line 1: bytes are two");
   }
   EXPECT_EQ(ParseProblem(std::string("1.000000000 > 00\0 and more", 26)).substr(0, 21),
             "line 1: bytes are two");

@@ -1,5 +1,4 @@
 // Sequences: what a file may say, and what a run makes of it.
-#include <gtest/gtest.h>
 #include <signal.h>
 
 #include <cmath>

@@ -1,6 +1,5 @@
 // The programs pps and sloginfo, and what the bench's programs share.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/slog.h>
 #include <sys/wait.h>
@@ -70,6 +69,14 @@ class PpsToolTest : public UnitTest {
     program_ = std::make_unique<Program>(root_, "pps", arguments);
     return program_->Wait();
   }
+  void ExpectPrints(const std::vector<std::string>& arguments, const std::string& output) {
+    EXPECT_EQ(Pps(arguments), 0) << Err();
+    EXPECT_EQ(Out(), output);
+  }
+  void ExpectFails(const std::vector<std::string>& arguments, const std::string& reason) {
+    EXPECT_EQ(Pps(arguments), 1);
+    EXPECT_PRED2(Contains, Err(), reason);
+  }
   std::string Out() const { return program_->Output(); }
   std::string Err() const { return program_->Errors(); }
 
@@ -87,17 +94,12 @@ TEST_F(PpsToolTest, SetsEveryEncodingAndGetsItBack) {
   EXPECT_EQ(Attribute(kObject, "lines"), "c:a\\nb");
   for (const char* path : {"/pps/zelmar/setting/systeminfo", "/zelmar/setting/systeminfo",
                            "zelmar/setting/systeminfo/"}) {
-    EXPECT_EQ(Pps({"get", path, "name"}), 0) << Err();
-    EXPECT_EQ(Out(), "Car: 7\n");
+    ExpectPrints({"get", path, "name"}, "Car: 7\n");
   }
-  EXPECT_EQ(Pps({"get", kObject, "c"}), 0);
-  EXPECT_EQ(Out(), "a\tb\n");
-  EXPECT_EQ(Pps({"get", kObject, "lines"}), 0);
-  EXPECT_EQ(Out(), "a\nb\n");
-  EXPECT_EQ(Pps({"get", kObject, "json"}), 0);
-  EXPECT_EQ(Out(), "{\"a\":1}\n");
-  EXPECT_EQ(Pps({"get", kObject}), 0);
-  EXPECT_EQ(Out(), ReadObject(kObject));
+  ExpectPrints({"get", kObject, "c"}, "a\tb\n");
+  ExpectPrints({"get", kObject, "lines"}, "a\nb\n");
+  ExpectPrints({"get", kObject, "json"}, "{\"a\":1}\n");
+  ExpectPrints({"get", kObject}, ReadObject(kObject).value_or("none"));
   // A second write keeps the others, -t removes them.
   EXPECT_EQ(Pps({"set", kObject, "n:n:6"}), 0);
   EXPECT_EQ(Attribute(kObject, "b"), "b:true");
@@ -125,14 +127,10 @@ TEST_F(PpsToolTest, RefusesWhatIsNoAttributeAndWritesNothing) {
 TEST_F(PpsToolTest, ListsAndRemoves) {
   WriteObject(kObject, "a::1\nb::2\nab::3");
   WriteObject("/pps/zelmar/key", "x::1");
-  EXPECT_EQ(Pps({"ls"}), 0);
-  EXPECT_EQ(Out(), "zelmar/\n");
-  EXPECT_EQ(Pps({"ls", "/pps/zelmar"}), 0);
-  EXPECT_EQ(Out(), "key\nsetting/\n");
-  EXPECT_EQ(Pps({"ls", "zelmar/key"}), 0);
-  EXPECT_EQ(Out(), "/pps/zelmar/key\n");
-  EXPECT_EQ(Pps({"ls", "nowhere"}), 1);
-  EXPECT_PRED2(Contains, Err(), "No such file or directory");
+  ExpectPrints({"ls"}, "zelmar/\n");
+  ExpectPrints({"ls", "/pps/zelmar"}, "key\nsetting/\n");
+  ExpectPrints({"ls", "zelmar/key"}, "/pps/zelmar/key\n");
+  ExpectFails({"ls", "nowhere"}, "No such file or directory");
 
   EXPECT_EQ(Pps({"rm", kObject, "b", "a"}), 0) << Err();
   EXPECT_EQ(ReadObject(kObject), "@systeminfo\nab::3\n");
@@ -144,15 +142,13 @@ TEST_F(PpsToolTest, ListsAndRemoves) {
   EXPECT_EQ(Pps({"rm", kObject, "a"}), 1);
   EXPECT_EQ(ReadObject(kObject), std::nullopt) << "not created by asking";
   EXPECT_EQ(Pps({"get", kObject}), 1);
-  EXPECT_EQ(Pps({"get", "zelmar/key", "y"}), 1);
-  EXPECT_PRED2(Contains, Err(), "has no attribute 'y'");
+  ExpectFails({"get", "zelmar/key", "y"}, "has no attribute 'y'");
 }
 
 TEST_F(PpsToolTest, GetsAnObjectOfAnySize) {
   const std::string value(100000, 'x');
   WriteObject(kObject, "big::" + value);
-  EXPECT_EQ(Pps({"get", kObject, "big"}), 0);
-  EXPECT_EQ(Out(), value + "\n");
+  ExpectPrints({"get", kObject, "big"}, value + "\n");
 }
 
 TEST_F(PpsToolTest, WatchTellsChangesUntilInterrupted) {
@@ -187,8 +183,7 @@ TEST_F(PpsToolTest, UsageAndAMissingUnit) {
   EXPECT_PRED2(Contains, Out(), "usage: pps");
   EXPECT_EQ(Pps({"ls", "--help"}), 0);
   unit_->Stop();
-  EXPECT_EQ(Pps({"get", kObject}), 1);
-  EXPECT_PRED2(Contains, Err(), "is the unit running");
+  ExpectFails({"get", kObject}, "is the unit running");
   EXPECT_EQ(Pps({"ls", "--root", "/nonexistent"}), 1);
 }
 

@@ -29,6 +29,11 @@ class McuTest : public UnitTest {
   static RawClient OpenMonitor() {
     return RawClient(wire::kStationPath, wire::kMonitorRest, O_RDONLY);
   }
+  // What one side sends, the other gets.
+  static void Pass(const RawClient& from, const std::string& packet, const RawClient& to) {
+    ASSERT_TRUE(from.Send(packet));
+    EXPECT_EQ(packet, to.Receive().value_or(""));
+  }
   static bool Silent(const RawClient& client) { return !client.Receive(milliseconds(50)); }
 };
 
@@ -39,10 +44,8 @@ TEST_F(McuTest, RepliesGoToTheStationThatAsked) {
   const RawClient second = OpenStation();
 
   // Both ask the same: the answers come in the order of the questions.
-  ASSERT_TRUE(first.Send(Request(7, 1)));
-  EXPECT_EQ(Request(7, 1), service.Receive().value_or(""));
-  ASSERT_TRUE(second.Send(Request(7, 1)));
-  EXPECT_EQ(Request(7, 1), service.Receive().value_or(""));
+  Pass(first, Request(7, 1), service);
+  Pass(second, Request(7, 1), service);
   ASSERT_TRUE(service.Send(Reply(7, 1, "one")));
   ASSERT_TRUE(service.Send(Reply(7, 1, "two")));
   EXPECT_EQ(Reply(7, 1, "one"), first.Receive().value_or(""));
@@ -51,24 +54,19 @@ TEST_F(McuTest, RepliesGoToTheStationThatAsked) {
   EXPECT_TRUE(Silent(second));
 
   // A request that has no answer is done with once a later one is answered.
-  ASSERT_TRUE(first.Send(Request(4, 13)));
-  EXPECT_TRUE(service.Receive());
-  ASSERT_TRUE(second.Send(Request(7, 2)));
-  EXPECT_TRUE(service.Receive());
-  ASSERT_TRUE(service.Send(Reply(7, 2, "x")));
-  EXPECT_EQ(Reply(7, 2, "x"), second.Receive().value_or(""));
+  Pass(first, Request(4, 13), service);
+  Pass(second, Request(7, 2), service);
+  Pass(service, Reply(7, 2, "x"), second);
   ASSERT_TRUE(service.Send(Reply(4, 13, "late")));  // now answers nobody
   EXPECT_TRUE(Silent(first));
   EXPECT_TRUE(Silent(second));
 
   // The sub-command counts, and so does the reply bit.
-  ASSERT_TRUE(first.Send(Request(7, 3)));
-  EXPECT_TRUE(service.Receive());
+  Pass(first, Request(7, 3), service);
   ASSERT_TRUE(service.Send(Reply(7, 4, "other")));
   ASSERT_TRUE(service.Send(Request(7, 3)));
   EXPECT_TRUE(Silent(first));
-  ASSERT_TRUE(service.Send(Reply(7, 3, "")));
-  EXPECT_EQ(Reply(7, 3, ""), first.Receive().value_or(""));
+  Pass(service, Reply(7, 3, ""), first);
 }
 
 TEST_F(McuTest, AStationThatLeftTakesNoAnswerFromTheOthers) {
@@ -99,10 +97,8 @@ TEST_F(McuTest, AStationThatLeftTakesNoAnswerFromTheOthers) {
     ASSERT_TRUE(service.Send(Reply(7, 1, text)));
     EXPECT_EQ(Reply(7, 1, text), stays.Receive().value_or(""));
   }
-  ASSERT_TRUE(other.Send(Request(7, 1)));
-  EXPECT_TRUE(service.Receive());
-  ASSERT_TRUE(service.Send(Reply(7, 1, "third")));
-  EXPECT_EQ(Reply(7, 1, "third"), other.Receive().value_or(""));
+  Pass(other, Request(7, 1), service);
+  Pass(service, Reply(7, 1, "third"), other);
 }
 
 TEST_F(McuTest, AnyBytesPassUnchanged) {
@@ -187,15 +183,13 @@ TEST_F(McuTest, PacketsForAServiceThatDoesNotReadAreBounded) {
   while (service.Receive(milliseconds(100)) == packet) ++kept;
   EXPECT_GT(kept, 10u);
   EXPECT_LT(kept, 200u);
-  ASSERT_TRUE(station.Send(Request(7, 1)));
-  EXPECT_EQ(Request(7, 1), service.Receive().value_or(""));
+  Pass(station, Request(7, 1), service);
 }
 
 TEST_F(McuTest, TheDeviceGoesAndComesBack) {
   const RawClient service = OpenService();
   const RawClient station = OpenStation();
-  ASSERT_TRUE(station.Send(Request(7, 1)));
-  EXPECT_TRUE(service.Receive());
+  Pass(station, Request(7, 1), service);
   EXPECT_EQ("ok", Control("mcu down"));
   EXPECT_TRUE(service.AtEnd());
   EXPECT_FALSE(unit_->WaitForService(milliseconds(0)));
@@ -208,8 +202,7 @@ TEST_F(McuTest, TheDeviceGoesAndComesBack) {
   // What was asked before is forgotten.
   ASSERT_TRUE(again.Send(Reply(7, 1, "stale")));
   EXPECT_TRUE(Silent(station));
-  ASSERT_TRUE(station.Send(Request(7, 1)));
-  EXPECT_EQ(Request(7, 1), again.Receive().value_or(""));
+  Pass(station, Request(7, 1), again);
 }
 
 }  // namespace

@@ -69,6 +69,11 @@ bool Eventually(const std::function<bool()>& condition, milliseconds limit) {
   return true;
 }
 
+bool WaitReadable(int fd, milliseconds limit) {
+  pollfd wait = {fd, POLLIN, 0};
+  return ::poll(&wait, 1, static_cast<int>(limit.count())) > 0;
+}
+
 std::string ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   std::ostringstream content;
@@ -231,8 +236,7 @@ void Station::Send(std::uint8_t command, std::uint8_t sub_command, const Bytes& 
 }
 
 std::optional<Bytes> Station::Receive(milliseconds limit) const {
-  pollfd wait = {fd_, POLLIN, 0};
-  if (::poll(&wait, 1, static_cast<int>(limit.count())) <= 0) return std::nullopt;
+  if (!WaitReadable(fd_, limit)) return std::nullopt;
   Bytes packet(wire::kMaxPacket);
   const ssize_t count = ::read(fd_, packet.data(), packet.size());
   if (count <= 0) return std::nullopt;

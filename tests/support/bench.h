@@ -51,6 +51,9 @@ std::string ReadFile(const std::string& path);
 int CountDescriptors(pid_t pid);
 long ResidentKib(pid_t pid);
 
+// Waits until `fd` has something to read; false when it has nothing within `limit`.
+bool WaitReadable(int fd, milliseconds limit);
+
 // A new directory that HEADUNIT_ROOT names as long as this object lives, and that goes with it.
 class TempRoot {
  public:

@@ -1,7 +1,6 @@
 #include "support/fake_manager.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -11,15 +10,6 @@
 #include <filesystem>
 
 namespace bench {
-namespace {
-
-bool WaitReadable(int fd, milliseconds limit) {
-  pollfd wait = {fd, POLLIN, 0};
-  return ::poll(&wait, 1, static_cast<int>(limit.count())) > 0;
-}
-
-}  // namespace
-
 std::optional<Bytes> Connection::Receive(milliseconds limit) const {
   if (!WaitReadable(fd_, limit)) return std::nullopt;
   Bytes message(2 * wire::kMaxPacket);

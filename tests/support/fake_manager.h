@@ -2,11 +2,6 @@
 #ifndef KORVANDIS_TESTS_SUPPORT_FAKE_MANAGER_H
 #define KORVANDIS_TESTS_SUPPORT_FAKE_MANAGER_H
 
-#include <chrono>
-#include <cstdint>
-#include <optional>
-#include <string>
-
 #include "support/bench.h"
 #include "wire/resource_manager.h"
 

@@ -1,6 +1,5 @@
 #include "support/raw_client.h"
 
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -11,26 +10,17 @@
 #include "wire/resource_manager.h"
 
 namespace bench {
-namespace {
-
 const char kPps[] = "/pps";
 
-bool WaitReadable(int fd, milliseconds limit) {
-  pollfd entry = {fd, POLLIN, 0};
-  return poll(&entry, 1, static_cast<int>(limit.count())) > 0;
-}
-
-}  // namespace
-
 RawClient::RawClient(const std::string& socket_path)
-    : fd_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
+    : Connection(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
   const std::string path = std::getenv("HEADUNIT_ROOT") + socket_path;
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
   const int target = open(path.c_str(), O_PATH | O_CLOEXEC);
   const std::string short_path = "/proc/self/fd/" + std::to_string(target);
   std::strcpy(address.sun_path, short_path.c_str());
-  const int result = connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+  const int result = connect(fd(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
   if (target >= 0) close(target);
   if (result != 0) Close();
 }
@@ -42,10 +32,6 @@ RawClient::RawClient(const std::string& socket_path, const std::string& rest, in
   TakeAnswer();
 }
 
-RawClient::RawClient(RawClient&& other) noexcept : fd_(other.fd_), answer_(other.answer_) {
-  other.fd_ = -1;
-}
-
 int RawClient::TakeAnswer(milliseconds limit) {
   std::int32_t error = 0;
   const std::optional<std::string> message = Receive(limit);
@@ -55,27 +41,22 @@ int RawClient::TakeAnswer(milliseconds limit) {
 }
 
 bool RawClient::Send(const std::string& message) const {
-  return send(fd_, message.data(), message.size(), MSG_NOSIGNAL | MSG_DONTWAIT) ==
+  return send(fd(), message.data(), message.size(), MSG_NOSIGNAL | MSG_DONTWAIT) ==
          static_cast<ssize_t>(message.size());
 }
 
 std::optional<std::string> RawClient::Receive(milliseconds limit) const {
-  if (!connected() || !WaitReadable(fd_, limit)) return std::nullopt;
-  const ssize_t size = recv(fd_, nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
+  if (!connected() || !WaitReadable(fd(), limit)) return std::nullopt;
+  const ssize_t size = recv(fd(), nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
   if (size < 0) return std::nullopt;
   std::string message(static_cast<std::size_t>(size), '\0');
-  if (recv(fd_, &message[0], message.size(), MSG_DONTWAIT) != size) return std::nullopt;
+  if (recv(fd(), &message[0], message.size(), MSG_DONTWAIT) != size) return std::nullopt;
   return message;
 }
 
 bool RawClient::AtEnd(milliseconds limit) const {
   const std::optional<std::string> message = Receive(limit);
   return message && message->empty();
-}
-
-void RawClient::Close() {
-  if (fd_ >= 0) close(fd_);
-  fd_ = -1;
 }
 
 std::string OpeningRequest(std::uint32_t kind, std::uint32_t flags, const std::string& rest) {

@@ -3,33 +3,22 @@
 #define KORVANDIS_TESTS_SUPPORT_RAW_CLIENT_H
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <cstdint>
-#include <memory>
-#include <optional>
-#include <string>
 
 #include "headunit/unit.h"
-#include "support/bench.h"
+#include "support/fake_manager.h"
 
 namespace bench {
 
 // One connection to a manager. Nothing here waits longer than its limit.
-class RawClient {
+class RawClient : public Connection {
  public:
   // Connects to the manager whose socket lies at `socket_path` below the root. Asks nothing yet.
   explicit RawClient(const std::string& socket_path);
   // Connects, asks and takes the answer: open unless `kind` says otherwise.
   RawClient(const std::string& socket_path, const std::string& rest, int flags,
             std::uint32_t kind = 1);
-  ~RawClient() { Close(); }
-  RawClient(RawClient&& other) noexcept;
-  RawClient& operator=(RawClient&&) = delete;
 
-  int fd() const { return fd_; }
-  bool connected() const { return fd_ >= 0; }
+  bool connected() const { return fd() >= 0; }
 
   // The manager's answer, -1 when it hung up or gave none.
   int answer() const { return answer_; }
@@ -48,10 +37,7 @@ class RawClient {
   // True when the manager ended the stream.
   bool AtEnd(milliseconds limit = milliseconds(5000)) const;
 
-  void Close();
-
  private:
-  int fd_;
   int answer_ = -1;
 };
 
