@@ -33,7 +33,7 @@ void OnBusError(int, siginfo_t* info, void*) {
   bool mended = false;
   for (const GuardedRing& ring : g_guarded) {
     if (address - ring.begin >= ring.size) continue;
-    void* const page = reinterpret_cast<void*>(address & ~(page_size - 1));
+    void* const page = static_cast<char*>(info->si_addr) - address % page_size;
     mended = ::mmap(page, page_size, PROT_READ | PROT_WRITE,
                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) != MAP_FAILED;
   }
