@@ -10,8 +10,9 @@ namespace platform {
 bool IsRing(const SlogHeader& header, std::uint64_t file_size);
 
 // Maps the ring in the host file `path`. Returns null with errno (EINVAL: not a ring); otherwise
-// sets *size to the mapped bytes and *inode to the file's identity. Whoever empties the file takes
-// its pages from under the mapping; they then read as zero, and what is written is lost.
+// sets *size to the mapped bytes and *inode to the file's identity. Whoever cuts the file takes
+// pages from under the mapping: at the next access to one the whole of it reads as zero, and from
+// then on what is written there is lost.
 void* MapRing(const char* path, std::size_t* size, unsigned long* inode);
 
 // Ends a mapping that nobody uses any more.

@@ -24,17 +24,18 @@ GuardedRing g_guarded[8];
 
 struct sigaction g_other_handler;
 
-// A fault behind the end of a file that was cut. In a ring, an empty page takes the place of the
-// lost one, and the access goes on; any other fault is for whoever handled them before.
+// A fault behind the end of a file that was cut. When it is a ring's, memory of our own takes the
+// place of the whole ring, which is of no more use, and the access goes on; any other fault is for
+// whoever handled them before.
 void OnBusError(int, siginfo_t* info, void*) {
   const int saved = errno;
   const auto address = reinterpret_cast<std::uintptr_t>(info->si_addr);
-  const auto page_size = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
   bool mended = false;
   for (const GuardedRing& ring : g_guarded) {
-    if (address - ring.begin >= ring.size) continue;
-    void* const page = static_cast<char*>(info->si_addr) - address % page_size;
-    mended = ::mmap(page, page_size, PROT_READ | PROT_WRITE,
+    const std::uintptr_t offset = address - ring.begin;
+    if (offset >= ring.size) continue;
+    void* const base = static_cast<char*>(info->si_addr) - offset;
+    mended = ::mmap(base, ring.size, PROT_READ | PROT_WRITE,
                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) != MAP_FAILED;
   }
   if (!mended) ::sigaction(SIGBUS, &g_other_handler, nullptr);

@@ -198,7 +198,7 @@ TEST_F(McuTest, TheDeviceGoesAndComesBack) {
   EXPECT_EQ("ok", Control("mcu up"));
   const RawClient again = OpenService();
   EXPECT_EQ(0, again.answer());
-  EXPECT_TRUE(unit_->WaitForService(milliseconds(0)));
+  EXPECT_TRUE(unit_->WaitForService(milliseconds(5000)));
   // What was asked before is forgotten.
   ASSERT_TRUE(again.Send(Reply(7, 1, "stale")));
   EXPECT_TRUE(Silent(station));
