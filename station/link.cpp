@@ -165,6 +165,8 @@ std::string Monitor::Open() {
   return connection_.is_open() ? "" : OpenProblem(path.c_str(), errno);
 }
 
+bool Monitor::HasPacket(int milliseconds) { return PollFor(connection_.get(), milliseconds); }
+
 bool Monitor::Read(wire::MonitorHead* head, Bytes* packet) {
   Bytes message;
   while (TakePacket(connection_.get(), &message)) {

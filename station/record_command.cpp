@@ -1,5 +1,7 @@
 // `station record` and `station replay`.
 #include <algorithm>
+#include <chrono>
+#include <cstdint>
 #include <fstream>
 
 #include "builtin.h"
@@ -15,6 +17,7 @@ const double kLongestPause = 5;  // seconds between two requests, whatever was r
 const std::chrono::milliseconds kPatience(500);
 const int kAskAgainMilliseconds = 50;
 const int kLateReplyMilliseconds = 200;  // for a reply where none was recorded
+const int kLastPacketMilliseconds = 50;  // for what had passed before an interruption
 
 int Complain(Context& context, const std::string& problem) {
   context.err << "station: " << context.invocation.command->words << ": " << problem << '\n';
@@ -134,6 +137,12 @@ class Replay {
   int differences_ = 0;
 };
 
+std::uint64_t NanosecondsSinceEpoch() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return static_cast<std::uint64_t>(
+      std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
+}
+
 }  // namespace
 
 int RecordTraffic(Context& context) {
@@ -147,13 +156,17 @@ int RecordTraffic(Context& context) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
   file << RecordingHead(format) << std::flush;
   std::size_t count = 0;
-  while (file.good() && interrupt.Wait(monitor.fd(), -1)) {
+  std::uint64_t end = UINT64_MAX;  // of the recording: the interruption, once it came
+  while (file.good()) {
+    if (end == UINT64_MAX && !interrupt.Wait(monitor.fd(), -1)) end = NanosecondsSinceEpoch();
+    if (end != UINT64_MAX && !monitor.HasPacket(kLastPacketMilliseconds)) break;
     wire::MonitorHead head{};
     RecordedPacket packet{};
     if (!monitor.Read(&head, &packet.packet)) {
       context.err << "station: record: the unit is gone\n";
       break;
     }
+    if (head.nanoseconds > end) break;
     if (head.direction > 1 || packet.packet.empty()) continue;
     packet.nanoseconds = head.nanoseconds;
     packet.direction = static_cast<wire::Direction>(head.direction);

@@ -189,10 +189,10 @@ class StationReplayTest : public bench::BenchTest {
     return path;
   }
 
-  std::unique_ptr<bench::Program> Replay(const std::string& path) {
-    auto replay = std::make_unique<bench::Program>(
-        root_, "station",
-        std::vector<std::string>{"replay", path, "--fast", "--ignore", "gps", "--timeout", "5"});
+  std::unique_ptr<bench::Program> Replay(std::vector<std::string> arguments) {
+    arguments.insert(arguments.end(), {"--ignore", "gps", "--timeout", "5"});
+    arguments.insert(arguments.begin(), "replay");
+    auto replay = std::make_unique<bench::Program>(root_, "station", arguments);
     replay->Wait(bench::milliseconds(60000));
     return replay;
   }
@@ -201,7 +201,7 @@ class StationReplayTest : public bench::BenchTest {
 TEST_F(StationReplayTest, TheShippedSequencePassesAndReplaysAlike) {
   const std::string path = Record(
       {"run", KORVANDIS_SOURCE_DIR "/sequences/end-of-line.seq", "--set", "serial=SN42"}, "");
-  const auto replay = Replay(path);
+  const auto replay = Replay({path});
   EXPECT_EQ(replay->Wait(), 0) << replay->Output() << replay->Errors();
   EXPECT_PRED2(Contains, replay->Output(), " answers compared, 0 differ\n");
 }
@@ -209,7 +209,7 @@ TEST_F(StationReplayTest, TheShippedSequencePassesAndReplaysAlike) {
 TEST_F(StationReplayTest, AChangedUnitIsToldStepByStep) {
   const std::string path = Record({"version"}, "--pcap");
   bench::WriteObject("/pps/zelmar/system/zmversion_status", "zmos:json:{\"version\":\"NEW\"}");
-  const auto replay = Replay(path);
+  const auto replay = Replay({path, "--fast"});
   EXPECT_EQ(replay->Wait(), 1);
   EXPECT_PRED2(Contains, replay->Output(), "\n    8  DIFFERS   version zmos\n");
   EXPECT_PRED2(Contains, replay->Output(), "version zmos: NEW [34 ");

@@ -74,6 +74,9 @@ class Monitor {
   // Readable when a packet waits or the unit is gone.
   int fd() const { return connection_.get(); }
 
+  // Waits for a packet, whatever signal comes. Also true when the unit is gone.
+  bool HasPacket(int milliseconds);
+
   // Takes the next packet. False when the unit is gone.
   bool Read(wire::MonitorHead* head, Bytes* packet);
 
