@@ -7,7 +7,7 @@
 #include <cstring>
 #include <system_error>
 
-#include "pps_tape.h"
+#include "pps_value.h"
 
 namespace platform {
 namespace pps {
@@ -285,8 +285,11 @@ bool ToDouble(const Node& node, const char* text, double* value) {
   return true;
 }
 
-Tape::~Tape() {
+void Tape::Release() {
   if (nodes_ != inline_) std::free(nodes_);
+  nodes_ = inline_;
+  capacity_ = kInlineNodes;
+  size_ = 0;
 }
 
 bool Tape::Grow(std::uint32_t used) {

@@ -6,7 +6,7 @@
 
 #include <cstring>
 
-#include "pps_tape.h"
+#include "pps_value.h"
 
 namespace platform {
 namespace pps {

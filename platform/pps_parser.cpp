@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "pps_line.h"
-#include "pps_tape.h"
+#include "pps_value.h"
 
 namespace platform {
 namespace pps {

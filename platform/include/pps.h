@@ -12,6 +12,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "platform/pps_tape.h"
+
 // --- line parser ---------------------------------------------------------------------------------
 
 typedef enum {
@@ -59,10 +61,17 @@ typedef enum {
   PPS_TYPE_UNKNOWN,  // an attribute whose encoding is none of the five
 } pps_node_type_t;
 
-// Opaque; initialise before use, clean up after it, also when parsing failed.
-struct pps_decoder;
-typedef struct {
-  struct pps_decoder* state;
+// Initialise before use, clean up after it, also when parsing failed; not to be copied. What is in
+// it is the decoder's own. It holds a few KiB, enough for most texts; larger ones take memory.
+typedef struct pps_decoder {
+  platform::pps::Tape tape;
+  char* text;
+  platform::pps::Node* level;  // the container that was entered
+  platform::pps::Node* end;    // the end of its children
+  platform::pps::Node* next;   // its next child, or its end
+  platform::pps::Node*
+      likely;  // behind the member found last: mostly the next one to be looked for
+  pps_decoder_error_t status;
 } pps_decoder_t;
 
 // Prepares `decoder`; when `text` is not null, parses it as PPS text.
@@ -120,9 +129,7 @@ int pps_decoder_length(pps_decoder_t* decoder);
 // The first failure since the start or the last clearing.
 pps_decoder_error_t pps_decoder_status(pps_decoder_t* decoder, bool clear);
 
-// The calls above that take a name, with its length. A name is mostly a literal, whose length the
-// compiler knows: compared by its length and in words, it costs a fraction of what it costs
-// character by character.
+// The calls above that take a name, with its length.
 pps_decoder_error_t pps_decoder_push_named(pps_decoder_t* decoder, const char* name,
                                            std::size_t length, bool arrays_only);
 pps_decoder_error_t pps_decoder_get_int_named(pps_decoder_t* decoder, const char* name,
@@ -142,27 +149,59 @@ inline std::size_t pps_name_length(const char* name) {
   return name == nullptr ? 0 : std::strlen(name);
 }
 
+// The member behind the one found last when it has that name, else null. It settles the common
+// case, in which members are read in their order: where all names are different, none before it has
+// that name. A name is mostly a literal: inlined, the comparison is one of a word or two with
+// constants. When it is taken, `likely` goes one on: it is a scalar.
+__attribute__((always_inline)) inline const platform::pps::Node* pps_decoder_likely(
+    const pps_decoder_t* decoder, const char* name, std::size_t length) {
+  const platform::pps::Node* const node = decoder->likely;
+  if (node == decoder->end || node->name_length != length) return nullptr;
+  return platform::pps::SameBytes(name, decoder->text + node->key, length) ? node : nullptr;
+}
+
 inline pps_decoder_error_t pps_decoder_push(pps_decoder_t* decoder, const char* name) {
   return pps_decoder_push_named(decoder, name, pps_name_length(name), false);
 }
 inline pps_decoder_error_t pps_decoder_push_array(pps_decoder_t* decoder, const char* name) {
   return pps_decoder_push_named(decoder, name, pps_name_length(name), true);
 }
-inline pps_decoder_error_t pps_decoder_get_int(pps_decoder_t* decoder, const char* name,
-                                               int* value) {
-  return pps_decoder_get_int_named(decoder, name, pps_name_length(name), value);
+__attribute__((always_inline)) inline pps_decoder_error_t pps_decoder_get_int(
+    pps_decoder_t* decoder, const char* name, int* value) {
+  const std::size_t length = pps_name_length(name);
+  const platform::pps::Node* const node = pps_decoder_likely(decoder, name, length);
+  if (node == nullptr || (node->flags & platform::pps::kShort) == 0) {
+    return pps_decoder_get_int_named(decoder, name, length, value);
+  }
+  *value = static_cast<int>(node->number);
+  ++decoder->likely;
+  return PPS_DECODER_OK;
 }
 inline pps_decoder_error_t pps_decoder_get_int64(pps_decoder_t* decoder, const char* name,
                                                  std::int64_t* value) {
   return pps_decoder_get_int64_named(decoder, name, pps_name_length(name), value);
 }
-inline pps_decoder_error_t pps_decoder_get_double(pps_decoder_t* decoder, const char* name,
-                                                  double* value) {
-  return pps_decoder_get_double_named(decoder, name, pps_name_length(name), value);
+__attribute__((always_inline)) inline pps_decoder_error_t pps_decoder_get_double(
+    pps_decoder_t* decoder, const char* name, double* value) {
+  const std::size_t length = pps_name_length(name);
+  const platform::pps::Node* const node = pps_decoder_likely(decoder, name, length);
+  if (node == nullptr || (node->flags & platform::pps::kQuotient) == 0) {
+    return pps_decoder_get_double_named(decoder, name, length, value);
+  }
+  *value = platform::pps::Quotient(*node);
+  ++decoder->likely;
+  return PPS_DECODER_OK;
 }
-inline pps_decoder_error_t pps_decoder_get_bool(pps_decoder_t* decoder, const char* name,
-                                                bool* value) {
-  return pps_decoder_get_bool_named(decoder, name, pps_name_length(name), value);
+__attribute__((always_inline)) inline pps_decoder_error_t pps_decoder_get_bool(
+    pps_decoder_t* decoder, const char* name, bool* value) {
+  const std::size_t length = pps_name_length(name);
+  const platform::pps::Node* const node = pps_decoder_likely(decoder, name, length);
+  if (node == nullptr || node->kind != platform::pps::Kind::kBool) {
+    return pps_decoder_get_bool_named(decoder, name, length, value);
+  }
+  *value = (node->flags & platform::pps::kTrue) != 0;
+  ++decoder->likely;
+  return PPS_DECODER_OK;
 }
 inline pps_decoder_error_t pps_decoder_get_string(pps_decoder_t* decoder, const char* name,
                                                   const char** value) {

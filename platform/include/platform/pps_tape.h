@@ -1,4 +1,5 @@
-// The decoder's memory of a parsed text: one flat array of nodes, in the order of the text.
+// The decoder's memory of a parsed text: one flat array of nodes, in the order of the text. Public
+// only because the decoder's calls are inlined where a node tells all.
 //
 // A container is followed by its children; `span` counts a node and everything that belongs to it,
 // so the children of container c are c + 1, c + 1 + span(c + 1), ... up to c + span(c). Nesting
@@ -6,8 +7,6 @@
 // back need.
 #ifndef KORVANDIS_PLATFORM_PPS_TAPE_H
 #define KORVANDIS_PLATFORM_PPS_TAPE_H
-
-#include <pps.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -18,13 +17,13 @@ namespace pps {
 
 // The values of pps_node_type_t, and two more for PPS attributes.
 enum class Kind : std::uint8_t {
-  kNull = PPS_TYPE_NULL,
-  kBool = PPS_TYPE_BOOL,
-  kNumber = PPS_TYPE_NUMBER,
-  kString = PPS_TYPE_STRING,
-  kArray = PPS_TYPE_ARRAY,
-  kObject = PPS_TYPE_OBJECT,
-  kUnknown = PPS_TYPE_UNKNOWN,
+  kNull,
+  kBool,
+  kNumber,
+  kString,
+  kArray,
+  kObject,
+  kUnknown = 7,
   kAttribute,      // not looked at yet: `text` is the value, `number` the offset of the encoding
   kJsonAttribute,  // `number` is the node of its value
 };
@@ -42,11 +41,6 @@ const std::uint8_t kValueOfAttribute = 128;
 
 const std::uint32_t kNone = 0xffffffffU;
 const std::size_t kShortName = 16;  // two words
-
-// Whether the places of a text can be told by offsets.
-inline bool FitsOffsets(const char* begin, const char* end) {
-  return static_cast<std::size_t>(end - begin) < kNone;
-}
 
 struct Node {
   std::uint32_t key;  // offset of the name; kNone without
@@ -78,13 +72,29 @@ inline std::uint32_t LoadFour(const char* p) {
   return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? word : __builtin_bswap32(word);
 }
 
+// Whether the `length` bytes at a and b, 1 to kShortName of them, are the same.
+inline bool SameBytes(const char* a, const char* b, std::size_t length) {
+  if (length >= 8) {
+    const std::size_t last = length - 8;
+    return LoadEight(a) == LoadEight(b) && LoadEight(a + last) == LoadEight(b + last);
+  }
+  if (length >= 4) {
+    const std::size_t last = length - 4;
+    return LoadFour(a) == LoadFour(b) && LoadFour(a + last) == LoadFour(b + last);
+  }
+  return a[0] == b[0] && a[length / 2] == b[length / 2] && a[length - 1] == b[length - 1];
+}
+
 // Grows by doubling. References to nodes end with Grow.
 class Tape {
  public:
   Tape() : nodes_(inline_), capacity_(kInlineNodes), size_(0) {}
-  ~Tape();
+  ~Tape() { Release(); }
   Tape(const Tape&) = delete;
   Tape& operator=(const Tape&) = delete;
+
+  // Gives grown memory back. The nodes are lost.
+  void Release();
 
   // Makes room for more, keeping the first `used` nodes; false without memory, with everything as
   // it was.
@@ -103,26 +113,6 @@ class Tape {
   Node inline_[kInlineNodes];
 };
 
-enum class Parsed { kWell, kMalformed, kNoMemory };
-
-// Parses the JSON text from `begin` to `end`, where a zero byte stands, and appends its nodes to
-// the tape; the first one is a child of `parent`. Offsets count from `base`. Names and strings are
-// unescaped and terminated in place. After a failure the tape is as long as before; the text is not
-// what it was.
-//
-// The text is one value in the grammar of RFC 8259, with white space around it. Control characters
-// in strings and unknown escapes are errors; a surrogate without its other half becomes U+FFFD.
-// Bytes from 0x80 are taken as they stand.
-Parsed ParseJson(Tape* tape, char* base, char* begin, char* end, std::uint32_t parent);
-
-// Scans a JSON number (with `leading_zeros`, also one like 007) into `node` and returns its end, or
-// null when there is none.
-char* ScanNumber(char* p, bool leading_zeros, Node* node);
-
-// The number, which stands at `text`, as the nearest double; false when it is out of range. Those
-// too small are zero.
-bool ToDouble(const Node& node, const char* text, double* value);
-
 // Powers of ten that are exact as doubles.
 const int kExactPower = 22;
 extern const double kPowersOfTen[kExactPower + 1];
@@ -131,9 +121,6 @@ extern const double kPowersOfTen[kExactPower + 1];
 inline double Quotient(const Node& node) {
   return static_cast<double>(static_cast<std::int64_t>(node.number)) / kPowersOfTen[-node.exponent];
 }
-
-// Resolves C escapes in place. An escape that is none stays as it stands.
-void UnescapeC(char* text);
 
 }  // namespace pps
 }  // namespace platform
