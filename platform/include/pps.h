@@ -166,8 +166,8 @@ inline pps_decoder_error_t pps_decoder_push(pps_decoder_t* decoder, const char* 
 inline pps_decoder_error_t pps_decoder_push_array(pps_decoder_t* decoder, const char* name) {
   return pps_decoder_push_named(decoder, name, pps_name_length(name), true);
 }
-__attribute__((always_inline)) inline pps_decoder_error_t pps_decoder_get_int(
-    pps_decoder_t* decoder, const char* name, int* value) {
+inline pps_decoder_error_t pps_decoder_get_int(pps_decoder_t* decoder, const char* name,
+                                               int* value) {
   const std::size_t length = pps_name_length(name);
   const platform::pps::Node* const node = pps_decoder_likely(decoder, name, length);
   if (node == nullptr || (node->flags & platform::pps::kShort) == 0) {
@@ -181,8 +181,8 @@ inline pps_decoder_error_t pps_decoder_get_int64(pps_decoder_t* decoder, const c
                                                  std::int64_t* value) {
   return pps_decoder_get_int64_named(decoder, name, pps_name_length(name), value);
 }
-__attribute__((always_inline)) inline pps_decoder_error_t pps_decoder_get_double(
-    pps_decoder_t* decoder, const char* name, double* value) {
+inline pps_decoder_error_t pps_decoder_get_double(pps_decoder_t* decoder, const char* name,
+                                                  double* value) {
   const std::size_t length = pps_name_length(name);
   const platform::pps::Node* const node = pps_decoder_likely(decoder, name, length);
   if (node == nullptr || (node->flags & platform::pps::kQuotient) == 0) {
@@ -192,8 +192,8 @@ __attribute__((always_inline)) inline pps_decoder_error_t pps_decoder_get_double
   ++decoder->likely;
   return PPS_DECODER_OK;
 }
-__attribute__((always_inline)) inline pps_decoder_error_t pps_decoder_get_bool(
-    pps_decoder_t* decoder, const char* name, bool* value) {
+inline pps_decoder_error_t pps_decoder_get_bool(pps_decoder_t* decoder, const char* name,
+                                                bool* value) {
   const std::size_t length = pps_name_length(name);
   const platform::pps::Node* const node = pps_decoder_likely(decoder, name, length);
   if (node == nullptr || node->kind != platform::pps::Kind::kBool) {
