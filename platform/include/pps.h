@@ -66,9 +66,9 @@ typedef enum {
 typedef struct pps_decoder {
   platform::pps::Tape tape;
   char* text;
-  platform::pps::Node* level;  // the container that was entered
-  platform::pps::Node* end;    // the end of its children
-  platform::pps::Node* next;   // its next child, or its end
+  platform::pps::Node* level;   // the container that was entered
+  platform::pps::Node* end;     // the end of its children
+  platform::pps::Node* next;    // its next child, or its end
   platform::pps::Node* likely;  // behind the member found last, mostly the next to be read
   pps_decoder_error_t status;
 } pps_decoder_t;
