@@ -340,6 +340,7 @@ const std::uint8_t kShortInteger = kInteger | kShort | (FLT_EVAL_METHOD == 0 ? k
 // Returns null for any other: ScanNumber has the last word. `node` is a short integer already; its
 // `text` stays unset, which nobody needs for an exact number.
 __attribute__((always_inline)) inline char* ScanShortNumber(char* p, Node* node) {
+  if (FLT_EVAL_METHOD != 0) return nullptr;  // no number is exact, so its text is needed
   std::uint32_t whole;
   char* const end = TakeShortDigits<false>(p, &whole);
   if (end == nullptr) return nullptr;

@@ -18,8 +18,8 @@ void* MapRing(const char* path, std::size_t* size, unsigned long* inode);
 // Ends a mapping that nobody uses any more.
 void UnmapRing(void* base, std::size_t size);
 
-// True when `path` is still that file and large enough.
-bool IsSameFile(const char* path, unsigned long inode, std::size_t size);
+// True when `path` is still the file that is mapped, whole and a ring.
+bool IsMappedRing(const char* path, const void* base, unsigned long inode, std::size_t size);
 
 }  // namespace platform
 

@@ -33,7 +33,8 @@ class RingWriter {
  public:
   // Logs one line; false when there is no ring.
   bool Write(int opcode, int severity, const char* text, std::size_t length, std::uint64_t now) {
-    if (now >= next_check_.load(std::memory_order_relaxed)) Check(now);
+    // Also when the clock was set back.
+    if (next_check_.load(std::memory_order_relaxed) - now > kSecond) Check(now);
     writers_.fetch_add(1, std::memory_order_seq_cst);
     const Mapping* mapping = current_.load(std::memory_order_seq_cst);
     const bool there = mapping->base != nullptr;
@@ -71,7 +72,7 @@ class RingWriter {
     Settle();
     const Mapping* mapping = current_.load(std::memory_order_relaxed);
     const bool kept = mapping->base != nullptr && named &&
-                      platform::IsSameFile(path, mapping->inode, mapping->size);
+                      platform::IsMappedRing(path, mapping->base, mapping->inode, mapping->size);
     if (!kept && settled_) Replace(named ? path : "");
     next_check_.store(now + kSecond, std::memory_order_relaxed);
     checking_.clear(std::memory_order_release);

@@ -102,10 +102,13 @@ bool IsRing(const SlogHeader& header, std::uint64_t file_size) {
          file_size >= sizeof(SlogHeader) + slots * kSlogSlotSize;
 }
 
-bool IsSameFile(const char* path, unsigned long inode, std::size_t size) {
+// A file that was cut and has grown again, or one that got the number of the cut one, looks the
+// same from outside; but what is mapped then is no ring any more.
+bool IsMappedRing(const char* path, const void* base, unsigned long inode, std::size_t size) {
   struct stat status;
   return ::stat(path, &status) == 0 && static_cast<unsigned long>(status.st_ino) == inode &&
-         static_cast<std::uint64_t>(status.st_size) >= size;
+         static_cast<std::uint64_t>(status.st_size) >= size &&
+         IsRing(*static_cast<const SlogHeader*>(base), size);
 }
 
 int CreateSlogRing(const std::string& path, std::uint32_t slots) {
@@ -148,7 +151,7 @@ int SlogReader::Open(const std::string& path) {
 }
 
 bool SlogReader::Replaced() const {
-  return map_ != nullptr && !IsSameFile(path_.c_str(), inode_, size_);
+  return map_ != nullptr && !IsMappedRing(path_.c_str(), map_, inode_, size_);
 }
 
 void SlogReader::SkipToEnd() {

@@ -144,9 +144,18 @@ void Bench::Prove(const Invocation& invocation, Exchange* exchange) {
       exchange->proof = found;
       return;
     }
-    std::this_thread::sleep_for(kProofPause);
-  } while (Clock::now() < deadline);
+  } while (AwaitNextLook(deadline));
   exchange->problem = "sent, but " + found;
+}
+
+bool Bench::AwaitNextLook(Clock::time_point deadline) const {
+  if (interrupt_ == nullptr) {
+    std::this_thread::sleep_for(kProofPause);
+  } else {
+    interrupt_->Wait(-1, static_cast<int>(kProofPause.count()));
+    if (interrupt_->Pending()) return false;
+  }
+  return Clock::now() < deadline;
 }
 
 bool Bench::ProofHolds(const Invocation& invocation, const Proof& proof, std::string* found) {

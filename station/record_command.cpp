@@ -46,6 +46,7 @@ class Replay {
       const bool polled =
           i + 1 < exchanges.size() && exchanges[i + 1].request == exchanges[i].request;
       if (!Compare(exchanges[i], polled)) return Complain(context_, "the unit is gone");
+      if (interrupt_->Pending()) return Complain(context_, "interrupted");
       ReportUnexpected();
     }
     link_.Collect(kLateReplyMilliseconds);
@@ -61,7 +62,7 @@ class Replay {
     interrupt_->Wait(-1, static_cast<int>(std::min(gap, kLongestPause) * 1000));
   }
 
-  // False when the unit is gone.
+  // False when the unit is gone. Interrupted, it compares nothing.
   bool Compare(const RecordedExchange& exchange, bool polled) {
     const std::string request = DescribePacket(wire::Direction::kToService, exchange.request);
     wire::Reply recorded;
@@ -81,13 +82,13 @@ class Replay {
                         Clock::now() + Seconds(context_.timeout), &reply, &packet);
       if (result == Link::Result::kGone) return false;
       const bool same = result == Link::Result::kReply && reply.data == recorded.data;
+      if (!same && interrupt_->Pending()) return true;
       if (ignored || same) {
         compared_ += ignored ? 0 : 1;
         Line(ignored ? (polled ? "polled" : "ignored") : "same", request);
         return true;
       }
-      if (result != Link::Result::kReply || Clock::now() >= patience || interrupt_->Pending())
-        break;
+      if (result != Link::Result::kReply || Clock::now() >= patience) break;
       interrupt_->Wait(-1, kAskAgainMilliseconds);
       if (!link_.Send(exchange.request).empty()) return false;
     }

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <deque>
+#include <map>
+#include <utility>
 
 #include "station/packet_text.h"
 #include "wire/at_packet.h"
@@ -110,14 +113,13 @@ std::string ParseLine(const std::string& line, RecordedPacket* packet) {
   return "";
 }
 
-// True when `reply` has the numbers of the reply to `request`.
-bool Answers(const Bytes& request, const Bytes& reply) {
+// The command and sub-command of a packet; false when it is too short for them.
+bool TakeNumbers(const Bytes& packet, std::pair<int, int>* numbers) {
   const std::size_t record = wire::kHeaderSize + wire::kLinkSize;
-  const std::size_t command = record + wire::kRecordCommandOffset;
   const std::size_t sub_command = record + wire::kRecordSubCommandOffset;
-  return request.size() > sub_command && reply.size() > sub_command &&
-         reply[command] == (request[command] | wire::kReplyBit) &&
-         reply[sub_command] == request[sub_command];
+  if (packet.size() <= sub_command) return false;
+  *numbers = {packet[record + wire::kRecordCommandOffset], packet[sub_command]};
+  return true;
 }
 
 }  // namespace
@@ -162,11 +164,14 @@ std::string ParseRecording(const std::string& text, std::vector<RecordedPacket>*
     std::string line = text.substr(start, end - start);
     start = end + 1;
     ++number;
+    // A line that was written ends its bytes with a comment, so one without may be cut in them.
+    const bool cut = end == text.size() && line.find('#') == std::string::npos;
     line.erase(std::min(line.find('#'), line.size()));
     line.erase(line.find_last_not_of(" \t\r") + 1);
     if (line.empty()) continue;
     RecordedPacket packet{};
-    const std::string problem = ParseLine(line, &packet);
+    std::string problem = ParseLine(line, &packet);
+    if (problem.empty() && cut) problem = "the recording is cut";
     if (!problem.empty()) return "line " + std::to_string(number) + ": " + problem;
     packets->push_back(std::move(packet));
   }
@@ -175,16 +180,20 @@ std::string ParseRecording(const std::string& text, std::vector<RecordedPacket>*
 
 std::vector<RecordedExchange> PairExchanges(const std::vector<RecordedPacket>& packets) {
   std::vector<RecordedExchange> exchanges;
+  // The exchanges that wait for a reply with these numbers, first come first.
+  std::map<std::pair<int, int>, std::deque<std::size_t>> waiting;
   for (const RecordedPacket& packet : packets) {
-    if (packet.direction == wire::Direction::kToService) {
+    const bool request = packet.direction == wire::Direction::kToService;
+    std::pair<int, int> numbers;
+    const bool numbered = TakeNumbers(packet.packet, &numbers);
+    if (request) {
+      numbers.first |= wire::kReplyBit;
+      if (numbered) waiting[numbers].push_back(exchanges.size());
       exchanges.push_back(RecordedExchange{packet.nanoseconds, packet.packet, {}});
-      continue;
+    } else if (numbered && !waiting[numbers].empty()) {
+      exchanges[waiting[numbers].front()].reply = packet.packet;
+      waiting[numbers].pop_front();
     }
-    const auto asked =
-        std::find_if(exchanges.begin(), exchanges.end(), [&](const RecordedExchange& exchange) {
-          return exchange.reply.empty() && Answers(exchange.request, packet.packet);
-        });
-    if (asked != exchanges.end()) asked->reply = packet.packet;
   }
   return exchanges;
 }

@@ -47,13 +47,18 @@ void ForEachCharacter(std::string_view text, Take take) {
   }
 }
 
-// Attribute or element text. Bytes that XML cannot hold become \xNN.
+// Attribute or element text. Bytes of what XML cannot hold become \xNN.
 std::string Xml(const std::string& text) {
-  static const std::map<char, const char*> entities = {
-      {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}};
+  static const std::map<std::string_view, const char*> entities = {
+      {"&", "&amp;"},
+      {"<", "&lt;"},
+      {">", "&gt;"},
+      {"\"", "&quot;"},
+      {"\xEF\xBF\xBE", "\\xEF\\xBF\\xBE"},  // U+FFFE and U+FFFF are no characters
+      {"\xEF\xBF\xBF", "\\xEF\\xBF\\xBF"}};
   std::string safe;
   ForEachCharacter(text, [&](std::string_view character, int number) {
-    const auto entity = entities.find(character[0]);
+    const auto entity = entities.find(character);
     char code[8];
     std::snprintf(code, sizeof(code), "\\x%02X", number & 0xFF);
     if (number >= 0) {

@@ -124,6 +124,22 @@ TEST_F(FaultsTest, LogRingIsFullMissingOrNoRing) {
   }
   std::this_thread::sleep_for(milliseconds(1100));
   ExpectServed();
+  // Emptied, and there again with the number it had.
+  const auto logged = [&] {
+    Log log(root_);
+    return Eventually([&] {
+      ExpectServed();
+      return log.Has(_SLOG_DEBUG1, "_KRV_[SendVer]-m_subCmd = 1\n");
+    });
+  };
+  const std::string fresh = root_.path() + "/fresh";
+  ASSERT_EQ(platform::CreateSlogRing(fresh, 1024), 0);
+  for (int i = 0; i < 2; ++i) {
+    root_.AddFile("/dev/slog", "");
+    ExpectServed();
+    root_.AddFile("/dev/slog", ReadFile(fresh));
+    EXPECT_TRUE(logged());
+  }
   ASSERT_EQ(::unlink(ring.c_str()), 0);
   std::this_thread::sleep_for(milliseconds(1100));
   ExpectServed();
@@ -133,11 +149,7 @@ TEST_F(FaultsTest, LogRingIsFullMissingOrNoRing) {
   ExpectServed();
   EXPECT_EQ(ReadFile(ring), "no ring");
   ASSERT_EQ(platform::CreateSlogRing(ring, 1024), 0);
-  Log log(root_);
-  EXPECT_TRUE(Eventually([&] {
-    ExpectServed();
-    return log.Has(_SLOG_DEBUG1, "_KRV_[SendVer]-m_subCmd = 1\n");
-  }));
+  EXPECT_TRUE(logged());
 }
 
 TEST_F(FaultsTest, AStationThatNeverReadsSlowsNobody) {

@@ -64,6 +64,7 @@ TEST(StationRecording, DamagedFilesAreRefusedWithTheirPlace) {
   }
   EXPECT_PRED2(Contains, ParseProblem("# x\n1.000000000 = 00"), "line 2: > or <");
   EXPECT_PRED2(Contains, ParseProblem("1.000000000 > "), "line 1: a packet has");
+  EXPECT_PRED2(Contains, ParseProblem("1.000000000 > 00 01"), "line 1: the recording is cut");
   for (const std::string text : {"0", "0G", "00\t0"}) {
     EXPECT_PRED2(Contains, ParseProblem("1.000000000 > " + text), "line 1: bytes are two");
   }

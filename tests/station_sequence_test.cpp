@@ -319,16 +319,20 @@ TEST_F(StationRunTest, NothingIsSentByListAndDryRunAndWrongFiles) {
 }
 
 TEST_F(StationRunTest, ASignalEndsTheRunWithItsRecord) {
-  root_.AddFile("/test.seq", "phase P\nstep A\nwait 100 s\nstep B\ndo bt name\n");
+  EXPECT_EQ(unit_->Control("sysinfo fail 5").substr(0, 2),
+            "ok");  // so that nothing proves the write
   const std::string json = root_.path() + "/record.json";
-  bench::Program program(root_, "station", {"run", root_.path() + "/test.seq", "--json", json});
-  EXPECT_TRUE(
-      bench::Eventually([&] { return program.Output().find("\nP\n") != std::string::npos; }));
-  program.Signal(SIGINT);
-  EXPECT_EQ(program.Wait(), 1);
-  EXPECT_PRED2(Contains, program.Output(), "failed   A: interrupted\n");
-  EXPECT_PRED2(Contains, program.Output(), "skipped  B: interrupted\n");
-  EXPECT_TRUE(tools::IsJson(bench::ReadFile(json)));
+  for (const char* step : {"wait 100 s", "do serial KV1\nverify\ntimeout 100 s"}) {
+    root_.AddFile("/test.seq", std::string("phase P\nstep A\n") + step + "\nstep B\ndo bt name\n");
+    bench::Program program(root_, "station", {"run", root_.path() + "/test.seq", "--json", json});
+    EXPECT_TRUE(bench::Eventually([&] { return Contains(program.Output(), "\nP\n"); }));
+    std::this_thread::sleep_for(bench::milliseconds(200));
+    program.Signal(SIGINT);
+    EXPECT_EQ(program.Wait(), 1);
+    EXPECT_PRED2(Contains, program.Output(), "failed   A: interrupted\n");
+    EXPECT_PRED2(Contains, program.Output(), "skipped  B: interrupted\n");
+    EXPECT_TRUE(tools::IsJson(bench::ReadFile(json)));
+  }
 }
 
 TEST_F(StationRunTest, WithoutAUnitTheRestIsSkipped) {

@@ -33,7 +33,8 @@ struct Exchange {
 class Bench {
  public:
   // `interrupt` ends waits early; may be null.
-  Bench(double timeout, tools::Interrupt* interrupt) : timeout_(timeout), link_(interrupt) {}
+  Bench(double timeout, tools::Interrupt* interrupt)
+      : timeout_(timeout), interrupt_(interrupt), link_(interrupt) {}
 
   // Sends a command and takes its answer. With `verify` a write is proven, within the same time
   // again: what it changes may take a moment.
@@ -52,7 +53,11 @@ class Bench {
   bool ProofHolds(const Invocation& invocation, const Proof& proof, std::string* found);
   void TakeReply(std::uint8_t number, std::uint8_t sub_command, Exchange* exchange);
 
+  // Waits before the next look at a proof; false when there is no more time.
+  bool AwaitNextLook(Clock::time_point deadline) const;
+
   double timeout_;
+  tools::Interrupt* interrupt_;
   Link link_;
 };
 
