@@ -97,8 +97,19 @@ class StationConnector::Plug : public OpenFile {
   Plug(std::uint32_t flags, std::uint32_t station) : OpenFile(flags), station_(station) {}
   std::uint32_t station() const { return station_; }
 
+  // Passes `message` to a monitor. One that lags too far behind loses it, and is told that once.
+  void Tell(const std::string& message) {
+    const bool lost = !SendWithin(message, kStationQueue);
+    if (lost && !losing_) {
+      const wire::MonitorHead head = {0, wire::kMonitorLost, 0};
+      Send(std::string(reinterpret_cast<const char*>(&head), sizeof(head)));
+    }
+    losing_ = lost;
+  }
+
  private:
   const std::uint32_t station_;
+  bool losing_ = false;
 };
 
 StationConnector::StationConnector(EventLoop* loop, std::string path, McuDevice* device)
@@ -195,7 +206,8 @@ void StationConnector::TellMonitors(wire::Direction direction, std::uint32_t sta
   std::memcpy(&message[0], &head, sizeof(head));
   message.replace(sizeof(head), packet.size(), packet);
   ForEachFile([&](OpenFile* file) {
-    if (static_cast<Plug*>(file)->station() == 0) file->SendWithin(message, kStationQueue);
+    auto* const plug = static_cast<Plug*>(file);
+    if (plug->station() == 0) plug->Tell(message);
   });
 }
 

@@ -114,6 +114,10 @@ int RunMonitor(Context& context) {
       context.err << "station: monitor: the unit is gone\n";
       return tools::kExitRight;
     }
+    if (head.direction == wire::kMonitorLost) {
+      context.err << "station: monitor: here packets are missing, it was too slow\n";
+      continue;
+    }
     const auto direction = static_cast<wire::Direction>(head.direction);
     const std::size_t skipped = whole ? 0 : LinkOffset(packet);
     context.out << tools::ClockTime(head.nanoseconds)

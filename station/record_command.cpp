@@ -157,6 +157,7 @@ int RecordTraffic(Context& context) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
   file << RecordingHead(format) << std::flush;
   std::size_t count = 0;
+  bool lost = false;
   std::uint64_t end = UINT64_MAX;  // of the recording: the interruption, once it came
   while (file.good()) {
     if (end == UINT64_MAX && !interrupt.Wait(monitor.fd(), -1)) end = NanosecondsSinceEpoch();
@@ -168,6 +169,10 @@ int RecordTraffic(Context& context) {
       break;
     }
     if (head.nanoseconds > end) break;
+    if (head.direction == wire::kMonitorLost) {
+      lost = true;
+      if (format == RecordingFormat::kText) file << "# here packets are missing\n";
+    }
     if (head.direction > 1 || packet.packet.empty()) continue;
     packet.nanoseconds = head.nanoseconds;
     packet.direction = static_cast<wire::Direction>(head.direction);
@@ -176,6 +181,7 @@ int RecordTraffic(Context& context) {
   }
   if (!file.good()) return Complain(context, Quoted(path) + " cannot be written");
   context.out << count << " packets in " << tools::Escape(path) << '\n';
+  if (lost) return Complain(context, "packets are missing, it was too slow");
   return tools::kExitRight;
 }
 

@@ -171,6 +171,7 @@ TEST_F(McuTest, MonitorsSeeEverythingWithTimeDirectionAndStation) {
 TEST_F(McuTest, PacketsForAServiceThatDoesNotReadAreBounded) {
   const RawClient service = OpenService();
   const RawClient station = OpenStation();
+  const RawClient monitor = OpenMonitor();
   const std::string packet(60000, 'x');
   int sent = 0;
   for (int i = 0; i < 2000; ++i) {
@@ -182,6 +183,10 @@ TEST_F(McuTest, PacketsForAServiceThatDoesNotReadAreBounded) {
   std::size_t kept = 0;
   while (service.Receive(milliseconds(100)) == packet) ++kept;
   EXPECT_GT(kept, 10u);
+  // So is what a monitor gets, which is told.
+  std::string last, message;
+  while (!(message = monitor.Receive(milliseconds(100)).value_or("")).empty()) last = message;
+  EXPECT_EQ(last, std::string(8, '\0') + '\2' + std::string(7, '\0'));
   EXPECT_LT(kept, 200u);
   Pass(station, Request(7, 1), service);
 }

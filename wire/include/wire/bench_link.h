@@ -23,9 +23,12 @@ enum class Direction : std::uint32_t {
   kFromService = 1,
 };
 
+// In place of a direction, without a packet: here packets are missing, as the monitor was too slow.
+const std::uint32_t kMonitorLost = 2;
+
 struct MonitorHead {
   std::uint64_t nanoseconds;  // since the epoch, when the MCU passed the packet on
-  std::uint32_t direction;    // Direction
+  std::uint32_t direction;    // Direction, or kMonitorLost
   std::uint32_t station;      // number of the station that asked, 0 when none is known
 };
 static_assert(sizeof(MonitorHead) == 16, "the packet follows at offset 16");
