@@ -169,8 +169,8 @@ TEST_F(ManagerTest, TenThousandOpensLeaveNoDescriptor) {
   for (const char* manager : kAllManagers) {
     for (int i = 0; i < 100; ++i) RawClient(manager, "", O_RDWR).Send("anything");
   }
-  EXPECT_TRUE(Eventually([&] { return settled() == before; }))
-      << settled() << " instead of " << before;
+  EXPECT_TRUE(Eventually([&] { return settled() <= before; }))
+      << settled() << " instead of at most " << before;
 }
 
 TEST_F(ManagerTest, TwoUnitsDoNotShareARoot) {
