@@ -27,7 +27,7 @@ const std::string kRequest =
     "dat:json:{\"period\":1,\"provider\":\"gnss\",\"fix_type\":\"best\"}\n";
 
 // The next message, "" when there is none.
-std::string Next(const Connection& connection, milliseconds limit = milliseconds(5000)) {
+std::string Next(const Connection& connection, milliseconds limit = bench::kSoon) {
   return Shown(connection.Receive(limit).value_or(Bytes()));
 }
 

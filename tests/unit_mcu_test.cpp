@@ -39,7 +39,7 @@ class McuTest : public UnitTest {
 
 TEST_F(McuTest, RepliesGoToTheStationThatAsked) {
   const RawClient service = OpenService();
-  EXPECT_TRUE(unit_->WaitForService(milliseconds(5000)));
+  EXPECT_TRUE(unit_->WaitForService(bench::kSoon));
   const RawClient first = OpenStation();
   const RawClient second = OpenStation();
 
@@ -203,7 +203,7 @@ TEST_F(McuTest, TheDeviceGoesAndComesBack) {
   EXPECT_EQ("ok", Control("mcu up"));
   const RawClient again = OpenService();
   EXPECT_EQ(0, again.answer());
-  EXPECT_TRUE(unit_->WaitForService(milliseconds(5000)));
+  EXPECT_TRUE(unit_->WaitForService(bench::kSoon));
   // What was asked before is forgotten.
   ASSERT_TRUE(again.Send(Reply(7, 1, "stale")));
   EXPECT_TRUE(Silent(station));

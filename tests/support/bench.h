@@ -41,6 +41,8 @@ std::vector<std::string> Arguments(const std::string& line);
 
 // So many times longer may everything take here: under emulation, or with a sanitizer.
 const int kPatience = KORVANDIS_PATIENCE;
+// How long to wait for what must come.
+const milliseconds kSoon = milliseconds(5000) * kPatience;
 
 // Waits until `condition` holds; false when it does not within `limit` times kPatience.
 bool Eventually(const std::function<bool()>& condition, milliseconds limit = milliseconds(5000));
@@ -137,7 +139,7 @@ class Station {
   void SendRaw(const Bytes& packet) const;
   void Send(std::uint8_t command, std::uint8_t sub_command, const Bytes& parameters = {}) const;
   // The next packet from the service, nothing when none comes within `limit`.
-  std::optional<Bytes> Receive(milliseconds limit = milliseconds(5000)) const;
+  std::optional<Bytes> Receive(milliseconds limit = kSoon) const;
 
   // Sends a request and returns the data of its reply; fails the test when none comes or when it is
   // not a whole reply to this request.

@@ -19,7 +19,7 @@ class Connection {
   }
 
   // The next message; nothing at the end of file or when none comes within `limit`.
-  std::optional<Bytes> Receive(milliseconds limit = milliseconds(5000)) const;
+  std::optional<Bytes> Receive(milliseconds limit = kSoon) const;
   void Send(const Bytes& message) const;
   void Send(const std::string& text) const { Send(Text(text)); }
   // One 4-byte error number.
@@ -46,9 +46,9 @@ class FakeManager {
     Connection connection;
   };
   // Accepts a connection and reads its opening request; nothing within `limit` otherwise.
-  std::optional<Opening> Accept(milliseconds limit = milliseconds(5000));
+  std::optional<Opening> Accept(milliseconds limit = kSoon);
   // The same, granted. Fails the test when nobody asks.
-  Connection Grant(milliseconds limit = milliseconds(5000));
+  Connection Grant(milliseconds limit = kSoon);
 
  private:
   std::string path_;

@@ -23,19 +23,19 @@ class RawClient : public Connection {
   // The manager's answer, -1 when it hung up or gave none.
   int answer() const { return answer_; }
   // Reads the answer to a request that was sent byte by byte.
-  int TakeAnswer(milliseconds limit = milliseconds(5000));
+  int TakeAnswer(milliseconds limit = kSoon);
 
   // One message. False with errno when it cannot be sent at once.
   bool Send(const std::string& message) const;
 
   // The next message: nothing when none comes within the limit, an empty one at end of file.
-  std::optional<std::string> Receive(milliseconds limit = milliseconds(5000)) const;
+  std::optional<std::string> Receive(milliseconds limit = kSoon) const;
 
   // What is there already, without waiting.
   std::optional<std::string> ReceiveNow() const { return Receive(milliseconds(0)); }
 
   // True when the manager ended the stream.
-  bool AtEnd(milliseconds limit = milliseconds(5000)) const;
+  bool AtEnd(milliseconds limit = kSoon) const;
 
  private:
   int answer_ = -1;
