@@ -25,9 +25,9 @@
 #include <string>
 #include <string_view>
 
-#include "platform/slog_ring.h"
+#include "qnx/slog_ring.h"
 #include "wire/at_packet.h"
-#include "wire/resource_manager.h"
+#include "qnx/manager_protocol.h"
 
 namespace {
 
@@ -46,7 +46,7 @@ int Open(const std::string& socket_path, std::string_view rest, std::uint32_t fl
   if (socket_path.size() >= sizeof(address.sun_path)) std::exit(1);
   std::memcpy(address.sun_path, socket_path.c_str(), socket_path.size());
   if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) std::exit(1);
-  wire::ManagerRequest request{static_cast<std::uint32_t>(wire::RequestKind::kOpen), flags, 0};
+  qnx::ManagerRequest request{static_cast<std::uint32_t>(qnx::RequestKind::kOpen), flags, 0};
   iovec parts[2] = {{&request, sizeof(request)}, {const_cast<char*>(rest.data()), rest.size()}};
   std::int32_t answer = -1;
   if (::writev(fd, parts, 2) < 0 || ::read(fd, &answer, sizeof(answer)) < 0) std::exit(1);
@@ -65,8 +65,8 @@ class Ring {
     void* const map = ::mmap(nullptr, static_cast<std::size_t>(status.st_size),
                              PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     ::close(fd);
-    header_ = static_cast<platform::SlogHeader*>(map);
-    slots_ = reinterpret_cast<platform::SlogSlot*>(header_ + 1);
+    header_ = static_cast<qnx::SlogHeader*>(map);
+    slots_ = reinterpret_cast<qnx::SlogSlot*>(header_ + 1);
     pid_ = static_cast<std::uint32_t>(::getpid());
   }
 
@@ -74,7 +74,7 @@ class Ring {
     timespec now;
     ::clock_gettime(CLOCK_REALTIME, &now);
     const std::uint64_t index = header_->next.fetch_add(1);
-    platform::SlogSlot& slot = slots_[index & (header_->slots - 1)];
+    qnx::SlogSlot& slot = slots_[index & (header_->slots - 1)];
     slot.sequence.store(0);
     slot.nanoseconds = static_cast<std::uint64_t>(now.tv_sec) * 1000000000U +
                        static_cast<std::uint64_t>(now.tv_nsec);
@@ -105,8 +105,8 @@ class Ring {
   }
 
  private:
-  platform::SlogHeader* header_;
-  platform::SlogSlot* slots_;
+  qnx::SlogHeader* header_;
+  qnx::SlogSlot* slots_;
   std::uint32_t pid_;
   std::uint32_t count_ = 0;
 };
@@ -167,7 +167,7 @@ void Reply(int mcu, Ring* ring, std::uint8_t sequence, std::string_view data) {
 
 int main() {
   g_root = std::getenv("HEADUNIT_ROOT");
-  Ring ring(g_root + platform::kSlogPath);
+  Ring ring(g_root + qnx::kSlogPath);
   const int mcu = Open(g_root + wire::kMcuDevicePath, "", O_RDWR);
   static std::uint8_t packet[wire::kMaxPacket];
   static char object[16 * 1024];

@@ -4,7 +4,7 @@
 // Usage: round_trip [ROUNDS [QUERIES]]. In each round both programs in turn are started on the same
 // unit, asked, and ended. A pair gives one ratio of its medians; the result is the median of the
 // pairs.
-#include "platform/slog_ring.h"
+#include "qnx/slog_ring.h"
 #include "setup.h"
 
 namespace {
@@ -33,8 +33,8 @@ Traces AskOnce(const bench::Unit& unit, const std::string& program) {
   {
     const bench::Process process(unit.root(), {program}, "/dev/null", errors);
     unit.WaitForService(true);
-    platform::SlogReader reader;
-    if (reader.Open(unit.root() + platform::kSlogPath) != 0) bench::Fail("no log ring");
+    qnx::SlogReader reader;
+    if (reader.Open(unit.root() + qnx::kSlogPath) != 0) bench::Fail("no log ring");
     // What the start logs may come a moment later than the open device.
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     reader.SkipToEnd();
@@ -42,9 +42,9 @@ Traces AskOnce(const bench::Unit& unit, const std::string& program) {
     bench::Station station;
     traces.reply = station.Ask(kQuery);
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    platform::SlogLine line;
+    qnx::SlogLine line;
     std::uint64_t lost = 0;
-    while (reader.Next(&line, &lost) == platform::SlogReader::Result::kLine) {
+    while (reader.Next(&line, &lost) == qnx::SlogReader::Result::kLine) {
       traces.log.push_back(std::to_string(line.severity) + " " + line.text);
     }
     traces.errors = ReadFile(errors).substr(before);

@@ -28,7 +28,7 @@
 
 #include "platform/io.h"
 #include "wire/at_packet.h"
-#include "wire/bench_link.h"
+#include "qnx/bench_link.h"
 
 namespace bench {
 
@@ -189,7 +189,7 @@ inline std::string BinaryPath(const std::string& name) {
 class Unit {
  public:
   explicit Unit(std::vector<std::string> options = {})
-      : process_(root_.path(), Words(std::move(options))), control_(Connect(wire::kControlPath)) {}
+      : process_(root_.path(), Words(std::move(options))), control_(Connect(qnx::kControlPath)) {}
   ~Unit() { ::close(control_); }
 
   const std::string& root() const { return root_.path(); }
@@ -238,7 +238,7 @@ class Unit {
 // One connection to the unit's test connector.
 class Station {
  public:
-  Station() : fd_(Unit::Connect(wire::kStationPath)), packet_(wire::kMaxPacket) {}
+  Station() : fd_(Unit::Connect(qnx::kStationPath)), packet_(wire::kMaxPacket) {}
   ~Station() { ::close(fd_); }
   Station(const Station&) = delete;
   Station& operator=(const Station&) = delete;

@@ -2,7 +2,7 @@
 #include <benchmark/benchmark.h>
 
 #include "platform/logbase.h"
-#include "platform/slog_ring.h"
+#include "qnx/slog_ring.h"
 #include "setup.h"
 
 namespace {
@@ -40,7 +40,7 @@ BENCHMARK(BM_LogbaseText);
 int Run(int argc, char** argv) {
   const bench::TempRoot root;
   bench::fs::create_directory(root.path() + "/dev");
-  if (platform::CreateSlogRing(root.path() + platform::kSlogPath, kLines) != 0)
+  if (qnx::CreateSlogRing(root.path() + qnx::kSlogPath, kLines) != 0)
     bench::Fail("no log ring");
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();

@@ -85,7 +85,7 @@ TEST_P(DocsTest, ShowsWhatTheProgramsDo) {
   if (KORVANDIS_EMULATOR[0] != '\0') GTEST_SKIP() << "the programs cannot be started by name";
   const std::string source = KORVANDIS_SOURCE_DIR;
   ::setenv("PATH", (KORVANDIS_BIN_DIR ":" + std::string(std::getenv("PATH"))).c_str(), 1);
-  ::setenv("SEQUENCES", (source + "/sequences").c_str(), 1);
+  ::setenv("SEQUENCES", (source + "/bench/station/sequences").c_str(), 1);
   ASSERT_EQ(::chdir(root_.path().c_str()), 0);
   const std::vector<Step> steps = ReadSteps(source + "/" + GetParam());
   EXPECT_FALSE(steps.empty());

@@ -10,7 +10,7 @@
 
 #include "support/bench.h"
 #include "support/fake_manager.h"
-#include "wire/bench_link.h"
+#include "qnx/bench_link.h"
 
 namespace bench {
 namespace {
@@ -133,7 +133,7 @@ TEST_F(FaultsTest, LogRingIsFullMissingOrNoRing) {
     });
   };
   const std::string fresh = root_.path() + "/fresh";
-  ASSERT_EQ(platform::CreateSlogRing(fresh, 1024), 0);
+  ASSERT_EQ(qnx::CreateSlogRing(fresh, 1024), 0);
   for (int i = 0; i < 2; ++i) {
     root_.AddFile("/dev/slog", "");
     ExpectServed();
@@ -148,7 +148,7 @@ TEST_F(FaultsTest, LogRingIsFullMissingOrNoRing) {
   std::this_thread::sleep_for(milliseconds(1100));
   ExpectServed();
   EXPECT_EQ(ReadFile(ring), "no ring");
-  ASSERT_EQ(platform::CreateSlogRing(ring, 1024), 0);
+  ASSERT_EQ(qnx::CreateSlogRing(ring, 1024), 0);
   EXPECT_TRUE(logged());
 }
 
@@ -249,7 +249,7 @@ TEST_F(FaultsTest, SigtermDuringEachKindOfCommandEndsItInOrder) {
 TEST(McuFaultsTest, McuStopsReadingAndGoesOn) {
   TempRoot root;
   FakeManager device(root, wire::kMcuDevicePath);
-  ASSERT_EQ(platform::CreateSlogRing(root.path() + "/dev/slog", 1024), 0);
+  ASSERT_EQ(qnx::CreateSlogRing(root.path() + "/dev/slog", 1024), 0);
   Program service(root, "korvandis");
   Connection mcu = device.Grant();
   int sent = 0;

@@ -219,7 +219,7 @@ class Geolocation : public BenchTest {
     BenchTest::SetUp();
     EXPECT_EQ(StopService(), 0);
     // Soon all mapped: no growth of the service's memory any more.
-    EXPECT_EQ(platform::CreateSlogRing(root_.path() + platform::kSlogPath, 512), 0);
+    EXPECT_EQ(qnx::CreateSlogRing(root_.path() + qnx::kSlogPath, 512), 0);
     log_ = std::make_unique<Log>(root_);
     pps_ = std::make_unique<FakeManager>(root_, "/pps");
     auto opened = Await(pps_.get());

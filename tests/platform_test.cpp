@@ -16,7 +16,7 @@
 
 #include "platform/io.h"
 #include "platform/logbase.h"
-#include "platform/slog_ring.h"
+#include "qnx/slog_ring.h"
 #include "support/fake_manager.h"
 #include "wire/devices.h"
 
@@ -348,7 +348,7 @@ class SlogTest : public ::testing::Test {
   void SetUp() override {
     ring_ = root_.path() + "/dev/slog";
     root_.AddFile("/dev/keep", "");
-    ASSERT_EQ(platform::CreateSlogRing(ring_, 8), 0);
+    ASSERT_EQ(qnx::CreateSlogRing(ring_, 8), 0);
     Follow();
   }
   // Reads the ring from where the writer has found it.
@@ -356,32 +356,32 @@ class SlogTest : public ::testing::Test {
     ASSERT_EQ(reader_.Open(ring_), 0);
     ASSERT_TRUE(Eventually([this] {
       slogf(1, _SLOG_INFO, "%s", "probe");
-      platform::SlogLine line;
+      qnx::SlogLine line;
       std::uint64_t lost;
-      return reader_.Next(&line, &lost) == platform::SlogReader::Result::kLine;
+      return reader_.Next(&line, &lost) == qnx::SlogReader::Result::kLine;
     }));
     reader_.SkipToEnd();
   }
-  platform::SlogLine Next() {
-    platform::SlogLine line;
+  qnx::SlogLine Next() {
+    qnx::SlogLine line;
     std::uint64_t lost = 0;
-    EXPECT_EQ(reader_.Next(&line, &lost), platform::SlogReader::Result::kLine);
+    EXPECT_EQ(reader_.Next(&line, &lost), qnx::SlogReader::Result::kLine);
     return line;
   }
 
   TempRoot root_;
   std::string ring_;
-  platform::SlogReader reader_;
+  qnx::SlogReader reader_;
 };
 
 TEST_F(SlogTest, LinesAreCutAndNumbered) {
   EXPECT_EQ(slogf(0x1B1DC, _SLOG_ERROR, "%d-%s", 5, "x"), 3);
-  const platform::SlogLine line = Next();
+  const qnx::SlogLine line = Next();
   EXPECT_EQ(line.text, "5-x");
   EXPECT_EQ(line.opcode, 0x1B1DCu);
   EXPECT_EQ(line.severity, 2u);
   EXPECT_EQ(line.pid, static_cast<std::uint32_t>(::getpid()));
-  const std::string longest(platform::kSlogTextSize, 'a');
+  const std::string longest(qnx::kSlogTextSize, 'a');
   EXPECT_EQ(slogf(1, 6, "%s", (longest + "tail").c_str()), 608);
   EXPECT_EQ(Next().text, longest);
   EXPECT_EQ(slogf(1, 6, "%s%s", longest.c_str(), "tail"), 608);
@@ -389,8 +389,8 @@ TEST_F(SlogTest, LinesAreCutAndNumbered) {
 
   LOGBASE(LOG_LEV_DEBUG, "Work", "%s", std::string(600, 'b').c_str());
   LOGBASE(LOG_LEV_DEBUG, std::string(600, 'f').c_str(), "never seen");
-  const platform::SlogLine first = Next();
-  const platform::SlogLine second = Next();
+  const qnx::SlogLine first = Next();
+  const qnx::SlogLine second = Next();
   EXPECT_EQ(first.text, "_KRV_[Work]-" + std::string(499, 'b'));
   EXPECT_EQ(second.text, "_KRV_[" + std::string(505, 'f'));
   EXPECT_EQ(first.opcode & 0xFFFFFu, 0x1B1DCu);
@@ -399,17 +399,17 @@ TEST_F(SlogTest, LinesAreCutAndNumbered) {
 
 TEST_F(SlogTest, AReaderTellsWhatItLost) {
   for (int i = 0; i < 20; ++i) slogf(1, 6, "line %d", i);
-  platform::SlogLine line;
+  qnx::SlogLine line;
   std::uint64_t lost = 0;
-  EXPECT_EQ(reader_.Next(&line, &lost), platform::SlogReader::Result::kLost);
+  EXPECT_EQ(reader_.Next(&line, &lost), qnx::SlogReader::Result::kLost);
   std::uint64_t seen = 0;
-  while (reader_.Next(&line, &lost) == platform::SlogReader::Result::kLine) ++seen;
+  while (reader_.Next(&line, &lost) == qnx::SlogReader::Result::kLine) ++seen;
   EXPECT_EQ(lost + seen, 20u);
   EXPECT_EQ(line.text, "line 19");
 }
 
 TEST_F(SlogTest, WritersShareTheRingAndFollowANewOne) {
-  ASSERT_EQ(platform::CreateSlogRing(ring_, 1 << 14), 0);
+  ASSERT_EQ(qnx::CreateSlogRing(ring_, 1 << 14), 0);
   EXPECT_TRUE(reader_.Replaced());
   Follow();
   std::vector<std::thread> writers;
@@ -421,7 +421,7 @@ TEST_F(SlogTest, WritersShareTheRingAndFollowANewOne) {
   for (std::thread& writer : writers) writer.join();
   int next[4] = {0, 0, 0, 0};
   for (int i = 0; i < 4 * 3000; ++i) {
-    const platform::SlogLine line = Next();
+    const qnx::SlogLine line = Next();
     ASSERT_EQ(line.text, std::to_string(line.opcode) + ":" + std::to_string(next[line.opcode]++));
   }
 }
@@ -432,8 +432,8 @@ TEST_F(SlogTest, WhatIsNoRingIsNeverWritten) {
   std::this_thread::sleep_for(milliseconds(1100));
   EXPECT_EQ(slogf(1, 6, "%s", "into the host's log"), 19);
   EXPECT_EQ(ReadFile(ring_), content);
-  EXPECT_NE(platform::CreateSlogRing(ring_, 7), 0);
-  EXPECT_NE(platform::SlogReader().Open(ring_), 0);
+  EXPECT_NE(qnx::CreateSlogRing(ring_, 7), 0);
+  EXPECT_NE(qnx::SlogReader().Open(ring_), 0);
 }
 
 }  // namespace

@@ -656,7 +656,7 @@ TEST(HostileText, RandomMutations) {
 
 TEST(HostileText, WhatTheFuzzTargetsFound) {
   for (const bool json : {kPps, kJson}) {
-    const std::string corpus = KORVANDIS_SOURCE_DIR "/fuzz/corpus/";
+    const std::string corpus = KORVANDIS_SOURCE_DIR "/tests/fuzz/corpus/";
     int inputs = 0;
     for (const auto& file : std::filesystem::directory_iterator(corpus + (json ? "json" : "pps"))) {
       const std::string bytes = bench::ReadFile(file.path());

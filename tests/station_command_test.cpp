@@ -260,24 +260,24 @@ TEST(StationAnswer, NumbersAreWholeTexts) {
 
 TEST(StationPackets, AreNamedWhicheverBytesTheyHold) {
   const auto request = [](std::uint8_t number, std::uint8_t sub_command, const Bytes& parameters) {
-    return DescribePacket(wire::Direction::kToService,
+    return DescribePacket(qnx::Direction::kToService,
                           wire::BuildRequest(number, sub_command, parameters));
   };
   EXPECT_EQ(request(7, 1, {}), "version mpu");
   EXPECT_EQ(request(4, 0, {'a', 0x1B}), "bt name 'a\\x1B'");
   EXPECT_EQ(request(99, 3, {1, 2}), "command 99, sub-command 3, parameters 01 02");
-  EXPECT_EQ(DescribePacket(wire::Direction::kFromService, bench::Reply(7, 1, bench::Text("1.2"))),
+  EXPECT_EQ(DescribePacket(qnx::Direction::kFromService, bench::Reply(7, 1, bench::Text("1.2"))),
             "version mpu: 1.2");
   // Every way to cut or bend the two is told as such, and none reads outside.
   Bytes packet = wire::BuildRequest(7, 1, {});
   for (std::size_t size = 0; size < packet.size(); ++size) {
     const Bytes cut(packet.begin(), packet.begin() + static_cast<long>(size));
-    EXPECT_EQ(DescribePacket(wire::Direction::kToService, cut), "not a well-formed request");
-    EXPECT_EQ(DescribePacket(wire::Direction::kFromService, cut), "not a well-formed reply");
+    EXPECT_EQ(DescribePacket(qnx::Direction::kToService, cut), "not a well-formed request");
+    EXPECT_EQ(DescribePacket(qnx::Direction::kFromService, cut), "not a well-formed reply");
   }
-  EXPECT_EQ(DescribePacket(wire::Direction::kFromService, packet), "not a well-formed reply");
+  EXPECT_EQ(DescribePacket(qnx::Direction::kFromService, packet), "not a well-formed reply");
   packet[wire::kHeaderSize + wire::kLinkSize + wire::kRecordLengthOffset] = 0;
-  EXPECT_EQ(DescribePacket(wire::Direction::kToService, packet), "not a well-formed request");
+  EXPECT_EQ(DescribePacket(qnx::Direction::kToService, packet), "not a well-formed request");
 }
 
 // Runs the command line in this process.

@@ -8,7 +8,7 @@
 #include "station/packet_text.h"
 #include "support/bench.h"
 #include "support/fake_manager.h"
-#include "wire/bench_link.h"
+#include "qnx/bench_link.h"
 
 namespace bench {
 namespace {
@@ -27,7 +27,7 @@ class StationLinkTest : public ::testing::Test {
   }
 
   TempRoot root_;
-  FakeManager connector_{root_, wire::kStationPath};
+  FakeManager connector_{root_, qnx::kStationPath};
   std::unique_ptr<Program> program_;
   std::unique_ptr<Connection> link_;
 };
@@ -120,17 +120,17 @@ TEST_F(StationLinkTest, TheWholeTableIsAskedThoughOneIsMissing) {
 
 TEST_F(StationLinkTest, MonitorTellsEveryPacketUntilTheUnitGoes) {
   Start({"monitor"});
-  const auto show = [&](wire::Direction direction, const Bytes& packet) {
-    wire::MonitorHead head{};
+  const auto show = [&](qnx::Direction direction, const Bytes& packet) {
+    qnx::MonitorHead head{};
     head.direction = static_cast<std::uint32_t>(direction);
     Bytes message(sizeof(head));
     std::memcpy(message.data(), &head, sizeof(head));
     message.insert(message.end(), packet.begin(), packet.end());
     link_->Send(message);
   };
-  show(wire::Direction::kToService, wire::BuildRequest(4, 11, {1}));
-  show(wire::Direction::kFromService, Reply(12, 0, {1}));
-  show(wire::Direction::kFromService, {0xFF});
+  show(qnx::Direction::kToService, wire::BuildRequest(4, 11, {1}));
+  show(qnx::Direction::kFromService, Reply(12, 0, {1}));
+  show(qnx::Direction::kFromService, {0xFF});
   link_->Send(Bytes{1});  // not from a monitor
   // Each line is there at once, not when a buffer is full.
   EXPECT_TRUE(Eventually([&] {
@@ -153,7 +153,7 @@ TEST_F(StationLinkTest, MonitorEndsOnASignalAndOnAClosedOutput) {
   program_ = std::make_unique<Program>(root_, "station", std::vector<std::string>{"monitor"},
                                        [] { ::close(1); });
   link_ = std::make_unique<Connection>(connector_.Grant());
-  link_->Send(Bytes(sizeof(wire::MonitorHead) + 1, 0));
+  link_->Send(Bytes(sizeof(qnx::MonitorHead) + 1, 0));
   EXPECT_EQ(program_->Wait(milliseconds(5000)), 1);
 }
 
@@ -180,7 +180,7 @@ TEST_F(StationLinkTest, WatchGoesOnWithoutAFixUntilInterrupted) {
 }
 
 TEST_F(StationLinkTest, WaitsForTheService) {
-  FakeManager control(root_, wire::kControlPath);
+  FakeManager control(root_, qnx::kControlPath);
   Program waiting(root_, "station", {"wait", "20"});
   for (const char* answer : {"ok service 0 stations 1", "error busy", "ok service 1 stations 1"}) {
     Connection connection = control.Grant();

@@ -16,8 +16,8 @@ namespace {
 
 using bench::Contains;
 
-const auto kTo = wire::Direction::kToService;
-const auto kFrom = wire::Direction::kFromService;
+const auto kTo = qnx::Direction::kToService;
+const auto kFrom = qnx::Direction::kFromService;
 
 using bench::Reply;
 
@@ -148,7 +148,7 @@ TEST(StationRecording, WiresharkNamesEveryCommand) {
   root.AddFile("/t.pcap", pcap);
   const std::string run = "cd " + root.path() + " && HOME=" + root.path() +
                           " tshark -X lua_script:" KORVANDIS_SOURCE_DIR
-                          "/extras/korvandis.lua -r t.pcap ";
+                          "/bench/station/dissector/korvandis.lua -r t.pcap ";
   ASSERT_EQ(std::system((run + "-T fields -e _ws.col.Info > info 2> errors").c_str()), 0)
       << bench::ReadFile(root.path() + "/errors");
   std::istringstream info(bench::ReadFile(root.path() + "/info"));
@@ -201,7 +201,7 @@ class StationReplayTest : public bench::BenchTest {
 
 TEST_F(StationReplayTest, TheShippedSequencePassesAndReplaysAlike) {
   const std::string path = Record(
-      {"run", KORVANDIS_SOURCE_DIR "/sequences/end-of-line.seq", "--set", "serial=SN42"}, "");
+      {"run", KORVANDIS_SOURCE_DIR "/bench/station/sequences/end-of-line.seq", "--set", "serial=SN42"}, "");
   const auto replay = Replay({path});
   EXPECT_EQ(replay->Wait(), 0) << replay->Output() << replay->Errors();
   EXPECT_PRED2(Contains, replay->Output(), " answers compared, 0 differ\n");

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <thread>
 
-#include "platform/slog_ring.h"
+#include "qnx/slog_ring.h"
 #include "support/bench.h"
 #include "support/raw_client.h"
 #include "tools/pps_object.h"
@@ -202,7 +202,7 @@ class SloginfoTest : public ::testing::Test {
  protected:
   SloginfoTest() {
     root_.AddFile("/dev/.keep", "");
-    EXPECT_EQ(platform::CreateSlogRing(root_.path() + "/dev/slog", 64), 0);
+    EXPECT_EQ(qnx::CreateSlogRing(root_.path() + "/dev/slog", 64), 0);
   }
   // Logs a line in a process of its own: this one's idea of the ring is older than the test.
   static void Log(int severity, const std::string& text) {
@@ -273,7 +273,7 @@ TEST_F(SloginfoTest, FollowsAcrossARestartOfTheUnit) {
   EXPECT_TRUE(Eventually([&] { return shows("one\n"); })) << follow.Output();
   EXPECT_EQ(std::remove((root_.path() + "/dev/slog").c_str()), 0);
   std::this_thread::sleep_for(milliseconds(200) * bench::kPatience);
-  EXPECT_EQ(platform::CreateSlogRing(root_.path() + "/dev/slog", 64), 0);
+  EXPECT_EQ(qnx::CreateSlogRing(root_.path() + "/dev/slog", 64), 0);
   EXPECT_TRUE(Eventually([&] { return shows("two\n"); })) << follow.Output();
   EXPECT_FALSE(Contains(follow.Output(), "old"));
   follow.Signal(SIGTERM);

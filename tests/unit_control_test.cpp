@@ -10,7 +10,7 @@
 #include "platform/io.h"
 #include "support/bench.h"
 #include "support/raw_client.h"
-#include "wire/bench_link.h"
+#include "qnx/bench_link.h"
 
 namespace bench {
 namespace {
@@ -25,7 +25,7 @@ class ControlTest : public UnitTest {
 };
 
 TEST_F(ControlTest, LinesAreAnsweredOnTheConnectorAsInTheProcess) {
-  const RawClient connector(wire::kControlPath, "", O_RDWR);
+  const RawClient connector(qnx::kControlPath, "", O_RDWR);
   ASSERT_EQ(0, connector.answer());
   for (const char* line :
        {"help", "i2c counters", "sysinfo show", "nonsense", "i2c identity 1 2 3"}) {

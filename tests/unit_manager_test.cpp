@@ -17,13 +17,13 @@
 #include "support/bench.h"
 #include "support/raw_client.h"
 #include "wire/at_packet.h"
-#include "wire/bench_link.h"
+#include "qnx/bench_link.h"
 
 namespace bench {
 namespace {
 
-const char* const kAllManagers[] = {"/pps",         wire::kMcuDevicePath, wire::kStationPath,
-                                    "/dev/sysinfo", "/dev/i2c4",          wire::kControlPath};
+const char* const kAllManagers[] = {"/pps",         wire::kMcuDevicePath, qnx::kStationPath,
+                                    "/dev/sysinfo", "/dev/i2c4",          qnx::kControlPath};
 
 class ManagerTest : public UnitTest {};
 
@@ -213,7 +213,7 @@ TEST_F(ManagerTest, SocketsOfADeadUnitAreReplacedOthersAreNot) {
   ASSERT_EQ(0, listen(alive, 1));
   EXPECT_PRED2(Contains, unit_->Start(), path + ": a running unit serves it");
   EXPECT_TRUE(std::filesystem::exists(path));
-  EXPECT_FALSE(std::filesystem::exists(root_.path() + wire::kStationPath));
+  EXPECT_FALSE(std::filesystem::exists(root_.path() + qnx::kStationPath));
   close(alive);
   std::filesystem::remove(path);
 

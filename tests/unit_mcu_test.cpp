@@ -6,7 +6,7 @@
 #include "support/bench.h"
 #include "support/raw_client.h"
 #include "wire/at_packet.h"
-#include "wire/bench_link.h"
+#include "qnx/bench_link.h"
 
 namespace bench {
 namespace {
@@ -25,9 +25,9 @@ std::string Reply(std::uint8_t command, std::uint8_t sub_command, const std::str
 class McuTest : public UnitTest {
  protected:
   static RawClient OpenService() { return RawClient(wire::kMcuDevicePath, "", O_RDWR); }
-  static RawClient OpenStation() { return RawClient(wire::kStationPath, "", O_RDWR); }
+  static RawClient OpenStation() { return RawClient(qnx::kStationPath, "", O_RDWR); }
   static RawClient OpenMonitor() {
-    return RawClient(wire::kStationPath, wire::kMonitorRest, O_RDONLY);
+    return RawClient(qnx::kStationPath, qnx::kMonitorRest, O_RDONLY);
   }
   // What one side sends, the other gets.
   static void Pass(const RawClient& from, const std::string& packet, const RawClient& to) {
@@ -126,7 +126,7 @@ TEST_F(McuTest, MonitorsSeeEverythingWithTimeDirectionAndStation) {
   const RawClient other = OpenStation();
   const auto next = [&](std::uint32_t* direction, std::uint32_t* number) {
     const std::string message = monitor.Receive().value_or("");
-    wire::MonitorHead head = {};
+    qnx::MonitorHead head = {};
     if (message.size() < sizeof(head)) return std::string("no message");
     std::memcpy(&head, message.data(), sizeof(head));
     const auto now = std::chrono::system_clock::now().time_since_epoch();
@@ -165,7 +165,7 @@ TEST_F(McuTest, MonitorsSeeEverythingWithTimeDirectionAndStation) {
   EXPECT_EQ(Request(7, 1), service.Receive().value_or(""));
   ASSERT_TRUE(monitor.Send(Request(7, 1)));  // a monitor only looks
   EXPECT_TRUE(Silent(service));
-  EXPECT_EQ(ENOENT, RawClient(wire::kStationPath, "/else", O_RDWR).answer());
+  EXPECT_EQ(ENOENT, RawClient(qnx::kStationPath, "/else", O_RDWR).answer());
 }
 
 TEST_F(McuTest, PacketsForAServiceThatDoesNotReadAreBounded) {

@@ -16,7 +16,7 @@
 #include <thread>
 
 #include "platform/io.h"
-#include "wire/bench_link.h"
+#include "qnx/bench_link.h"
 
 namespace bench {
 namespace {
@@ -177,22 +177,22 @@ std::string Program::Output() const { return ReadFile(output_path_); }
 std::string Program::Errors() const { return ReadFile(error_path_); }
 
 Log::Log(const TempRoot& root) {
-  const int error = reader_.Open(root.path() + platform::kSlogPath);
+  const int error = reader_.Open(root.path() + qnx::kSlogPath);
   if (error != 0) ADD_FAILURE() << "no log ring: " << std::strerror(error);
   reader_.SkipToEnd();
 }
 
 const std::vector<Log::Line>& Log::Lines() {
-  platform::SlogLine line;
+  qnx::SlogLine line;
   std::uint64_t lost = 0;
   for (;;) {
     switch (reader_.Next(&line, &lost)) {
-      case platform::SlogReader::Result::kLine:
+      case qnx::SlogReader::Result::kLine:
         lines_.push_back({line.severity, line.opcode, line.text});
         break;
-      case platform::SlogReader::Result::kLost:
+      case qnx::SlogReader::Result::kLost:
         break;
-      case platform::SlogReader::Result::kNothing:
+      case qnx::SlogReader::Result::kNothing:
         return lines_;
     }
   }
@@ -218,7 +218,7 @@ void Log::Clear() {
   lines_.clear();
 }
 
-Station::Station() : fd_(platform::open(wire::kStationPath, O_RDWR)) {
+Station::Station() : fd_(platform::open(qnx::kStationPath, O_RDWR)) {
   if (fd_ < 0) ADD_FAILURE() << "no test connector: " << std::strerror(errno);
 }
 
@@ -293,7 +293,7 @@ void WriteObject(const std::string& path, const std::string& lines) {
 
 headunit::UnitOptions WholeUnit() {
   headunit::UnitOptions options;
-  options.profile = KORVANDIS_SOURCE_DIR "/headunit/profiles/default";
+  options.profile = KORVANDIS_SOURCE_DIR "/bench/headunit/profiles/default";
   return options;
 }
 

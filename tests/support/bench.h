@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "headunit/unit.h"
-#include "platform/slog_ring.h"
+#include "qnx/slog_ring.h"
 #include "wire/at_packet.h"
 
 namespace bench {
@@ -123,7 +123,7 @@ class Log {
   void Clear();
 
  private:
-  platform::SlogReader reader_;
+  qnx::SlogReader reader_;
   std::vector<Line> lines_;
 };
 

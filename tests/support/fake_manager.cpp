@@ -61,8 +61,8 @@ std::optional<FakeManager::Opening> FakeManager::Accept(milliseconds limit) {
   if (!WaitReadable(fd_, limit)) return std::nullopt;
   Connection connection(::accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC));
   const std::optional<Bytes> message = connection.Receive();
-  if (!message || message->size() < sizeof(wire::ManagerRequest)) return std::nullopt;
-  wire::ManagerRequest request;
+  if (!message || message->size() < sizeof(qnx::ManagerRequest)) return std::nullopt;
+  qnx::ManagerRequest request;
   std::memcpy(&request, message->data(), sizeof(request));
   return Opening{request, std::string(message->begin() + sizeof(request), message->end()),
                  std::move(connection)};

@@ -3,7 +3,7 @@
 #define KORVANDIS_TESTS_SUPPORT_FAKE_MANAGER_H
 
 #include "support/bench.h"
-#include "wire/resource_manager.h"
+#include "qnx/manager_protocol.h"
 
 namespace bench {
 
@@ -41,7 +41,7 @@ class FakeManager {
   FakeManager& operator=(const FakeManager&) = delete;
 
   struct Opening {
-    wire::ManagerRequest request;
+    qnx::ManagerRequest request;
     std::string rest;
     Connection connection;
   };

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "wire/resource_manager.h"
+#include "qnx/manager_protocol.h"
 
 namespace bench {
 const char kPps[] = "/pps";
@@ -60,7 +60,7 @@ bool RawClient::AtEnd(milliseconds limit) const {
 }
 
 std::string OpeningRequest(std::uint32_t kind, std::uint32_t flags, const std::string& rest) {
-  const wire::ManagerRequest request = {kind, flags, 0666};
+  const qnx::ManagerRequest request = {kind, flags, 0666};
   std::string message(sizeof(request), '\0');
   std::memcpy(&message[0], &request, sizeof(request));
   return message + rest;

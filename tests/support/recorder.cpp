@@ -17,11 +17,11 @@ namespace {
 // closed.
 const char kBarrier[] = "/barrier-of-recorder";
 
-bool IsOpen(const wire::ManagerRequest& request) {
-  return request.kind == static_cast<std::uint32_t>(wire::RequestKind::kOpen);
+bool IsOpen(const qnx::ManagerRequest& request) {
+  return request.kind == static_cast<std::uint32_t>(qnx::RequestKind::kOpen);
 }
 
-std::string Describe(const wire::ManagerRequest& request, const std::string& object) {
+std::string Describe(const qnx::ManagerRequest& request, const std::string& object) {
   if (!IsOpen(request)) return "access " + object;
   static const char* const kAccess[] = {"r", "w", "rw", "?"};
   std::ostringstream text;
@@ -96,7 +96,7 @@ Lines Recorder::Take() {
 }
 
 void Recorder::Serve(FakeManager::Opening opening) {
-  const wire::ManagerRequest& request = opening.request;
+  const qnx::ManagerRequest& request = opening.request;
   const bool is_there = opening.rest.empty() || (request.flags & O_CREAT) != 0;
   std::string event = Describe(request, opening.rest);
   Object object = {"", IsOpen(request) && !is_there ? ENOENT : 0};

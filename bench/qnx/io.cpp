@@ -1,0 +1,159 @@
+#include "platform/io.h"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "qnx/manager_protocol.h"
+#include "resolve.h"
+
+namespace platform {
+namespace {
+
+// What connecting may take before it is counted against the wait for the answer.
+const int kLatenessMs = 50;
+
+// Owns a descriptor until it is released; closing keeps errno.
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ < 0) return;
+    const int saved = errno;
+    ::close(fd_);
+    errno = saved;
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return fd_; }
+  int release() {
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
+
+ private:
+  int fd_;
+};
+
+// Connects to the socket at `path`. A path too long for an address is reached through a descriptor
+// of the socket itself.
+int ConnectTo(int fd, const char* path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const std::size_t length = std::strlen(path);
+  if (length < sizeof(address.sun_path)) {
+    std::memcpy(address.sun_path, path, length + 1);
+    return ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+  }
+  Descriptor target(::open(path, O_PATH | O_CLOEXEC));
+  if (target.get() < 0) return -1;
+  std::snprintf(address.sun_path, sizeof(address.sun_path), "/proc/self/fd/%d", target.get());
+  return ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+}
+
+bool LimitWait(int fd, int option, long ms) {
+  const timeval limit = {ms / 1000, (ms % 1000) * 1000};
+  return ::setsockopt(fd, SOL_SOCKET, option, &limit, sizeof(limit)) == 0;
+}
+
+bool LimitWaits(int fd) {
+  return LimitWait(fd, SO_RCVTIMEO, kManagerTimeoutMs) &&
+         LimitWait(fd, SO_SNDTIMEO, kManagerTimeoutMs);
+}
+
+long NowMs() {
+  timespec now;
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * 1000 + now.tv_nsec / 1000000;
+}
+
+// The manager's answer, an error number, until `deadline` of NowMs; EIO when it gives none.
+int TakeAnswer(int fd, long deadline) {
+  const long left = deadline - NowMs();
+  // The connection's own limit does unless connecting took its time.
+  const bool late = left < kManagerTimeoutMs - kLatenessMs;
+  if (late && (left <= 0 || !LimitWait(fd, SO_RCVTIMEO, left))) return EIO;
+  std::int32_t answer = 0;
+  ssize_t received;
+  do {
+    received = ::recv(fd, &answer, sizeof(answer), MSG_TRUNC);
+  } while (received < 0 && errno == EINTR);
+  if (late && !LimitWaits(fd)) return EIO;
+  return received == static_cast<ssize_t>(sizeof(answer)) && answer >= 0 ? answer : EIO;
+}
+
+// Asks the manager of `target` for the rest of the path. Returns the connection when it is granted,
+// -1 with errno otherwise.
+int Ask(const qnx::ResolvedPath& target, qnx::RequestKind kind, int flags, mode_t mode) {
+  const long deadline = NowMs() + kManagerTimeoutMs;
+  Descriptor connection(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  if (connection.get() < 0 || !LimitWaits(connection.get())) return -1;
+  if (ConnectTo(connection.get(), target.path) != 0) {
+    // Nobody listens any more, or nobody accepts.
+    if (errno == ECONNREFUSED || errno == EAGAIN || errno == EINPROGRESS) errno = EIO;
+    return -1;
+  }
+
+  qnx::ManagerRequest request{static_cast<std::uint32_t>(kind), static_cast<std::uint32_t>(flags),
+                              static_cast<std::uint32_t>(mode)};
+  iovec parts[2] = {{&request, sizeof(request)},
+                    {const_cast<char*>(target.rest), std::strlen(target.rest)}};
+  msghdr message{};
+  message.msg_iov = parts;
+  message.msg_iovlen = 2;
+  if (::sendmsg(connection.get(), &message, MSG_NOSIGNAL) < 0) {
+    errno = EIO;
+    return -1;
+  }
+  const int error = TakeAnswer(connection.get(), deadline);
+  if (error != 0) {
+    errno = error;
+    return -1;
+  }
+  return connection.release();
+}
+
+// Asks and hangs up: for requests that are over with their answer.
+int AskOnly(const qnx::ResolvedPath& target, qnx::RequestKind kind, int flags) {
+  const Descriptor connection(Ask(target, kind, flags, 0));
+  return connection.get() < 0 ? -1 : 0;
+}
+
+}  // namespace
+
+int open(const char* path, int oflag, mode_t mode) {
+  qnx::ResolvedPath target;
+  if (!qnx::Resolve(path, &target)) return -1;
+  if (target.rest != nullptr) return Ask(target, qnx::RequestKind::kOpen, oflag, mode);
+  return ::open(target.path, oflag | O_CLOEXEC, mode);
+}
+
+int access(const char* path, int mode) {
+  qnx::ResolvedPath target;
+  if (!qnx::Resolve(path, &target)) return -1;
+  if (target.rest != nullptr) return AskOnly(target, qnx::RequestKind::kAccess, mode);
+  return ::access(target.path, mode);
+}
+
+int unlink(const char* path) {
+  qnx::ResolvedPath target;
+  if (!qnx::Resolve(path, &target)) return -1;
+  if (target.rest != nullptr) return AskOnly(target, qnx::RequestKind::kUnlink, 0);
+  return ::unlink(target.path);
+}
+
+ssize_t write(int fd, const void* data, std::size_t size) {
+  const ssize_t sent = ::send(fd, data, size, MSG_NOSIGNAL);
+  if (sent < 0 && errno == ENOTSOCK) return ::write(fd, data, size);
+  return sent;
+}
+
+}  // namespace platform

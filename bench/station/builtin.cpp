@@ -1,0 +1,181 @@
+#include "builtin.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <iostream>
+
+#include "station/bench.h"
+#include "station/packet_text.h"
+
+namespace station {
+namespace {
+
+const double kDefaultWait = 10;  // seconds
+const int kWaitPause = 100;      // milliseconds between two looks for the service
+
+std::string Padded(const std::string& text, std::size_t width) {
+  return text.size() >= width ? text : text + std::string(width - text.size(), ' ');
+}
+
+Invocation Question(const Command& command) {
+  Invocation invocation;
+  invocation.command = &command;
+  return invocation;
+}
+
+int Complain(Context& context, const std::string& problem) {
+  context.err << "station: " << context.invocation.command->words << ": " << problem << '\n';
+  return tools::kExitWrong;
+}
+
+}  // namespace
+
+int RunGroup(Context& context) {
+  struct Row {
+    std::string name, value, verdict;
+  };
+  const std::string& group = context.invocation.command->words;
+  Bench bench(context.timeout, nullptr);
+  std::vector<Row> rows;
+  bool right = true;
+  std::size_t name_width = 0;
+  std::size_t value_width = 0;
+  for (const Command* command : CommandsUnder(group)) {
+    if (!command->sent || command->reply == nullptr || !command->parameters.empty()) continue;
+    const Exchange exchange = bench.Perform(Question(*command), false);
+    if (exchange.outcome == Exchange::Outcome::kUnreachable) {
+      return Complain(context, exchange.problem);
+    }
+    // The first silence is likely to be everybody's: asking on would take the time limit each.
+    if (exchange.outcome == Exchange::Outcome::kUnanswered && rows.empty()) {
+      return Complain(context, exchange.problem);
+    }
+    right = right && exchange.right();
+    Row row{command->words.substr(group.size() + 1), Describe(exchange.answer),
+            exchange.right() ? "ok" : exchange.problem};
+    name_width = std::max(name_width, row.name.size());
+    value_width = std::max(value_width, row.value.size());
+    rows.push_back(std::move(row));
+  }
+  for (const Row& row : rows) {
+    context.out << Padded(row.name, name_width) << "  " << Padded(row.value, value_width) << "  "
+                << row.verdict << '\n';
+  }
+  return right ? tools::kExitRight : tools::kExitWrong;
+}
+
+int RunRaw(Context& context) {
+  const std::vector<std::string>& arguments = context.invocation.arguments;
+  const Bytes parameters = EncodeParameters(context.invocation);
+  if (parameters.size() - 2 > wire::kMaxParameters) {
+    context.err << "station: raw: more than " << wire::kMaxParameters
+                << " parameter bytes; see 'station raw --help'\n";
+    return tools::kExitUsage;
+  }
+  Bench bench(context.timeout, nullptr);
+  const Exchange exchange = bench.Send(parameters[0], parameters[1],
+                                       Bytes(parameters.begin() + 2, parameters.end()), true);
+  if (!exchange.request.empty() && exchange.outcome != Exchange::Outcome::kUnreachable) {
+    context.out << "> " << Hex(exchange.request) << '\n'
+                << "  " << DescribePacket(qnx::Direction::kToService, exchange.request) << '\n';
+  }
+  if (!exchange.reply.empty()) {
+    context.out << "< " << Hex(exchange.reply) << '\n'
+                << "  " << DescribePacket(qnx::Direction::kFromService, exchange.reply) << '\n';
+  }
+  context.out.flush();
+  if (exchange.right()) return tools::kExitRight;
+  Invocation known;
+  const bool silent = exchange.outcome == Exchange::Outcome::kUnanswered &&
+                      DecodeRequest(parameters[0], parameters[1],
+                                    Bytes(parameters.begin() + 2, parameters.end()), &known) &&
+                      known.command->reply == nullptr;
+  if (silent) {
+    context.out << "no answer, and none is expected\n";
+    return tools::kExitRight;
+  }
+  context.err << "station: raw " << arguments[0] << ' ' << arguments[1] << ": " << exchange.problem
+              << '\n';
+  return tools::kExitWrong;
+}
+
+int RunMonitor(Context& context) {
+  tools::Interrupt interrupt;
+  Monitor monitor;
+  const std::string problem = monitor.Open();
+  if (!problem.empty()) return Complain(context, problem);
+  const bool whole = context.invocation.Has("--whole");
+  while (context.out.good()) {
+    if (!interrupt.Wait(monitor.fd(), -1)) return tools::kExitRight;
+    qnx::MonitorHead head{};
+    Bytes packet;
+    if (!monitor.Read(&head, &packet)) {
+      context.err << "station: monitor: the unit is gone\n";
+      return tools::kExitRight;
+    }
+    if (head.direction == qnx::kMonitorLost) {
+      context.err << "station: monitor: here packets are missing, it was too slow\n";
+      continue;
+    }
+    const auto direction = static_cast<qnx::Direction>(head.direction);
+    const std::size_t skipped = whole ? 0 : LinkOffset(packet);
+    context.out << tools::ClockTime(head.nanoseconds)
+                << (direction == qnx::Direction::kToService ? " > " : " < ")
+                << Hex(packet.data() + skipped, packet.size() - skipped) << "  "
+                << DescribePacket(direction, packet) << std::endl;
+  }
+  return tools::kExitWrong;
+}
+
+int RunWait(Context& context) {
+  tools::Interrupt interrupt;
+  const std::vector<std::string>& arguments = context.invocation.arguments;
+  const auto deadline =
+      Clock::now() + Seconds(arguments.empty() ? kDefaultWait : ParseNumber(arguments[0]));
+  std::string reason;
+  while (!ServiceConnected(&reason)) {
+    if (Clock::now() >= deadline) return Complain(context, reason);
+    interrupt.Wait(-1, kWaitPause);
+    if (interrupt.Pending()) return Complain(context, "interrupted: " + reason);
+  }
+  return tools::kExitRight;
+}
+
+int RunGpsWatch(Context& context) {
+  const double every = ParseNumber(context.invocation.Get("--every", "1"));
+  if (!(every >= 0.05 && every <= 3600)) {
+    context.err << "station: --every needs a number of seconds from 0.05; see 'station gps watch "
+                   "--help'\n";
+    return tools::kExitUsage;
+  }
+  tools::Interrupt interrupt;
+  Bench bench(context.timeout, &interrupt);
+  std::vector<Invocation> questions;
+  for (const char* words : {"gps position", "gps speed", "gps satellites"}) {
+    questions.push_back(Question(*CommandsUnder(words).front()));
+  }
+  const bool terminal = &context.out == &std::cout && ::isatty(STDOUT_FILENO) != 0;
+  while (context.out.good()) {
+    const auto next = Clock::now() + Seconds(every);
+    std::string screen = terminal ? "\033[H\033[J" : "";
+    for (const Invocation& question : questions) {
+      const Exchange exchange = bench.Perform(question, false);
+      if (interrupt.Pending()) return tools::kExitRight;
+      if (exchange.reply.empty()) return Complain(context, exchange.problem);
+      if (exchange.right() && question.command->reply->table != nullptr) {
+        screen += question.command->reply->table(exchange.parsed.data);
+      } else {
+        screen += question.command->words + ": " +
+                  (exchange.right() ? Describe(exchange.answer) : exchange.problem) + "\n";
+      }
+    }
+    context.out << screen << std::flush;
+    const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(next - Clock::now());
+    interrupt.Wait(-1, static_cast<int>(std::max<long long>(0, rest.count())));
+    if (interrupt.Pending()) return tools::kExitRight;
+  }
+  return tools::kExitWrong;
+}
+
+}  // namespace station

@@ -1,0 +1,89 @@
+// The bench's connections to a unit. None of these classes is thread-safe.
+#ifndef KORVANDIS_STATION_LINK_H
+#define KORVANDIS_STATION_LINK_H
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "station/answer.h"
+#include "tools/program.h"
+#include "wire/at_packet.h"
+#include "qnx/bench_link.h"
+
+namespace station {
+
+using Clock = std::chrono::steady_clock;
+
+// The duration of `seconds`, at least 0.
+Clock::duration Seconds(double seconds);
+
+// The test connector: requests out, replies in. Opened with the first request, and again after the
+// unit was away.
+class Link {
+ public:
+  // `interrupt` ends waits early; may be null.
+  explicit Link(tools::Interrupt* interrupt) : interrupt_(interrupt) {}
+
+  // Sends one packet. What has come in until then answers nothing any more and is passed over.
+  // Returns an empty text, or why it could not be sent.
+  std::string Send(const Bytes& packet);
+
+  enum class Result {
+    kReply,      // *reply holds it, *packet its bytes
+    kNone,       // the deadline passed, or the wait was interrupted
+    kMalformed,  // a reply to this command that is not well-formed: *packet holds it
+    kGone,       // the unit hung up
+  };
+  // Waits for the reply to a command. Replies to others are passed over. A packet so short that
+  // nobody can tell whose it is counts as malformed when nothing better comes.
+  Result Receive(std::uint8_t command, std::uint8_t sub_command, Clock::time_point deadline,
+                 wire::Reply* reply, Bytes* packet);
+
+  // Passes over what comes in within the time.
+  void Collect(int milliseconds);
+
+  // The packets that were passed over since the last call; at most the first kMostPassedOver.
+  std::vector<Bytes> TakePassedOver();
+
+ private:
+  static const std::size_t kMostPassedOver = 100;
+
+  bool Wait(Clock::time_point deadline);
+  void PassOver(const Bytes& packet);
+
+  tools::Interrupt* interrupt_;
+  tools::Descriptor connection_;
+  std::vector<Bytes> passed_over_;
+};
+
+// Sends one line to the bench's control connector. Returns true with the answer behind "ok", false
+// with the reason.
+bool Control(const std::string& line, std::string* answer);
+
+// True when the unit says that the service is connected; false with the reason when it is not or
+// there is no unit.
+bool ServiceConnected(std::string* reason);
+
+// Follows every packet on the MCU link.
+class Monitor {
+ public:
+  // Returns an empty text, or why there is nothing to follow.
+  std::string Open();
+
+  // Readable when a packet waits or the unit is gone.
+  int fd() const { return connection_.get(); }
+
+  // Waits for a packet, whatever signal comes. Also true when the unit is gone.
+  bool HasPacket(int milliseconds);
+
+  // Takes the next packet. False when the unit is gone.
+  bool Read(qnx::MonitorHead* head, Bytes* packet);
+
+ private:
+  tools::Descriptor connection_;
+};
+
+}  // namespace station
+
+#endif  // KORVANDIS_STATION_LINK_H

@@ -1,0 +1,181 @@
+#include "station/link.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/io.h"
+
+namespace station {
+namespace {
+
+const int kControlMilliseconds = 2000;
+
+std::string UnitText() {
+  const char* root = std::getenv("HEADUNIT_ROOT");
+  return root != nullptr && *root != '\0' ? std::string("no unit at '") + root + "'"
+                                          : "no unit at '/' (HEADUNIT_ROOT is not set)";
+}
+
+// Why a connector could not be opened.
+std::string OpenProblem(const char* path, int error) {
+  if (error == ENOENT || error == ENOTDIR) {
+    return UnitText() + ": there is no " + path + "; start one with 'headunit'";
+  }
+  if (error == EIO) return UnitText() + ": nobody answers at " + path;
+  return UnitText() + ": " + path + ": " + std::strerror(error);
+}
+
+int RestMilliseconds(Clock::time_point deadline) {
+  const auto rest = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  return static_cast<int>(std::clamp<long long>(rest, 0, 1000000000));
+}
+
+// True when `fd` is readable or hung up within the time.
+bool PollFor(int fd, int milliseconds) {
+  pollfd file{fd, POLLIN, 0};
+  int ready;
+  do {
+    ready = ::poll(&file, 1, milliseconds);
+  } while (ready < 0 && errno == EINTR);
+  return ready > 0;
+}
+
+// True when the numbers of a packet are those of a reply to this command, as far as it goes.
+bool IsReplyTo(const Bytes& packet, std::uint8_t command, std::uint8_t sub_command) {
+  const std::size_t record = wire::kHeaderSize + wire::kLinkSize;
+  return packet.size() > record + wire::kRecordSubCommandOffset &&
+         packet[record + wire::kRecordCommandOffset] == (command | wire::kReplyBit) &&
+         packet[record + wire::kRecordSubCommandOffset] == sub_command;
+}
+
+bool TakePacket(int fd, Bytes* packet) {
+  std::string message;
+  if (tools::ReadMessage(fd, &message) <= 0) return false;
+  packet->assign(message.begin(), message.end());
+  return true;
+}
+
+}  // namespace
+
+Clock::duration Seconds(double seconds) {
+  return std::chrono::duration_cast<Clock::duration>(
+      std::chrono::duration<double>(std::clamp(seconds, 0.0, 1e6)));
+}
+
+std::string Link::Send(const Bytes& packet) {
+  Collect(0);
+  if (!connection_.is_open()) {
+    connection_.Reset(platform::open(qnx::kStationPath, O_RDWR));
+    if (!connection_.is_open()) return OpenProblem(qnx::kStationPath, errno);
+  }
+  if (platform::write(connection_.get(), packet.data(), packet.size()) < 0) {
+    const std::string reason = std::strerror(errno);
+    connection_.Reset(-1);
+    return "the unit takes no request: " + reason;
+  }
+  return "";
+}
+
+void Link::Collect(int milliseconds) {
+  Bytes packet;
+  const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
+  while (connection_.is_open() && PollFor(connection_.get(), RestMilliseconds(deadline))) {
+    if (TakePacket(connection_.get(), &packet)) {
+      PassOver(packet);
+    } else {
+      connection_.Reset(-1);
+    }
+  }
+}
+
+std::vector<Bytes> Link::TakePassedOver() {
+  std::vector<Bytes> taken;
+  taken.swap(passed_over_);
+  return taken;
+}
+
+void Link::PassOver(const Bytes& packet) {
+  if (passed_over_.size() < kMostPassedOver) passed_over_.push_back(packet);
+}
+
+bool Link::Wait(Clock::time_point deadline) {
+  const int rest = RestMilliseconds(deadline);
+  if (interrupt_ != nullptr) return interrupt_->Wait(connection_.get(), rest);
+  return PollFor(connection_.get(), rest);
+}
+
+Link::Result Link::Receive(std::uint8_t command, std::uint8_t sub_command,
+                           Clock::time_point deadline, wire::Reply* reply, Bytes* packet) {
+  Bytes fragment;
+  while (Clock::now() < deadline && Wait(deadline)) {
+    if (!TakePacket(connection_.get(), packet)) {
+      connection_.Reset(-1);
+      return Result::kGone;
+    }
+    if (wire::ParseReply(*packet, reply)) {
+      if (reply->command == command && reply->sub_command == sub_command) return Result::kReply;
+      PassOver(*packet);
+      continue;
+    }
+    if (IsReplyTo(*packet, command, sub_command)) return Result::kMalformed;
+    if (packet->size() < wire::kHeaderSize + wire::kReplyOverhead) fragment = *packet;
+  }
+  if (fragment.empty()) return Result::kNone;
+  *packet = fragment;
+  return Result::kMalformed;
+}
+
+bool Control(const std::string& line, std::string* answer) {
+  const tools::Descriptor connection(platform::open(qnx::kControlPath, O_RDWR));
+  if (!connection.is_open()) {
+    *answer = OpenProblem(qnx::kControlPath, errno);
+    return false;
+  }
+  std::string message;
+  if (platform::write(connection.get(), line.data(), line.size()) < 0 ||
+      !PollFor(connection.get(), kControlMilliseconds) ||
+      tools::ReadMessage(connection.get(), &message) <= 0) {
+    *answer = UnitText() + ": its control connector does not answer";
+    return false;
+  }
+  const bool good = message == "ok" || message.rfind("ok ", 0) == 0;
+  const std::size_t blank = message.find(' ');
+  *answer = blank == std::string::npos ? "" : message.substr(blank + 1);
+  return good;
+}
+
+bool ServiceConnected(std::string* reason) {
+  std::string answer;
+  if (!Control("status", &answer)) {
+    *reason = answer;
+    return false;
+  }
+  if ((" " + answer + " ").find(" service 1 ") != std::string::npos) return true;
+  *reason = "the unit is up, but the service is not connected";
+  return false;
+}
+
+std::string Monitor::Open() {
+  const std::string path = std::string(qnx::kStationPath) + qnx::kMonitorRest;
+  connection_.Reset(platform::open(path.c_str(), O_RDONLY));
+  return connection_.is_open() ? "" : OpenProblem(path.c_str(), errno);
+}
+
+bool Monitor::HasPacket(int milliseconds) { return PollFor(connection_.get(), milliseconds); }
+
+bool Monitor::Read(qnx::MonitorHead* head, Bytes* packet) {
+  Bytes message;
+  while (TakePacket(connection_.get(), &message)) {
+    if (message.size() < sizeof(*head)) continue;  // not from this connector
+    std::memcpy(head, message.data(), sizeof(*head));
+    packet->assign(message.begin() + sizeof(*head), message.end());
+    return true;
+  }
+  return false;
+}
+
+}  // namespace station

@@ -1,0 +1,207 @@
+// `station record` and `station replay`.
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <fstream>
+
+#include "builtin.h"
+#include "files.h"
+#include "station/link.h"
+#include "station/packet_text.h"
+#include "station/recording.h"
+
+namespace station {
+namespace {
+
+const double kLongestPause = 5;  // seconds between two requests, whatever was recorded
+const std::chrono::milliseconds kPatience(500);
+const int kAskAgainMilliseconds = 50;
+const int kLateReplyMilliseconds = 200;  // for a reply where none was recorded
+const int kLastPacketMilliseconds = 50;  // for what had passed before an interruption
+
+int Complain(Context& context, const std::string& problem) {
+  context.err << "station: " << context.invocation.command->words << ": " << problem << '\n';
+  return tools::kExitWrong;
+}
+
+std::string Quoted(const std::string& path) { return "'" + tools::Escape(path) + "'"; }
+
+// Plays the requests of a recording and compares the answers.
+class Replay {
+ public:
+  Replay(Context& context, tools::Interrupt* interrupt)
+      : context_(context), interrupt_(interrupt), link_(interrupt) {}
+
+  int Run(const std::vector<RecordedExchange>& exchanges) {
+    const bool fast = context_.invocation.Has("--fast");
+    for (std::size_t i = 0; i < exchanges.size(); ++i) {
+      if (i > 0 && !fast) {
+        Pause(exchanges[i].nanoseconds, exchanges[i - 1].nanoseconds);
+      }
+      const std::string problem =
+          interrupt_->Pending() ? "interrupted" : link_.Send(exchanges[i].request);
+      if (!problem.empty()) return Complain(context_, problem);
+      number_ = i + 1;
+      // The same question several times in a row waits for something: the last answer counts.
+      const bool polled =
+          i + 1 < exchanges.size() && exchanges[i + 1].request == exchanges[i].request;
+      if (!Compare(exchanges[i], polled)) return Complain(context_, "the unit is gone");
+      if (interrupt_->Pending()) return Complain(context_, "interrupted");
+      ReportUnexpected();
+    }
+    link_.Collect(kLateReplyMilliseconds);
+    ReportUnexpected();
+    context_.out << exchanges.size() << " requests, " << compared_ << " answers compared, "
+                 << differences_ << " differ\n";
+    return differences_ == 0 ? tools::kExitRight : tools::kExitWrong;
+  }
+
+ private:
+  void Pause(std::uint64_t now, std::uint64_t before) {
+    const double gap = now > before ? static_cast<double>(now - before) * 1e-9 : 0;
+    interrupt_->Wait(-1, static_cast<int>(std::min(gap, kLongestPause) * 1000));
+  }
+
+  // False when the unit is gone. Interrupted, it compares nothing.
+  bool Compare(const RecordedExchange& exchange, bool polled) {
+    const std::string request = DescribePacket(qnx::Direction::kToService, exchange.request);
+    wire::Reply recorded;
+    if (!wire::ParseReply(exchange.reply, &recorded)) {
+      Line("sent", request);
+      return true;
+    }
+    // What a write changed may take a moment: another answer is asked for again for a while.
+    const auto patience = Clock::now() + kPatience;
+    const bool ignored = polled || Ignored(request);
+    wire::Reply reply;
+    Bytes packet;
+    while (true) {
+      packet.clear();
+      const Link::Result result =
+          link_.Receive(recorded.command, recorded.sub_command,
+                        Clock::now() + Seconds(context_.timeout), &reply, &packet);
+      if (result == Link::Result::kGone) return false;
+      const bool same = result == Link::Result::kReply && reply.data == recorded.data;
+      if (!same && interrupt_->Pending()) return true;
+      if (ignored || same) {
+        compared_ += ignored ? 0 : 1;
+        Line(ignored ? (polled ? "polled" : "ignored") : "same", request);
+        return true;
+      }
+      if (result != Link::Result::kReply || Clock::now() >= patience) break;
+      interrupt_->Wait(-1, kAskAgainMilliseconds);
+      if (!link_.Send(exchange.request).empty()) return false;
+    }
+    ++compared_;
+    ++differences_;
+    Line("DIFFERS", request);
+    context_.out << "                 recorded  " << Shown(exchange.reply)
+                 << "\n                 now       " << Shown(packet) << std::endl;
+    return true;
+  }
+
+  // A reply as its meaning and its bytes behind the header.
+  static std::string Shown(const Bytes& packet) {
+    if (packet.empty()) return "no answer";
+    const std::size_t skipped = LinkOffset(packet);
+    return DescribePacket(qnx::Direction::kFromService, packet) + " [" +
+           Hex(packet.data() + skipped, packet.size() - skipped) + "]";
+  }
+
+  // Replies that came although none was recorded.
+  void ReportUnexpected() {
+    for (const Bytes& packet : link_.TakePassedOver()) {
+      const std::string text = DescribePacket(qnx::Direction::kFromService, packet);
+      if (Ignored(text)) continue;
+      ++differences_;
+      Line("DIFFERS", "an answer that was not recorded: " + text);
+    }
+  }
+
+  bool Ignored(const std::string& text) const {
+    const auto range = context_.invocation.options.equal_range("--ignore");
+    return std::any_of(range.first, range.second,
+                       [&](const auto& option) { return text.rfind(option.second, 0) == 0; });
+  }
+
+  void Line(const char* verdict, const std::string& text) {
+    char head[48];
+    std::snprintf(head, sizeof(head), "%5zu  %-8s  ", number_, verdict);
+    context_.out << head << text << std::endl;
+  }
+
+  Context& context_;
+  tools::Interrupt* interrupt_;
+  Link link_;
+  std::size_t number_ = 0;
+  int compared_ = 0;
+  int differences_ = 0;
+};
+
+std::uint64_t NanosecondsSinceEpoch() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return static_cast<std::uint64_t>(
+      std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
+}
+
+}  // namespace
+
+int RecordTraffic(Context& context) {
+  const std::string& path = context.invocation.arguments[0];
+  const auto format =
+      context.invocation.Has("--pcap") ? RecordingFormat::kPcap : RecordingFormat::kText;
+  tools::Interrupt interrupt;
+  Monitor monitor;
+  const std::string problem = monitor.Open();
+  if (!problem.empty()) return Complain(context, problem);
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << RecordingHead(format) << std::flush;
+  std::size_t count = 0;
+  bool lost = false;
+  std::uint64_t end = UINT64_MAX;  // of the recording: the interruption, once it came
+  while (file.good()) {
+    if (end == UINT64_MAX && !interrupt.Wait(monitor.fd(), -1)) end = NanosecondsSinceEpoch();
+    if (end != UINT64_MAX && !monitor.HasPacket(kLastPacketMilliseconds)) break;
+    qnx::MonitorHead head{};
+    RecordedPacket packet{};
+    if (!monitor.Read(&head, &packet.packet)) {
+      context.err << "station: record: the unit is gone\n";
+      break;
+    }
+    if (head.nanoseconds > end) break;
+    if (head.direction == qnx::kMonitorLost) {
+      lost = true;
+      if (format == RecordingFormat::kText) file << "# here packets are missing\n";
+    }
+    if (head.direction > 1 || packet.packet.empty()) continue;
+    packet.nanoseconds = head.nanoseconds;
+    packet.direction = static_cast<qnx::Direction>(head.direction);
+    file << RecordingEntry(format, packet) << std::flush;
+    ++count;
+  }
+  if (!file.good()) return Complain(context, Quoted(path) + " cannot be written");
+  context.out << count << " packets in " << tools::Escape(path) << '\n';
+  if (lost) return Complain(context, "packets are missing, it was too slow");
+  return tools::kExitRight;
+}
+
+int ReplayTraffic(Context& context) {
+  const std::string& path = context.invocation.arguments[0];
+  std::string text;
+  std::string problem = ReadFile(path, &text);
+  std::vector<RecordedPacket> packets;
+  if (problem.empty()) {
+    problem = ParseRecording(text, &packets);
+    if (!problem.empty()) problem = Quoted(path) + ": " + problem;
+  }
+  if (!problem.empty()) {
+    context.err << "station: replay: " << problem << "; see 'station replay --help'\n";
+    return tools::kExitUsage;
+  }
+  const std::vector<RecordedExchange> exchanges = PairExchanges(packets);
+  if (exchanges.empty()) return Complain(context, Quoted(path) + " holds no requests");
+  tools::Interrupt interrupt;
+  return Replay(context, &interrupt).Run(exchanges);
+}
+
+}  // namespace station

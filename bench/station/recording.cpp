@@ -1,0 +1,201 @@
+#include "station/recording.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <deque>
+#include <map>
+#include <utility>
+
+#include "station/packet_text.h"
+#include "wire/at_packet.h"
+
+namespace station {
+namespace {
+
+const std::uint64_t kSecond = 1000000000;
+
+const char kTextHead[] =
+    "# korvandis recording 1\n"
+    "# seconds since 1970, > to the service or < from it, the packet\n";
+
+// pcap file header and packet header, little-endian words.
+const std::uint32_t kNanosecondMagic = 0xA1B23C4D;
+const std::uint32_t kMicrosecondMagic = 0xA1B2C3D4;
+const std::uint32_t kVersion = 4U << 16 | 2U;  // 2.4: two 16-bit words
+const std::uint32_t kSnapLength = 262144;
+const std::uint32_t kLinkType = 147;  // LINKTYPE_USER0
+const std::size_t kFileHead = 24;
+const std::size_t kLinkTypeOffset = 20;
+const std::size_t kPacketHead = 16;
+
+void AppendWord(std::uint32_t word, std::string* bytes) {
+  std::uint8_t raw[4];
+  wire::StoreLe32(raw, word);
+  bytes->append(raw, raw + sizeof(raw));
+}
+
+std::uint32_t WordAt(const std::string& bytes, std::size_t offset) {
+  std::uint8_t raw[4];
+  std::memcpy(raw, bytes.data() + offset, sizeof(raw));
+  return wire::LoadLe32(raw);
+}
+
+std::string ParsePcap(const std::string& bytes, std::vector<RecordedPacket>* packets) {
+  const std::uint64_t unit = WordAt(bytes, 0) == kNanosecondMagic ? 1 : 1000;
+  if (bytes.size() < kFileHead) return "the pcap file's head is cut";
+  if (WordAt(bytes, kLinkTypeOffset) != kLinkType) return "a pcap file of another link type";
+  std::size_t at = kFileHead;
+  while (at < bytes.size()) {
+    if (bytes.size() - at < kPacketHead)
+      return "the pcap file is cut at byte " + std::to_string(at);
+    const std::uint64_t seconds = WordAt(bytes, at);
+    const std::uint64_t fraction = WordAt(bytes, at + 4);
+    const std::size_t size = WordAt(bytes, at + 8);
+    at += kPacketHead;
+    if (size < 1 || size > 1 + wire::kMaxPacket || bytes.size() - at < size) {
+      return "the pcap file is cut or wrong at byte " + std::to_string(at);
+    }
+    const auto direction = static_cast<unsigned char>(bytes[at]);
+    if (direction > 1) return "no direction at byte " + std::to_string(at);
+    packets->push_back(RecordedPacket{seconds * kSecond + fraction * unit,
+                                      static_cast<qnx::Direction>(direction),
+                                      Bytes(bytes.begin() + static_cast<long>(at) + 1,
+                                            bytes.begin() + static_cast<long>(at + size))});
+    at += size;
+  }
+  return "";
+}
+
+// Takes "SECONDS.NNNNNNNNN" off the line.
+bool TakeTime(const char** at, std::uint64_t* nanoseconds) {
+  std::uint64_t values[2] = {0, 0};
+  int digits[2] = {0, 0};
+  for (int part = 0; part < 2; ++part) {
+    while (**at >= '0' && **at <= '9' && digits[part] < 10) {
+      values[part] = values[part] * 10 + static_cast<std::uint64_t>(**at - '0');
+      ++digits[part];
+      ++*at;
+    }
+    if (part == 0 && *(*at)++ != '.') return false;
+  }
+  *nanoseconds = values[0] * kSecond + values[1];
+  return digits[0] > 0 && digits[1] == 9;
+}
+
+int HexDigit(char c) {
+  const char* const kDigits = "0123456789ABCDEFabcdef";
+  const char* found = c == '\0' ? nullptr : std::strchr(kDigits, c);
+  if (found == nullptr) return -1;
+  const auto index = static_cast<int>(found - kDigits);
+  return index < 16 ? index : index - 6;
+}
+
+// One line of a text recording, without its comment. Returns what is wrong, or nothing.
+std::string ParseLine(const std::string& line, RecordedPacket* packet) {
+  const char* at = line.c_str();
+  if (!TakeTime(&at, &packet->nanoseconds)) return "a line begins with SECONDS.NANOSECONDS";
+  while (*at == ' ') ++at;
+  if (*at != '>' && *at != '<') return "> or < is missing";
+  packet->direction = *at++ == '>' ? qnx::Direction::kToService : qnx::Direction::kFromService;
+  while (true) {
+    while (*at == ' ') ++at;
+    if (at == line.c_str() + line.size()) break;
+    const int high = HexDigit(at[0]);
+    const int low = high < 0 ? -1 : HexDigit(at[1]);
+    if (low < 0) return "bytes are two hexadecimal digits each";
+    packet->packet.push_back(static_cast<std::uint8_t>(high * 16 + low));
+    at += 2;
+  }
+  if (packet->packet.empty() || packet->packet.size() > wire::kMaxPacket) {
+    return "a packet has 1 to 65536 bytes";
+  }
+  return "";
+}
+
+// The command and sub-command of a packet; false when it is too short for them.
+bool TakeNumbers(const Bytes& packet, std::pair<int, int>* numbers) {
+  const std::size_t record = wire::kHeaderSize + wire::kLinkSize;
+  const std::size_t sub_command = record + wire::kRecordSubCommandOffset;
+  if (packet.size() <= sub_command) return false;
+  *numbers = {packet[record + wire::kRecordCommandOffset], packet[sub_command]};
+  return true;
+}
+
+}  // namespace
+
+std::string RecordingHead(RecordingFormat format) {
+  if (format == RecordingFormat::kText) return kTextHead;
+  std::string head;
+  for (const std::uint32_t word : {kNanosecondMagic, kVersion, 0U, 0U, kSnapLength, kLinkType}) {
+    AppendWord(word, &head);
+  }
+  return head;
+}
+
+std::string RecordingEntry(RecordingFormat format, const RecordedPacket& packet) {
+  if (format == RecordingFormat::kText) {
+    char time[48];
+    std::snprintf(time, sizeof(time), "%llu.%09llu",
+                  static_cast<unsigned long long>(packet.nanoseconds / kSecond),
+                  static_cast<unsigned long long>(packet.nanoseconds % kSecond));
+    return std::string(time) + (packet.direction == qnx::Direction::kToService ? " > " : " < ") +
+           Hex(packet.packet) + "  # " + DescribePacket(packet.direction, packet.packet) + "\n";
+  }
+  std::string entry;
+  const auto size = static_cast<std::uint32_t>(packet.packet.size() + 1);
+  for (const std::uint64_t word : {packet.nanoseconds / kSecond, packet.nanoseconds % kSecond,
+                                   std::uint64_t{size}, std::uint64_t{size}}) {
+    AppendWord(static_cast<std::uint32_t>(word), &entry);
+  }
+  entry += packet.direction == qnx::Direction::kToService ? '\0' : '\1';
+  entry.append(packet.packet.begin(), packet.packet.end());
+  return entry;
+}
+
+std::string ParseRecording(const std::string& text, std::vector<RecordedPacket>* packets) {
+  if (text.size() >= 4 &&
+      (WordAt(text, 0) == kNanosecondMagic || WordAt(text, 0) == kMicrosecondMagic)) {
+    return ParsePcap(text, packets);
+  }
+  int number = 0;
+  for (std::size_t start = 0; start < text.size();) {
+    const std::size_t end = std::min(text.find('\n', start), text.size());
+    std::string line = text.substr(start, end - start);
+    start = end + 1;
+    ++number;
+    // A line that was written ends its bytes with a comment, so one without may be cut in them.
+    const bool cut = end == text.size() && line.find('#') == std::string::npos;
+    line.erase(std::min(line.find('#'), line.size()));
+    line.erase(line.find_last_not_of(" \t\r") + 1);
+    if (line.empty()) continue;
+    RecordedPacket packet{};
+    std::string problem = ParseLine(line, &packet);
+    if (problem.empty() && cut) problem = "the recording is cut";
+    if (!problem.empty()) return "line " + std::to_string(number) + ": " + problem;
+    packets->push_back(std::move(packet));
+  }
+  return "";
+}
+
+std::vector<RecordedExchange> PairExchanges(const std::vector<RecordedPacket>& packets) {
+  std::vector<RecordedExchange> exchanges;
+  // The exchanges that wait for a reply with these numbers, first come first.
+  std::map<std::pair<int, int>, std::deque<std::size_t>> waiting;
+  for (const RecordedPacket& packet : packets) {
+    const bool request = packet.direction == qnx::Direction::kToService;
+    std::pair<int, int> numbers;
+    const bool numbered = TakeNumbers(packet.packet, &numbers);
+    if (request) {
+      numbers.first |= wire::kReplyBit;
+      if (numbered) waiting[numbers].push_back(exchanges.size());
+      exchanges.push_back(RecordedExchange{packet.nanoseconds, packet.packet, {}});
+    } else if (numbered && !waiting[numbers].empty()) {
+      exchanges[waiting[numbers].front()].reply = packet.packet;
+      waiting[numbers].pop_front();
+    }
+  }
+  return exchanges;
+}
+
+}  // namespace station
