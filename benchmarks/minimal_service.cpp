@@ -25,9 +25,9 @@
 #include <string>
 #include <string_view>
 
+#include "qnx/manager_protocol.h"
 #include "qnx/slog_ring.h"
 #include "wire/at_packet.h"
-#include "qnx/manager_protocol.h"
 
 namespace {
 

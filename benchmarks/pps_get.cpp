@@ -24,7 +24,7 @@ const char kProperties[] = "org.freedesktop.DBus.Properties";
 std::string GetByPps() {
   char text[1024];
   const int fd = platform::open(kObject, O_RDONLY);
-  if (fd < 0) bench::Fail("no PPS object");
+  if (fd < 0) setup::Fail("no PPS object");
   const ssize_t size = ::read(fd, text, sizeof(text) - 1);
   ::close(fd);
   text[size < 0 ? 0 : size] = '\0';
@@ -47,11 +47,11 @@ class Bus {
       : address_("unix:path=" + directory + "/bus"), daemon_(directory, Words(directory)) {}
 
   DBusConnection* Connect() const {
-    const auto deadline = bench::Clock::now() + std::chrono::milliseconds(bench::kPatienceMs);
+    const auto deadline = setup::Clock::now() + std::chrono::milliseconds(setup::kPatienceMs);
     for (;;) {
       DBusConnection* const connection = dbus_connection_open_private(address_.c_str(), nullptr);
       if (connection != nullptr && dbus_bus_register(connection, nullptr) != 0) return connection;
-      if (bench::Clock::now() > deadline) bench::Fail("no D-Bus daemon answers");
+      if (setup::Clock::now() > deadline) setup::Fail("no D-Bus daemon answers");
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
   }
@@ -71,7 +71,7 @@ class Bus {
   }
 
   const std::string address_;
-  const bench::Process daemon_;
+  const setup::Process daemon_;
 };
 
 // Answers Get with the one value, without looking at what is asked for.
@@ -144,18 +144,18 @@ template <typename Get>
 double Measure(long gets, const std::string& expected, Get get) {
   std::vector<double> times;
   for (long i = 0; i < gets; ++i) {
-    const auto start = bench::Clock::now();
+    const auto start = setup::Clock::now();
     const std::string value = get();
-    times.push_back(bench::Seconds(bench::Clock::now() - start));
-    if (value != expected) bench::Fail("a get gives '" + value + "' instead of '" + expected + "'");
+    times.push_back(setup::Seconds(setup::Clock::now() - start));
+    if (value != expected) setup::Fail("a get gives '" + value + "' instead of '" + expected + "'");
   }
-  return bench::Median(std::move(times));
+  return setup::Median(std::move(times));
 }
 
 int Run(int argc, char** argv) {
-  const long rounds = bench::Argument(argc, argv, 1, 21);
-  const long gets = bench::Argument(argc, argv, 2, 1000);
-  const bench::Unit unit({"--no-services"});
+  const long rounds = setup::Argument(argc, argv, 1, 21);
+  const long gets = setup::Argument(argc, argv, 2, 1000);
+  const setup::Unit unit({"--no-services"});
   const std::string expected = GetByPps();
   const Bus bus(unit.root());
   const PropertyServer server(bus, expected);
@@ -172,15 +172,15 @@ int Run(int argc, char** argv) {
   }
   dbus_connection_close(connection);
   dbus_connection_unref(connection);
-  std::fprintf(stderr, "PPS %.1f us, D-Bus %.1f us\n", bench::Median(pps) * 1e6,
-               bench::Median(dbus) * 1e6);
-  bench::Row("PPS get through the manager / D-Bus property get on a private bus",
-             bench::Number(bench::Median(ratios), 2), "below 1", bench::Median(ratios) < 1);
+  std::fprintf(stderr, "PPS %.1f us, D-Bus %.1f us\n", setup::Median(pps) * 1e6,
+               setup::Median(dbus) * 1e6);
+  setup::Row("PPS get through the manager / D-Bus property get on a private bus",
+             setup::Number(setup::Median(ratios), 2), "below 1", setup::Median(ratios) < 1);
   return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  return bench::Main([&] { return Run(argc, argv); });
+  return setup::Main([&] { return Run(argc, argv); });
 }

@@ -12,11 +12,11 @@ namespace {
 const double kGoal = 1.25;
 const int kWarmUp = 300;  // queries
 
-const bench::Bytes kQuery = wire::BuildRequest(7, 1, {});
+const setup::Bytes kQuery = wire::BuildRequest(7, 1, {});
 
 // What one program leaves behind when it is asked once.
 struct Traces {
-  bench::Bytes reply;
+  setup::Bytes reply;
   std::vector<std::string> log;
   std::string errors;
 };
@@ -26,20 +26,20 @@ std::string ReadFile(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
-Traces AskOnce(const bench::Unit& unit, const std::string& program) {
+Traces AskOnce(const setup::Unit& unit, const std::string& program) {
   Traces traces;
   const std::string errors = unit.root() + "/errors";
-  bench::fs::remove(errors);
+  setup::fs::remove(errors);
   {
-    const bench::Process process(unit.root(), {program}, "/dev/null", errors);
+    const setup::Process process(unit.root(), {program}, "/dev/null", errors);
     unit.WaitForService(true);
     qnx::SlogReader reader;
-    if (reader.Open(unit.root() + qnx::kSlogPath) != 0) bench::Fail("no log ring");
+    if (reader.Open(unit.root() + qnx::kSlogPath) != 0) setup::Fail("no log ring");
     // What the start logs may come a moment later than the open device.
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     reader.SkipToEnd();
     const std::size_t before = ReadFile(errors).size();
-    bench::Station station;
+    setup::Station station;
     traces.reply = station.Ask(kQuery);
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     qnx::SlogLine line;
@@ -53,22 +53,22 @@ Traces AskOnce(const bench::Unit& unit, const std::string& program) {
   return traces;
 }
 
-void CheckSameWork(const bench::Unit& unit, const std::string& service,
+void CheckSameWork(const setup::Unit& unit, const std::string& service,
                    const std::string& minimal) {
   const Traces a = AskOnce(unit, service);
   const Traces b = AskOnce(unit, minimal);
-  if (a.reply != b.reply) bench::Fail("the two programs reply differently");
-  if (a.errors != b.errors) bench::Fail("the two write different errors:\n" + a.errors + b.errors);
+  if (a.reply != b.reply) setup::Fail("the two programs reply differently");
+  if (a.errors != b.errors) setup::Fail("the two write different errors:\n" + a.errors + b.errors);
   if (a.log != b.log) {
     for (std::size_t i = 0; i < std::max(a.log.size(), b.log.size()); ++i) {
       std::fprintf(stderr, "%s\n%s\n", i < a.log.size() ? a.log[i].c_str() : "-",
                    i < b.log.size() ? b.log[i].c_str() : "-");
     }
-    bench::Fail("the two log different lines");
+    setup::Fail("the two log different lines");
   }
   wire::Reply reply{};
   if (!wire::ParseReply(a.reply, &reply) || reply.data.empty())
-    bench::Fail("the reply is no version");
+    setup::Fail("the reply is no version");
   std::fprintf(stderr, "both: a reply of %zu bytes, %zu lines to the ring, %td to standard error\n",
                a.reply.size(), a.log.size(), std::count(a.errors.begin(), a.errors.end(), '\n'));
 }
@@ -78,35 +78,35 @@ struct Cost {
   double processor;   // a query, seconds, of the program's own threads
 };
 
-Cost Measure(const bench::Unit& unit, const std::string& program, long queries) {
+Cost Measure(const setup::Unit& unit, const std::string& program, long queries) {
   Cost cost{};
   {
-    const bench::Process process(unit.root(), {program});
+    const setup::Process process(unit.root(), {program});
     unit.WaitForService(true);
-    bench::Station station;
+    setup::Station station;
     for (int i = 0; i < kWarmUp; ++i) station.Ask(kQuery);
     std::vector<double> times;
     const double before = process.ProcessorTime();
     for (long i = 0; i < queries; ++i) {
-      const auto start = bench::Clock::now();
+      const auto start = setup::Clock::now();
       station.Ask(kQuery);
-      times.push_back(bench::Seconds(bench::Clock::now() - start));
+      times.push_back(setup::Seconds(setup::Clock::now() - start));
     }
     cost.processor = (process.ProcessorTime() - before) / static_cast<double>(queries);
-    cost.round_trip = bench::Median(std::move(times));
+    cost.round_trip = setup::Median(std::move(times));
   }
   unit.WaitForService(false);
   return cost;
 }
 
 int Run(int argc, char** argv) {
-  const long rounds = bench::Argument(argc, argv, 1, 41);
-  const long queries = bench::Argument(argc, argv, 2, 1000);
+  const long rounds = setup::Argument(argc, argv, 1, 41);
+  const long queries = setup::Argument(argc, argv, 2, 1000);
   // Without the services behind the objects, so that nobody else is at work.
-  const bench::Unit unit({"--no-services"});
-  const std::string service = bench::BinaryPath("korvandis");
+  const setup::Unit unit({"--no-services"});
+  const std::string service = setup::BinaryPath("korvandis");
   const std::string minimal =
-      (bench::fs::read_symlink("/proc/self/exe").parent_path() / "minimal_service").string();
+      (setup::fs::read_symlink("/proc/self/exe").parent_path() / "minimal_service").string();
   CheckSameWork(unit, service, minimal);
 
   std::vector<double> ratios, processor_ratios, ours, theirs;
@@ -120,17 +120,17 @@ int Run(int argc, char** argv) {
   }
   const auto [least, most] = std::minmax_element(ratios.begin(), ratios.end());
   std::fprintf(stderr, "service %.1f us, minimal %.1f us; %ld pairs, ratios from %.2f to %.2f\n",
-               bench::Median(ours) * 1e6, bench::Median(theirs) * 1e6, rounds, *least, *most);
-  const double ratio = bench::Median(ratios);
-  bench::Row("round trip of a version query / minimal program", bench::Number(ratio, 2),
+               setup::Median(ours) * 1e6, setup::Median(theirs) * 1e6, rounds, *least, *most);
+  const double ratio = setup::Median(ratios);
+  setup::Row("round trip of a version query / minimal program", setup::Number(ratio, 2),
              "at most 1.25", ratio <= kGoal);
-  bench::Row("processor time of the service for it / minimal program's",
-             bench::Number(bench::Median(processor_ratios), 2), "", true);
+  setup::Row("processor time of the service for it / minimal program's",
+             setup::Number(setup::Median(processor_ratios), 2), "", true);
   return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  return bench::Main([&] { return Run(argc, argv); });
+  return setup::Main([&] { return Run(argc, argv); });
 }

@@ -27,10 +27,10 @@
 #include <vector>
 
 #include "platform/io.h"
-#include "wire/at_packet.h"
 #include "qnx/bench_link.h"
+#include "wire/at_packet.h"
 
-namespace bench {
+namespace setup {
 
 using Bytes = std::vector<std::uint8_t>;
 using Clock = std::chrono::steady_clock;
@@ -281,6 +281,6 @@ int Main(Body body) {
   }
 }
 
-}  // namespace bench
+}  // namespace setup
 
 #endif  // KORVANDIS_BENCHMARKS_SETUP_H

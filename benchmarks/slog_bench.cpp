@@ -38,10 +38,9 @@ BENCHMARK(BM_Logbase);
 BENCHMARK(BM_LogbaseText);
 
 int Run(int argc, char** argv) {
-  const bench::TempRoot root;
-  bench::fs::create_directory(root.path() + "/dev");
-  if (qnx::CreateSlogRing(root.path() + qnx::kSlogPath, kLines) != 0)
-    bench::Fail("no log ring");
+  const setup::TempRoot root;
+  setup::fs::create_directory(root.path() + "/dev");
+  if (qnx::CreateSlogRing(root.path() + qnx::kSlogPath, kLines) != 0) setup::Fail("no log ring");
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
   return 0;
@@ -50,5 +49,5 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  return bench::Main([&] { return Run(argc, argv); });
+  return setup::Main([&] { return Run(argc, argv); });
 }

@@ -31,13 +31,13 @@ unsigned Below(Random* random, unsigned limit) {
   return static_cast<unsigned>((*random)() % limit);
 }
 
-bench::Bytes RandomBytes(Random* random, std::size_t size) {
-  bench::Bytes bytes(size);
+setup::Bytes RandomBytes(Random* random, std::size_t size) {
+  setup::Bytes bytes(size);
   for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>((*random)());
   return bytes;
 }
 
-bench::Bytes Text(const char* text) { return bench::Bytes(text, text + std::strlen(text)); }
+setup::Bytes Text(const char* text) { return setup::Bytes(text, text + std::strlen(text)); }
 
 // --- packets ------------------------------------------------------------------------------------
 
@@ -46,7 +46,7 @@ bench::Bytes Text(const char* text) { return bench::Bytes(text, text + std::strl
 const struct {
   std::uint8_t command;
   std::uint8_t sub_command;
-  bench::Bytes parameters;
+  setup::Bytes parameters;
 } kRequests[] = {
     {0, 0, {2}},
     {0, 0, {6}},
@@ -109,24 +109,24 @@ const struct {
     {13, 3, {}},
 };
 const std::uint8_t kCommands[] = {0, 3, 4, 5, 7, 10, 12, 13};
-const bench::Bytes kCalibration = wire::BuildRequest(6, 4, {});
+const setup::Bytes kCalibration = wire::BuildRequest(6, 4, {});
 
 // Answered at once with an empty reply, and not among the packets.
 const std::uint8_t kVersionCommand = 7;
 const std::uint8_t kQuestionSubCommand = 255;
-const bench::Bytes kQuestion = wire::BuildRequest(kVersionCommand, kQuestionSubCommand, {});
+const setup::Bytes kQuestion = wire::BuildRequest(kVersionCommand, kQuestionSubCommand, {});
 
-bench::Bytes ValidPacket(Random* random) {
+setup::Bytes ValidPacket(Random* random) {
   const auto& request = kRequests[Below(random, static_cast<unsigned>(std::size(kRequests)))];
   return wire::BuildRequest(request.command, request.sub_command, request.parameters);
 }
 
 // A command with whatever parameters, and text that means something to whoever reads it.
-bench::Bytes WildPacket(Random* random) {
+setup::Bytes WildPacket(Random* random) {
   static const char* const kTexts[] = {
       "a\nb:n:1", "x::y\nz",  "@control\nmsg::location", "%s%n%d",          "-mac",
       "\n\n:::",  "\"\\{[}]", "command:json:{\"a\":",    "\xff\xfe\xc0\x80"};
-  bench::Bytes parameters =
+  setup::Bytes parameters =
       RandomBytes(random, Below(random, 2) == 0 ? Below(random, 8) : Below(random, 255));
   if (Below(random, 2) == 0)
     parameters = Text(kTexts[Below(random, static_cast<unsigned>(std::size(kTexts)))]);
@@ -139,8 +139,8 @@ bench::Bytes WildPacket(Random* random) {
 
 // A packet that breaks the format: cut, with lengths that lie, of another type, for nobody, or any
 // bytes at all.
-bench::Bytes BrokenPacket(Random* random) {
-  bench::Bytes packet = WildPacket(random);
+setup::Bytes BrokenPacket(Random* random) {
+  setup::Bytes packet = WildPacket(random);
   const std::size_t record = wire::kHeaderSize + wire::kLinkSize;
   switch (Below(random, 7)) {
     case 0:
@@ -169,9 +169,9 @@ bench::Bytes BrokenPacket(Random* random) {
   return packet;
 }
 
-std::vector<bench::Bytes> DrawPackets(long count, unsigned seed) {
+std::vector<setup::Bytes> DrawPackets(long count, unsigned seed) {
   Random random(seed);
-  std::vector<bench::Bytes> packets;
+  std::vector<setup::Bytes> packets;
   for (long i = 0; i < count; ++i) {
     const unsigned kind = Below(&random, 100);
     packets.push_back(kind < 60   ? ValidPacket(&random)
@@ -190,15 +190,15 @@ struct Held {
   int descriptors;
 };
 
-Held Look(const bench::Process& process) {
+Held Look(const setup::Process& process) {
   return {process.Memory("Rss"), process.Memory("Anonymous"), process.Descriptors()};
 }
 
 // Asks the unit itself, which gives back first what it can.
-Held Look(const bench::Unit& unit) {
+Held Look(const setup::Unit& unit) {
   static const char kAnswer[] = "ok heap ";
   const std::string answer = unit.Ask("memory");
-  if (answer.compare(0, std::strlen(kAnswer), kAnswer) != 0) bench::Fail(answer);
+  if (answer.compare(0, std::strlen(kAnswer), kAnswer) != 0) setup::Fail(answer);
   Held held = Look(unit.process());
   held.in_use = std::strtol(answer.c_str() + std::strlen(kAnswer), nullptr, 10) / 1024;
   return held;
@@ -206,22 +206,22 @@ Held Look(const bench::Unit& unit) {
 
 // The services behind the objects may still be at work when the service has answered. One position
 // a second goes on.
-void AwaitIdle(const bench::Process& process) {
+void AwaitIdle(const setup::Process& process) {
   const double kIdle = 0.002;  // seconds of processor time
   for (int i = 0; i < 100; ++i) {
     const double before = process.ProcessorTime();
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     if (process.ProcessorTime() - before < kIdle) return;
   }
-  bench::Fail("the unit does not come to rest");
+  setup::Fail("the unit does not come to rest");
 }
 
 class Soak {
  public:
-  Soak(const bench::Unit& unit, const bench::Process& service) : unit_(unit), service_(service) {}
+  Soak(const setup::Unit& unit, const setup::Process& service) : unit_(unit), service_(service) {}
 
   // Sends packets in their order until there were `count` in all, and returns when all are done.
-  void SendUntil(const std::vector<bench::Bytes>& packets, long count) {
+  void SendUntil(const std::vector<setup::Bytes>& packets, long count) {
     while (next_ < count) {
       station_.Send(packets[static_cast<std::size_t>(next_) % packets.size()]);
       if (++next_ % kBatch == 0) Settle();
@@ -240,14 +240,14 @@ class Soak {
     station_.Send(kQuestion);
     for (;;) {
       wire::Reply reply{};
-      if (!wire::ParseReply(station_.Receive(), &reply)) bench::Fail("a reply that is none");
+      if (!wire::ParseReply(station_.Receive(), &reply)) setup::Fail("a reply that is none");
       if (reply.command == kVersionCommand && reply.sub_command == kQuestionSubCommand) return;
     }
   }
 
-  const bench::Unit& unit_;
-  const bench::Process& service_;
-  bench::Station station_;
+  const setup::Unit& unit_;
+  const setup::Process& service_;
+  setup::Station station_;
   long next_ = 0;
 };
 
@@ -259,24 +259,24 @@ bool Compare(const char* who, const Held& before, const Held& after) {
                 "%ld to %ld KiB in use, %ld to %ld resident, %d to %d descriptors", before.in_use,
                 after.in_use, before.resident, after.resident, before.descriptors,
                 after.descriptors);
-  bench::Row(std::string("soak: what the ") + who + " holds at 10 % and at the end", text, "equal",
+  setup::Row(std::string("soak: what the ") + who + " holds at 10 % and at the end", text, "equal",
              same);
   return same;
 }
 
 int Run(int argc, char** argv) {
-  const long packets = bench::Argument(argc, argv, 1, kPackets);
-  const long seed = bench::Argument(argc, argv, 2, 1);
-  const bench::Unit unit;
+  const long packets = setup::Argument(argc, argv, 1, kPackets);
+  const long seed = setup::Argument(argc, argv, 2, 1);
+  const setup::Unit unit;
   // The calibration is over at once: its length is the script's, not the service's.
   std::ofstream(unit.root() + "/zmapps/etc/calib-recalibrate.sh") << "#!/bin/sh\n";
-  const bench::Process service(unit.root(), {bench::BinaryPath("korvandis")});
+  const setup::Process service(unit.root(), {setup::BinaryPath("korvandis")});
   unit.WaitForService(true);
 
-  const std::vector<bench::Bytes> drawn =
+  const std::vector<setup::Bytes> drawn =
       DrawPackets(std::max(1L, packets / kRounds), static_cast<unsigned>(seed));
   Soak soak(unit, service);
-  const auto start = bench::Clock::now();
+  const auto start = setup::Clock::now();
   std::vector<std::pair<Held, Held>> looks;
   for (long tenth = 1; tenth <= 10; ++tenth) {
     soak.SendUntil(drawn, packets * tenth / 10);
@@ -288,14 +288,14 @@ int Run(int argc, char** argv) {
   }
   const auto before = looks.front();
   const auto after = looks.back();
-  const double seconds = bench::Seconds(bench::Clock::now() - start);
+  const double seconds = setup::Seconds(setup::Clock::now() - start);
 
-  bench::Row("soak: packets a second, " + std::to_string(packets) + " in all",
-             bench::Number(static_cast<double>(packets) / seconds, 0), "", true);
+  setup::Row("soak: packets a second, " + std::to_string(packets) + " in all",
+             setup::Number(static_cast<double>(packets) / seconds, 0), "", true);
   const bool service_same = Compare("service", before.first, after.first);
   const bool unit_same = Compare("unit", before.second, after.second);
-  bench::Row("resident memory of the service after " + std::to_string(packets) + " packets",
-             bench::Number(static_cast<double>(after.first.resident) / 1024, 2) + " MiB",
+  setup::Row("resident memory of the service after " + std::to_string(packets) + " packets",
+             setup::Number(static_cast<double>(after.first.resident) / 1024, 2) + " MiB",
              "under 4 MiB", static_cast<double>(after.first.resident) < kMemoryGoal);
   return service_same && unit_same ? 0 : 1;
 }
@@ -303,5 +303,5 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  return bench::Main([&] { return Run(argc, argv); });
+  return setup::Main([&] { return Run(argc, argv); });
 }

@@ -14,22 +14,22 @@
 
 namespace {
 
-char const kSystemInfo[] = "/pps/zelmar/setting/systeminfo";
-char const kAvrcpControl[] = "/pps/services/bluetooth/avrcp/control";
-char const kHandsfreeControl[] = "/pps/services/handsfree/control";
-char const kBtSettings[] = "/pps/services/bluetooth/settings";
-char const kBtControl[] = "/pps/zelmar/setting/bt_control";
+const char kSystemInfo[] = "/pps/zelmar/setting/systeminfo";
+const char kAvrcpControl[] = "/pps/services/bluetooth/avrcp/control";
+const char kHandsfreeControl[] = "/pps/services/handsfree/control";
+const char kBtSettings[] = "/pps/services/bluetooth/settings";
+const char kBtControl[] = "/pps/zelmar/setting/bt_control";
 
 // Chosen by the first parameter byte.
-char const* const sPreNext[2] = {"previous", "next"};
-char const* const sPlayStop[2] = {"play", "stop"};
-char const* const sHangupCall[2] = {"HFP_ACCEPT", "HFP_HANGUP"};
+const char* const sPreNext[2] = {"previous", "next"};
+const char* const sPlayStop[2] = {"play", "stop"};
+const char* const sHangupCall[2] = {"HFP_ACCEPT", "HFP_HANGUP"};
 
 std::size_t const kTextSize = 128;     // name or pairing code
 std::size_t const kNumberSize = 35;    // phone number
 std::size_t const kPPSTextSize = 126;  // MAC or name as read
-int const kMacInput = 8;               // bytes taken; the first 6 are used
-int const kMacFields = 6;
+const int kMacInput = 8;               // bytes taken; the first 6 are used
+const int kMacFields = 6;
 
 // The value of a hexadecimal digit, -1 for any other character.
 int DigitValue(char c) {
@@ -73,23 +73,23 @@ bool CmdBtChgName::Work(pkg* record) {
   }
 }
 
-bool CmdBtChgName::WriteText(pkg const* record, char const* path, char const* attribute) {
+bool CmdBtChgName::WriteText(const pkg* record, const char* path, const char* attribute) {
   char text[kTextSize];
   if (!ParameterText(record, text, sizeof(text))) return true;
   return WritePPS(path, attribute, text, O_WRONLY) != 0;
 }
 
-bool CmdBtChgName::WriteSelected(pkg const* record, char const* path,
-                                 char const* const (&commands)[2]) {
-  unsigned char const selector = Selector(record);
+bool CmdBtChgName::WriteSelected(const pkg* record, const char* path,
+                                 const char* const (&commands)[2]) {
+  const unsigned char selector = Selector(record);
   if (selector > 1) return true;
   return WritePPS(path, "command", commands[selector], O_WRONLY) != 0;
 }
 
-bool CmdBtChgName::Dial(pkg const* record) {
+bool CmdBtChgName::Dial(const pkg* record) {
   char number[kNumberSize];
   if (!ParameterText(record, number, sizeof(number))) return true;
-  int const fd = platform::open(kHandsfreeControl, O_WRONLY, kPPSMode);
+  const int fd = platform::open(kHandsfreeControl, O_WRONLY, kPPSMode);
   if (fd < 0) {
     std::fprintf(stderr, "open(/pps/services/handsfree/control) failed\n");
     return false;
@@ -100,7 +100,7 @@ bool CmdBtChgName::Dial(pkg const* record) {
   pps_encoder_add_string(&encoder, "command", "HFP_CALL");
   pps_encoder_add_string(&encoder, "cmd_data", number);
   pps_encoder_end_object(&encoder);
-  char const* const text = pps_encoder_buffer(&encoder);
+  const char* const text = pps_encoder_buffer(&encoder);
   if (text != nullptr) {
     platform::write(fd, text, static_cast<std::size_t>(pps_encoder_length(&encoder)));
   }
@@ -109,8 +109,8 @@ bool CmdBtChgName::Dial(pkg const* record) {
   return true;
 }
 
-bool CmdBtChgName::Switch(pkg const* record) {
-  unsigned char const selector = Selector(record);
+bool CmdBtChgName::Switch(const pkg* record) {
+  const unsigned char selector = Selector(record);
   LOGBASE(LOG_LEV_DEBUG, "Work", "---CmdBtChgName, set BT switch to : %d\n", selector);
   if (selector > 1) {
     LOGBASE(LOG_LEV_ERROR, "Work", "CmdBtChgName, BT_SET_SWITCH, unknown cmd : %d\n", selector);
@@ -119,8 +119,8 @@ bool CmdBtChgName::Switch(pkg const* record) {
   return WritePPS(kBtControl, "zmbt_switch", selector == 1 ? "on" : "off", O_WRONLY) != 0;
 }
 
-bool CmdBtChgName::WriteMacAddr(pkg const* record) {
-  int const count = ParameterCount();
+bool CmdBtChgName::WriteMacAddr(const pkg* record) {
+  const int count = ParameterCount();
   if (count > kMacInput) {
     LOGBASE(LOG_LEV_ERROR, "Work", "MAC of %d bytes does not fit %d, refused!\n", count, kMacInput);
     return true;
@@ -162,9 +162,9 @@ bool CmdBtChgName::GetBtMacAddr(std::vector<int>& fields) {
   LOGBASE(LOG_LEV_DEBUG, "GetBtMacAddr", "CmdBtChgName, mac = %s\n", text);
   fields.clear();
   unsigned field = 0;  // unsigned: a field of many digits keeps its low bits
-  for (char const* c = text; *c != '\0'; ++c) {
+  for (const char* c = text; *c != '\0'; ++c) {
     LOGBASE(LOG_LEV_DEBUG, "GetBtMacAddr", "CmdBtChgName, c = %c\n", *c);
-    int const digit = DigitValue(*c);
+    const int digit = DigitValue(*c);
     if (digit >= 0) {
       field = field * 16 + static_cast<unsigned>(digit);
       continue;
@@ -187,6 +187,6 @@ void CmdBtChgName::SendName() {
   if (GetPPSStringVal(kSystemInfo, "zmlocalname", name) == 0 || name.empty()) name = "error";
   char text[kPPSTextSize];
   CopyText(text, sizeof(text), name.c_str());
-  Reply(reinterpret_cast<unsigned char const*>(text), static_cast<int>(std::strlen(text)));
+  Reply(reinterpret_cast<const unsigned char*>(text), static_cast<int>(std::strlen(text)));
   LOGBASE(LOG_LEV_DEBUG, "Work", "BT_GET_NAME, name = %s\n", text);
 }

@@ -32,11 +32,11 @@ class CmdBtChgName : public Cmd {
   void Hex2char(unsigned char value, char* digit);
 
  private:
-  bool WriteText(pkg const* record, char const* path, char const* attribute);
-  bool WriteSelected(pkg const* record, char const* path, char const* const (&commands)[2]);
-  bool Dial(pkg const* record);
-  bool Switch(pkg const* record);
-  bool WriteMacAddr(pkg const* record);
+  bool WriteText(const pkg* record, const char* path, const char* attribute);
+  bool WriteSelected(const pkg* record, const char* path, const char* const (&commands)[2]);
+  bool Dial(const pkg* record);
+  bool Switch(const pkg* record);
+  bool WriteMacAddr(const pkg* record);
   void SendMacAddr();
   void SendName();
 };

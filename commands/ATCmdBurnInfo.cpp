@@ -12,31 +12,31 @@
 
 namespace {
 
-char const kDevice[] = "/dev/sysinfo";
-char const kHostSN[] = "/pps/zelmar/system/hostsn";
+const char kDevice[] = "/dev/sysinfo";
+const char kHostSN[] = "/pps/zelmar/system/hostsn";
 
 // Sub-commands.
-unsigned char const kWriteMachineSN = 2;
-unsigned char const kReadMachineSN = 3;
-unsigned char const kWriteUUID = 10;
-unsigned char const kReadUUID = 11;
+const unsigned char kWriteMachineSN = 2;
+const unsigned char kReadMachineSN = 3;
+const unsigned char kWriteUUID = 10;
+const unsigned char kReadUUID = 11;
 
-int const kIdentitySize = static_cast<int>(sizeof(sysinfo_param_t().uuid));
-int const kUUIDLength = 16;
-int const kMachineSNLength = 20;
+const int kIdentitySize = static_cast<int>(sizeof(sysinfo_param_t().uuid));
+const int kUUIDLength = 16;
+const int kMachineSNLength = 20;
 
 // What the two identities differ in.
 struct Identity {
-  char const* setName;  // as its lines name the write
+  const char* setName;  // as its lines name the write
   std::uint32_t get;
   std::uint32_t set;
-  char const* getDcmd;
-  char const* setDcmd;
+  const char* getDcmd;
+  const char* setDcmd;
 };
 
-Identity const kUUID = {"SetUUID", DCMD_SYS_INFO_GET_UUID, DCMD_SYS_INFO_SET_UUID,
+const Identity kUUID = {"SetUUID", DCMD_SYS_INFO_GET_UUID, DCMD_SYS_INFO_SET_UUID,
                         "DCMD_SYS_INFO_GET_UUID", "DCMD_SYS_INFO_SET_UUID"};
-Identity const kMachineSN = {"SetMachineSN", DCMD_SYS_INFO_GET_BAR_CODE, DCMD_SYS_INFO_SET_BAR_CODE,
+const Identity kMachineSN = {"SetMachineSN", DCMD_SYS_INFO_GET_BAR_CODE, DCMD_SYS_INFO_SET_BAR_CODE,
                              "DCMD_SYS_INFO_GET_BAR_CODE", "DCMD_SYS_INFO_SET_BAR_CODE"};
 
 int Request(int fd, std::uint32_t dcmd, sysinfo_param_t* record) {
@@ -44,14 +44,14 @@ int Request(int fd, std::uint32_t dcmd, sysinfo_param_t* record) {
 }
 
 // Reads one identity into a zeroed record whose length is then within 0..32.
-bool Read(Identity const& identity, sysinfo_param_t* record) {
+bool Read(const Identity& identity, sysinfo_param_t* record) {
   *record = sysinfo_param_t();
-  int const fd = platform::open(kDevice, O_RDWR);
+  const int fd = platform::open(kDevice, O_RDWR);
   if (fd < 0) {
     std::fprintf(stderr, "open /dev/sysinfo failed!\n");
     return false;
   }
-  int const error = Request(fd, identity.get, record);
+  const int error = Request(fd, identity.get, record);
   ::close(fd);
   if (error != 0) {
     std::fprintf(stderr, "%s: devctl failed, errno=%d \n", identity.getDcmd, error);
@@ -61,7 +61,7 @@ bool Read(Identity const& identity, sysinfo_param_t* record) {
   return true;
 }
 
-bool Write(Identity const& identity, char const* text, int length) {
+bool Write(const Identity& identity, const char* text, int length) {
   sysinfo_param_t record = sysinfo_param_t();
   std::size_t const size = std::strlen(text);
   if (size > sizeof(record.uuid)) {
@@ -71,12 +71,12 @@ bool Write(Identity const& identity, char const* text, int length) {
   }
   std::memcpy(record.uuid, text, size);
   record.length = length != 0 ? length : kUUIDLength;
-  int const fd = platform::open(kDevice, O_RDWR);
+  const int fd = platform::open(kDevice, O_RDWR);
   if (fd < 0) {
     std::printf("%s: open /dev/sysinfo failed! \n", identity.setName);
     return false;
   }
-  int const error = Request(fd, identity.set, &record);
+  const int error = Request(fd, identity.set, &record);
   ::close(fd);
   if (error != 0) {
     std::printf("%s: %s: devctl failed, errno=%d \n", identity.setName, identity.setDcmd, error);
@@ -87,7 +87,7 @@ bool Write(Identity const& identity, char const* text, int length) {
 }
 
 // Room for the longest parameter text.
-int const kTextSize = 256;
+const int kTextSize = 256;
 
 }  // namespace
 
@@ -112,7 +112,7 @@ bool CmdBurnInfo::Work(pkg* record) {
   return true;
 }
 
-void CmdBurnInfo::WriteMachineSN(pkg const* record) {
+void CmdBurnInfo::WriteMachineSN(const pkg* record) {
   std::fprintf(stderr, "cmd_UUID_sub_write(cmd:'%d') \n", m_subCmd);
   char text[kTextSize];
   ParameterText(record, text, sizeof(text));
@@ -122,7 +122,7 @@ void CmdBurnInfo::WriteMachineSN(pkg const* record) {
   WritePPS(kHostSN, "sn", text, O_WRONLY | O_CREAT);
 }
 
-void CmdBurnInfo::WriteUUID(pkg const* record) {
+void CmdBurnInfo::WriteUUID(const pkg* record) {
   std::fprintf(stderr, "cmd_UUID_sub_write(cmd:'%d') \n", m_subCmd);
   char text[kTextSize];
   ParameterText(record, text, sizeof(text));
@@ -155,8 +155,8 @@ bool CmdBurnInfo::GetMachineSN(unsigned char* identity, int& length) {
   return true;
 }
 
-bool CmdBurnInfo::SetUUID(char const* text, int length) { return Write(kUUID, text, length); }
+bool CmdBurnInfo::SetUUID(const char* text, int length) { return Write(kUUID, text, length); }
 
-bool CmdBurnInfo::SetMachineSN(char const* text, int length) {
+bool CmdBurnInfo::SetMachineSN(const char* text, int length) {
   return Write(kMachineSN, text, length);
 }

@@ -16,12 +16,12 @@ class CmdBurnInfo : public Cmd {
   // Burn in an identity text of at most 32 bytes with a `length` (0 means 16). True when the driver
   // took it; a longer text is refused with one line on standard output and never reaches the
   // driver.
-  bool SetUUID(char const* text, int length);
-  bool SetMachineSN(char const* text, int length);
+  bool SetUUID(const char* text, int length);
+  bool SetMachineSN(const char* text, int length);
 
  private:
-  void WriteUUID(pkg const* record);
-  void WriteMachineSN(pkg const* record);
+  void WriteUUID(const pkg* record);
+  void WriteMachineSN(const pkg* record);
   void SendIdentity(bool (CmdBurnInfo::*read)(unsigned char*, int&), int nominalLength);
 };
 

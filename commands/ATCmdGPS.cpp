@@ -13,23 +13,23 @@
 
 namespace {
 
-char const kNaviCommand[] = "/pps/zelmar/navigation/command";
-char const kNaviStatus[] = "/pps/zelmar/navigation/status";
+const char kNaviCommand[] = "/pps/zelmar/navigation/command";
+const char kNaviStatus[] = "/pps/zelmar/navigation/status";
 
 // Sub-commands.
-unsigned char const kSensitivity = 0;
-unsigned char const kPosition = 2;
-unsigned char const kSpeed = 3;
-unsigned char const kAngle = 4;
-unsigned char const kNavi5 = 5;
-unsigned char const kNaviTest = 6;
-unsigned char const kNavi10 = 7;
+const unsigned char kSensitivity = 0;
+const unsigned char kPosition = 2;
+const unsigned char kSpeed = 3;
+const unsigned char kAngle = 4;
+const unsigned char kNavi5 = 5;
+const unsigned char kNaviTest = 6;
+const unsigned char kNavi10 = 7;
 
-int const kBytesPerSatellite = 4;
-int const kMaxListed = (CmdGPS::kReplySize - 1) / kBytesPerSatellite;
+const int kBytesPerSatellite = 4;
+const int kMaxListed = (CmdGPS::kReplySize - 1) / kBytesPerSatellite;
 static_assert(kMaxListed == 19, "what the reply buffer has room for");
 
-char const kNoAngle[] = "    ";
+const char kNoAngle[] = "    ";
 
 // C/N0 as a 32-bit integer, truncated toward zero; out of range it is clamped, not finite it is 0.
 std::int32_t ToInteger(double cno) {
@@ -53,7 +53,7 @@ void PutDouble(unsigned char* bytes, double value) {
 
 }  // namespace
 
-int const CmdGPS::kReplySize;
+const int CmdGPS::kReplySize;
 
 CmdGPS::CmdGPS() : m_gpsController(nullptr) { Init(); }
 
@@ -121,12 +121,12 @@ bool CmdGPS::Work(pkg* record) {
 
 void CmdGPS::GetSensitivityBuf(unsigned char* buffer, int& length) {
   GpsData* const store = GpsData::GetInstance();
-  GpsDataLock const lock(store);
-  int const count = store->m_satCount < kMaxListed ? store->m_satCount : kMaxListed;
+  const GpsDataLock lock(store);
+  const int count = store->m_satCount < kMaxListed ? store->m_satCount : kMaxListed;
   length = 0;
   buffer[length++] = static_cast<unsigned char>(count);
   for (int i = 0; i < count; ++i) {
-    GpsSatellite const& satellite = store->m_satellites[i];
+    const GpsSatellite& satellite = store->m_satellites[i];
     std::uint32_t const cno = static_cast<std::uint32_t>(ToInteger(satellite.cno));
     buffer[length++] = static_cast<unsigned char>(satellite.id & 0xFF);
     buffer[length++] = static_cast<unsigned char>(cno >> 16);
@@ -139,7 +139,7 @@ void CmdGPS::SendPosition() {
   unsigned char data[2 * sizeof(double)];
   {
     GpsData* const store = GpsData::GetInstance();
-    GpsDataLock const lock(store);
+    const GpsDataLock lock(store);
     PutDouble(data, store->m_longitude);
     PutDouble(data + sizeof(double), store->m_latitude);
   }
@@ -150,19 +150,19 @@ void CmdGPS::SendSpeed() {
   int speed = 0;
   {
     GpsData* const store = GpsData::GetInstance();
-    GpsDataLock const lock(store);
+    const GpsDataLock lock(store);
     speed = store->m_speed;
   }
   char text[kReplySize] = {0};
   std::snprintf(text, sizeof(text), "%0.1f", static_cast<double>(speed));
-  Reply(reinterpret_cast<unsigned char const*>(text), sizeof(text));
+  Reply(reinterpret_cast<const unsigned char*>(text), sizeof(text));
 }
 
 void CmdGPS::SendAngle() {
   char text[kReplySize] = {0};
   SendMsg2Navi(NAVI_MSG_ANGLE);
   GetAngle(text);
-  Reply(reinterpret_cast<unsigned char const*>(text), sizeof(text));
+  Reply(reinterpret_cast<const unsigned char*>(text), sizeof(text));
 }
 
 bool CmdGPS::SendMsg2Navi(E_NAVI_MSG_CMD command) {
@@ -178,7 +178,7 @@ void CmdGPS::GetAngle(char* buffer) {
 
   pps_decoder_t decoder;
   int msg = 0;
-  char const* dat = nullptr;
+  const char* dat = nullptr;
   pps_decoder_initialize(&decoder, nullptr);
   pps_decoder_parse_pps_str(&decoder, object);
   if (pps_decoder_push(&decoder, nullptr) == PPS_DECODER_OK) {
@@ -200,7 +200,7 @@ void CmdGPS::GetAngle(char* buffer) {
   } else {
     std::fprintf(stderr, "dat is NULL\xEF\xBC\x81 \n");
   }
-  int const status = pps_decoder_status(&decoder, true);
+  const int status = pps_decoder_status(&decoder, true);
   if (status != PPS_DECODER_OK) {
     std::fprintf(stderr, "pps_decoder_*() failed.pps_decoder_status (%d)\n", status);
   }
@@ -213,7 +213,7 @@ void CmdGPS::GetAngle(char* buffer) {
 void CmdGPS::GetAngleStr(char* text) {
   if (text == nullptr) return;
   std::fprintf(stderr, "frmStr(%s) \n", text);
-  char const* const last = std::strrchr(text, '=');
+  const char* const last = std::strrchr(text, '=');
   if (last == nullptr) {
     std::memcpy(text, kNoAngle, sizeof(kNoAngle));
     return;

@@ -42,7 +42,7 @@ class CmdGPS : public Cmd {
   // text must have room for them.
   void GetAngleStr(char* text);
 
-  static int const kReplySize = 78;
+  static const int kReplySize = 78;
 
  private:
   void SendPosition();

@@ -12,14 +12,14 @@
 
 namespace {
 
-unsigned char const KEY_CALIBRATION = 4;
+const unsigned char KEY_CALIBRATION = 4;
 
-char const kScript[] = "/zmapps/etc/calib-recalibrate.sh";
-int const kScriptArgument = 1;
-int const kScriptLimit = 60000;  // seconds
+const char kScript[] = "/zmapps/etc/calib-recalibrate.sh";
+const int kScriptArgument = 1;
+const int kScriptLimit = 60000;  // seconds
 
 std::uint32_t const kTicksPerSecond = 100;
-useconds_t const kPollInterval = 100000;  // microseconds
+const useconds_t kPollInterval = 100000;  // microseconds
 
 }  // namespace
 
@@ -32,10 +32,10 @@ bool CmdKey::Work(pkg* record) {
   return ExcuteShell(kScript, argument, kScriptLimit);
 }
 
-bool CmdKey::ExcuteShell(char const* path, char const* argument, int limit) {
+bool CmdKey::ExcuteShell(const char* path, const char* argument, int limit) {
   LOGBASE(LOG_LEV_DEBUG, "ExcuteShell", "script:%s", path);
   char* const arguments[] = {const_cast<char*>(path), const_cast<char*>(argument), nullptr};
-  pid_t const script = ::spawnv(P_NOWAIT, path, arguments);
+  const pid_t script = ::spawnv(P_NOWAIT, path, arguments);
   LOGBASE(LOG_LEV_DEBUG, "ExcuteShell", "@@@@@@ pid = %d\n", script);
   if (script <= 0) return false;
 

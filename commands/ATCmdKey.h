@@ -11,7 +11,7 @@ class CmdKey : public Cmd {
   // Runs the script at `path` with one argument and waits at most `limit` seconds for it. True when
   // it exited with 0, and also when it outlived the limit: it is then left running. False when it
   // could not be started, was killed or exited with another code. Blocks its caller.
-  bool ExcuteShell(char const* path, char const* argument, int limit);
+  bool ExcuteShell(const char* path, const char* argument, int limit);
 };
 
 #endif  // KORVANDIS_COMMANDS_ATCMDKEY_H

@@ -10,9 +10,9 @@
 
 namespace {
 
-char const kDiscDevice[] = "/pps/zelmar/disc/device";
-char const kDiscStatus[] = "/pps/zelmar/disc/status";
-char const kDiscSetting[] = "/pps/zelmar/disc/setting_status";
+const char kDiscDevice[] = "/pps/zelmar/disc/device";
+const char kDiscStatus[] = "/pps/zelmar/disc/status";
+const char kDiscSetting[] = "/pps/zelmar/disc/setting_status";
 
 enum MEDIA_SUB_CMD {
   MEDIA_PRE_NEXT = 0,
@@ -28,12 +28,12 @@ enum MEDIA_SUB_CMD {
 };
 
 // Framework identifiers of the sources that have a player.
-unsigned char const kDisc = 1;
-unsigned char const kSd = 2;
-unsigned char const kRusb = 4;
+const unsigned char kDisc = 1;
+const unsigned char kSd = 2;
+const unsigned char kRusb = 4;
 
-int const kDiscStatePlaying = 22;
-unsigned char const kMaxRegion = 6;
+const int kDiscStatePlaying = 22;
+const unsigned char kMaxRegion = 6;
 
 // The parameter bytes that each sub-command reads.
 int ParametersOf(unsigned char subCommand) {
@@ -50,7 +50,7 @@ int ParametersOf(unsigned char subCommand) {
   }
 }
 
-unsigned short BigEndian(unsigned char const* bytes) {
+unsigned short BigEndian(const unsigned char* bytes) {
   return static_cast<unsigned short>(bytes[0] << 8 | bytes[1]);
 }
 
@@ -63,7 +63,7 @@ bool CmdMedia::Work(pkg* record) {
   std::fprintf(stderr, "CmdMedia::Work? \n");
   if (!GetHead(record)) return false;
   std::fprintf(stderr, "CmdMedia::Work! \n");
-  unsigned char const* const parameters = record->Parameters();
+  const unsigned char* const parameters = record->Parameters();
 
   Src src;
   src.GetNowPlaying();
@@ -119,17 +119,17 @@ bool CmdMedia::HasParameters(int needed) const {
   return false;
 }
 
-bool CmdMedia::SendNumber(char const* path, char const* attribute) {
+bool CmdMedia::SendNumber(const char* path, const char* attribute) {
   int value = 0;
   GetPPSIntVal(path, attribute, value);
-  unsigned char const data = Low(value);
+  const unsigned char data = Low(value);
   return Reply(&data, 1) != 0;
 }
 
 bool CmdMedia::SendDiscState() {
   int state = 0;
   GetPPSIntVal(kDiscStatus, "discstate", state);
-  unsigned char const playing = state == kDiscStatePlaying ? 1 : 0;
+  const unsigned char playing = state == kDiscStatePlaying ? 1 : 0;
   return Reply(&playing, 1) != 0;
 }
 
@@ -137,7 +137,7 @@ bool CmdMedia::SendDiscPosition(MediaDISC* disc) {
   int folder = 0;
   int songNo = 0;
   if (disc != nullptr) disc->GetSongNo(songNo, folder);
-  unsigned char const data[] = {Low(folder / 256), Low(folder % 256), Low(songNo / 256),
+  const unsigned char data[] = {Low(folder / 256), Low(folder % 256), Low(songNo / 256),
                                 Low(songNo % 256)};
   return Reply(data, sizeof(data)) != 0;
 }

@@ -13,7 +13,7 @@ class CmdMedia : public Cmd {
 
  private:
   bool HasParameters(int needed) const;
-  bool SendNumber(char const* path, char const* attribute);
+  bool SendNumber(const char* path, const char* attribute);
   bool SendDiscState();
   bool SendDiscPosition(MediaDISC* disc);
 };

@@ -13,8 +13,8 @@
 
 namespace {
 
-unsigned char const kCommandNumber = 0;
-char const kLauncherDirectory[] = "/pps/services";
+const unsigned char kCommandNumber = 0;
+const char kLauncherDirectory[] = "/pps/services";
 
 }  // namespace
 
@@ -42,14 +42,14 @@ void CmdSrc::chg() {
   UpdatePPS_App_Launcher("launch zelmarapp", src.GetSrcName(m_src), "");
 }
 
-bool CmdSrc::UpdatePPS_App_Launcher(char const* command, char const* application,
-                                    char const* data) {
+bool CmdSrc::UpdatePPS_App_Launcher(const char* command, const char* application,
+                                    const char* data) {
   char directory[128];
   CopyText(directory, sizeof(directory), kLauncherDirectory);
   if (platform::access(directory, F_OK) != 0) return false;
   char path[sizeof(directory) + sizeof("/app-launcher")];
   std::snprintf(path, sizeof(path), "%s/app-launcher", directory);
-  int const fd = platform::open(path, O_RDWR | O_CREAT, kPPSMode);
+  const int fd = platform::open(path, O_RDWR | O_CREAT, kPPSMode);
   if (fd < 0) {
     LOGBASE(LOG_LEV_ERROR, "UpdatePPS_App_Launcher", "[UpdatePPS_App_Launcher]: open() failed\n");
     return false;
@@ -65,8 +65,8 @@ bool CmdSrc::UpdatePPS_App_Launcher(char const* command, char const* application
   pps_encoder_add_string(&encoder, "dat", data);
   pps_encoder_end_object(&encoder);
   pps_encoder_end_object(&encoder);
-  char const* const text = pps_encoder_buffer(&encoder);
-  bool const encoded = text != nullptr;
+  const char* const text = pps_encoder_buffer(&encoder);
+  const bool encoded = text != nullptr;
   if (encoded) platform::write(fd, text, static_cast<std::size_t>(pps_encoder_length(&encoder)));
   pps_encoder_cleanup(&encoder);
   ::close(fd);

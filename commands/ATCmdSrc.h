@@ -16,7 +16,7 @@ class CmdSrc : public Cmd {
   void report();
 
   // Writes one launcher request; true when it was written.
-  bool UpdatePPS_App_Launcher(char const* command, char const* application, char const* data);
+  bool UpdatePPS_App_Launcher(const char* command, const char* application, const char* data);
 
  private:
   unsigned char m_src;  // the test station's source code; 0 asks for a report

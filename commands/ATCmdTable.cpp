@@ -26,7 +26,7 @@ struct Row {
 };
 
 // In order of construction.
-Row const kRows[] = {
+const Row kRows[] = {
     {0, &Create<CmdSrc>},       {4, &Create<CmdBtChgName>}, {7, &Create<CmdVer>},
     {3, &Create<CmdMedia>},     {5, &Create<CmdGPS>},       {6, &Create<CmdKey>},
     {10, &Create<CmdBurnInfo>}, {12, &Create<CmdMacAuth>},  {13, &Create<CmdUsbSd>},
@@ -35,5 +35,5 @@ Row const kRows[] = {
 }  // namespace
 
 void CreateCommands(std::map<int, Cmd*>& commands) {
-  for (Row const& row : kRows) commands[row.number] = row.create();
+  for (const Row& row : kRows) commands[row.number] = row.create();
 }

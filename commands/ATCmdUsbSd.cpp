@@ -11,10 +11,10 @@ enum USB_SD_SUB_CMD {
   SD_SYNCHRONISED = 3,
 };
 
-char const kDeviceStatus[] = "/pps/zelmar/system/dev_status";
+const char kDeviceStatus[] = "/pps/zelmar/system/dev_status";
 // Without a leading slash: found when the service runs in the unit's root directory.
-char const kUsbStatus[] = "pps/zelmar/media/zmusb/status";
-char const kSdStatus[] = "pps/zelmar/media/zmsd/status";
+const char kUsbStatus[] = "pps/zelmar/media/zmusb/status";
+const char kSdStatus[] = "pps/zelmar/media/zmsd/status";
 
 }  // namespace
 
@@ -37,17 +37,17 @@ bool CmdUsbSd::Work(pkg* record) {
     default:
       return true;
   }
-  unsigned char const answer = yes ? 1 : 0;
+  const unsigned char answer = yes ? 1 : 0;
   return Reply(&answer, 1) != 0;
 }
 
-bool CmdUsbSd::IsPresent(char const* attribute) {
+bool CmdUsbSd::IsPresent(const char* attribute) {
   int value = 0;
   GetPPSIntVal(kDeviceStatus, attribute, value);
   return value == 1;
 }
 
-bool CmdUsbSd::IsSynchronised(char const* path) {
+bool CmdUsbSd::IsSynchronised(const char* path) {
   std::string value;
   return GetPPSStringVal(path, "zm_sync", value) != 0 && value == "finish";
 }

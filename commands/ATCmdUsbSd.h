@@ -9,8 +9,8 @@ class CmdUsbSd : public Cmd {
   bool Work(pkg* record) override;
 
  private:
-  bool IsPresent(char const* attribute);
-  bool IsSynchronised(char const* path);
+  bool IsPresent(const char* attribute);
+  bool IsSynchronised(const char* path);
 };
 
 #endif  // KORVANDIS_COMMANDS_ATCMDUSBSD_H

@@ -13,10 +13,10 @@
 
 namespace {
 
-char const kVersionStatus[] = "/pps/zelmar/system/version_status";
-char const kZmVersionStatus[] = "/pps/zelmar/system/zmversion_status";
-char const kNaviSystemInfo[] = "/pps/zelmar/navigation/systeminfo";
-char const kNaviInfoFile[] = "/zmnavigator/zmnavigator.info";
+const char kVersionStatus[] = "/pps/zelmar/system/version_status";
+const char kZmVersionStatus[] = "/pps/zelmar/system/zmversion_status";
+const char kNaviSystemInfo[] = "/pps/zelmar/navigation/systeminfo";
+const char kNaviInfoFile[] = "/zmnavigator/zmnavigator.info";
 
 std::size_t const kObjectSize = 16 * 1024;  // of a version object; the longest one has 5 records
 std::size_t const kInfoFileSize = 256;
@@ -48,7 +48,7 @@ bool CmdVer::Work(pkg* record) {
 
 int CmdVer::SendVer(VER_SUB_CMD subCommand) {
   if (m_mcu == nullptr) return 0;
-  auto const entry = m_verMap.find(subCommand);
+  const auto entry = m_verMap.find(subCommand);
   if (entry == m_verMap.end()) {
     Reply(nullptr, 0);
     std::fprintf(stderr, "VER_SUB_CMD is not define!('%d') \n", subCommand);
@@ -64,7 +64,7 @@ int CmdVer::SendVer(VER_SUB_CMD subCommand) {
   CopyText(info.attr, sizeof(info.attr), entry->second.attr);
   CopyText(info.ver, sizeof(info.ver), entry->second.ver);
   GetVerStr(info);
-  return Reply(reinterpret_cast<unsigned char const*>(info.verStr),
+  return Reply(reinterpret_cast<const unsigned char*>(info.verStr),
                ReplyLength(static_cast<std::size_t>(info.verLen)));
 }
 
@@ -74,9 +74,9 @@ int CmdVer::SendNaviInfo() {
   if (!ReadText(kNaviInfoFile, text, sizeof(text))) return 0;
   LOGBASE(LOG_LEV_DEBUG, "SendVer", "buf = %s\n", text);
   ReportText(text);
-  char const* const colon = std::strchr(text, ':');
-  char const* const version = colon != nullptr ? colon + 1 : text;
-  return Reply(reinterpret_cast<unsigned char const*>(version), ReplyLength(std::strlen(version)));
+  const char* const colon = std::strchr(text, ':');
+  const char* const version = colon != nullptr ? colon + 1 : text;
+  return Reply(reinterpret_cast<const unsigned char*>(version), ReplyLength(std::strlen(version)));
 }
 
 bool CmdVer::GetVerStr(infoExchg& info) {
@@ -88,7 +88,7 @@ bool CmdVer::GetVerStr(infoExchg& info) {
   ReportText(text);
 
   pps_decoder_t decoder;
-  char const* found = nullptr;
+  const char* found = nullptr;
   pps_decoder_initialize(&decoder, nullptr);
   pps_decoder_parse_pps_str(&decoder, text);
   if (pps_decoder_push(&decoder, nullptr) == PPS_DECODER_OK) {

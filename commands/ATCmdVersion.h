@@ -22,9 +22,9 @@ enum VER_SUB_CMD : int {
 
 // Where a version lies: the string member `ver` of the JSON attribute `attr` of the object `path`.
 struct verinfo {
-  char const* path;
-  char const* attr;
-  char const* ver;
+  const char* path;
+  const char* attr;
+  const char* ver;
 };
 
 // Working record of one request: what to look for, and the text found.

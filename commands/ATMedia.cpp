@@ -12,40 +12,40 @@
 #include "platform/io.h"
 #include "platform/logbase.h"
 
-char const* const DISC_CMD_cmd = "cmd";
-char const* const DISC_CMD_param1 = "param1";
-char const* const DISC_CMD_param2 = "param2";
+const char* const DISC_CMD_cmd = "cmd";
+const char* const DISC_CMD_param1 = "param1";
+const char* const DISC_CMD_param2 = "param2";
 
 namespace {
 
-char const kDiscControl[] = "/pps/zelmar/disc/control";
-char const kDiscPlaying[] = "/pps/zelmar/disc/playing";
-char const kKey[] = "/pps/zelmar/system/key";
-char const kAutotestControl[] = "/pps/zelmar/media/autotest/control";
+const char kDiscControl[] = "/pps/zelmar/disc/control";
+const char kDiscPlaying[] = "/pps/zelmar/disc/playing";
+const char kKey[] = "/pps/zelmar/system/key";
+const char kAutotestControl[] = "/pps/zelmar/media/autotest/control";
 
 std::size_t const kLineSize = 256;
 std::size_t const kValueSize = 1024;
 
 // Disc commands.
-int const kDiscStop = 129;
-int const kDiscPause = 130;
-int const kDiscPlay = 131;
-int const kDiscNext = 135;
-int const kDiscPrevious = 136;
-int const kDiscJump = 182;
-int const kDiscRepeat = 192;
-int const kDiscScan = 193;
+const int kDiscStop = 129;
+const int kDiscPause = 130;
+const int kDiscPlay = 131;
+const int kDiscNext = 135;
+const int kDiscPrevious = 136;
+const int kDiscJump = 182;
+const int kDiscRepeat = 192;
+const int kDiscScan = 193;
 
 // Key codes.
-unsigned char const kKeyPlay = 17;
-unsigned char const kKeyPause = 18;  // also stops
-unsigned char const kKeyNext = 20;
-unsigned char const kKeyPrevious = 21;
+const unsigned char kKeyPlay = 17;
+const unsigned char kKeyPause = 18;  // also stops
+const unsigned char kKeyNext = 20;
+const unsigned char kKeyPrevious = 21;
 
 // Parameter of each repeat mode's disc command; kNone: the mode belongs to the other command.
-unsigned char const kNone = 255;
-unsigned char const kRepeatParameter[] = {1, 0, 2, kNone, kNone};
-unsigned char const kScanParameter[] = {kNone, kNone, kNone, 1, 0};
+const unsigned char kNone = 255;
+const unsigned char kRepeatParameter[] = {1, 0, 2, kNone, kNone};
+const unsigned char kScanParameter[] = {kNone, kNone, kNone, 1, 0};
 
 }  // namespace
 
@@ -75,15 +75,15 @@ int Media::CtrlPlay(unsigned char operation) {
   }
 }
 
-bool Media::WritePPS(char const* path, char const* name, char const* value) {
+bool Media::WritePPS(const char* path, const char* name, const char* value) {
   char line[kLineSize];
   CopyText(line, sizeof(line), path);
-  int const fd = platform::open(line, O_RDWR | O_CREAT | O_TRUNC, Cmd::kPPSMode);
+  const int fd = platform::open(line, O_RDWR | O_CREAT | O_TRUNC, Cmd::kPPSMode);
   if (fd < 0) {
     ReportOpenFailure(line);
     return false;
   }
-  int const length = std::snprintf(line, sizeof(line), "%s:%s", name, value);
+  const int length = std::snprintf(line, sizeof(line), "%s:%s", name, value);
   platform::write(fd, line, std::min(static_cast<std::size_t>(length), sizeof(line) - 1));
   LOGBASE(LOG_LEV_INFO, "WritePPS", "%s", line);
   ::close(fd);
@@ -156,7 +156,7 @@ void MediaDISC::AskRepeatMode(unsigned char mode) {
   }
 }
 
-int MediaUsbSD::Press(char const* operation, unsigned char key) {
+int MediaUsbSD::Press(const char* operation, unsigned char key) {
   std::fprintf(stderr, "do('%s') \n", operation);
   return SendKey(key) ? 1 : 0;
 }
@@ -168,7 +168,7 @@ int MediaUsbSD::Pause() { return Press("MediaUsbSD::Pause", kKeyPause); }
 int MediaUsbSD::Stop() { return Press("MediaUsbSD::Stop", kKeyPause); }
 
 int MediaUsbSD::JumpTo(unsigned short folder, unsigned short number) {
-  int const index = number != 0 ? number - 1 : 0;
+  const int index = number != 0 ? number - 1 : 0;
   char value[kValueSize] = {0};
   std::snprintf(value, sizeof(value), "json:{\"folderid\":%d,\"index\":%d}", folder, index);
   std::fprintf(stderr, "goto(folder[%d],index[%d]') \n", folder, index);

@@ -3,12 +3,12 @@
 #define KORVANDIS_COMMANDS_ATMEDIA_H
 
 // Member names of a disc command.
-extern char const* const DISC_CMD_cmd;
-extern char const* const DISC_CMD_param1;
-extern char const* const DISC_CMD_param2;
+extern const char* const DISC_CMD_cmd;
+extern const char* const DISC_CMD_param1;
+extern const char* const DISC_CMD_param2;
 
 // Disc command that the media test command sends whatever plays.
-int const kDiscCommandSetup = 200;
+const int kDiscCommandSetup = 200;
 
 // A player. Objects live for one request. Operations return 1 when they wrote their command, else
 // 0.
@@ -29,7 +29,7 @@ class Media {
 
   // Replaces the object at `path` by one attribute line "name:value" (cut at 255 characters),
   // `value` with its encoding in front. False when it cannot be opened; it is created when missing.
-  bool WritePPS(char const* path, char const* name, char const* value);
+  bool WritePPS(const char* path, const char* name, const char* value);
 
   // Presses and releases a key of the steering wheel. True when the release was written.
   bool SendKey(unsigned char key);
@@ -74,7 +74,7 @@ class MediaUsbSD : public Media {
   int JumpTo(unsigned short folder, unsigned short number) override;
 
  private:
-  int Press(char const* operation, unsigned char key);
+  int Press(const char* operation, unsigned char key);
 };
 
 // Neither: its player operations do nothing.

@@ -12,7 +12,7 @@ namespace ZMCAR {
 namespace {
 
 // At its identifier's place.
-char const* const kSourceNames[] = {"none",       "disc",    "sd",   "usb",    "rusb",   "radio",
+const char* const kSourceNames[] = {"none",       "disc",    "sd",   "usb",    "rusb",   "radio",
                                     "hdradio",    "dab",     "sxm",  "tv",     "aux1",   "aux2",
                                     "bttel",      "btaudio", "ipod", "camera", "navi",   "pandora",
                                     "iheadradio", "tpms",    "cdc",  "dar",    "linker", "tsp",
@@ -28,11 +28,11 @@ SourcesNameIdMap::~SourcesNameIdMap() {}
 void SourcesNameIdMap::Init() {
   m_idNameMap.clear();
   unsigned char id = 0;
-  for (char const* name : kSourceNames) m_idNameMap[id++] = name;
+  for (const char* name : kSourceNames) m_idNameMap[id++] = name;
 }
 
-bool SourcesNameIdMap::GetIDByName(std::string const& name, unsigned char& id) {
-  for (auto const& entry : m_idNameMap) {
+bool SourcesNameIdMap::GetIDByName(const std::string& name, unsigned char& id) {
+  for (const auto& entry : m_idNameMap) {
     if (entry.second != name) continue;
     id = entry.first;
     return true;
@@ -45,16 +45,16 @@ bool SourcesNameIdMap::GetIDByName(std::string const& name, unsigned char& id) {
 
 namespace {
 
-char const kNowPlaying[] = "/pps/zelmar/navigator/nowplaying";
+const char kNowPlaying[] = "/pps/zelmar/navigator/nowplaying";
 std::size_t const kObjectSize = 16384;
 std::size_t const kPrefixSize = 2;  // the maker prefix of application names
 
 struct AppEntry {
   unsigned char code;  // the test station's
-  char const* name;
+  const char* name;
 };
 
-AppEntry const g_appList[] = {
+const AppEntry g_appList[] = {
     {1, "zmradio"}, {13, "zmnavi"}, {7, "zmbttel"}, {28, "zmbtaudio"}, {12, "zmsd"},
     {6, "zmusb"},   {2, "zmdisc"},  {4, "zmaux2"},  {9, "zmaux1"},     {18, "zmipod"},
 };
@@ -62,13 +62,13 @@ AppEntry const g_appList[] = {
 }  // namespace
 
 Src::Src() : m_srcID(0), m_srcName() {
-  for (AppEntry const& entry : g_appList) m_appMap[entry.code] = entry.name;
+  for (const AppEntry& entry : g_appList) m_appMap[entry.code] = entry.name;
 }
 
 Src::~Src() {}
 
-char const* Src::GetSrcName(unsigned char code) {
-  auto const entry = m_appMap.find(code);
+const char* Src::GetSrcName(unsigned char code) {
+  const auto entry = m_appMap.find(code);
   return entry != m_appMap.end() ? entry->second : "";
 }
 
@@ -76,7 +76,7 @@ void Src::GetNowPlaying() {
   char text[kObjectSize];
   if (!ReadText(kNowPlaying, text, sizeof(text))) return;
   ReportText(text);
-  char const* source = nullptr;
+  const char* source = nullptr;
   pps_decoder_t decoder;
   pps_decoder_initialize(&decoder, nullptr);
   pps_decoder_parse_pps_str(&decoder, text);
@@ -89,7 +89,7 @@ void Src::GetNowPlaying() {
   std::fprintf(stderr, "read decoder bufGet is('%s') \n", source);
   if (std::strlen(source) < kPrefixSize) return;
 
-  char const* const name = source + kPrefixSize;
+  const char* const name = source + kPrefixSize;
   if (std::strlen(name) >= sizeof(m_srcName)) {
     std::fprintf(stderr, "zmplaysource of %d bytes does not fit \n",
                  static_cast<int>(std::strlen(source)));

@@ -19,7 +19,7 @@ class SourcesNameIdMap {
 
   // Sets `id` to that of the source named exactly `name`; false, with `id` as it was, when there is
   // none.
-  bool GetIDByName(std::string const& name, unsigned char& id);
+  bool GetIDByName(const std::string& name, unsigned char& id);
 
  private:
   std::map<unsigned char, std::string> m_idNameMap;
@@ -36,7 +36,7 @@ class Src {
 
   // The application that plays the test station's source `code`; "" for an unknown code, never
   // null.
-  char const* GetSrcName(unsigned char code);
+  const char* GetSrcName(unsigned char code);
 
   // Reads the current source into m_srcName and m_srcID. What cannot be read, or is too short or
   // too long to be a source's name, leaves both; an unknown name leaves m_srcID.
@@ -45,7 +45,7 @@ class Src {
   NXQ::ZMCAR::SourcesNameIdMap m_nameIdMap;
   unsigned char m_srcID;  // 0 ("none") at first
   char m_srcName[250];    // without the maker prefix; "" at first
-  std::map<int, char const*> m_appMap;
+  std::map<int, const char*> m_appMap;
 };
 
 #endif  // KORVANDIS_COMMANDS_ATSRC_H

@@ -10,15 +10,15 @@ namespace ZMCAR {
 namespace {
 
 // How often a lost file is tried again. A quarter of the two seconds within which it must be back.
-int const kReopenIntervalMs = 500;
+const int kReopenIntervalMs = 500;
 
 // An empty message and the end of file read alike. As many empty reads in a row, without a hang-up,
 // are taken for the end of a half-closed connection.
-int const kEmptyReadsAtEnd = 16;
+const int kEmptyReadsAtEnd = 16;
 
 // Pause after a poll that the system refused (out of memory, or a limit on descriptors below the
 // number of files), so that the thread does not spin, in microseconds.
-useconds_t const kPollFailureDelay = 100000;
+const useconds_t kPollFailureDelay = 100000;
 
 // What poll says of `fd` now.
 short Probe(int fd) {
@@ -46,14 +46,14 @@ bool Delivery::PrepareLocked() {
   if (m_wakeup) return true;
   m_wakeup = Wakeup::Create();
   if (!m_wakeup) return false;
-  for (auto const& entry : m_files) entry.second->SetWakeup(m_wakeup);
+  for (const auto& entry : m_files) entry.second->SetWakeup(m_wakeup);
   return true;
 }
 
 bool Delivery::Release() {
   if (!Stop()) return false;
   std::lock_guard<std::mutex> lock(m_mutex);
-  for (auto const& entry : m_files) entry.second->SetWakeup(std::shared_ptr<Wakeup>());
+  for (const auto& entry : m_files) entry.second->SetWakeup(std::shared_ptr<Wakeup>());
   m_wakeup.reset();
   return true;
 }
@@ -84,7 +84,7 @@ bool Delivery::Stop() {
 bool Delivery::Add(int key, FileBase* file) {
   std::lock_guard<std::mutex> lock(m_mutex);
   if (file == nullptr) return false;
-  auto const place = m_files.insert(std::make_pair(key, file));
+  const auto place = m_files.insert(std::make_pair(key, file));
   if (!place.second) return place.first->second == file;
   file->SetWakeup(m_wakeup);
   if (m_wakeup) m_wakeup->Wake();
@@ -93,7 +93,7 @@ bool Delivery::Add(int key, FileBase* file) {
 
 bool Delivery::Remove(int key) {
   std::unique_lock<std::mutex> lock(m_mutex);
-  auto const found = m_files.find(key);
+  const auto found = m_files.find(key);
   if (found == m_files.end()) return false;
   FileBase* const file = found->second;
   m_files.erase(found);
@@ -116,9 +116,9 @@ void* Delivery::Thread(void* self) {
 void Delivery::Run() {
   std::unique_lock<std::mutex> lock(m_mutex);
   while (!m_stop) {
-    int const limit = BuildPollList();
+    const int limit = BuildPollList();
     lock.unlock();
-    int const ready = ::poll(m_polls.data(), static_cast<nfds_t>(m_polls.size()), limit);
+    const int ready = ::poll(m_polls.data(), static_cast<nfds_t>(m_polls.size()), limit);
     if (ready < 0) ::usleep(kPollFailureDelay);
     lock.lock();
     if (ready > 0 && m_polls[0].revents != 0) m_wakeup->Drain();
@@ -134,12 +134,12 @@ int Delivery::BuildPollList() {
   int limit = -1;
   m_polls.clear();
   m_watches.clear();
-  pollfd const wake = {m_wakeup->Get(), POLLIN, 0};
+  const pollfd wake = {m_wakeup->Get(), POLLIN, 0};
   m_polls.push_back(wake);
-  for (auto const& entry : m_files) {
-    Watch const watch = {entry.first, entry.second, entry.second->Current()};
+  for (const auto& entry : m_files) {
+    const Watch watch = {entry.first, entry.second, entry.second->Current()};
     if (watch.descriptor) {
-      pollfd const place = {watch.descriptor->Get(), POLLIN, 0};
+      const pollfd place = {watch.descriptor->Get(), POLLIN, 0};
       m_polls.push_back(place);
       m_watches.push_back(watch);
     } else if (entry.second->WantsReopen()) {
@@ -149,8 +149,8 @@ int Delivery::BuildPollList() {
   return limit;
 }
 
-void Delivery::Attend(std::unique_lock<std::mutex>& lock, Watch const& watch) {
-  auto const registered = m_files.find(watch.key);
+void Delivery::Attend(std::unique_lock<std::mutex>& lock, const Watch& watch) {
+  const auto registered = m_files.find(watch.key);
   if (registered == m_files.end() || registered->second != watch.file) return;
   if (watch.file->Current() != watch.descriptor) return;  // closed or opened anew meanwhile
   m_busy = watch.file;
@@ -161,10 +161,10 @@ void Delivery::Attend(std::unique_lock<std::mutex>& lock, Watch const& watch) {
   m_idle.notify_all();
 }
 
-bool Delivery::DeliverOne(Watch const& watch) {
-  int const fd = watch.descriptor->Get();
+bool Delivery::DeliverOne(const Watch& watch) {
+  const int fd = watch.descriptor->Get();
   for (int empty = 0; empty < kEmptyReadsAtEnd; ++empty) {
-    ssize_t const count = ::read(fd, m_buffer.data(), static_cast<std::size_t>(kMaxFileRead));
+    const ssize_t count = ::read(fd, m_buffer.data(), static_cast<std::size_t>(kMaxFileRead));
     if (count < 0) {
       // A reset is reported once, before what the other side wrote last.
       return errno == EAGAIN || errno == EINTR || errno == ECONNRESET;
@@ -175,7 +175,7 @@ bool Delivery::DeliverOne(Watch const& watch) {
       return true;
     }
     // Behind a hang-up an empty message cannot be told from the end; what lies behind it can.
-    short const state = Probe(fd);
+    const short state = Probe(fd);
     if ((state & POLLHUP) != 0) continue;
     watch.file->OnDataChange(m_buffer.data(), 0);
     if ((state & POLLIN) == 0) return true;

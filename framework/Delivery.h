@@ -23,8 +23,8 @@ class Delivery {
  public:
   Delivery();
   ~Delivery();  // stops
-  Delivery(Delivery const&) = delete;
-  Delivery& operator=(Delivery const&) = delete;
+  Delivery(const Delivery&) = delete;
+  Delivery& operator=(const Delivery&) = delete;
 
   // What the functions of FilesControlBase promise.
   bool Prepare();
@@ -45,7 +45,7 @@ class Delivery {
   static void* Thread(void* self);
   void Run();
   // The first lets go of the mutex while a callback runs; all are called with it held.
-  void Attend(std::unique_lock<std::mutex>& lock, Watch const& watch);
+  void Attend(std::unique_lock<std::mutex>& lock, const Watch& watch);
   void ReopenLost(std::unique_lock<std::mutex>& lock);
   // Fills the poll list and returns the time limit of the wait in ms, -1 for none.
   int BuildPollList();
@@ -53,7 +53,7 @@ class Delivery {
   bool OnOwnThread() const;
 
   // Reads one message and delivers it; false when the other side is gone. Without the mutex.
-  bool DeliverOne(Watch const& watch);
+  bool DeliverOne(const Watch& watch);
 
   std::mutex m_mutex;
   std::condition_variable m_idle;  // a callback has returned

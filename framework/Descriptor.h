@@ -16,13 +16,13 @@ class Descriptor {
  public:
   explicit Descriptor(int fd) : m_fd(fd) {}
   ~Descriptor() { ::close(m_fd); }
-  Descriptor(Descriptor const&) = delete;
-  Descriptor& operator=(Descriptor const&) = delete;
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
 
   int Get() const { return m_fd; }
 
  private:
-  int const m_fd;
+  const int m_fd;
 };
 
 // A pipe that ends a poll. Wake may be called from any thread; the rest belongs to the waiting one.
@@ -43,8 +43,8 @@ class Wakeup {
 
   // A full pipe wakes just as well.
   void Wake() const {
-    char const byte = 0;
-    ssize_t const ignored = ::write(m_write.Get(), &byte, 1);
+    const char byte = 0;
+    const ssize_t ignored = ::write(m_write.Get(), &byte, 1);
     static_cast<void>(ignored);
   }
 
@@ -57,8 +57,8 @@ class Wakeup {
  private:
   Wakeup(int read, int write) : m_read(read), m_write(write) {}
 
-  Descriptor const m_read;
-  Descriptor const m_write;
+  const Descriptor m_read;
+  const Descriptor m_write;
 };
 
 }  // namespace ZMCAR

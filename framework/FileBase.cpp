@@ -8,9 +8,9 @@
 namespace NXQ {
 namespace ZMCAR {
 
-FileBase::FileBase(fileTagInfo const& tag) : FileBase(tag, kStayClosed) {}
+FileBase::FileBase(const fileTagInfo& tag) : FileBase(tag, kStayClosed) {}
 
-FileBase::FileBase(fileTagInfo const& tag, LossPolicy policy)
+FileBase::FileBase(const fileTagInfo& tag, LossPolicy policy)
     : m_tag(tag), m_policy(policy), m_lost(false) {}
 
 FileBase::~FileBase() {}
@@ -20,7 +20,7 @@ bool FileBase::Init() { return true; }
 bool FileBase::Open() {
   std::lock_guard<std::mutex> lock(m_mutex);
   if (m_descriptor) return true;
-  int const fd = platform::open(m_tag.path, m_tag.oflag, static_cast<mode_t>(m_tag.mode));
+  const int fd = platform::open(m_tag.path, m_tag.oflag, static_cast<mode_t>(m_tag.mode));
   if (fd < 0) return false;
   m_descriptor.reset(new Descriptor(fd));
   m_lost = false;
@@ -39,11 +39,11 @@ void FileBase::Close() {
 
 int FileBase::GetKey() const { return m_tag.key; }
 
-int FileBase::WriteMessage(void const* data, int size) const {
+int FileBase::WriteMessage(const void* data, int size) const {
   if (data == nullptr || size < 0) return -EINVAL;
-  std::shared_ptr<Descriptor> const descriptor = Current();
+  const std::shared_ptr<Descriptor> descriptor = Current();
   if (!descriptor) return -EBADF;
-  ssize_t const written = platform::write(descriptor->Get(), data, static_cast<std::size_t>(size));
+  const ssize_t written = platform::write(descriptor->Get(), data, static_cast<std::size_t>(size));
   return written < 0 ? -errno : static_cast<int>(written);
 }
 
@@ -52,7 +52,7 @@ std::shared_ptr<Descriptor> FileBase::Current() const {
   return m_descriptor;
 }
 
-void FileBase::Lose(std::shared_ptr<Descriptor> const& descriptor) {
+void FileBase::Lose(const std::shared_ptr<Descriptor>& descriptor) {
   std::lock_guard<std::mutex> lock(m_mutex);
   if (m_descriptor != descriptor) return;
   m_descriptor.reset();
@@ -64,7 +64,7 @@ bool FileBase::WantsReopen() const {
   return m_lost && m_policy == kReopen;
 }
 
-void FileBase::SetWakeup(std::shared_ptr<Wakeup> const& wakeup) {
+void FileBase::SetWakeup(const std::shared_ptr<Wakeup>& wakeup) {
   std::lock_guard<std::mutex> lock(m_mutex);
   m_wakeup = wakeup;
 }

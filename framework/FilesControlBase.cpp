@@ -11,7 +11,7 @@ FilesControlBase::~FilesControlBase() {}
 
 void FilesControlBase::OnPpsStatusChange(int, pps_status_t, pps_attrib_t*) {}
 
-void FilesControlBase::OnAttributeDataChange(int, char const*) {}
+void FilesControlBase::OnAttributeDataChange(int, const char*) {}
 
 bool FilesControlBase::Init() { return m_delivery->Prepare(); }
 

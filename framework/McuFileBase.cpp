@@ -3,7 +3,7 @@
 namespace NXQ {
 namespace ZMCAR {
 
-McuFileBase::McuFileBase(fileTagInfo const& tag, IMcuRecvData* receiver)
+McuFileBase::McuFileBase(const fileTagInfo& tag, IMcuRecvData* receiver)
     : FileBase(tag, kReopen), m_sendBuffer(), m_receiver(receiver) {}
 
 bool McuFileBase::Init() { return FileBase::Init(); }
@@ -22,7 +22,7 @@ void McuFileBase::PacketHeader(PacketHeader_s& header, int packetType, int reply
   header.arguments[3] = static_cast<std::uint32_t>(argument7);
 }
 
-int McuFileBase::SendToSpiDev(unsigned char const* packet, int size) const {
+int McuFileBase::SendToSpiDev(const unsigned char* packet, int size) const {
   return WriteMessage(packet, size);
 }
 

@@ -3,7 +3,7 @@
 namespace NXQ {
 namespace ZMCAR {
 
-PPSFileBase::PPSFileBase(fileTagInfo const& tag, IPPSOnChange* owner)
+PPSFileBase::PPSFileBase(const fileTagInfo& tag, IPPSOnChange* owner)
     : FileBase(tag), m_owner(owner) {}
 
 bool PPSFileBase::Init() { return FileBase::Init(); }
@@ -32,7 +32,7 @@ void PPSFileBase::OnPPSStatusChange(pps_status_t status, pps_attrib_t* attribute
   if (m_owner != nullptr) m_owner->OnPpsStatusChange(GetKey(), status, attribute);
 }
 
-bool PPSFileBase::WritePPS(char const* text, int length) const {
+bool PPSFileBase::WritePPS(const char* text, int length) const {
   return WriteMessage(text, length) == length;
 }
 

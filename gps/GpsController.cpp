@@ -22,11 +22,11 @@ struct Position {
 };
 
 // Enters a satellite: over the one with its id, or behind the others. One too many is left out.
-void Collect(GpsSatellite const& satellite, Position* position) {
+void Collect(const GpsSatellite& satellite, Position* position) {
   GpsSatellite* const end = position->satellites + position->satCount;
   GpsSatellite* const place =
       std::find_if(position->satellites, end,
-                   [&satellite](GpsSatellite const& known) { return known.id == satellite.id; });
+                   [&satellite](const GpsSatellite& known) { return known.id == satellite.id; });
   if (place == end) {
     if (position->satCount == GPS_MAX_SATELLITES) return;
     ++position->satCount;
@@ -83,9 +83,9 @@ void ParsePosition(char* text, Position* position) {
   pps_decoder_cleanup(&decoder);
 }
 
-void Publish(Position const& position) {
+void Publish(const Position& position) {
   GpsData* const store = GpsData::GetInstance();
-  GpsDataLock const lock(store);
+  const GpsDataLock lock(store);
   store->m_latitude = position.latitude;
   store->m_altitude = position.altitude;
   store->m_speed = position.speed;

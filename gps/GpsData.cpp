@@ -24,7 +24,7 @@ GpsData::GpsData()
 GpsData::~GpsData() { ::pthread_mutex_destroy(&m_mutex); }
 
 void GpsData::Reset() {
-  GpsDataLock const lock(this);
+  const GpsDataLock lock(this);
   m_satCount = 0;
   m_speed = 0;
   m_ttff = 0;

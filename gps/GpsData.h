@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-int const GPS_MAX_SATELLITES = 24;
+const int GPS_MAX_SATELLITES = 24;
 
 struct GpsSatellite {
   bool used;  // in the fix
@@ -23,8 +23,8 @@ class GpsData {
  public:
   GpsData();
   ~GpsData();
-  GpsData(GpsData const&) = delete;
-  GpsData& operator=(GpsData const&) = delete;
+  GpsData(const GpsData&) = delete;
+  GpsData& operator=(const GpsData&) = delete;
 
   // Never null; the first call, from whichever thread, constructs it. It lives until the process
   // exits.
@@ -51,8 +51,8 @@ class GpsDataLock {
  public:
   explicit GpsDataLock(GpsData* store) : m_store(store) { ::pthread_mutex_lock(&m_store->m_mutex); }
   ~GpsDataLock() { ::pthread_mutex_unlock(&m_store->m_mutex); }
-  GpsDataLock(GpsDataLock const&) = delete;
-  GpsDataLock& operator=(GpsDataLock const&) = delete;
+  GpsDataLock(const GpsDataLock&) = delete;
+  GpsDataLock& operator=(const GpsDataLock&) = delete;
 
  private:
   GpsData* const m_store;

@@ -8,11 +8,11 @@ namespace NXQ {
 namespace ZMCAR {
 namespace {
 
-fileTagInfo const g_PPSInfo = {0, "/pps/services/geolocation/control?wait,backlog=30",
+const fileTagInfo g_PPSInfo = {0, "/pps/services/geolocation/control?wait,backlog=30",
                                O_RDWR | O_CREAT, 0666};
 
-char const kRequestId[] = "10";
-int const kPeriod = 1;  // seconds between fixes
+const char kRequestId[] = "10";
+const int kPeriod = 1;  // seconds between fixes
 
 }  // namespace
 
@@ -33,7 +33,7 @@ bool GpsGetInfoModule::SendGpsReq() {
   pps_encoder_end_object(&encoder);
 
   bool written = false;
-  char const* const text = pps_encoder_buffer(&encoder);
+  const char* const text = pps_encoder_buffer(&encoder);
   if (text == nullptr) {
     LOGBASE(LOG_LEV_ERROR, "SendGpsReq", "create decoder false.");
   } else {

@@ -13,7 +13,7 @@
 
 namespace {
 
-int const kAttempts = 5;
+const int kAttempts = 5;
 std::uint32_t const kStop = 1;
 
 // A device with 7-bit register addresses and 9-bit values, sent as two bytes.
@@ -31,10 +31,10 @@ int Request(int handle, std::uint32_t dcmd, Record* record) {
 // verbose. A reply may only replace a record whose request succeeded, so each attempt sends the
 // same.
 template <class Record>
-bool Transfer(int handle, std::uint32_t dcmd, Record* record, char const* failure,
-              char const* exhausted, int verbose) {
+bool Transfer(int handle, std::uint32_t dcmd, Record* record, const char* failure,
+              const char* exhausted, int verbose) {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    int const result = Request(handle, dcmd, record);
+    const int result = Request(handle, dcmd, record);
     if (result == 0) return true;
     if (verbose != 0) std::printf("%s ret=%d \n", failure, result);
   }
@@ -54,7 +54,7 @@ std::uint32_t PutRegister(unsigned char* area, std::uint32_t reg, std::uint32_t 
 }
 
 // A register width that is neither 1 nor 2 has no layout on the bus.
-bool IsWidth(char const* function, std::uint32_t width) {
+bool IsWidth(const char* function, std::uint32_t width) {
   if (width == 1 || width == 2) return true;
   std::fprintf(stderr, "%s: register width %u is not 1 or 2 \n", function, width);
   return false;
@@ -63,8 +63,8 @@ bool IsWidth(char const* function, std::uint32_t width) {
 // The tail of every verbose line: the header bytes, ": ", `shown` bytes of the data area, a line
 // end.
 template <class Record>
-void ShowRecord(Record const& record, std::uint32_t shown) {
-  i2c_show_buf(reinterpret_cast<unsigned char const*>(&record.header),
+void ShowRecord(const Record& record, std::uint32_t shown) {
+  i2c_show_buf(reinterpret_cast<const unsigned char*>(&record.header),
                static_cast<int>(sizeof(record.header)));
   std::printf(": ");
   i2c_show_buf(record.data, static_cast<int>(shown));
@@ -73,14 +73,14 @@ void ShowRecord(Record const& record, std::uint32_t shown) {
 
 }  // namespace
 
-int open_i2c(char const* path, std::uint32_t speed, int verbose) {
-  int const handle = platform::open(path, O_RDWR);
+int open_i2c(const char* path, std::uint32_t speed, int verbose) {
+  const int handle = platform::open(path, O_RDWR);
   if (handle < 0) {
     std::printf("open_i2c(): open %s failed, error=%s \n", path, std::strerror(errno));
     return -1;
   }
   if (verbose != 0) std::printf("speed=%d \n", static_cast<int>(speed));
-  int const error = Request(handle, DCMD_I2C_SET_BUS_SPEED, &speed);
+  const int error = Request(handle, DCMD_I2C_SET_BUS_SPEED, &speed);
   if (error != 0) {
     std::printf("open_i2c(): set speed failed, error=%s \n", std::strerror(error));
     ::close(handle);
@@ -92,15 +92,15 @@ int open_i2c(char const* path, std::uint32_t speed, int verbose) {
 int close_i2c(int handle) { return ::close(handle); }
 
 int i2c_write(int handle, std::uint32_t slave, std::uint32_t reg, std::uint32_t width,
-              unsigned char const* data, std::uint32_t length, int verbose) {
+              const unsigned char* data, std::uint32_t length, int verbose) {
   if (!IsWidth("i2c_write()", width)) return -1;
-  bool const nineBit = slave == kNineBitSlave;
+  const bool nineBit = slave == kNineBitSlave;
   if (length > kI2cDataSize - width) {
     std::fprintf(stderr, "i2c_write(): send too large (%u bytes) \n", length);
     return -1;
   }
 
-  bool const present = data != nullptr && length > 0;
+  const bool present = data != nullptr && length > 0;
   I2cTransfer record = I2cTransfer();
   record.header = {slave, I2C_ADDRFMT_7BIT, width + length, kStop};
   if (nineBit) {
@@ -108,7 +108,7 @@ int i2c_write(int handle, std::uint32_t slave, std::uint32_t reg, std::uint32_t 
     if (width == 2) {
       PutRegister(record.data, reg, width);
     } else {
-      unsigned const bit8 = present ? data[0] & 1U : 0U;
+      const unsigned bit8 = present ? data[0] & 1U : 0U;
       record.data[0] = LowByte((reg << 1) | bit8);
       record.data[1] = present && length > 1 ? data[1] : static_cast<unsigned char>(0);
     }
@@ -175,7 +175,7 @@ int i2c_send_recv(int handle, std::uint32_t slave, std::uint32_t reg, std::uint3
   return 0;
 }
 
-void i2c_show_buf(unsigned char const* bytes, int count) {
+void i2c_show_buf(const unsigned char* bytes, int count) {
   if (count < 1) {
     std::printf("0 length");
     return;
@@ -183,7 +183,7 @@ void i2c_show_buf(unsigned char const* bytes, int count) {
   for (int i = 0; i < count; ++i) std::printf("%02x ", bytes[i]);
 }
 
-bool isDataValid(unsigned char const* bytes, int count) {
+bool isDataValid(const unsigned char* bytes, int count) {
   for (int i = 0; i < count; ++i) {
     if (bytes[i] != 0) return true;
   }

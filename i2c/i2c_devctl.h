@@ -11,7 +11,7 @@
 
 // Opens the bus device at `path` and sets its speed. Returns the handle, which the caller closes
 // with close_i2c, or -1.
-int open_i2c(char const* path, std::uint32_t speed, int verbose);
+int open_i2c(const char* path, std::uint32_t speed, int verbose);
 int close_i2c(int handle);
 
 // A register is 1 byte wide, or 2 with the high byte first; another width fails.
@@ -20,7 +20,7 @@ int close_i2c(int handle);
 // in one send. What does not fit the 512 bytes of a request fails with one line on standard error.
 // Slave 0x1A has 7-bit registers and 9-bit values: its two data bytes are the value, bit 8 first.
 int i2c_write(int handle, std::uint32_t slave, std::uint32_t reg, std::uint32_t width,
-              unsigned char const* data, std::uint32_t length, int verbose);
+              const unsigned char* data, std::uint32_t length, int verbose);
 
 // Sends the register address, then receives `length` bytes (at most 512) in a transaction of its
 // own.
@@ -33,9 +33,9 @@ int i2c_send_recv(int handle, std::uint32_t slave, std::uint32_t reg, std::uint3
 
 // Prints each byte as "%02x " on standard output, without a line end; "0 length" when there are
 // none.
-void i2c_show_buf(unsigned char const* bytes, int count);
+void i2c_show_buf(const unsigned char* bytes, int count);
 
 // True when at least one of the bytes is not zero.
-bool isDataValid(unsigned char const* bytes, int count);
+bool isDataValid(const unsigned char* bytes, int count);
 
 #endif  // KORVANDIS_I2C_I2C_DEVCTL_H

@@ -21,17 +21,17 @@ std::size_t const kLineSize = 256;      // of a path or an attribute line
 static_assert(Cmd::kMaxReply == static_cast<int>(wire::kMaxReplyData), "the reply buffer's room");
 
 // Opens an object for a write. -1 with the failure reported.
-int OpenForWrite(char const* path, int oflag) {
-  int const fd = platform::open(path, oflag, Cmd::kPPSMode);
+int OpenForWrite(const char* path, int oflag) {
+  const int fd = platform::open(path, oflag, Cmd::kPPSMode);
   if (fd < 0) ReportOpenFailure(path);
   return fd;
 }
 
 }  // namespace
 
-int const Cmd::kMaxReply;
-int const Cmd::kPPSMode;
-unsigned char const Cmd::kNoSelector;
+const int Cmd::kMaxReply;
+const int Cmd::kPPSMode;
+const unsigned char Cmd::kNoSelector;
 
 Cmd::Cmd() : m_mcu(nullptr), m_cmd(0), m_subCmd(0), m_len(0) {}
 
@@ -50,14 +50,14 @@ bool Cmd::GetHead(pkg* record) {
 
 void Cmd::AddMcuCtr(ATMcuFile* mcu) { m_mcu = mcu; }
 
-int Cmd::Reply(unsigned char const* data, int len) {
+int Cmd::Reply(const unsigned char* data, int len) {
   if (m_mcu == nullptr) return 0;
   if (len < 0 || len > kMaxReply || (data == nullptr && len > 0)) {
     LOGBASE(LOG_LEV_ERROR, "Reply", "reply of %d bytes does not fit %d!\n", len, kMaxReply);
     return 0;
   }
   unsigned char payload[wire::kReplyOverhead + wire::kMaxReplyData];
-  unsigned char const head[wire::kReplyOverhead] = {
+  const unsigned char head[wire::kReplyOverhead] = {
       wire::kLinkType,
       m_mcu->NextSendSeq(),
       wire::kLinkByte,
@@ -70,14 +70,14 @@ int Cmd::Reply(unsigned char const* data, int len) {
   std::memcpy(payload, head, sizeof(head));
   if (len > 0) std::memcpy(payload + sizeof(head), data, static_cast<std::size_t>(len));
   std::fprintf(stderr, "inBuf('%.*s') \n", len,
-               reinterpret_cast<char const*>(payload + sizeof(head)));
+               reinterpret_cast<const char*>(payload + sizeof(head)));
   return m_mcu->SendCtrCmd(wire::kLinkType, payload, len + static_cast<int>(sizeof(head)));
 }
 
-int Cmd::WritePPS(char const* path, char const* name, char const* value, int oflag) {
+int Cmd::WritePPS(const char* path, const char* name, const char* value, int oflag) {
   char buffer[kLineSize];
   CopyText(buffer, sizeof(buffer), path);
-  int const fd = OpenForWrite(buffer, oflag);
+  const int fd = OpenForWrite(buffer, oflag);
   if (fd < 0) return 0;
   std::snprintf(buffer, sizeof(buffer), "%s::%s", name, value);
   platform::write(fd, buffer, std::strlen(buffer));
@@ -86,17 +86,17 @@ int Cmd::WritePPS(char const* path, char const* name, char const* value, int ofl
   return 1;
 }
 
-int Cmd::WritePPS(char const* path, char const* name, unsigned char value, int oflag) {
+int Cmd::WritePPS(const char* path, const char* name, unsigned char value, int oflag) {
   char buffer[kLineSize];
   CopyText(buffer, sizeof(buffer), path);
-  int const fd = OpenForWrite(buffer, oflag);
+  const int fd = OpenForWrite(buffer, oflag);
   if (fd < 0) return 0;
   pps_encoder_t encoder;
   pps_encoder_initialize(&encoder, false);
   pps_encoder_start_object(&encoder, "@setting_status");
   pps_encoder_add_int(&encoder, name, value);
   pps_encoder_end_object(&encoder);
-  char const* const text = pps_encoder_buffer(&encoder);
+  const char* const text = pps_encoder_buffer(&encoder);
   if (text != nullptr) {
     std::fprintf(stderr, "pps_encoder_buffer is('%s') \n", text);
     platform::write(fd, text, static_cast<std::size_t>(pps_encoder_length(&encoder)));
@@ -109,16 +109,16 @@ int Cmd::WritePPS(char const* path, char const* name, unsigned char value, int o
   return 1;
 }
 
-int Cmd::WritePPS(char const* path, char const* text, int oflag) {
+int Cmd::WritePPS(const char* path, const char* text, int oflag) {
   if (path == nullptr || text == nullptr) return 0;
-  int const fd = OpenForWrite(path, oflag);
+  const int fd = OpenForWrite(path, oflag);
   if (fd < 0) return 0;
   platform::write(fd, text, std::strlen(text));
   ::close(fd);
   return 1;
 }
 
-int Cmd::GetPPSIntVal(char const* path, char const* name, int& value) {
+int Cmd::GetPPSIntVal(const char* path, const char* name, int& value) {
   char text[kPPSTextSize];
   if (!ReadText(path, text, sizeof(text))) return 0;
   ReportText(text);
@@ -133,18 +133,18 @@ int Cmd::GetPPSIntVal(char const* path, char const* name, int& value) {
   return 1;
 }
 
-int Cmd::GetPPSStringVal(char const* path, char const* name, std::string& value) {
+int Cmd::GetPPSStringVal(const char* path, const char* name, std::string& value) {
   char text[kPPSTextSize];
   if (!ReadText(path, text, sizeof(text))) return 0;
   ReportText(text);
   pps_decoder_t decoder;
-  char const* found = nullptr;
+  const char* found = nullptr;
   pps_decoder_initialize(&decoder, nullptr);
   pps_decoder_parse_pps_str(&decoder, text);
   pps_decoder_push(&decoder, nullptr);
   pps_decoder_get_string(&decoder, name, &found);
   pps_decoder_pop(&decoder);
-  pps_decoder_error_t const status = pps_decoder_status(&decoder, true);
+  const pps_decoder_error_t status = pps_decoder_status(&decoder, true);
   pps_decoder_cleanup(&decoder);
   if (status != PPS_DECODER_OK) {
     LOGBASE(LOG_LEV_ERROR, "GetPPSStringVal", "Cmd, pps_decoder_status() return %d\n", status);
@@ -156,12 +156,12 @@ int Cmd::GetPPSStringVal(char const* path, char const* name, std::string& value)
   return 1;
 }
 
-unsigned char Cmd::Selector(pkg const* record) const {
+unsigned char Cmd::Selector(const pkg* record) const {
   return ParameterCount() > 0 ? record->Parameters()[0] : kNoSelector;
 }
 
-bool Cmd::ParameterText(pkg const* record, char* buffer, std::size_t size) const {
-  char const* const text = reinterpret_cast<char const*>(record->Parameters());
+bool Cmd::ParameterText(const pkg* record, char* buffer, std::size_t size) const {
+  const char* const text = reinterpret_cast<const char*>(record->Parameters());
   std::size_t const length = ::strnlen(text, static_cast<std::size_t>(ParameterCount()));
   std::memset(buffer, 0, size);
   if (length >= size) {

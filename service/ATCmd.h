@@ -17,8 +17,8 @@ struct pkg {
   unsigned char cmd;
   unsigned char subCmd;
 
-  unsigned char const* Parameters() const {
-    return reinterpret_cast<unsigned char const*>(this) + sizeof(pkg);
+  const unsigned char* Parameters() const {
+    return reinterpret_cast<const unsigned char*>(this) + sizeof(pkg);
   }
 };
 static_assert(sizeof(pkg) == 6, "the parameters follow at offset 6");
@@ -29,8 +29,8 @@ class Cmd {
  public:
   Cmd();
   virtual ~Cmd();
-  Cmd(Cmd const&) = delete;
-  Cmd& operator=(Cmd const&) = delete;
+  Cmd(const Cmd&) = delete;
+  Cmd& operator=(const Cmd&) = delete;
 
   // Carries out one request. The result tells whether it did; nobody is answered by it.
   virtual bool Work(pkg* record) = 0;
@@ -45,39 +45,39 @@ class Cmd {
   // Sends one reply of `len` bytes (at most kMaxReply) to the request that GetHead read last.
   // Returns what the link returned, 0 when there is no link or the data does not fit (one line at
   // level 2).
-  int Reply(unsigned char const* data, int len);
+  int Reply(const unsigned char* data, int len);
 
   // Write one attribute line "name::value" (cut at 255 characters), one number in the object
   // "@setting_status", or a ready-made text, in one write. `oflag` opens the object; one that is
   // created gets mode 0666. 1, or 0 when the object cannot be opened.
-  int WritePPS(char const* path, char const* name, char const* value, int oflag);
-  int WritePPS(char const* path, char const* name, unsigned char value, int oflag);
-  int WritePPS(char const* path, char const* text, int oflag);
+  int WritePPS(const char* path, const char* name, const char* value, int oflag);
+  int WritePPS(const char* path, const char* name, unsigned char value, int oflag);
+  int WritePPS(const char* path, const char* text, int oflag);
 
   // Reads one number out of the first 1023 bytes of the object. 1 when the object could be opened;
   // `value` keeps what it holds when there is no such number.
-  int GetPPSIntVal(char const* path, char const* name, int& value);
+  int GetPPSIntVal(const char* path, const char* name, int& value);
 
   // Reads one text likewise. 1 when `value` was set, 0 otherwise.
-  int GetPPSStringVal(char const* path, char const* name, std::string& value);
+  int GetPPSStringVal(const char* path, const char* name, std::string& value);
 
   unsigned char Command() const { return m_cmd; }
   unsigned char SubCommand() const { return m_subCmd; }
 
-  static int const kMaxReply = 243;  // data bytes of a reply: 252 less the 9 bytes in front
-  static int const kPPSMode = 0666;  // of objects that a write creates
+  static const int kMaxReply = 243;  // data bytes of a reply: 252 less the 9 bytes in front
+  static const int kPPSMode = 0666;  // of objects that a write creates
 
  protected:
   // Number of parameter bytes of the request that GetHead read last.
   int ParameterCount() const { return m_len > 0 ? m_len - 1 : 0; }
 
   // The first parameter byte, kNoSelector when there is none.
-  unsigned char Selector(pkg const* record) const;
-  static unsigned char const kNoSelector = 0xFF;  // out of range for every command
+  unsigned char Selector(const pkg* record) const;
+  static const unsigned char kNoSelector = 0xFF;  // out of range for every command
 
   // The parameters as text: up to the first zero byte or the last parameter. False, with one line
   // at level 2 under "Work" and an empty `buffer`, when it does not fit `size` - 1 characters.
-  bool ParameterText(pkg const* record, char* buffer, std::size_t size) const;
+  bool ParameterText(const pkg* record, char* buffer, std::size_t size) const;
 
   ATMcuFile* m_mcu;
   unsigned char m_cmd;

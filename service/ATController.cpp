@@ -12,7 +12,7 @@ ATController::~ATController() {
 void ATController::OnAttributeChange(int, pps_attrib_t*) {}
 
 bool ATController::Init() {
-  bool const ready = FilesControlBase::Init();
+  const bool ready = FilesControlBase::Init();
   m_mcuFile.Open();
   AddFile(m_mcuFile.GetKey(), &m_mcuFile);
   LOGBASE(LOG_LEV_DEBUG, "Init", "Init!\n");
@@ -27,7 +27,7 @@ bool ATController::Close() {
 }
 
 bool ATController::Start() {
-  bool const started = FilesControlBase::Start();
+  const bool started = FilesControlBase::Start();
   LOGBASE(LOG_LEV_DEBUG, "Start", "Start!\n");
   return started;
 }

@@ -14,18 +14,18 @@ namespace {
 
 NXQ::ZMCAR::fileTagInfo const kMcuTag = {1, wire::kMcuDevicePath, O_RDWR, 0};
 
-int const kHeaderSize = static_cast<int>(wire::kHeaderSize);
-int const kLinkSize = static_cast<int>(wire::kLinkSize);
-int const kRecordHeadSize = static_cast<int>(wire::kRecordHeadSize);
+const int kHeaderSize = static_cast<int>(wire::kHeaderSize);
+const int kLinkSize = static_cast<int>(wire::kLinkSize);
+const int kRecordHeadSize = static_cast<int>(wire::kRecordHeadSize);
 
 // Arguments of the packet header whose meaning is the MCU's.
-int const kReplyTypeOfAtPacket = 0xB4;
-int const kHeaderArgument4 = 200;
-int const kHeaderArgument5 = 3;
+const int kReplyTypeOfAtPacket = 0xB4;
+const int kHeaderArgument4 = 200;
+const int kHeaderArgument5 = 3;
 
 // Most lines of a command are written here, so they are formatted by hand, as "0x%x ".
-void LogBytes(char const* function, unsigned char const* bytes, int count) {
-  static char const kDigits[] = "0123456789abcdef";
+void LogBytes(const char* function, const unsigned char* bytes, int count) {
+  static const char kDigits[] = "0123456789abcdef";
   char line[kLogLineSize];
   char* const text = line + AppendToLogLine(line, StartLogLine(line, function), "0x");
   for (int i = 0; i < count; ++i) {
@@ -41,9 +41,9 @@ void LogBytes(char const* function, unsigned char const* bytes, int count) {
 
 // Bytes that a record of `len` received bytes must have: its fixed head and the parameters it
 // announces.
-int NeededBytes(unsigned char const* record, int len) {
+int NeededBytes(const unsigned char* record, int len) {
   if (len < kRecordHeadSize) return kRecordHeadSize;
-  int const announced = record[wire::kRecordLengthOffset];
+  const int announced = record[wire::kRecordLengthOffset];
   return kRecordHeadSize + (announced > 0 ? announced - 1 : 0);
 }
 
@@ -56,12 +56,12 @@ ATMcuFile::ATMcuFile(NXQ::ZMCAR::IMcuRecvData* receiver)
 }
 
 ATMcuFile::~ATMcuFile() {
-  for (auto const& entry : m_cmdMap) delete entry.second;
+  for (const auto& entry : m_cmdMap) delete entry.second;
   m_cmdMap.clear();
   ::pthread_mutex_destroy(&m_sendMutex);
 }
 
-int ATMcuFile::ProcessDataPacket(unsigned char const* data, int size) {
+int ATMcuFile::ProcessDataPacket(const unsigned char* data, int size) {
   LOGBASE(LOG_LEV_DEBUG, "ProcessDataPacket", "ProcessDataPacket!\n");
   if (data == nullptr) {
     LOGBASE(LOG_LEV_DEBUG, "ProcessDataPacket", "Data is empty!\n");
@@ -75,22 +75,22 @@ int ATMcuFile::ProcessDataPacket(unsigned char const* data, int size) {
   if (wire::LoadLe32(data + wire::kPacketTypeOffset) != wire::kAtPacketType) return 0;
 
   // The header may claim anything; what has arrived is the bound.
-  int const arrived = size - kHeaderSize;
+  const int arrived = size - kHeaderSize;
   std::uint32_t const claimed = wire::LoadLe32(data + wire::kPayloadLengthOffset);
-  int const payload =
+  const int payload =
       claimed < static_cast<std::uint32_t>(arrived) ? static_cast<int>(claimed) : arrived;
-  int const link = std::min(payload, kLinkSize);
+  const int link = std::min(payload, kLinkSize);
   return ParseATDataPacket(data + kHeaderSize + link, payload - link);
 }
 
-int ATMcuFile::ParseATDataPacket(unsigned char const* record, int len) {
+int ATMcuFile::ParseATDataPacket(const unsigned char* record, int len) {
   if (record == nullptr) {
     LOGBASE(LOG_LEV_DEBUG, "ParseATDataPacket", "CAN Data is empty!\n");
     return 0;
   }
   LOGBASE(LOG_LEV_DEBUG, "ParseATDataPacket", "ParseCANDataPacket:Receive data:");
   LogBytes("ParseATDataPacket", record, len);
-  int const needed = NeededBytes(record, len);
+  const int needed = NeededBytes(record, len);
   if (len < needed) {
     LOGBASE(LOG_LEV_ERROR, "ParseATDataPacket", "record of %d bytes, %d needed, refused!\n", len,
             needed);
@@ -101,9 +101,9 @@ int ATMcuFile::ParseATDataPacket(unsigned char const* record, int len) {
 }
 
 void ATMcuFile::CmdWork(unsigned char* record) {
-  int const number = record[wire::kRecordCommandOffset];
+  const int number = record[wire::kRecordCommandOffset];
   LOGBASE(LOG_LEV_DEBUG, "CmdWork", "CmdWork? for [%d]\n", number);
-  auto const entry = m_cmdMap.find(number);
+  const auto entry = m_cmdMap.find(number);
   if (entry == m_cmdMap.end()) return;
   LOGBASE(LOG_LEV_DEBUG, "CmdWork", "CmdWork [%d]!\n", number);
   Cmd* const command = entry->second;
@@ -113,7 +113,7 @@ void ATMcuFile::CmdWork(unsigned char* record) {
           command->SubCommand());
 }
 
-int ATMcuFile::SendCtrCmd(unsigned char type, unsigned char const* data, int len) {
+int ATMcuFile::SendCtrCmd(unsigned char type, const unsigned char* data, int len) {
   LOGBASE(LOG_LEV_DEBUG, "SendCtrCmd", "SendCtrCmd?%d\n", len);
   if (data == nullptr || len < 0 || len > NXQ::ZMCAR::kMaxPayload) {
     LOGBASE(LOG_LEV_ERROR, "SendCtrCmd", "payload of %d bytes does not fit %d!\n", len,
@@ -121,14 +121,14 @@ int ATMcuFile::SendCtrCmd(unsigned char type, unsigned char const* data, int len
     return -EMSGSIZE;
   }
   ::pthread_mutex_lock(&m_sendMutex);
-  int const replyType = type == wire::kAtPacketType ? kReplyTypeOfAtPacket : 0;
+  const int replyType = type == wire::kAtPacketType ? kReplyTypeOfAtPacket : 0;
   std::memcpy(m_sendBuffer.payload, data, static_cast<std::size_t>(len));
   m_sendBuffer.header.payloadLength = static_cast<std::uint32_t>(len);
   PacketHeader(m_sendBuffer.header, type, replyType, 0, kHeaderArgument4, kHeaderArgument5, len, 0);
-  unsigned char const* const packet = reinterpret_cast<unsigned char const*>(&m_sendBuffer);
+  const unsigned char* const packet = reinterpret_cast<const unsigned char*>(&m_sendBuffer);
   LOGBASE(LOG_LEV_DEBUG, "SendCtrCmd", "SendCtrCmd:send data:");
   LogBytes("SendCtrCmd", packet, kHeaderSize + len);
-  int const result = SendToSpiDev(packet, kHeaderSize + len);
+  const int result = SendToSpiDev(packet, kHeaderSize + len);
   LOGBASE(LOG_LEV_DEBUG, "SendCtrCmd", "SendCtrCmd[%d]!\n", result);
   ::pthread_mutex_unlock(&m_sendMutex);
   return result;

@@ -24,17 +24,17 @@ class ATMcuFile : public NXQ::ZMCAR::McuFileBase {
 
   // Takes one received packet of `size` bytes, header included. What is no AT test packet is
   // dropped. Returns 0.
-  int ProcessDataPacket(unsigned char const* data, int size);
+  int ProcessDataPacket(const unsigned char* data, int size);
 
   // Traces one AT record of `len` bytes and dispatches it when it is whole. Returns 0.
-  int ParseATDataPacket(unsigned char const* record, int len);
+  int ParseATDataPacket(const unsigned char* record, int len);
 
   // Dispatches one whole AT record by its command number.
   void CmdWork(unsigned char* record);
 
   // Sends `len` payload bytes under a header. Returns what SendToSpiDev returns, or -EMSGSIZE when
   // they do not fit a packet. Any thread.
-  int SendCtrCmd(unsigned char type, unsigned char const* data, int len);
+  int SendCtrCmd(unsigned char type, const unsigned char* data, int len);
 
   // The sequence number of the next reply. Delivery thread only.
   unsigned char NextSendSeq() { return m_sendSeq++; }

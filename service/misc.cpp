@@ -18,13 +18,13 @@ std::uint32_t GetTimeTick() {
   }
   timespec now;
   ::clock_gettime(CLOCK_REALTIME, &now);
-  long long const kNanosecondsPerTick = 10000000;
-  long long const ticks =
+  const long long kNanosecondsPerTick = 10000000;
+  const long long ticks =
       100LL * (now.tv_sec - stmv.tv_sec) + (now.tv_nsec - stmv.tv_nsec) / kNanosecondsPerTick;
   return static_cast<std::uint32_t>(ticks);
 }
 
-bool CopyText(char* buffer, std::size_t size, char const* text) {
+bool CopyText(char* buffer, std::size_t size, const char* text) {
   std::size_t const length = ::strnlen(text, size);
   std::size_t const kept = length < size ? length : size - 1;
   std::memcpy(buffer, text, kept);
@@ -32,21 +32,21 @@ bool CopyText(char* buffer, std::size_t size, char const* text) {
   return kept == length;
 }
 
-void ReportOpenFailure(char const* path) {
+void ReportOpenFailure(const char* path) {
   std::fprintf(stderr, "open('%s') failed: %s\n", path, std::strerror(errno));
 }
 
-bool ReadText(char const* path, char* buffer, std::size_t size) {
-  int const fd = platform::open(path, O_RDONLY);
+bool ReadText(const char* path, char* buffer, std::size_t size) {
+  const int fd = platform::open(path, O_RDONLY);
   if (fd < 0) {
     ReportOpenFailure(path);
     return false;
   }
-  ssize_t const count = ::read(fd, buffer, size - 1);
+  const ssize_t count = ::read(fd, buffer, size - 1);
   std::size_t const used = count > 0 ? static_cast<std::size_t>(count) : 0;
   std::memset(buffer + used, 0, size - used);
   ::close(fd);
   return true;
 }
 
-void ReportText(char const* text) { std::fprintf(stderr, "read buf is('%s') \n", text); }
+void ReportText(const char* text) { std::fprintf(stderr, "read buf is('%s') \n", text); }

@@ -11,17 +11,17 @@ std::uint32_t GetTimeTick();
 
 // Copies `text` into the `size` bytes at `buffer`, cut to fit, and fills the rest with zero bytes.
 // Returns false when it was cut.
-bool CopyText(char* buffer, std::size_t size, char const* text);
+bool CopyText(char* buffer, std::size_t size, const char* text);
 
 // Reports that `path` could not be opened, on standard error, with the text of errno.
-void ReportOpenFailure(char const* path);
+void ReportOpenFailure(const char* path);
 
 // Reads the object or file at `path`, opened for reading and closed again: one message of at most
 // size - 1 bytes into `buffer`, the rest filled with zero bytes. A failed read leaves an empty
 // text. False, with the failure reported and the buffer untouched, when it cannot be opened.
-bool ReadText(char const* path, char* buffer, std::size_t size);
+bool ReadText(const char* path, char* buffer, std::size_t size);
 
 // Reports a text that was read, on standard error.
-void ReportText(char const* text);
+void ReportText(const char* text);
 
 #endif  // KORVANDIS_SERVICE_MISC_H

@@ -13,8 +13,8 @@
 
 namespace {
 
-char const kName[] = "Korvandis";
-char const kVersion[] = "V1.0.0.1Build2015-01-29";
+const char kName[] = "Korvandis";
+const char kVersion[] = "V1.0.0.1Build2015-01-29";
 
 void PrintVersion() { std::printf("%s:%s\n", kName, kVersion); }
 
@@ -26,7 +26,7 @@ void usage() {
 
 // Acts on the first option only, and then ends the process. Returns when there is none.
 void get_options(int argc, char** argv) {
-  int const option = ::getopt(argc, argv, "vh:");
+  const int option = ::getopt(argc, argv, "vh:");
   if (option == -1) {
     optind = 0;
     return;
@@ -55,7 +55,7 @@ bool BlockTermination(sigset_t* termination) {
   return ::pthread_sigmask(SIG_BLOCK, termination, nullptr) == 0;
 }
 
-void WaitForTermination(sigset_t const& termination) {
+void WaitForTermination(const sigset_t& termination) {
   for (;;) {
     int collected = 0;
     if (::sigwait(&termination, &collected) == 0 && collected == SIGTERM) return;

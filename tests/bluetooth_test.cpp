@@ -3,7 +3,7 @@
 #include "ATCmdBt.h"
 #include "support/recorder.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 const std::uint8_t kBluetooth = 4;
@@ -14,10 +14,10 @@ const std::string kSystemInfo = "/zelmar/setting/systeminfo";
 const std::string kSwitch = "/zelmar/setting/bt_control";
 const Bytes kNoMac(6);
 
-class BluetoothTest : public RecordedBench {
+class BluetoothTest : public RecordedService {
  protected:
   void SetUp() override {
-    RecordedBench::SetUp();
+    RecordedService::SetUp();
     for (const auto& path : {kAvrcp, kHandsfree, kSettings, kSystemInfo, kSwitch}) {
       pps_->Hold(path, "");
     }
@@ -171,4 +171,4 @@ TEST(CmdBtChgNameTest, Hex2charLeavesWhatIsNoDigit) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

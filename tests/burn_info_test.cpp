@@ -4,7 +4,7 @@
 
 #include "support/recorder.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 const std::uint8_t kBurnInfo = 10;
@@ -29,10 +29,10 @@ Lines Published(const std::string& serial) {
   return {"wc 666 /zelmar/system/hostsn sn::" + serial};
 }
 
-class BurnInfoTest : public RecordedBench {
+class BurnInfoTest : public RecordedService {
  protected:
   void SetUp() override {
-    RecordedBench::SetUp();
+    RecordedService::SetUp();
     driver_ = std::make_unique<Recorder>(root_, "/dev/sysinfo");
     driver_->answer = [](const Bytes&) { return Accepted(); };
   }
@@ -139,4 +139,4 @@ TEST_F(BurnInfoTest, AReadRepliesWithAsManyBytesAsTheDriverReports) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

@@ -8,9 +8,9 @@
 #include <fstream>
 #include <sstream>
 
-#include "support/bench.h"
+#include "support/fixture.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 struct Step {
@@ -76,15 +76,15 @@ std::vector<std::string> OutputOf(const std::string& command) {
   return lines;
 }
 
-class DocsTest : public BenchTest, public ::testing::WithParamInterface<std::string> {
+class DocsTest : public ServiceOnUnit, public ::testing::WithParamInterface<std::string> {
  protected:
-  DocsTest() : BenchTest(WholeUnit()) {}
+  DocsTest() : ServiceOnUnit(WholeUnit()) {}
 };
 
 TEST_P(DocsTest, ShowsWhatTheProgramsDo) {
   if (KORVANDIS_EMULATOR[0] != '\0') GTEST_SKIP() << "the programs cannot be started by name";
-  const std::string source = KORVANDIS_SOURCE_DIR;
-  ::setenv("PATH", (KORVANDIS_BIN_DIR ":" + std::string(std::getenv("PATH"))).c_str(), 1);
+  const std::string source = SourceDir();
+  ::setenv("PATH", (BinDir() + ":" + std::getenv("PATH")).c_str(), 1);
   ::setenv("SEQUENCES", (source + "/bench/station/sequences").c_str(), 1);
   ASSERT_EQ(::chdir(root_.path().c_str()), 0);
   const std::vector<Step> steps = ReadSteps(source + "/" + GetParam());
@@ -108,7 +108,7 @@ TEST_P(DocsTest, ShowsWhatTheProgramsDo) {
 // The documents that show commands.
 std::vector<std::string> Documents() {
   std::vector<std::string> documents;
-  const std::filesystem::path source = KORVANDIS_SOURCE_DIR;
+  const std::filesystem::path source = SourceDir();
   std::vector<std::filesystem::path> candidates = {source / "README.md"};
   for (const auto& entry : std::filesystem::directory_iterator(source / "docs")) {
     if (entry.path().extension() == ".md") candidates.push_back(entry.path());
@@ -130,4 +130,4 @@ std::string Name(const ::testing::TestParamInfo<std::string>& info) {
 INSTANTIATE_TEST_SUITE_P(All, DocsTest, ::testing::ValuesIn(Documents()), Name);
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

@@ -8,11 +8,11 @@
 #include <atomic>
 #include <thread>
 
-#include "support/bench.h"
-#include "support/fake_manager.h"
 #include "qnx/bench_link.h"
+#include "support/fake_manager.h"
+#include "support/fixture.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 using std::chrono::steady_clock;
@@ -20,10 +20,10 @@ using std::chrono::steady_clock;
 const char kStatus[] = "/pps/zelmar/system/version_status";
 const Bytes kNothing;
 
-class FaultsTest : public BenchTest {
+class FaultsTest : public ServiceOnUnit {
  protected:
   void SetUp() override {
-    BenchTest::SetUp();
+    ServiceOnUnit::SetUp();
     WriteObject(kStatus, "mpu:json:{\"version\":\"1.2\"}");
     ExpectServed();  // the manager has taken it in
   }
@@ -270,4 +270,4 @@ TEST(McuFaultsTest, McuStopsReadingAndGoesOn) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

@@ -16,7 +16,7 @@
 #include "PublicController.h"
 #include "support/fake_manager.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 using NXQ::ZMCAR::fileTagInfo;
@@ -287,4 +287,4 @@ TEST_F(FrameworkTest, StopsUnderAFloodAndKeepsNothing) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

@@ -11,7 +11,7 @@
 #include "GpsData.h"
 #include "support/recorder.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 // Growth of the service that is no leak; a sanitizer and an emulator keep memory of their own.
@@ -27,7 +27,7 @@ const std::string kRequest =
     "dat:json:{\"period\":1,\"provider\":\"gnss\",\"fix_type\":\"best\"}\n";
 
 // The next message, "" when there is none.
-std::string Next(const Connection& connection, milliseconds limit = bench::kSoon) {
+std::string Next(const Connection& connection, milliseconds limit = support::kSoon) {
   return Shown(connection.Receive(limit).value_or(Bytes()));
 }
 
@@ -213,10 +213,10 @@ TEST(GpsLifecycle, KeepsOneObjectAndAsksEveryTime) {
 }
 
 // The service on a geolocation object that the test serves; nothing else is below /pps.
-class Geolocation : public BenchTest {
+class Geolocation : public ServiceOnUnit {
  protected:
   void SetUp() override {
-    BenchTest::SetUp();
+    ServiceOnUnit::SetUp();
     EXPECT_EQ(StopService(), 0);
     // Soon all mapped: no growth of the service's memory any more.
     EXPECT_EQ(qnx::CreateSlogRing(root_.path() + qnx::kSlogPath, 512), 0);
@@ -340,7 +340,7 @@ TEST_F(Geolocation, NeverMixesTwoOfTenThousandFixes) {
   EXPECT_EQ(CountDescriptors(service_->pid()), descriptors);
 }
 
-class Navigation : public RecordedBench {
+class Navigation : public RecordedService {
  protected:
   // The text of the reply to an angle query while the status object holds `status`.
   std::string Angle(const std::string& status) {
@@ -427,4 +427,4 @@ TEST_F(Navigation, AnswersTheAngle) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

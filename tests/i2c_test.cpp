@@ -9,7 +9,7 @@
 #include "i2c_devctl.h"
 #include "support/recorder.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 const char kBus[] = "/dev/i2c4";
@@ -234,7 +234,7 @@ i2c_send_recv(): slave=0x11, reg=0x4, size=4
   EXPECT_TRUE(isDataValid(kIdentity.data(), 4));
 }
 
-class ChipTest : public BenchTest {};
+class ChipTest : public ServiceOnUnit {};
 
 TEST_F(ChipTest, OnlyTheExpectedIdentityPasses) {
   const std::uint8_t kMacAuth = 12;
@@ -282,4 +282,4 @@ TEST_F(ChipTest, OnlyTheExpectedIdentityPasses) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

@@ -10,7 +10,7 @@
 #include "ATCmdKey.h"
 #include "support/recorder.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -105,7 +105,7 @@ TEST_F(ExcuteShellTest, AScriptThatOutlivesItsLimitIsLeftRunningAndCollectedLate
   EXPECT_EQ(::waitpid(second, nullptr, 0), second);
 }
 
-class KeyTest : public BenchTest {};
+class KeyTest : public ServiceOnUnit {};
 
 TEST_F(KeyTest, OneSubCommandWaitsForTheScriptAndNoneAnswers) {
   const auto logged = [this] { return Logged(log_.get(), {"Work", "ExcuteShell"}); };
@@ -133,4 +133,4 @@ TEST_F(KeyTest, OneSubCommandWaitsForTheScriptAndNoneAnswers) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

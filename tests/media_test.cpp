@@ -2,7 +2,7 @@
 #include "ATMedia.h"
 #include "support/recorder.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 const std::uint8_t kMedia = 3;
@@ -46,7 +46,7 @@ Action Goto(const std::string& folder, const std::string& index) {
           "goto(folder[" + folder + "],index[" + index + "]') \n"};
 }
 
-class MediaCommand : public RecordedBench {
+class MediaCommand : public RecordedService {
  protected:
   // Makes `name`, the source with identifier `id`, the current one; "" takes its object away.
   void Play(const std::string& name, int id = 0) {
@@ -262,4 +262,4 @@ TEST(Players, TellWhetherTheyWrote) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

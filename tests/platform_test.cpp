@@ -20,7 +20,7 @@
 #include "support/fake_manager.h"
 #include "wire/devices.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 using std::chrono::steady_clock;
@@ -437,4 +437,4 @@ TEST_F(SlogTest, WhatIsNoRingIsNeverWritten) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "support/bench.h"
+#include "support/fixture.h"
 
 namespace {
 
@@ -656,10 +656,10 @@ TEST(HostileText, RandomMutations) {
 
 TEST(HostileText, WhatTheFuzzTargetsFound) {
   for (const bool json : {kPps, kJson}) {
-    const std::string corpus = KORVANDIS_SOURCE_DIR "/tests/fuzz/corpus/";
+    const std::string corpus = support::SourceDir() + "/tests/fuzz/corpus/";
     int inputs = 0;
     for (const auto& file : std::filesystem::directory_iterator(corpus + (json ? "json" : "pps"))) {
-      const std::string bytes = bench::ReadFile(file.path());
+      const std::string bytes = support::ReadFile(file.path());
       fuzz::Run(fuzz::Input(bytes), json);
       ++inputs;
     }

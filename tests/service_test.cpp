@@ -7,10 +7,10 @@
 #include <cstdio>
 #include <thread>
 
-#include "support/bench.h"
 #include "support/fake_manager.h"
+#include "support/fixture.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 using Texts = std::vector<std::string>;
@@ -73,7 +73,7 @@ TEST(OptionsTest, ClosedStandardStreamsAreNobodyElses) {
   EXPECT_EQ(service.Terminate(), 0);
 }
 
-class ServiceTest : public BenchTest {
+class ServiceTest : public ServiceOnUnit {
  protected:
   // What is logged between the packet's coming in and its being done with. `packet` has no reply.
   Texts LinesOf(const Bytes& packet) {
@@ -248,4 +248,4 @@ TEST_F(ServiceTest, IsIdleWhenNothingComes) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

@@ -6,7 +6,7 @@
 #include "ATSrc.h"
 #include "support/recorder.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 const std::uint8_t kSource = 0;
@@ -37,7 +37,7 @@ TEST(SourceTable, TranslatesExactly) {
   EXPECT_EQ(std::string(src.m_srcName, sizeof(src.m_srcName)), std::string(250, '\0'));
 }
 
-class Sources : public RecordedBench {
+class Sources : public RecordedService {
  protected:
   // Looks up the current source while its object holds `text`; checks all that is written.
   void Expect(const std::string& text, const std::string& lines, int id) {
@@ -130,4 +130,4 @@ TEST_F(Sources, TraceReportsAndFailures) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

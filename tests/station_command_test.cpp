@@ -10,13 +10,13 @@
 #include "station/command.h"
 #include "station/command_line.h"
 #include "station/packet_text.h"
-#include "support/bench.h"
+#include "support/fixture.h"
 #include "wire/at_packet.h"
 
 namespace station {
 namespace {
 
-using bench::Contains;
+using support::Contains;
 
 std::vector<std::string> Words(const std::string& line) {
   std::vector<std::string> words;
@@ -144,8 +144,8 @@ TEST(StationCommand, ArgumentsTakeTheirLongestText) {
 }
 
 TEST(StationAnswer, TextsAndIdentities) {
-  EXPECT_EQ(Value(kVersionReply, bench::Text("1.2")), "1.2");
-  EXPECT_EQ(Decode(kVersionReply, bench::Text("1.2")).problem, "");
+  EXPECT_EQ(Value(kVersionReply, support::Text("1.2")), "1.2");
+  EXPECT_EQ(Decode(kVersionReply, support::Text("1.2")).problem, "");
   EXPECT_NE(Decode(kVersionReply, {}).problem, "");
   EXPECT_EQ(Describe(Decode(kVersionReply, {'5', '\n', 0xFF, 0, 0x1B})), "5\\n\\xFF\\x00\\x1B");
 
@@ -155,8 +155,8 @@ TEST(StationAnswer, TextsAndIdentities) {
   EXPECT_NE(Decode(kIdentityReply, {}).problem, "");
   EXPECT_NE(Decode(kIdentityReply, {'A', 0, 'B'}).problem, "") << "not the text that was burnt in";
 
-  EXPECT_EQ(Decode(kNameReply, bench::Text("Car")).problem, "");
-  EXPECT_NE(Decode(kNameReply, bench::Text("error")).problem, "");
+  EXPECT_EQ(Decode(kNameReply, support::Text("Car")).problem, "");
+  EXPECT_NE(Decode(kNameReply, support::Text("error")).problem, "");
   EXPECT_EQ(Value(kMacReply, {0, 0x1A, 0x7D, 0xDA, 0x71, 0x13}), "00:1A:7D:DA:71:13");
   EXPECT_NE(Decode(kMacReply, Bytes(6, 0)).problem, "");
   EXPECT_TRUE(Decode(kMacReply, Bytes(5, 1)).fields.empty());
@@ -219,7 +219,7 @@ Bytes Position(double longitude, double latitude) {
 }
 
 Bytes FixedText(const std::string& text) {
-  Bytes data = bench::Text(text);
+  Bytes data = support::Text(text);
   data.resize(78);
   return data;
 }
@@ -238,7 +238,7 @@ TEST(StationAnswer, PositionSpeedAndAngle) {
   EXPECT_EQ(Decode(kSpeedReply, FixedText("57.0")).fields.at(0).number, 57.0);
   EXPECT_NE(Decode(kSpeedReply, FixedText("fast")).problem, "");
   EXPECT_NE(Decode(kSpeedReply, FixedText("")).problem, "");
-  EXPECT_NE(Decode(kSpeedReply, bench::Text("57.0")).problem, "");
+  EXPECT_NE(Decode(kSpeedReply, support::Text("57.0")).problem, "");
   EXPECT_NE(Decode(kSpeedReply, Bytes(78, '1')).problem, "") << "no zero byte at the end";
   Bytes rest = FixedText("57.0");
   rest[77] = 1;
@@ -266,8 +266,9 @@ TEST(StationPackets, AreNamedWhicheverBytesTheyHold) {
   EXPECT_EQ(request(7, 1, {}), "version mpu");
   EXPECT_EQ(request(4, 0, {'a', 0x1B}), "bt name 'a\\x1B'");
   EXPECT_EQ(request(99, 3, {1, 2}), "command 99, sub-command 3, parameters 01 02");
-  EXPECT_EQ(DescribePacket(qnx::Direction::kFromService, bench::Reply(7, 1, bench::Text("1.2"))),
-            "version mpu: 1.2");
+  EXPECT_EQ(
+      DescribePacket(qnx::Direction::kFromService, support::Reply(7, 1, support::Text("1.2"))),
+      "version mpu: 1.2");
   // Every way to cut or bend the two is told as such, and none reads outside.
   Bytes packet = wire::BuildRequest(7, 1, {});
   for (std::size_t size = 0; size < packet.size(); ++size) {
@@ -293,7 +294,7 @@ Ran RunLine(const std::vector<std::string>& arguments) {
 }
 
 TEST(StationCommandLine, HelpOnEveryLevel) {
-  const bench::TempRoot root;
+  const support::TempRoot root;
   const Ran all = RunLine({"--help"});
   EXPECT_EQ(all.status, 0);
   std::set<std::string> groups;
@@ -316,7 +317,7 @@ TEST(StationCommandLine, HelpOnEveryLevel) {
 }
 
 TEST(StationCommandLine, TheManualHasEveryWordAndOption) {
-  std::string page = bench::ReadFile(KORVANDIS_SOURCE_DIR "/docs/man/station.1");
+  std::string page = support::ReadFile(support::SourceDir() + "/docs/man/station.1");
   page.erase(std::remove(page.begin(), page.end(), '\\'), page.end());
   for (const Command& command : Commands()) {
     for (const std::string& word : Words(command.words)) {
@@ -331,7 +332,7 @@ TEST(StationCommandLine, TheManualHasEveryWordAndOption) {
 }
 
 TEST(StationCommandLine, WrongUsageIsStatusTwoAndOneLine) {
-  const bench::TempRoot root;
+  const support::TempRoot root;
   for (const char* line :
        {"", "nonsense", "chip --verify", "chip --nonsense", "chip --timeout", "chip --timeout 0",
         "chip --timeout soon", "chip --help=yes", "run /nonexistent", "run /", "run ''",
@@ -345,7 +346,7 @@ TEST(StationCommandLine, WrongUsageIsStatusTwoAndOneLine) {
 }
 
 TEST(StationCommandLine, WithoutAUnitEveryCommandSaysSo) {
-  const bench::TempRoot root;
+  const support::TempRoot root;
   for (const char* line : {"version", "version mpu", "bt on --verify", "raw 7 1", "monitor",
                            "wait 0", "gps watch", "usb", "record /dev/null"}) {
     const Ran ran = RunLine(Words(line));
@@ -356,7 +357,7 @@ TEST(StationCommandLine, WithoutAUnitEveryCommandSaysSo) {
 }
 
 TEST(StationCommandLine, CompletesItsOwnTable) {
-  const bench::TempRoot root;
+  const support::TempRoot root;
   const Ran script = RunLine({"completion", "bash"});
   ASSERT_EQ(script.status, 0);
   root.AddFile("/script", script.out);
@@ -367,7 +368,7 @@ TEST(StationCommandLine, CompletesItsOwnTable) {
                               "echo ${COMPREPLY[*]}' > " +
                               root.path() + "/words";
     EXPECT_EQ(std::system(shell.c_str()), 0) << words;
-    return bench::ReadFile(root.path() + "/words");
+    return support::ReadFile(root.path() + "/words");
   };
   EXPECT_EQ(complete("\"\"").substr(0, 9), "wait raw ");
   EXPECT_EQ(complete("v"), "version\n");

@@ -5,12 +5,12 @@
 #include <cstring>
 #include <thread>
 
-#include "station/packet_text.h"
-#include "support/bench.h"
-#include "support/fake_manager.h"
 #include "qnx/bench_link.h"
+#include "station/packet_text.h"
+#include "support/fake_manager.h"
+#include "support/fixture.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 class StationLinkTest : public ::testing::Test {
@@ -198,4 +198,4 @@ TEST_F(StationLinkTest, WaitsForTheService) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

@@ -8,18 +8,18 @@
 #include "station/command.h"
 #include "station/packet_text.h"
 #include "station/recording.h"
-#include "support/bench.h"
+#include "support/fixture.h"
 #include "wire/at_packet.h"
 
 namespace station {
 namespace {
 
-using bench::Contains;
+using support::Contains;
 
 const auto kTo = qnx::Direction::kToService;
 const auto kFrom = qnx::Direction::kFromService;
 
-using bench::Reply;
+using support::Reply;
 
 std::string ParseProblem(const std::string& text) {
   std::vector<RecordedPacket> packets;
@@ -50,7 +50,7 @@ TEST(StationRecording, BothFormatsReadBackAsWritten) {
   const std::string pcap =
       RecordingHead(RecordingFormat::kPcap) +
       RecordingEntry(RecordingFormat::kPcap, {5000000007ULL, kFrom, {0xAB, 0x01}});
-  EXPECT_EQ(Hex(bench::Text(pcap)),
+  EXPECT_EQ(Hex(support::Text(pcap)),
             "4D 3C B2 A1 02 00 04 00 00 00 00 00 00 00 00 00 00 00 04 00 93 00 00 00 "
             "05 00 00 00 07 00 00 00 03 00 00 00 03 00 00 00 01 AB 01");
 }
@@ -114,7 +114,7 @@ TEST(StationRecording, RepliesBelongToTheFirstRequestThatWaits) {
 
 TEST(StationRecording, WiresharkNamesEveryCommand) {
   if (std::system("tshark --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "no tshark";
-  const bench::TempRoot root;
+  const support::TempRoot root;
   std::string pcap = RecordingHead(RecordingFormat::kPcap);
   std::vector<std::string> expected;
   for (const Command& command : Commands()) {
@@ -131,7 +131,7 @@ TEST(StationRecording, WiresharkNamesEveryCommand) {
     expected.push_back(command.words + ":");
   }
   const std::pair<Bytes, const char*> replies[] = {
-      {Reply(7, 1, bench::Text("1.2")), "version mpu: 1.2"},
+      {Reply(7, 1, support::Text("1.2")), "version mpu: 1.2"},
       {Reply(4, 7, {0, 0x1A, 0x7D, 0xDA, 0x71, 0x13}), "bt mac: 00:1A:7D:DA:71:13"},
       {Reply(12, 0, {0}), "chip: fail"},
       {Reply(3, 5, {0, 2, 1, 0x2C}), "media position: folder 2, track 300"},
@@ -147,11 +147,11 @@ TEST(StationRecording, WiresharkNamesEveryCommand) {
   }
   root.AddFile("/t.pcap", pcap);
   const std::string run = "cd " + root.path() + " && HOME=" + root.path() +
-                          " tshark -X lua_script:" KORVANDIS_SOURCE_DIR
+                          " tshark -X lua_script:" + support::SourceDir() +
                           "/bench/station/dissector/korvandis.lua -r t.pcap ";
   ASSERT_EQ(std::system((run + "-T fields -e _ws.col.Info > info 2> errors").c_str()), 0)
-      << bench::ReadFile(root.path() + "/errors");
-  std::istringstream info(bench::ReadFile(root.path() + "/info"));
+      << support::ReadFile(root.path() + "/errors");
+  std::istringstream info(support::ReadFile(root.path() + "/info"));
   std::string line;
   for (const std::string& text : expected) {
     ASSERT_TRUE(std::getline(info, line));
@@ -166,42 +166,45 @@ TEST(StationRecording, WiresharkNamesEveryCommand) {
                                "korvandis.command -e korvandis.reply -e korvandis.folder > info")
                             .c_str()),
             0);
-  EXPECT_EQ(bench::ReadFile(root.path() + "/info"), "1\t3\t1\t2\n");
+  EXPECT_EQ(support::ReadFile(root.path() + "/info"), "1\t3\t1\t2\n");
   ASSERT_EQ(std::system((run + "-Y korvandis.malformed -T fields -e frame.len > info").c_str()), 0);
-  EXPECT_EQ(bench::ReadFile(root.path() + "/info"), "29\n4\n");
+  EXPECT_EQ(support::ReadFile(root.path() + "/info"), "29\n4\n");
 }
 
-class StationReplayTest : public bench::BenchTest {
+class StationReplayTest : public support::ServiceOnUnit {
  protected:
-  StationReplayTest() : BenchTest(bench::WholeUnit()) {}
+  StationReplayTest() : ServiceOnUnit(support::WholeUnit()) {}
 
   // Records what the station does on one command line.
   std::string Record(const std::vector<std::string>& arguments, const std::string& option) {
     const std::string path = root_.path() + "/recording" + option;
     std::vector<std::string> record = {"record", path};
     if (!option.empty()) record.push_back(option);
-    bench::Program recorder(root_, "station", record);
-    EXPECT_TRUE(bench::Eventually([&] { return !bench::ReadFile(path).empty(); }));
-    bench::Program station(root_, "station", arguments);
-    EXPECT_EQ(station.Wait(bench::milliseconds(60000)), 0) << station.Output() << station.Errors();
+    support::Program recorder(root_, "station", record);
+    EXPECT_TRUE(support::Eventually([&] { return !support::ReadFile(path).empty(); }));
+    support::Program station(root_, "station", arguments);
+    EXPECT_EQ(station.Wait(support::milliseconds(60000)), 0)
+        << station.Output() << station.Errors();
     recorder.Signal(SIGINT);
     EXPECT_EQ(recorder.Wait(), 0);
     EXPECT_PRED2(Contains, recorder.Output(), " packets in ");
     return path;
   }
 
-  std::unique_ptr<bench::Program> Replay(std::vector<std::string> arguments) {
+  std::unique_ptr<support::Program> Replay(std::vector<std::string> arguments) {
     arguments.insert(arguments.end(), {"--ignore", "gps", "--timeout", "5"});
     arguments.insert(arguments.begin(), "replay");
-    auto replay = std::make_unique<bench::Program>(root_, "station", arguments);
-    replay->Wait(bench::milliseconds(60000));
+    auto replay = std::make_unique<support::Program>(root_, "station", arguments);
+    replay->Wait(support::milliseconds(60000));
     return replay;
   }
 };
 
 TEST_F(StationReplayTest, TheShippedSequencePassesAndReplaysAlike) {
-  const std::string path = Record(
-      {"run", KORVANDIS_SOURCE_DIR "/bench/station/sequences/end-of-line.seq", "--set", "serial=SN42"}, "");
+  const std::string path =
+      Record({"run", support::SourceDir() + "/bench/station/sequences/end-of-line.seq", "--set",
+              "serial=SN42"},
+             "");
   const auto replay = Replay({path});
   EXPECT_EQ(replay->Wait(), 0) << replay->Output() << replay->Errors();
   EXPECT_PRED2(Contains, replay->Output(), " answers compared, 0 differ\n");
@@ -209,7 +212,7 @@ TEST_F(StationReplayTest, TheShippedSequencePassesAndReplaysAlike) {
 
 TEST_F(StationReplayTest, AChangedUnitIsToldStepByStep) {
   const std::string path = Record({"version"}, "--pcap");
-  bench::WriteObject("/pps/zelmar/system/zmversion_status", "zmos:json:{\"version\":\"NEW\"}");
+  support::WriteObject("/pps/zelmar/system/zmversion_status", "zmos:json:{\"version\":\"NEW\"}");
   const auto replay = Replay({path, "--fast"});
   EXPECT_EQ(replay->Wait(), 1);
   EXPECT_PRED2(Contains, replay->Output(), "\n    8  DIFFERS   version zmos\n");
@@ -225,8 +228,8 @@ TEST_F(StationReplayTest, MissingAndUnexpectedAnswersAreDifferences) {
       text += RecordingEntry(RecordingFormat::kText, packet);
     }
     root_.AddFile("/made", text);
-    bench::Program program(root_, "station",
-                           {"replay", root_.path() + "/made", "--timeout", "0.3"});
+    support::Program program(root_, "station",
+                             {"replay", root_.path() + "/made", "--timeout", "0.3"});
     EXPECT_EQ(program.Wait(), 1);
     return program.Output() + program.Errors();
   };

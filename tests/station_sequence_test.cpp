@@ -7,13 +7,13 @@
 
 #include "station/sequence.h"
 #include "station/sequence_run.h"
-#include "support/bench.h"
+#include "support/fixture.h"
 #include "tools/pps_object.h"
 
 namespace station {
 namespace {
 
-using bench::Contains;
+using support::Contains;
 
 const char kStep[] = "phase P\nstep S\n";
 
@@ -203,23 +203,24 @@ TEST(StationSequence, ExpectationsHoldAtTheirEdges) {
 }
 
 // Runs against a unit and the service.
-class StationRunTest : public bench::BenchTest {
+class StationRunTest : public support::ServiceOnUnit {
  protected:
   void SetUp() override {
-    BenchTest::SetUp();
-    bench::WriteObject("/pps/zelmar/system/version_status", "mpu:json:{\"version\":\"M<1>&\\\"\"}");
-    bench::WriteObject("/pps/zelmar/setting/systeminfo", "zmlocalname::Old");
+    ServiceOnUnit::SetUp();
+    support::WriteObject("/pps/zelmar/system/version_status",
+                         "mpu:json:{\"version\":\"M<1>&\\\"\"}");
+    support::WriteObject("/pps/zelmar/setting/systeminfo", "zmlocalname::Old");
   }
 
   // Runs the station on a sequence; its exit status.
   int RunText(const std::string& text, std::vector<std::string> arguments = {}) {
     root_.AddFile("/test.seq", text);
     arguments.insert(arguments.begin(), {"run", root_.path() + "/test.seq"});
-    program_ = std::make_unique<bench::Program>(root_, "station", arguments);
+    program_ = std::make_unique<support::Program>(root_, "station", arguments);
     return program_->Wait();
   }
 
-  std::unique_ptr<bench::Program> program_;
+  std::unique_ptr<support::Program> program_;
 };
 
 TEST_F(StationRunTest, KeepsValuesVerifiesAndReports) {
@@ -232,7 +233,7 @@ TEST_F(StationRunTest, KeepsValuesVerifiesAndReports) {
   const std::string json_path = root_.path() + "/record.json";
   const std::string junit_path = root_.path() + "/record.xml";
   EXPECT_EQ(RunText(text, {"--set", "serial=42", "--json", json_path, "--junit", junit_path}), 1);
-  EXPECT_EQ(bench::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname"), ":Old 42");
+  EXPECT_EQ(support::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname"), ":Old 42");
   const std::string output = program_->Output();
   EXPECT_PRED2(Contains, output, "passed   Read: Old\n");
   EXPECT_PRED2(Contains, output, "passed   Write: verified\n");
@@ -243,7 +244,7 @@ TEST_F(StationRunTest, KeepsValuesVerifiesAndReports) {
   EXPECT_EQ(output.find('\033'), std::string::npos) << "no colours in a file";
 
   // The record is JSON that a strict reader takes, and says the same.
-  const std::string json = bench::ReadFile(json_path);
+  const std::string json = support::ReadFile(json_path);
   EXPECT_PRED1(tools::IsJson, json);
   for (const char* part :
        {"\n  \"device\": \"42\"", "\n  \"outcome\": \"failed\"", "\"attempts\": 3",
@@ -251,7 +252,7 @@ TEST_F(StationRunTest, KeepsValuesVerifiesAndReports) {
     EXPECT_PRED2(Contains, json, part);
   }
 
-  const std::string junit = bench::ReadFile(junit_path);
+  const std::string junit = support::ReadFile(junit_path);
   EXPECT_PRED2(Contains, junit,
                "<testsuites name=\"A &lt;run&gt;\" tests=\"5\" failures=\"1\" skipped=\"0\"");
   EXPECT_PRED2(Contains, junit,
@@ -259,13 +260,13 @@ TEST_F(StationRunTest, KeepsValuesVerifiesAndReports) {
 }
 
 TEST_F(StationRunTest, AnOldValueProvesNothing) {
-  bench::WriteObject("/pps/zelmar/setting/bt_control", "zmbt_switch::on");
+  support::WriteObject("/pps/zelmar/setting/bt_control", "zmbt_switch::on");
   const auto station = [&](const std::vector<std::string>& arguments) {
-    program_ = std::make_unique<bench::Program>(root_, "station", arguments);
+    program_ = std::make_unique<support::Program>(root_, "station", arguments);
     return program_->Wait();
   };
   EXPECT_EQ(station({"bt", "off", "--verify"}), 0) << program_->Errors();
-  EXPECT_EQ(bench::Attribute("/pps/zelmar/setting/bt_control", "zmbt_switch"), ":off");
+  EXPECT_EQ(support::Attribute("/pps/zelmar/setting/bt_control", "zmbt_switch"), ":off");
   EXPECT_EQ(station({"bt", "pair", "0000", "--verify", "--timeout", "0.3"}), 1)
       << "there is no such object";
   EXPECT_PRED2(Contains, program_->Errors(), "pairingcode is missing");
@@ -283,7 +284,7 @@ TEST_F(StationRunTest, StopsWhereAFailureMakesTheRestUseless) {
             1);
   EXPECT_PRED2(Contains, program_->Output(), "1 failed, 2 skipped");
   EXPECT_PRED2(Contains, program_->Output(), "skipped  C: 'A' failed");
-  EXPECT_EQ(bench::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname"), ":Old");
+  EXPECT_EQ(support::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname"), ":Old");
   // A step whose value was never kept fails by itself.
   EXPECT_EQ(RunText("phase P\nstep A\ndo version os\nkeep version as v\nstep B\ndo bt name {v}\n"),
             1);
@@ -294,9 +295,9 @@ TEST_F(StationRunTest, StopsWhereAFailureMakesTheRestUseless) {
 TEST_F(StationRunTest, RetriesUntilTheUnitIsReady) {
   root_.AddFile("/test.seq",
                 "phase P\nstep A\ndo bt name\nexpect name is New\nretry 500 times every 0.02 s\n");
-  bench::Program program(root_, "station", {"run", root_.path() + "/test.seq"});
-  std::this_thread::sleep_for(bench::milliseconds(200));
-  bench::WriteObject("/pps/zelmar/setting/systeminfo", "zmlocalname::New");
+  support::Program program(root_, "station", {"run", root_.path() + "/test.seq"});
+  std::this_thread::sleep_for(support::milliseconds(200));
+  support::WriteObject("/pps/zelmar/setting/systeminfo", "zmlocalname::New");
   EXPECT_EQ(program.Wait(), 0) << program.Output();
 }
 
@@ -312,10 +313,11 @@ TEST_F(StationRunTest, NothingIsSentByListAndDryRunAndWrongFiles) {
   EXPECT_PRED2(Contains, program_->Errors(), "test.seq:9: unknown command 'nonsense'\n");
   EXPECT_EQ(RunText(text, {"--set", "n"}), 2);
   EXPECT_EQ(RunText(text, {"--json", "/nonexistent/file"}), 2);
-  EXPECT_EQ(bench::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname"), ":Old");
+  EXPECT_EQ(support::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname"), ":Old");
   EXPECT_EQ(RunText(text, {"--only", "P"}), 0);
-  EXPECT_TRUE(bench::Eventually(
-      [] { return bench::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname") == ":New"; }));
+  EXPECT_TRUE(support::Eventually([] {
+    return support::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname") == ":New";
+  }));
 }
 
 TEST_F(StationRunTest, ASignalEndsTheRunWithItsRecord) {
@@ -324,14 +326,14 @@ TEST_F(StationRunTest, ASignalEndsTheRunWithItsRecord) {
   const std::string json = root_.path() + "/record.json";
   for (const char* step : {"wait 100 s", "do serial KV1\nverify\ntimeout 100 s"}) {
     root_.AddFile("/test.seq", std::string("phase P\nstep A\n") + step + "\nstep B\ndo bt name\n");
-    bench::Program program(root_, "station", {"run", root_.path() + "/test.seq", "--json", json});
-    EXPECT_TRUE(bench::Eventually([&] { return Contains(program.Output(), "\nP\n"); }));
-    std::this_thread::sleep_for(bench::milliseconds(200));
+    support::Program program(root_, "station", {"run", root_.path() + "/test.seq", "--json", json});
+    EXPECT_TRUE(support::Eventually([&] { return Contains(program.Output(), "\nP\n"); }));
+    std::this_thread::sleep_for(support::milliseconds(200));
     program.Signal(SIGINT);
     EXPECT_EQ(program.Wait(), 1);
     EXPECT_PRED2(Contains, program.Output(), "failed   A: interrupted\n");
     EXPECT_PRED2(Contains, program.Output(), "skipped  B: interrupted\n");
-    EXPECT_TRUE(tools::IsJson(bench::ReadFile(json)));
+    EXPECT_TRUE(tools::IsJson(support::ReadFile(json)));
   }
 }
 

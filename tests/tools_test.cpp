@@ -9,12 +9,12 @@
 #include <thread>
 
 #include "qnx/slog_ring.h"
-#include "support/bench.h"
+#include "support/fixture.h"
 #include "support/raw_client.h"
 #include "tools/pps_object.h"
 #include "tools/program.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 const char kObject[] = "/pps/zelmar/setting/systeminfo";
@@ -272,7 +272,7 @@ TEST_F(SloginfoTest, FollowsAcrossARestartOfTheUnit) {
   };
   EXPECT_TRUE(Eventually([&] { return shows("one\n"); })) << follow.Output();
   EXPECT_EQ(std::remove((root_.path() + "/dev/slog").c_str()), 0);
-  std::this_thread::sleep_for(milliseconds(200) * bench::kPatience);
+  std::this_thread::sleep_for(milliseconds(200) * support::kPatience);
   EXPECT_EQ(qnx::CreateSlogRing(root_.path() + "/dev/slog", 64), 0);
   EXPECT_TRUE(Eventually([&] { return shows("two\n"); })) << follow.Output();
   EXPECT_FALSE(Contains(follow.Output(), "old"));
@@ -298,4 +298,4 @@ TEST_F(SloginfoTest, UsageAndAMissingLog) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

@@ -8,11 +8,11 @@
 #include <thread>
 
 #include "platform/io.h"
-#include "support/bench.h"
-#include "support/raw_client.h"
 #include "qnx/bench_link.h"
+#include "support/fixture.h"
+#include "support/raw_client.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 class ControlTest : public UnitTest {
@@ -249,4 +249,4 @@ TEST_F(ProfileTest, TheProgramRunsSavesAndEndsInOrder) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

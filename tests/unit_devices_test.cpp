@@ -7,11 +7,11 @@
 #include <filesystem>
 
 #include "platform/io.h"
-#include "support/bench.h"
+#include "support/fixture.h"
 #include "support/raw_client.h"
 #include "wire/devices.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 const char kSysInfo[] = "/dev/sysinfo";
@@ -220,4 +220,4 @@ TEST_F(DevicesTest, TheBusCanBeToldToFailAndCounts) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

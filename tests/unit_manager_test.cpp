@@ -14,12 +14,12 @@
 #include <thread>
 
 #include "platform/io.h"
-#include "support/bench.h"
+#include "qnx/bench_link.h"
+#include "support/fixture.h"
 #include "support/raw_client.h"
 #include "wire/at_packet.h"
-#include "qnx/bench_link.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 const char* const kAllManagers[] = {"/pps",         wire::kMcuDevicePath, qnx::kStationPath,
@@ -291,4 +291,4 @@ TEST_F(ManagerTest, AUnitWithoutDescriptorsWaitsForThem) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

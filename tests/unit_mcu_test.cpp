@@ -3,12 +3,12 @@
 
 #include <cstring>
 
-#include "support/bench.h"
+#include "qnx/bench_link.h"
+#include "support/fixture.h"
 #include "support/raw_client.h"
 #include "wire/at_packet.h"
-#include "qnx/bench_link.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 std::string AsText(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
@@ -19,7 +19,7 @@ std::string Request(std::uint8_t command, std::uint8_t sub_command,
 }
 
 std::string Reply(std::uint8_t command, std::uint8_t sub_command, const std::string& data) {
-  return AsText(bench::Reply(command, sub_command, Text(data)));
+  return AsText(support::Reply(command, sub_command, Text(data)));
 }
 
 class McuTest : public UnitTest {
@@ -39,7 +39,7 @@ class McuTest : public UnitTest {
 
 TEST_F(McuTest, RepliesGoToTheStationThatAsked) {
   const RawClient service = OpenService();
-  EXPECT_TRUE(unit_->WaitForService(bench::kSoon));
+  EXPECT_TRUE(unit_->WaitForService(support::kSoon));
   const RawClient first = OpenStation();
   const RawClient second = OpenStation();
 
@@ -203,7 +203,7 @@ TEST_F(McuTest, TheDeviceGoesAndComesBack) {
   EXPECT_EQ("ok", Control("mcu up"));
   const RawClient again = OpenService();
   EXPECT_EQ(0, again.answer());
-  EXPECT_TRUE(unit_->WaitForService(bench::kSoon));
+  EXPECT_TRUE(unit_->WaitForService(support::kSoon));
   // What was asked before is forgotten.
   ASSERT_TRUE(again.Send(Reply(7, 1, "stale")));
   EXPECT_TRUE(Silent(station));
@@ -211,4 +211,4 @@ TEST_F(McuTest, TheDeviceGoesAndComesBack) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

@@ -4,10 +4,10 @@
 #include <sys/socket.h>
 
 #include "platform/io.h"
-#include "support/bench.h"
+#include "support/fixture.h"
 #include "support/raw_client.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 class PpsManagerTest : public UnitTest {
@@ -357,4 +357,4 @@ TEST_F(PpsManagerTest, PlatformCallsSeeTheSameManager) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

@@ -9,7 +9,7 @@
 
 #include "support/raw_client.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 const char kLauncher[] = "/services/app-launcher";
@@ -401,4 +401,4 @@ TEST_F(PositioningTest, ServicesSurviveTheLossOfTheManager) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

@@ -3,7 +3,7 @@
 
 #include "support/recorder.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 const std::uint8_t kUsbSd = 13;
@@ -11,7 +11,7 @@ const std::string kPresence = "/zelmar/system/dev_status";
 const std::string kUsb = "/zelmar/media/zmusb/status";
 const std::string kSd = "/zelmar/media/zmsd/status";
 
-class UsbSd : public RecordedBench {};
+class UsbSd : public RecordedService {};
 
 TEST_F(UsbSd, OnlyItsOwnAttributeAnswersEach) {
   // The path of a status is relative to the service's working directory.
@@ -60,7 +60,7 @@ TEST_F(UsbSd, OnlyItsOwnAttributeAnswersEach) {
   }
 }
 
-class Hostile : public RecordedBench {
+class Hostile : public RecordedService {
  protected:
   // What every query answers.
   std::string Answers() const {
@@ -143,4 +143,4 @@ TEST_F(Hostile, ObjectsOfAnyTextAndSize) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

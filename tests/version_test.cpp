@@ -1,14 +1,14 @@
 // Command 7.
 
-#include "support/bench.h"
+#include "support/fixture.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 const char kStatus[] = "/pps/zelmar/system/version_status";
 const char kNaviObject[] = "/pps/zelmar/navigation/systeminfo";
 
-class VersionTest : public BenchTest {};
+class VersionTest : public ServiceOnUnit {};
 
 TEST_F(VersionTest, EachSubCommandReadsItsOwnPlace) {
   WriteObject(
@@ -103,4 +103,4 @@ TEST_F(VersionTest, NavigationFallsBackToItsFile) {
 }
 
 }  // namespace
-}  // namespace bench
+}  // namespace support

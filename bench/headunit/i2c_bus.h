@@ -32,7 +32,7 @@ class I2cBus : public DevctlDevice {
 
   using Identity = std::array<std::uint8_t, kChipIdentitySize>;
 
-  // Faults for a bench to set. The counts are of requests that fail from now on.
+  // Faults for tests and people to set. The counts are of requests that fail from now on.
   void SetAbsent(bool absent) { absent_ = absent; }
   void SetSpeedRefused(bool refused) { speed_refused_ = refused; }
   void FailSends(std::uint32_t count) { failing_sends_ = count; }

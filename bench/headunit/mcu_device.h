@@ -13,8 +13,8 @@
 #include <mutex>
 #include <string>
 
-#include "resource_manager.h"
 #include "qnx/bench_link.h"
+#include "resource_manager.h"
 
 namespace headunit {
 

@@ -13,19 +13,19 @@
 #include <system_error>
 #include <utility>
 
-#include "bench.h"
+#include "control_table.h"
 #include "event_loop.h"
 #include "i2c_bus.h"
 #include "log.h"
 #include "mcu_device.h"
-#include "qnx/slog_ring.h"
 #include "pps_manager.h"
 #include "profile.h"
+#include "qnx/bench_link.h"
+#include "qnx/slog_ring.h"
 #include "services/service_set.h"
 #include "sysinfo_device.h"
 #include "unique_fd.h"
 #include "wire/at_packet.h"
-#include "qnx/bench_link.h"
 
 namespace headunit {
 namespace {
@@ -61,8 +61,8 @@ struct Unit::Impl {
         stations(&managers, options.root + qnx::kStationPath, &mcu),
         sysinfo(&managers, options.root + kSysInfoPath, State() + kSysInfoStore),
         i2c(&managers, options.root + kI2cPath),
-        bench(BenchParts{&pps, &mcu, &stations, &sysinfo, &i2c}),
-        control(&managers, options.root + qnx::kControlPath, &bench) {
+        control_table(ControlledParts{&pps, &mcu, &stations, &sysinfo, &i2c}),
+        control(&managers, options.root + qnx::kControlPath, &control_table) {
     mcu.SetPresence([this](std::size_t openers) { OnPresence(openers); });
   }
 
@@ -86,7 +86,7 @@ struct Unit::Impl {
   StationConnector stations;
   SysInfoDevice sysinfo;
   I2cBus i2c;
-  Bench bench;
+  ControlTable control_table;
   ControlConnector control;
   std::unique_ptr<ServiceSet> services;
   std::atomic<bool> running{false};
@@ -120,8 +120,7 @@ std::string Unit::Impl::LayOut() {
   fs::create_directories(options.root + "/dev", error);
   if (!error) fs::create_directories(State(), error);
   if (error) return options.root + ": " + error.message();
-  const int result =
-      qnx::CreateSlogRing(options.root + qnx::kSlogPath, options.log_lines);
+  const int result = qnx::CreateSlogRing(options.root + qnx::kSlogPath, options.log_lines);
   if (result != 0) return options.root + qnx::kSlogPath + ": " + std::strerror(result);
   std::string failure = sysinfo.Restore();
   if (options.profile.empty()) return failure;
@@ -154,13 +153,14 @@ std::string Unit::Impl::StartServices() {
   }
   services = std::make_unique<ServiceSet>(std::move(drive));
   std::string failure = services->Start();
-  if (failure.empty()) managers.Call([this] { bench.SetPositioning(services->positioning()); });
+  if (failure.empty())
+    managers.Call([this] { control_table.SetPositioning(services->positioning()); });
   return failure;
 }
 
 void Unit::Impl::StopAll() {
   managers.Call([this] {
-    bench.SetPositioning(nullptr);
+    control_table.SetPositioning(nullptr);
     pps.ClearFaults();  // lets go of a service that waits for an answer
   });
   services.reset();
@@ -198,7 +198,7 @@ void Unit::Stop() { impl_->StopAll(); }
 std::string Unit::Control(const std::string& line) {
   if (!impl_->running) return "error the unit does not run";
   std::string answer;
-  impl_->managers.Call([&] { answer = impl_->bench.Run(line); });
+  impl_->managers.Call([&] { answer = impl_->control_table.Run(line); });
   return answer;
 }
 

@@ -367,8 +367,7 @@ pps_decoder_error_t pps_decoder_get_int64_named(pps_decoder_t* decoder, const ch
 pps_decoder_error_t pps_decoder_get_double_named(pps_decoder_t* decoder, const char* name,
                                                  std::size_t length, double* value) {
   return Get(decoder, {name, length}, [value](pps_decoder_t* d, const Node& found) {
-    return found.kind == Kind::kNumber &&
-           qnx::pps::ToDouble(found, d->text + found.text, value);
+    return found.kind == Kind::kNumber && qnx::pps::ToDouble(found, d->text + found.text, value);
   });
 }
 

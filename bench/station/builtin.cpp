@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <iostream>
 
-#include "station/bench.h"
 #include "station/packet_text.h"
+#include "station/requester.h"
 
 namespace station {
 namespace {
@@ -36,14 +36,14 @@ int RunGroup(Context& context) {
     std::string name, value, verdict;
   };
   const std::string& group = context.invocation.command->words;
-  Bench bench(context.timeout, nullptr);
+  Requester requester(context.timeout, nullptr);
   std::vector<Row> rows;
   bool right = true;
   std::size_t name_width = 0;
   std::size_t value_width = 0;
   for (const Command* command : CommandsUnder(group)) {
     if (!command->sent || command->reply == nullptr || !command->parameters.empty()) continue;
-    const Exchange exchange = bench.Perform(Question(*command), false);
+    const Exchange exchange = requester.Perform(Question(*command), false);
     if (exchange.outcome == Exchange::Outcome::kUnreachable) {
       return Complain(context, exchange.problem);
     }
@@ -73,9 +73,9 @@ int RunRaw(Context& context) {
                 << " parameter bytes; see 'station raw --help'\n";
     return tools::kExitUsage;
   }
-  Bench bench(context.timeout, nullptr);
-  const Exchange exchange = bench.Send(parameters[0], parameters[1],
-                                       Bytes(parameters.begin() + 2, parameters.end()), true);
+  Requester requester(context.timeout, nullptr);
+  const Exchange exchange = requester.Send(parameters[0], parameters[1],
+                                           Bytes(parameters.begin() + 2, parameters.end()), true);
   if (!exchange.request.empty() && exchange.outcome != Exchange::Outcome::kUnreachable) {
     context.out << "> " << Hex(exchange.request) << '\n'
                 << "  " << DescribePacket(qnx::Direction::kToService, exchange.request) << '\n';
@@ -150,7 +150,7 @@ int RunGpsWatch(Context& context) {
     return tools::kExitUsage;
   }
   tools::Interrupt interrupt;
-  Bench bench(context.timeout, &interrupt);
+  Requester requester(context.timeout, &interrupt);
   std::vector<Invocation> questions;
   for (const char* words : {"gps position", "gps speed", "gps satellites"}) {
     questions.push_back(Question(*CommandsUnder(words).front()));
@@ -160,7 +160,7 @@ int RunGpsWatch(Context& context) {
     const auto next = Clock::now() + Seconds(every);
     std::string screen = terminal ? "\033[H\033[J" : "";
     for (const Invocation& question : questions) {
-      const Exchange exchange = bench.Perform(question, false);
+      const Exchange exchange = requester.Perform(question, false);
       if (interrupt.Pending()) return tools::kExitRight;
       if (exchange.reply.empty()) return Complain(context, exchange.problem);
       if (exchange.right() && question.command->reply->table != nullptr) {

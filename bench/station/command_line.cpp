@@ -4,8 +4,8 @@
 #include <cstdlib>
 
 #include "builtin.h"
-#include "station/bench.h"
 #include "station/command.h"
+#include "station/requester.h"
 
 namespace station {
 namespace {
@@ -167,8 +167,9 @@ std::string HelpWords(const std::vector<std::string>& words) {
 
 int RunRequest(Context& context) {
   const Command& command = *context.invocation.command;
-  Bench bench(context.timeout, nullptr);
-  const Exchange exchange = bench.Perform(context.invocation, context.invocation.Has("--verify"));
+  Requester requester(context.timeout, nullptr);
+  const Exchange exchange =
+      requester.Perform(context.invocation, context.invocation.Has("--verify"));
   if (!exchange.right()) {
     context.err << "station: " << CommandLine(context.invocation) << ": " << exchange.problem;
     if (!exchange.answer.fields.empty()) context.err << " (" << Describe(exchange.answer) << ')';

@@ -33,7 +33,7 @@ class Runner {
         timeout_(timeout),
         interrupt_(interrupt),
         progress_(progress),
-        bench_(timeout, interrupt) {}
+        requester_(timeout, interrupt) {}
 
   PhaseRecord RunPhase(const Phase& phase) {
     const auto start = Clock::now();
@@ -113,7 +113,7 @@ class Runner {
     record->message = ParseInvocation(words, &invocation);
     if (!record->message.empty()) return;
     record->command = CommandLine(invocation);
-    bench_.set_timeout(step.timeout > 0 ? step.timeout : timeout_);
+    requester_.set_timeout(step.timeout > 0 ? step.timeout : timeout_);
     for (int attempt = 1; attempt <= step.retries + 1; ++attempt) {
       if (attempt > 1) {
         interrupt_->Wait(-1, Milliseconds(step.retry_pause));
@@ -130,7 +130,7 @@ class Runner {
   }
 
   bool RunAttempt(const Step& step, const Invocation& invocation, StepRecord* record) {
-    const Exchange exchange = bench_.Perform(invocation, step.verify);
+    const Exchange exchange = requester_.Perform(invocation, step.verify);
     record->message = exchange.problem;
     record->request = exchange.request;
     record->reply = exchange.reply;
@@ -179,7 +179,7 @@ class Runner {
   const double timeout_;
   tools::Interrupt* interrupt_;
   Progress* progress_;
-  Bench bench_;
+  Requester requester_;
   std::string stopped_;  // why everything behind is skipped
   const Clock::time_point start_ = Clock::now();
 };

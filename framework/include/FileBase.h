@@ -28,7 +28,7 @@ const int kMaxFileRead = 65536;
 // go of it.
 class FileBase {
  public:
-  explicit FileBase(fileTagInfo const& tag);
+  explicit FileBase(const fileTagInfo& tag);
   virtual ~FileBase();
   FileBase(const FileBase&) = delete;
   FileBase& operator=(const FileBase&) = delete;
@@ -50,10 +50,10 @@ class FileBase {
   enum LossPolicy { kStayClosed, kReopen };
 
   // kReopen: the delivery thread opens the file again when its other side was lost and is back.
-  FileBase(fileTagInfo const& tag, LossPolicy policy);
+  FileBase(const fileTagInfo& tag, LossPolicy policy);
 
   // Writes `size` bytes as one message. Returns their number, or the negated error number.
-  int WriteMessage(void const* data, int size) const;
+  int WriteMessage(const void* data, int size) const;
 
  private:
   friend class Delivery;
@@ -62,14 +62,14 @@ class FileBase {
   std::shared_ptr<Descriptor> Current() const;
   // Closes the file because the other side of `descriptor` is gone; nothing when it is no longer
   // the file's.
-  void Lose(std::shared_ptr<Descriptor> const& descriptor);
+  void Lose(const std::shared_ptr<Descriptor>& descriptor);
   // True when the file was lost and is to be opened again.
   bool WantsReopen() const;
   // Tells the controller's thread that there is something else to wait for.
-  void SetWakeup(std::shared_ptr<Wakeup> const& wakeup);
+  void SetWakeup(const std::shared_ptr<Wakeup>& wakeup);
 
-  fileTagInfo const& m_tag;
-  LossPolicy const m_policy;
+  const fileTagInfo& m_tag;
+  const LossPolicy m_policy;
   mutable std::mutex m_mutex;  // guards the members below
   std::shared_ptr<Descriptor> m_descriptor;
   std::shared_ptr<Wakeup> m_wakeup;

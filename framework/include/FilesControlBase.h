@@ -17,12 +17,12 @@ class FilesControlBase : public IPPSOnChange {
  public:
   FilesControlBase();
   ~FilesControlBase() override;  // stops
-  FilesControlBase(FilesControlBase const&) = delete;
-  FilesControlBase& operator=(FilesControlBase const&) = delete;
+  FilesControlBase(const FilesControlBase&) = delete;
+  FilesControlBase& operator=(const FilesControlBase&) = delete;
 
   void OnAttributeChange(int key, pps_attrib_t* attribute) override = 0;
   void OnPpsStatusChange(int key, pps_status_t status, pps_attrib_t* attribute) override;
-  void OnAttributeDataChange(int key, char const* text) override;
+  void OnAttributeDataChange(int key, const char* text) override;
 
   // Prepares the controller; false when the system has no descriptors left.
   virtual bool Init();
@@ -41,7 +41,7 @@ class FilesControlBase : public IPPSOnChange {
   bool RemoveFile(int key) const;
 
  private:
-  std::unique_ptr<Delivery> const m_delivery;
+  const std::unique_ptr<Delivery> m_delivery;
 };
 
 }  // namespace ZMCAR

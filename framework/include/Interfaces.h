@@ -27,7 +27,7 @@ class IPPSOnChange {
   virtual void OnAttributeChange(int key, pps_attrib_t* attribute) = 0;
   // The object was created, deleted or truncated, or an attribute deleted.
   virtual void OnPpsStatusChange(int key, pps_status_t status, pps_attrib_t* attribute) = 0;
-  virtual void OnAttributeDataChange(int key, char const* text) = 0;
+  virtual void OnAttributeDataChange(int key, const char* text) = 0;
 };
 
 // View of a controller with a user interface; controllers without one pass a null pointer.

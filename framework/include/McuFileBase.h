@@ -26,7 +26,7 @@ const int kMaxPayload = 1280;  // payload area of the send buffer, in bytes
 class McuFileBase : public FileBase {
  public:
   // Keeps both; neither is owned.
-  McuFileBase(fileTagInfo const& tag, IMcuRecvData* receiver);
+  McuFileBase(const fileTagInfo& tag, IMcuRecvData* receiver);
 
   bool Init() override;
   // Hands the packet to the receiver.
@@ -39,7 +39,7 @@ class McuFileBase : public FileBase {
 
   // Writes `size` bytes, header and payload, as one packet. Returns their number, or the negated
   // error number. May be called on any thread.
-  int SendToSpiDev(unsigned char const* packet, int size) const;
+  int SendToSpiDev(const unsigned char* packet, int size) const;
 
  protected:
   // One packet: derived classes fill the payload before sending, under a lock of their own.

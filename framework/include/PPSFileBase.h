@@ -12,7 +12,7 @@ namespace ZMCAR {
 class PPSFileBase : public FileBase {
  public:
   // Keeps both; neither is owned.
-  PPSFileBase(fileTagInfo const& tag, IPPSOnChange* owner);
+  PPSFileBase(const fileTagInfo& tag, IPPSOnChange* owner);
 
   bool Init() override;
   bool Open() override;
@@ -26,7 +26,7 @@ class PPSFileBase : public FileBase {
   virtual void OnPPSStatusChange(pps_status_t status, pps_attrib_t* attribute);
 
   // Writes `length` bytes of PPS text to the object; true when all were taken. Any thread.
-  bool WritePPS(char const* text, int length) const;
+  bool WritePPS(const char* text, int length) const;
 
  private:
   IPPSOnChange* const m_owner;

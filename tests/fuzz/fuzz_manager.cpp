@@ -15,11 +15,11 @@
 
 #include "event_loop.h"
 #include "input.h"
-#include "qnx/slog_ring.h"
 #include "pps_manager.h"
+#include "qnx/manager_protocol.h"
+#include "qnx/slog_ring.h"
 #include "temp_root.h"
 #include "unique_fd.h"
-#include "qnx/manager_protocol.h"
 
 namespace {
 
@@ -183,8 +183,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   // What the manager logs goes into a ring of its own, not to the host.
   const std::string& root = Manager::Root().path();
   fuzz::Require(::mkdir((root + "/dev").c_str(), 0700) == 0, "the root is empty");
-  fuzz::Require(qnx::CreateSlogRing(root + qnx::kSlogPath, 64) == 0,
-                "there is room for a log");
+  fuzz::Require(qnx::CreateSlogRing(root + qnx::kSlogPath, 64) == 0, "there is room for a log");
   return 0;
 }
 

@@ -57,9 +57,9 @@ int CountDescriptors() {
 
 // The unit, and the service without its delivery thread: packets are handed over here. Its replies
 // go to the unit's MCU, which has no station and drops them.
-class Bench {
+class Service {
  public:
-  Bench() {
+  Service() {
     headunit::UnitOptions options;
     options.root = root_.path();
     options.profile = headunit::DefaultProfile();
@@ -77,7 +77,7 @@ class Bench {
     descriptors_ = CountDescriptors();
   }
 
-  ~Bench() {
+  ~Service() {
     service_->Stop();
     service_->Close();
     service_.reset();
@@ -175,7 +175,7 @@ class Bench {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static Bench bench;
-  bench.Run(fuzz::Input(data, size));
+  static Service service;
+  service.Run(fuzz::Input(data, size));
   return 0;
 }

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <filesystem>
 
-namespace bench {
+namespace support {
 std::optional<Bytes> Connection::Receive(milliseconds limit) const {
   if (!WaitReadable(fd_, limit)) return std::nullopt;
   Bytes message(2 * wire::kMaxPacket);
@@ -78,4 +78,4 @@ Connection FakeManager::Grant(milliseconds limit) {
   return std::move(opening->connection);
 }
 
-}  // namespace bench
+}  // namespace support

@@ -2,10 +2,10 @@
 #ifndef KORVANDIS_TESTS_SUPPORT_FAKE_MANAGER_H
 #define KORVANDIS_TESTS_SUPPORT_FAKE_MANAGER_H
 
-#include "support/bench.h"
 #include "qnx/manager_protocol.h"
+#include "support/fixture.h"
 
-namespace bench {
+namespace support {
 
 // One accepted connection. Closed when the object goes.
 class Connection {
@@ -55,6 +55,6 @@ class FakeManager {
   int fd_;
 };
 
-}  // namespace bench
+}  // namespace support
 
 #endif  // KORVANDIS_TESTS_SUPPORT_FAKE_MANAGER_H

@@ -9,7 +9,7 @@
 
 #include "qnx/manager_protocol.h"
 
-namespace bench {
+namespace support {
 const char kPps[] = "/pps";
 
 RawClient::RawClient(const std::string& socket_path)
@@ -88,4 +88,4 @@ void UnitTest::SetUp() {
   ASSERT_EQ("", unit_->Start());
 }
 
-}  // namespace bench
+}  // namespace support

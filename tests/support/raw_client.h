@@ -7,7 +7,7 @@
 #include "headunit/unit.h"
 #include "support/fake_manager.h"
 
-namespace bench {
+namespace support {
 
 // One connection to a manager. Nothing here waits longer than its limit.
 class RawClient : public Connection {
@@ -67,6 +67,6 @@ class UnitTest : public ::testing::Test {
 // The text of an object, "error N" when it cannot be opened.
 std::string PpsText(const std::string& rest);
 
-}  // namespace bench
+}  // namespace support
 
 #endif  // KORVANDIS_TESTS_SUPPORT_RAW_CLIENT_H

@@ -10,7 +10,7 @@
 
 #include "platform/io.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 // Asked for by Take: requests are taken in order, so an answered one finds all earlier files
@@ -124,8 +124,8 @@ void Recorder::Serve(FakeManager::Opening opening) {
   events_.push_back(event);
 }
 
-void RecordedBench::SetUp() {
-  BenchTest::SetUp();
+void RecordedService::SetUp() {
+  ServiceOnUnit::SetUp();
   EXPECT_EQ(StopService(), 0);
   pps_ = std::make_unique<Recorder>(root_, "/pps");
   pps_->Refuse(kGeolocation, ENOENT);
@@ -135,13 +135,13 @@ void RecordedBench::SetUp() {
   descriptors_ = CountDescriptors(service_->pid());
 }
 
-void RecordedBench::TearDown() {
+void RecordedService::TearDown() {
   EXPECT_EQ(CountDescriptors(service_->pid()), descriptors_);
   EXPECT_EQ(StopService(), 0) << service_->Errors();
 }
 
-Bytes RecordedBench::Ask(std::uint8_t command, std::uint8_t sub_command, const Bytes& parameters,
-                         bool answered) {
+Bytes RecordedService::Ask(std::uint8_t command, std::uint8_t sub_command, const Bytes& parameters,
+                           bool answered) {
   // The question behind an unanswered request writes this line after its reply, perhaps late.
   static const std::string kLate = "VER_SUB_CMD is not define!('255') \n";
   pps_->Take();
@@ -163,4 +163,4 @@ Bytes RecordedBench::Ask(std::uint8_t command, std::uint8_t sub_command, const B
   return reply;
 }
 
-}  // namespace bench
+}  // namespace support

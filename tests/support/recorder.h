@@ -11,7 +11,7 @@
 
 #include "support/fake_manager.h"
 
-namespace bench {
+namespace support {
 
 using Lines = std::vector<std::string>;
 
@@ -72,7 +72,7 @@ const std::string kGeolocation = "/services/geolocation/control?wait,backlog=30"
 
 // A bench whose service finds a Recorder at /pps, without a geolocation object. It is to end in
 // order and with the descriptors that it began with.
-class RecordedBench : public BenchTest {
+class RecordedService : public ServiceOnUnit {
  protected:
   void SetUp() override;
   void TearDown() override;
@@ -94,6 +94,6 @@ class RecordedBench : public BenchTest {
   int descriptors_ = 0;
 };
 
-}  // namespace bench
+}  // namespace support
 
 #endif  // KORVANDIS_TESTS_SUPPORT_RECORDER_H

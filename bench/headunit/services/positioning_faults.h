@@ -1,4 +1,4 @@
-// What a bench can do to positioning.
+// What control lines can do to positioning.
 #ifndef KORVANDIS_HEADUNIT_SERVICES_POSITIONING_FAULTS_H
 #define KORVANDIS_HEADUNIT_SERVICES_POSITIONING_FAULTS_H
 

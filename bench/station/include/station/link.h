@@ -1,4 +1,4 @@
-// The bench's connections to a unit. None of these classes is thread-safe.
+// The station's connections to a unit. None of these classes is thread-safe.
 #ifndef KORVANDIS_STATION_LINK_H
 #define KORVANDIS_STATION_LINK_H
 
@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "qnx/bench_link.h"
 #include "station/answer.h"
 #include "tools/program.h"
 #include "wire/at_packet.h"
-#include "qnx/bench_link.h"
 
 namespace station {
 
@@ -57,7 +57,7 @@ class Link {
   std::vector<Bytes> passed_over_;
 };
 
-// Sends one line to the bench's control connector. Returns true with the answer behind "ok", false
+// Sends one line to the unit's control connector. Returns true with the answer behind "ok", false
 // with the reason.
 bool Control(const std::string& line, std::string* answer);
 

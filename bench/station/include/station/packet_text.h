@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "station/answer.h"
 #include "qnx/bench_link.h"
+#include "station/answer.h"
 
 namespace station {
 

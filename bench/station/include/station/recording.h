@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "station/answer.h"
 #include "qnx/bench_link.h"
+#include "station/answer.h"
 
 namespace station {
 

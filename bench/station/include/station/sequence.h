@@ -4,7 +4,7 @@
 //   title End of line
 //   device {serial}                     names the device under test in the records
 //   value serial                        given with --set serial=...
-//   value name = Bench                  or this
+//   value name = Requester                  or this
 //
 //   phase Identity
 //   step Burn in the serial number

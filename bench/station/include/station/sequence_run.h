@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "station/bench.h"
+#include "station/requester.h"
 #include "station/sequence.h"
 
 namespace station {

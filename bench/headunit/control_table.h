@@ -1,6 +1,6 @@
-// Everything of the unit that a bench can look at or disturb from outside.
-#ifndef KORVANDIS_HEADUNIT_BENCH_H
-#define KORVANDIS_HEADUNIT_BENCH_H
+// Everything of the unit that its control lines can look at or disturb from outside.
+#ifndef KORVANDIS_HEADUNIT_CONTROL_TABLE_H
+#define KORVANDIS_HEADUNIT_CONTROL_TABLE_H
 
 #include <functional>
 #include <memory>
@@ -17,7 +17,7 @@
 namespace headunit {
 
 // The parts that control lines act on. All outlive the table.
-struct BenchParts {
+struct ControlledParts {
   PpsManager* pps;
   McuDevice* mcu;
   StationConnector* stations;
@@ -26,9 +26,9 @@ struct BenchParts {
 };
 
 // The table of control lines, from which parsing and help are derived. Runs on the managers' loop.
-class Bench {
+class ControlTable {
  public:
-  explicit Bench(const BenchParts& parts);
+  explicit ControlTable(const ControlledParts& parts);
 
   // Says who takes the positioning lines; null: nobody.
   void SetPositioning(PositioningFaults* positioning) { positioning_ = positioning; }
@@ -46,7 +46,7 @@ class Bench {
     std::size_t least;      // number of arguments
     std::size_t most;
     const char* help;
-    std::string (Bench::*act)(const Words& arguments);
+    std::string (ControlTable::*act)(const Words& arguments);
   };
   static const Row kRows[];
 
@@ -81,14 +81,14 @@ class Bench {
   std::string GpsLose(const Words&);
   std::string GpsFind(const Words&);
 
-  const BenchParts parts_;
+  const ControlledParts parts_;
   PositioningFaults* positioning_ = nullptr;
 };
 
 // The connector at qnx::kControlPath: each message is one line.
 class ControlConnector : public ResourceManager {
  public:
-  ControlConnector(EventLoop* loop, std::string path, Bench* bench);
+  ControlConnector(EventLoop* loop, std::string path, ControlTable* table);
   ~ControlConnector() override;
 
  protected:
@@ -97,9 +97,9 @@ class ControlConnector : public ResourceManager {
   void OnMessage(OpenFile* file, const std::string& message) override;
 
  private:
-  Bench* const bench_;
+  ControlTable* const control_table_;
 };
 
 }  // namespace headunit
 
-#endif  // KORVANDIS_HEADUNIT_BENCH_H
+#endif  // KORVANDIS_HEADUNIT_CONTROL_TABLE_H

@@ -1,4 +1,4 @@
-#include "support/bench.h"
+#include "support/fixture.h"
 
 #include <poll.h>
 #include <signal.h>
@@ -18,7 +18,7 @@
 #include "platform/io.h"
 #include "qnx/bench_link.h"
 
-namespace bench {
+namespace support {
 namespace {
 
 // A question that is always answered, with an empty reply, without touching the unit.
@@ -120,6 +120,10 @@ void TempRoot::AddFile(const std::string& path, const std::string& content, mode
   ::chmod(host.c_str(), mode);
 }
 
+std::string SourceDir() { return KORVANDIS_SOURCE_DIR; }
+
+std::string BinDir() { return KORVANDIS_BIN_DIR; }
+
 Program::Program(const TempRoot& root, const std::string& name,
                  const std::vector<std::string>& arguments,
                  const std::function<void()>& before_exec) {
@@ -129,7 +133,7 @@ Program::Program(const TempRoot& root, const std::string& name,
   error_path_ = base + ".err";
   std::vector<std::string> words;
   if (KORVANDIS_EMULATOR[0] != '\0') words.push_back(KORVANDIS_EMULATOR);
-  words.push_back(std::string(KORVANDIS_BIN_DIR) + "/" + name);
+  words.push_back(BinDir() + "/" + name);
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> argv;
   for (std::string& word : words) argv.push_back(word.data());
@@ -293,23 +297,23 @@ void WriteObject(const std::string& path, const std::string& lines) {
 
 headunit::UnitOptions WholeUnit() {
   headunit::UnitOptions options;
-  options.profile = KORVANDIS_SOURCE_DIR "/bench/headunit/profiles/default";
+  options.profile = SourceDir() + "/bench/headunit/profiles/default";
   return options;
 }
 
-headunit::UnitOptions BenchTest::Empty() {
+headunit::UnitOptions ServiceOnUnit::Empty() {
   headunit::UnitOptions options;
   options.services = false;
   return options;
 }
 
-BenchTest::BenchTest(headunit::UnitOptions options) : options_(std::move(options)) {
+ServiceOnUnit::ServiceOnUnit(headunit::UnitOptions options) : options_(std::move(options)) {
   options_.root = root_.path();
 }
 
-BenchTest::~BenchTest() = default;
+ServiceOnUnit::~ServiceOnUnit() = default;
 
-void BenchTest::SetUp() {
+void ServiceOnUnit::SetUp() {
   unit_ = std::make_unique<headunit::Unit>(options_);
   ASSERT_EQ(unit_->Start(), "");
   log_ = std::make_unique<Log>(root_);
@@ -317,7 +321,7 @@ void BenchTest::SetUp() {
   station_ = std::make_unique<Station>();
 }
 
-void BenchTest::StartService(const std::function<void()>& before_exec) {
+void ServiceOnUnit::StartService(const std::function<void()>& before_exec) {
   log_->Clear();
   service_ = std::make_unique<Program>(root_, "korvandis", std::vector<std::string>(), before_exec);
   errors_seen_ = 0;
@@ -327,15 +331,15 @@ void BenchTest::StartService(const std::function<void()>& before_exec) {
   ASSERT_TRUE(Eventually([this] { return log_->Has(_SLOG_DEBUG1, "_KRV_[Start]-Start!\n"); }));
 }
 
-std::string BenchTest::Errors() const { return service_->Errors().substr(errors_seen_); }
-std::string BenchTest::Output() const { return service_->Output().substr(output_seen_); }
+std::string ServiceOnUnit::Errors() const { return service_->Errors().substr(errors_seen_); }
+std::string ServiceOnUnit::Output() const { return service_->Output().substr(output_seen_); }
 
-void BenchTest::Mark() {
+void ServiceOnUnit::Mark() {
   errors_seen_ = service_->Errors().size();
   output_seen_ = service_->Output().size();
   log_->Clear();
 }
 
-int BenchTest::StopService() { return service_->Terminate(); }
+int ServiceOnUnit::StopService() { return service_->Terminate(); }
 
-}  // namespace bench
+}  // namespace support

@@ -1,4 +1,4 @@
-#include "bench.h"
+#include "control_table.h"
 
 #include <malloc.h>
 
@@ -48,46 +48,48 @@ std::string Pair(const char* key, std::uint64_t value) {
 }  // namespace
 
 // One row a line; arguments are counted before the row acts.
-const Bench::Row Bench::kRows[] = {
-    {"help", "", 0, 0, "this list", &Bench::Help},
-    {"status", "", 0, 0, "who is connected, and the counters", &Bench::Status},
+const ControlTable::Row ControlTable::kRows[] = {
+    {"help", "", 0, 0, "this list", &ControlTable::Help},
+    {"status", "", 0, 0, "who is connected, and the counters", &ControlTable::Status},
     {"memory", "", 0, 0, "give free memory back to the host, and tell the bytes in use",
-     &Bench::Memory},
-    {"save", "DIR", 1, 1, "write all objects as a profile", &Bench::Save},
-    {"mcu down", "", 0, 0, "take the MCU device away", &Bench::McuDown},
-    {"mcu up", "", 0, 0, "bring it back", &Bench::McuUp},
-    {"pps down", "", 0, 0, "take the PPS manager away, with its objects", &Bench::PpsDown},
-    {"pps up", "", 0, 0, "bring it back, and end every other fault of it", &Bench::PpsUp},
-    {"pps stall", "", 0, 0, "accept requests, answer none", &Bench::PpsStall},
-    {"pps unstall", "", 0, 0, "answer again", &Bench::PpsUnstall},
-    {"pps stall-after-open", "", 0, 0, "grant opens, send no text", &Bench::PpsStallAfterOpen},
+     &ControlTable::Memory},
+    {"save", "DIR", 1, 1, "write all objects as a profile", &ControlTable::Save},
+    {"mcu down", "", 0, 0, "take the MCU device away", &ControlTable::McuDown},
+    {"mcu up", "", 0, 0, "bring it back", &ControlTable::McuUp},
+    {"pps down", "", 0, 0, "take the PPS manager away, with its objects", &ControlTable::PpsDown},
+    {"pps up", "", 0, 0, "bring it back, and end every other fault of it", &ControlTable::PpsUp},
+    {"pps stall", "", 0, 0, "accept requests, answer none", &ControlTable::PpsStall},
+    {"pps unstall", "", 0, 0, "answer again", &ControlTable::PpsUnstall},
+    {"pps stall-after-open", "", 0, 0, "grant opens, send no text",
+     &ControlTable::PpsStallAfterOpen},
     {"pps slow", "PATH MS", 2, 2, "hold back the answers for an object; 0 ends it",
-     &Bench::PpsSlow},
-    {"i2c fail-send", "N", 1, 1, "the next N sends fail", &Bench::I2cFailSend},
-    {"i2c fail-recv", "N", 1, 1, "the next N receives fail", &Bench::I2cFailReceive},
-    {"i2c speed", "refuse|accept", 1, 1, "what becomes of the bus speed", &Bench::I2cSpeed},
-    {"i2c identity", "HH HH HH HH", 4, 4, "the chip's identity", &Bench::I2cIdentity},
-    {"i2c absent", "", 0, 0, "the bus device cannot be opened", &Bench::I2cAbsent},
-    {"i2c present", "", 0, 0, "it can again", &Bench::I2cPresent},
-    {"i2c counters", "", 0, 0, "requests since the last reset", &Bench::I2cShowCounters},
-    {"i2c log", "", 0, 0, "the last transfers", &Bench::I2cShowLog},
-    {"i2c reset", "", 0, 0, "no fault, the chip as it was, counters at zero", &Bench::I2cReset},
-    {"sysinfo fail", "[ERRNO]", 0, 1, "every request fails", &Bench::SysInfoFail},
-    {"sysinfo ok", "", 0, 0, "none fails, lengths as burnt in", &Bench::SysInfoOk},
-    {"sysinfo show", "", 0, 0, "what is burnt in", &Bench::SysInfoShow},
-    {"sysinfo length", "N", 1, 1, "the length that reads report", &Bench::SysInfoLength},
+     &ControlTable::PpsSlow},
+    {"i2c fail-send", "N", 1, 1, "the next N sends fail", &ControlTable::I2cFailSend},
+    {"i2c fail-recv", "N", 1, 1, "the next N receives fail", &ControlTable::I2cFailReceive},
+    {"i2c speed", "refuse|accept", 1, 1, "what becomes of the bus speed", &ControlTable::I2cSpeed},
+    {"i2c identity", "HH HH HH HH", 4, 4, "the chip's identity", &ControlTable::I2cIdentity},
+    {"i2c absent", "", 0, 0, "the bus device cannot be opened", &ControlTable::I2cAbsent},
+    {"i2c present", "", 0, 0, "it can again", &ControlTable::I2cPresent},
+    {"i2c counters", "", 0, 0, "requests since the last reset", &ControlTable::I2cShowCounters},
+    {"i2c log", "", 0, 0, "the last transfers", &ControlTable::I2cShowLog},
+    {"i2c reset", "", 0, 0, "no fault, the chip as it was, counters at zero",
+     &ControlTable::I2cReset},
+    {"sysinfo fail", "[ERRNO]", 0, 1, "every request fails", &ControlTable::SysInfoFail},
+    {"sysinfo ok", "", 0, 0, "none fails, lengths as burnt in", &ControlTable::SysInfoOk},
+    {"sysinfo show", "", 0, 0, "what is burnt in", &ControlTable::SysInfoShow},
+    {"sysinfo length", "N", 1, 1, "the length that reads report", &ControlTable::SysInfoLength},
     {"gps suspend", "[once]", 0, 1, "suspend positioning: until resumed, or until asked again",
-     &Bench::GpsSuspend},
-    {"gps resume", "", 0, 0, "serve those who asked", &Bench::GpsResume},
+     &ControlTable::GpsSuspend},
+    {"gps resume", "", 0, 0, "serve those who asked", &ControlTable::GpsResume},
     {"gps rate", "MS", 1, 1, "a fix every MS instead of the period asked for; 0 ends it",
-     &Bench::GpsRate},
-    {"gps lose", "", 0, 0, "no satellite is seen", &Bench::GpsLose},
-    {"gps find", "", 0, 0, "they are seen again", &Bench::GpsFind},
+     &ControlTable::GpsRate},
+    {"gps lose", "", 0, 0, "no satellite is seen", &ControlTable::GpsLose},
+    {"gps find", "", 0, 0, "they are seen again", &ControlTable::GpsFind},
 };
 
-Bench::Bench(const BenchParts& parts) : parts_(parts) {}
+ControlTable::ControlTable(const ControlledParts& parts) : parts_(parts) {}
 
-std::string Bench::Run(const std::string& line) {
+std::string ControlTable::Run(const std::string& line) {
   if (line.size() > kLongestLine) return Error("the line is too long");
   if (line.find('\0') != std::string::npos) return Error("the line holds a zero byte");
   std::istringstream stream(line);
@@ -113,7 +115,7 @@ std::string Bench::Run(const std::string& line) {
   return Error("unknown: '" + line + "'; try 'help'");
 }
 
-std::string Bench::Help(const Words&) {
+std::string ControlTable::Help(const Words&) {
   static const std::size_t kHelpColumn = 28;
   std::string text;
   for (const Row& row : kRows) {
@@ -124,7 +126,7 @@ std::string Bench::Help(const Words&) {
   return Ok(text);
 }
 
-std::string Bench::Status(const Words&) {
+std::string ControlTable::Status(const Words&) {
   const LinkCounters& link = parts_.stations->counters();
   const std::string pairs[] = {
       Pair("service", parts_.mcu->open_files() > 0 ? 1 : 0),
@@ -146,50 +148,50 @@ std::string Bench::Status(const Words&) {
 
 // What waited for a slow client is freed, but stays with the process, and blocks in use among it
 // hold their pages: two looks at the process alone do not tell whether something was lost.
-std::string Bench::Memory(const Words&) {
+std::string ControlTable::Memory(const Words&) {
   malloc_trim(0);
   const struct mallinfo2 heap = mallinfo2();
   return Ok(Pair("heap", heap.uordblks + heap.hblkhd));
 }
 
-std::string Bench::Save(const Words& arguments) {
+std::string ControlTable::Save(const Words& arguments) {
   return Result(SaveObjects(*parts_.pps, arguments[0]));
 }
 
-std::string Bench::McuDown(const Words&) {
+std::string ControlTable::McuDown(const Words&) {
   parts_.mcu->Close();
   return kOk;
 }
 
-std::string Bench::McuUp(const Words&) { return Result(parts_.mcu->Bind()); }
+std::string ControlTable::McuUp(const Words&) { return Result(parts_.mcu->Bind()); }
 
-std::string Bench::PpsDown(const Words&) {
+std::string ControlTable::PpsDown(const Words&) {
   parts_.pps->Close();
   return kOk;
 }
 
-std::string Bench::PpsUp(const Words&) {
+std::string ControlTable::PpsUp(const Words&) {
   parts_.pps->ClearFaults();
   return Result(parts_.pps->Bind());
 }
 
-std::string Bench::PpsStall(const Words&) {
+std::string ControlTable::PpsStall(const Words&) {
   parts_.pps->SetStalled(true);
   return kOk;
 }
 
-std::string Bench::PpsUnstall(const Words&) {
+std::string ControlTable::PpsUnstall(const Words&) {
   parts_.pps->SetStalled(false);
   parts_.pps->SetMute(false);
   return kOk;
 }
 
-std::string Bench::PpsStallAfterOpen(const Words&) {
+std::string ControlTable::PpsStallAfterOpen(const Words&) {
   parts_.pps->SetMute(true);
   return kOk;
 }
 
-std::string Bench::PpsSlow(const Words& arguments) {
+std::string ControlTable::PpsSlow(const Words& arguments) {
   long milliseconds = 0;
   if (!ParseNumber(arguments[1], 10, 0, INT_MAX, &milliseconds)) {
     return NotANumber(arguments[1], 0, INT_MAX);
@@ -201,7 +203,7 @@ std::string Bench::PpsSlow(const Words& arguments) {
   return kOk;
 }
 
-std::string Bench::I2cFailSend(const Words& arguments) {
+std::string ControlTable::I2cFailSend(const Words& arguments) {
   long count = 0;
   if (!ParseNumber(arguments[0], 10, 0, INT_MAX, &count)) {
     return NotANumber(arguments[0], 0, INT_MAX);
@@ -210,7 +212,7 @@ std::string Bench::I2cFailSend(const Words& arguments) {
   return kOk;
 }
 
-std::string Bench::I2cFailReceive(const Words& arguments) {
+std::string ControlTable::I2cFailReceive(const Words& arguments) {
   long count = 0;
   if (!ParseNumber(arguments[0], 10, 0, INT_MAX, &count)) {
     return NotANumber(arguments[0], 0, INT_MAX);
@@ -219,14 +221,14 @@ std::string Bench::I2cFailReceive(const Words& arguments) {
   return kOk;
 }
 
-std::string Bench::I2cSpeed(const Words& arguments) {
+std::string ControlTable::I2cSpeed(const Words& arguments) {
   const bool refuse = arguments[0] == "refuse";
   if (!refuse && arguments[0] != "accept") return Error("usage: i2c speed refuse|accept");
   parts_.i2c->SetSpeedRefused(refuse);
   return kOk;
 }
 
-std::string Bench::I2cIdentity(const Words& arguments) {
+std::string ControlTable::I2cIdentity(const Words& arguments) {
   I2cBus::Identity identity;
   for (std::size_t i = 0; i < identity.size(); ++i) {
     long byte = 0;
@@ -239,31 +241,31 @@ std::string Bench::I2cIdentity(const Words& arguments) {
   return kOk;
 }
 
-std::string Bench::I2cAbsent(const Words&) {
+std::string ControlTable::I2cAbsent(const Words&) {
   parts_.i2c->SetAbsent(true);
   return kOk;
 }
 
-std::string Bench::I2cPresent(const Words&) {
+std::string ControlTable::I2cPresent(const Words&) {
   parts_.i2c->SetAbsent(false);
   return kOk;
 }
 
-std::string Bench::I2cShowCounters(const Words&) {
+std::string ControlTable::I2cShowCounters(const Words&) {
   const I2cCounters& counters = parts_.i2c->counters();
   return Ok(Pair("speeds", counters.speeds) + " " + Pair("sends", counters.sends) + " " +
             Pair("receives", counters.receives) + " " + Pair("transfers", counters.transfers) +
             " " + Pair("speed", parts_.i2c->speed()));
 }
 
-std::string Bench::I2cShowLog(const Words&) { return Ok(parts_.i2c->Transfers()); }
+std::string ControlTable::I2cShowLog(const Words&) { return Ok(parts_.i2c->Transfers()); }
 
-std::string Bench::I2cReset(const Words&) {
+std::string ControlTable::I2cReset(const Words&) {
   parts_.i2c->Reset();
   return kOk;
 }
 
-std::string Bench::SysInfoFail(const Words& arguments) {
+std::string ControlTable::SysInfoFail(const Words& arguments) {
   static const long kLargestErrno = 4095;
   long error = EIO;
   if (!arguments.empty() && !ParseNumber(arguments[0], 10, 1, kLargestErrno, &error)) {
@@ -273,15 +275,15 @@ std::string Bench::SysInfoFail(const Words& arguments) {
   return kOk;
 }
 
-std::string Bench::SysInfoOk(const Words&) {
+std::string ControlTable::SysInfoOk(const Words&) {
   parts_.sysinfo->SetFault(0);
   parts_.sysinfo->ClearLength();
   return kOk;
 }
 
-std::string Bench::SysInfoShow(const Words&) { return Ok(parts_.sysinfo->Describe()); }
+std::string ControlTable::SysInfoShow(const Words&) { return Ok(parts_.sysinfo->Describe()); }
 
-std::string Bench::SysInfoLength(const Words& arguments) {
+std::string ControlTable::SysInfoLength(const Words& arguments) {
   long length = 0;
   if (!ParseNumber(arguments[0], 10, INT_MIN, INT_MAX, &length)) {
     return NotANumber(arguments[0], INT_MIN, INT_MAX);
@@ -290,18 +292,18 @@ std::string Bench::SysInfoLength(const Words& arguments) {
   return kOk;
 }
 
-std::string Bench::GpsSuspend(const Words& arguments) {
+std::string ControlTable::GpsSuspend(const Words& arguments) {
   if (!arguments.empty() && arguments[0] != "once") return Error("usage: gps suspend [once]");
   positioning_->Suspend(!arguments.empty());
   return kOk;
 }
 
-std::string Bench::GpsResume(const Words&) {
+std::string ControlTable::GpsResume(const Words&) {
   positioning_->Resume();
   return kOk;
 }
 
-std::string Bench::GpsRate(const Words& arguments) {
+std::string ControlTable::GpsRate(const Words& arguments) {
   static const long kLongestPeriod = 3600 * 1000;
   long milliseconds = 0;
   if (!ParseNumber(arguments[0], 10, 0, kLongestPeriod, &milliseconds)) {
@@ -311,18 +313,18 @@ std::string Bench::GpsRate(const Words& arguments) {
   return kOk;
 }
 
-std::string Bench::GpsLose(const Words&) {
+std::string ControlTable::GpsLose(const Words&) {
   positioning_->SetLost(true);
   return kOk;
 }
 
-std::string Bench::GpsFind(const Words&) {
+std::string ControlTable::GpsFind(const Words&) {
   positioning_->SetLost(false);
   return kOk;
 }
 
-ControlConnector::ControlConnector(EventLoop* loop, std::string path, Bench* bench)
-    : ResourceManager(loop, std::move(path)), bench_(bench) {}
+ControlConnector::ControlConnector(EventLoop* loop, std::string path, ControlTable* table)
+    : ResourceManager(loop, std::move(path)), control_table_(table) {}
 
 ControlConnector::~ControlConnector() { Close(); }
 
@@ -334,7 +336,7 @@ int ControlConnector::OnOpen(const std::string& rest, std::uint32_t flags,
 }
 
 void ControlConnector::OnMessage(OpenFile* file, const std::string& message) {
-  file->SendWithin(bench_->Run(message), kLongestQueue);
+  file->SendWithin(control_table_->Run(message), kLongestQueue);
 }
 
 }  // namespace headunit

@@ -1,4 +1,4 @@
-#include "station/bench.h"
+#include "station/requester.h"
 
 #include <fcntl.h>
 
@@ -51,8 +51,8 @@ bool ReadAttribute(const char* object, const char* attribute, std::string* value
 
 }  // namespace
 
-Exchange Bench::Send(std::uint8_t number, std::uint8_t sub_command, const Bytes& parameters,
-                     bool expected) {
+Exchange Requester::Send(std::uint8_t number, std::uint8_t sub_command, const Bytes& parameters,
+                         bool expected) {
   Exchange exchange;
   const auto start = Clock::now();
   exchange.request = wire::BuildRequest(number, sub_command, parameters);
@@ -65,7 +65,7 @@ Exchange Bench::Send(std::uint8_t number, std::uint8_t sub_command, const Bytes&
   return exchange;
 }
 
-void Bench::TakeReply(std::uint8_t number, std::uint8_t sub_command, Exchange* exchange) {
+void Requester::TakeReply(std::uint8_t number, std::uint8_t sub_command, Exchange* exchange) {
   using Outcome = Exchange::Outcome;
   Bytes packet;
   const Link::Result result = link_.Receive(number, sub_command, Clock::now() + Seconds(timeout_),
@@ -93,7 +93,7 @@ void Bench::TakeReply(std::uint8_t number, std::uint8_t sub_command, Exchange* e
 }
 
 // NOLINTBEGIN(misc-no-recursion): performing proves with `verify` alone, a proof performs without.
-Exchange Bench::Perform(const Invocation& invocation, bool verify) {
+Exchange Requester::Perform(const Invocation& invocation, bool verify) {
   const Command& command = *invocation.command;
   Exchange exchange = Send(command.number, command.sub_command, EncodeParameters(invocation),
                            command.reply != nullptr);
@@ -110,7 +110,7 @@ Exchange Bench::Perform(const Invocation& invocation, bool verify) {
   return exchange;
 }
 
-void Bench::Prove(const Invocation& invocation, Exchange* exchange) {
+void Requester::Prove(const Invocation& invocation, Exchange* exchange) {
   const auto deadline = Clock::now() + Seconds(timeout_);
   exchange->outcome = Exchange::Outcome::kUnproven;
   std::string found;
@@ -148,7 +148,7 @@ void Bench::Prove(const Invocation& invocation, Exchange* exchange) {
   exchange->problem = "sent, but " + found;
 }
 
-bool Bench::AwaitNextLook(Clock::time_point deadline) const {
+bool Requester::AwaitNextLook(Clock::time_point deadline) const {
   if (interrupt_ == nullptr) {
     std::this_thread::sleep_for(kProofPause);
   } else {
@@ -158,7 +158,7 @@ bool Bench::AwaitNextLook(Clock::time_point deadline) const {
   return Clock::now() < deadline;
 }
 
-bool Bench::ProofHolds(const Invocation& invocation, const Proof& proof, std::string* found) {
+bool Requester::ProofHolds(const Invocation& invocation, const Proof& proof, std::string* found) {
   Answer answer;
   std::string where = proof.object != nullptr ? proof.object : proof.command;
   if (proof.command != nullptr) {

@@ -1,6 +1,6 @@
 // Carries out commands against a unit: request, reply, verdict, proof.
-#ifndef KORVANDIS_STATION_BENCH_H
-#define KORVANDIS_STATION_BENCH_H
+#ifndef KORVANDIS_STATION_REQUESTER_H
+#define KORVANDIS_STATION_REQUESTER_H
 
 #include <string>
 
@@ -30,10 +30,10 @@ struct Exchange {
   bool right() const { return outcome == Outcome::kRight; }
 };
 
-class Bench {
+class Requester {
  public:
   // `interrupt` ends waits early; may be null.
-  Bench(double timeout, tools::Interrupt* interrupt)
+  Requester(double timeout, tools::Interrupt* interrupt)
       : timeout_(timeout), interrupt_(interrupt), link_(interrupt) {}
 
   // Sends a command and takes its answer. With `verify` a write is proven, within the same time
@@ -63,4 +63,4 @@ class Bench {
 
 }  // namespace station
 
-#endif  // KORVANDIS_STATION_BENCH_H
+#endif  // KORVANDIS_STATION_REQUESTER_H

@@ -1,7 +1,7 @@
-// The bench that tests run on: a temporary root, a unit below it, the service as a process of its
+// What tests run on: a temporary root, a unit below it, the service as a process of its
 // own, and a station on the unit's test connector.
-#ifndef KORVANDIS_TESTS_SUPPORT_BENCH_H
-#define KORVANDIS_TESTS_SUPPORT_BENCH_H
+#ifndef SUPPORT_FIXTURE_H
+#define SUPPORT_FIXTURE_H
 
 #include <gtest/gtest.h>
 #include <sys/types.h>
@@ -18,7 +18,7 @@
 #include "qnx/slog_ring.h"
 #include "wire/at_packet.h"
 
-namespace bench {
+namespace support {
 
 using Bytes = std::vector<std::uint8_t>;
 using std::chrono::milliseconds;
@@ -48,6 +48,10 @@ const milliseconds kSoon = milliseconds(5000) * kPatience;
 bool Eventually(const std::function<bool()>& condition, milliseconds limit = milliseconds(5000));
 
 std::string ReadFile(const std::string& path);
+
+// Where the project lies, and where its programs were built.
+std::string SourceDir();
+std::string BinDir();
 
 // Number of open descriptors of a process; resident memory in KiB.
 int CountDescriptors(pid_t pid);
@@ -164,10 +168,10 @@ void WriteObject(const std::string& path, const std::string& lines);
 headunit::UnitOptions WholeUnit();
 
 // A unit without profile and services, and the service connected to it.
-class BenchTest : public ::testing::Test {
+class ServiceOnUnit : public ::testing::Test {
  protected:
-  explicit BenchTest(headunit::UnitOptions options = Empty());
-  ~BenchTest() override;
+  explicit ServiceOnUnit(headunit::UnitOptions options = Empty());
+  ~ServiceOnUnit() override;
   void SetUp() override;
 
   static headunit::UnitOptions Empty();
@@ -193,6 +197,6 @@ class BenchTest : public ::testing::Test {
   std::size_t output_seen_ = 0;
 };
 
-}  // namespace bench
+}  // namespace support
 
-#endif  // KORVANDIS_TESTS_SUPPORT_BENCH_H
+#endif  // SUPPORT_FIXTURE_H
