@@ -2,6 +2,19 @@
 
 PROJECT_DIR=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
+# as_root COMMAND...: runs it as root where that is allowed without a password.
+as_root() {
+  if [ "$(id -u)" -eq 0 ]; then "$@"; else command -v sudo >/dev/null && sudo -n "$@"; fi
+}
+
+# need_architecture NAME: lets Debian's packages of another architecture be installed.
+need_architecture() {
+  dpkg --print-foreign-architectures | grep -qx "$1" && return 0
+  as_root dpkg --add-architecture "$1" && return 0
+  echo "$(basename "$0"): please run: dpkg --add-architecture $1" >&2
+  return 1
+}
+
 # need PACKAGE...: installs what is missing when it may, otherwise says in one line what to install.
 need() {
   local missing=() package
@@ -9,18 +22,14 @@ need() {
     dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
   done
   [ ${#missing[@]} -eq 0 ] && return 0
-  local as_root=()
-  if [ "$(id -u)" -ne 0 ]; then
-    if ! command -v sudo >/dev/null || ! sudo -n true 2>/dev/null; then
-      echo "$(basename "$0"): please install: apt-get install ${missing[*]}" >&2
-      return 1
-    fi
-    as_root=(sudo -n)
+  if ! as_root true 2>/dev/null; then
+    echo "$(basename "$0"): please install: apt-get install ${missing[*]}" >&2
+    return 1
   fi
   echo "installing ${missing[*]}"
   local log
   log=$(mktemp)
-  if ! { "${as_root[@]}" apt-get update && DEBIAN_FRONTEND=noninteractive "${as_root[@]}" \
+  if ! { as_root apt-get update && as_root env DEBIAN_FRONTEND=noninteractive \
          apt-get install -y --no-install-recommends "${missing[@]}"; } >"$log" 2>&1 </dev/null; then
     tail -n 5 "$log" >&2
     rm -f "$log"
@@ -30,7 +39,9 @@ need() {
   rm -f "$log"
 }
 
-BASE_PACKAGES="g++ cmake ninja-build googletest"
+BASE_PACKAGES="g++ cmake ninja-build googletest libre2-dev"
+# The same libraries for 32-bit ARM, from Debian's armhf beside this machine's own.
+ARM_PACKAGES="libre2-dev:armhf"
 # What the tests of the package and of the dissector run.
 TEST_PACKAGES="dpkg-dev file procps tshark"
 

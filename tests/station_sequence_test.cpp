@@ -200,6 +200,8 @@ TEST(StationSequence, ExpectationsHoldAtTheirEdges) {
     }
   }
   EXPECT_TRUE(holds("is", text_info, ""));
+  // Linear in the text, whatever the pattern.
+  EXPECT_FALSE(holds("matches (a*)*b", text_info, std::string(1000000, 'a')));
 }
 
 // Runs against a unit and the service.

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <functional>
 #include <limits>
-#include <regex>
 
+#include "station/pattern.h"
 #include "tools/program.h"
 
 namespace station {
@@ -71,14 +71,11 @@ void ForEachValue(const std::string& text,
   }
 }
 
-bool IsPattern(const std::string& pattern, std::string* problem) {
-  try {
-    const std::regex unused(pattern);
-    return true;
-  } catch (const std::regex_error& error) {
-    *problem = Quoted(pattern) + " is not a pattern: " + error.what();
-    return false;
-  }
+bool IsPattern(const std::string& text, std::string* problem) {
+  const Pattern pattern(text);
+  if (pattern.problem().empty()) return true;
+  *problem = Quoted(text) + " is not a pattern: " + pattern.problem();
+  return false;
 }
 
 // One pass over the lines.
@@ -539,12 +536,7 @@ bool Holds(const Expectation& expectation, const Field& field, const Values& val
   };
   if (expectation.kind == Expectation::Kind::kMatches) {
     if (!fill(expectation.texts[0]) || !IsPattern(filled, problem)) return false;
-    try {
-      return std::regex_match(field.text, std::regex(filled));
-    } catch (const std::regex_error& error) {
-      *problem = Quoted(filled) + " cannot be decided: " + error.what();
-      return false;
-    }
+    return Pattern(filled).Matches(field.text);
   }
   if (expectation.kind != Expectation::Kind::kLimits) {
     for (const std::string& text : expectation.texts) {

@@ -19,7 +19,7 @@
 //   do COMMAND                          a command of the station that is sent to the service
 //   expect FIELD is TEXT
 //   expect FIELD one of WORD WORD...
-//   expect FIELD matches PATTERN        the whole text; an ECMAScript regular expression
+//   expect FIELD matches PATTERN        the whole text; a regular expression (RE2)
 //   expect FIELD from LOW to HIGH UNIT
 //   expect FIELD at least LOW UNIT
 //   expect FIELD at most HIGH UNIT      UNIT where the field has one, and there it can be left out
