@@ -1,11 +1,19 @@
-// What README and docs show is what the programs do: every command line of a `console` block is run
-// on a fresh unit, and its output compared. A line "..." stands for any lines, " ... " within a
-// line for any text.
-
+// What README, docs and man pages show is what the programs do.
+//
+// In README.md and docs/*.md every ```console block is run: its commands ("$ " lines) in order, in
+// one shell, in an empty directory, with a fresh unit of the shipped profile and the service on it.
+// What a command prints on standard output and error is compared. A line "..." stands for any
+// lines, "..." within a line for any text. A command goes on in the next line behind a "\" and
+// until the end of a here-document. A fenced block whose first line is ```text NAME (any word for
+// text) is a file NAME in the directory of every later block of the document.
+//
+// In man pages each .EX block of the section EXAMPLES is such a block.
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 
 #include "support/fixture.h"
@@ -13,28 +21,94 @@
 namespace support {
 namespace {
 
+namespace fs = std::filesystem;
+
 struct Step {
   int line;
   std::string command;
   std::vector<std::string> output;
 };
 
-// The steps of a document's console blocks, in order.
-std::vector<Step> ReadSteps(const std::string& path) {
+struct Block {
+  std::map<std::string, std::string> files;
   std::vector<Step> steps;
-  std::ifstream file(path);
-  std::string line;
-  bool inside = false;
-  for (int number = 1; std::getline(file, line); ++number) {
-    if (line.rfind("```", 0) == 0) {
-      inside = line == "```console";
-    } else if (inside && line.rfind("$ ", 0) == 0) {
-      steps.push_back({number, line.substr(2), {}});
-    } else if (inside && !steps.empty()) {
-      steps.back().output.push_back(line);
+};
+
+struct Line {
+  int number;
+  std::string text;
+};
+
+// The word that ends the here-document of `command`, or nothing.
+std::string HereDocument(const std::string& command) {
+  const std::size_t mark = command.find("<<");
+  if (mark == std::string::npos) return "";
+  std::string word = command.substr(mark + 2);
+  word.erase(0, word.find_first_not_of("-'\""));
+  return word.substr(0, word.find_first_of("'\" >|;)"));
+}
+
+std::vector<Step> ReadSteps(const std::vector<Line>& lines) {
+  std::vector<Step> steps;
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    if (lines[i].text.rfind("$ ", 0) != 0) {
+      if (!steps.empty()) steps.back().output.push_back(lines[i].text);
+      continue;
     }
+    std::string command = lines[i].text.substr(2);
+    steps.push_back({lines[i].number, "", {}});
+    const std::string end = HereDocument(command);
+    while ((command.back() == '\\' || !end.empty()) && i + 1 < lines.size()) {
+      command += "\n" + lines[++i].text;
+      if (lines[i].text == end) break;
+    }
+    steps.back().command = command;
   }
   return steps;
+}
+
+// The text of a line of a man page.
+std::string WithoutRoff(std::string text) {
+  static const std::pair<const char*, const char*> kEscapes[] = {
+      {"\\&", ""}, {"\\-", "-"}, {"\\(aq", "'"}, {"\\(dq", "\""}, {"\\e", "\\"}};
+  for (const auto& [escape, character] : kEscapes) {
+    for (std::size_t at = 0; (at = text.find(escape, at)) != std::string::npos; ++at) {
+      text.replace(at, std::string(escape).size(), character);
+    }
+  }
+  return text;
+}
+
+// The blocks of a document that show commands.
+std::vector<Block> ReadBlocks(const fs::path& path) {
+  const bool is_manual = path.extension() == ".1";
+  const std::string begin = is_manual ? ".EX" : "```";
+  const std::string end = is_manual ? ".EE" : "```";
+  std::vector<Block> blocks;
+  std::map<std::string, std::string> files;
+  std::ifstream file(path);
+  bool examples = !is_manual;
+  int number = 0;
+  for (std::string line; std::getline(file, line);) {
+    ++number;
+    if (is_manual && line.rfind(".SH", 0) == 0) examples = line == ".SH EXAMPLES";
+    if (!examples || line.rfind(begin, 0) != 0) continue;
+    const std::string fence = line.substr(begin.size());
+    const std::size_t blank = fence.find(' ');
+    std::vector<Line> lines;
+    while (std::getline(file, line) && line != end) {
+      lines.push_back({++number, is_manual ? WithoutRoff(line) : line});
+    }
+    ++number;
+    if (is_manual || fence == "console") {
+      blocks.push_back({files, ReadSteps(lines)});
+    } else if (blank != std::string::npos) {
+      std::string& content = files[fence.substr(blank + 1)];
+      content.clear();
+      for (const Line& text : lines) content += text.text + "\n";
+    }
+  }
+  return blocks;
 }
 
 // True when `text` is `pattern`, in which "..." stands for any text.
@@ -61,68 +135,113 @@ bool MatchesAll(const std::vector<std::string>& patterns, std::size_t pattern,
          MatchesAll(patterns, pattern + 1, lines, line + 1);
 }
 
-std::vector<std::string> OutputOf(const std::string& command) {
-  std::vector<std::string> lines;
-  FILE* const pipe = ::popen(("exec 2>&1; " + command).c_str(), "r");
-  if (pipe == nullptr) return lines;
-  std::string output;
-  char chunk[4096];
-  for (std::size_t count; (count = std::fread(chunk, 1, sizeof(chunk), pipe)) > 0;) {
-    output.append(chunk, count);
+// A shell that runs one command after the other in `directory`. What it started in the background
+// ends with it.
+class Shell {
+ public:
+  Shell(const fs::path& scratch, const fs::path& directory) : scratch_(scratch) {
+    pipe_ = ::popen("exec bash --norc", "w");
+    // What a block leaves in its directory for temporary files goes with it.
+    Send("export TMPDIR='" + scratch.string() + "'; cd '" + directory.string() + "'\n");
   }
-  ::pclose(pipe);
-  std::istringstream text(output);
-  for (std::string line; std::getline(text, line);) lines.push_back(line);
-  return lines;
-}
+  ~Shell() {
+    Send("kill $(jobs -p) 2>/dev/null; wait\n");
+    ::pclose(pipe_);
+  }
+  Shell(const Shell&) = delete;
+  Shell& operator=(const Shell&) = delete;
 
-class DocsTest : public ServiceOnUnit, public ::testing::WithParamInterface<std::string> {
- protected:
-  DocsTest() : ServiceOnUnit(WholeUnit()) {}
+  // Runs `command`, which sees the status of the one before, and puts what it printed into *output.
+  // False when it does not end.
+  bool Run(const std::string& command, std::vector<std::string>* output) {
+    const std::string base = (scratch_ / std::to_string(++count_)).string();
+    Send("{ (exit ${status:-0})\n" + command + "\n} >" + base +
+         ".out 2>&1 </dev/null\nstatus=$?\n: >" + base + ".end\n");
+    const bool ended = Eventually([&] { return fs::exists(base + ".end"); }, milliseconds(30000));
+    std::istringstream text(ReadFile(base + ".out"));
+    output->clear();
+    for (std::string line; std::getline(text, line);) output->push_back(line);
+    return ended;
+  }
+
+ private:
+  void Send(const std::string& text) {
+    std::fputs(text.c_str(), pipe_);
+    std::fflush(pipe_);
+  }
+
+  fs::path scratch_;
+  FILE* pipe_;
+  int count_ = 0;
 };
 
-TEST_P(DocsTest, ShowsWhatTheProgramsDo) {
-  if (KORVANDIS_EMULATOR[0] != '\0') GTEST_SKIP() << "the programs cannot be started by name";
-  const std::string source = SourceDir();
-  ::setenv("PATH", (BinDir() + ":" + std::getenv("PATH")).c_str(), 1);
-  ::setenv("SEQUENCES", (source + "/bench/station/sequences").c_str(), 1);
-  ASSERT_EQ(::chdir(root_.path().c_str()), 0);
-  const std::vector<Step> steps = ReadSteps(source + "/" + GetParam());
-  EXPECT_FALSE(steps.empty());
-  for (const Step& step : steps) {
+// Runs one block on a unit of its own.
+void RunBlock(const std::string& document, const Block& block) {
+  const TempRoot scratch;
+  const fs::path directory = fs::path(scratch.path()) / "directory";
+  for (const auto& [name, content] : block.files) scratch.AddFile("/directory/" + name, content);
+  fs::create_directories(directory);
+  const TempRoot root;
+  headunit::UnitOptions options = WholeUnit();
+  options.root = root.path();
+  headunit::Unit unit(options);
+  ASSERT_EQ(unit.Start(), "");
+  const Program service(root, "korvandis");
+  ASSERT_TRUE(unit.WaitForService(milliseconds(10000)));
+
+  Shell shell(scratch.path(), directory);
+  for (const Step& step : block.steps) {
     std::vector<std::string> lines;
-    const auto prints_what_is_shown = [&step, &lines] {
-      lines = OutputOf(step.command);
-      return MatchesAll(step.output, 0, lines, 0);
+    bool ended = true;
+    const auto prints_what_is_shown = [&] {
+      ended = shell.Run(step.command, &lines);
+      return !ended || MatchesAll(step.output, 0, lines, 0);
     };
     // The service logs its last lines about a command after the reply.
     const bool is_log = step.command.rfind("sloginfo", 0) == 0;
-    if (is_log ? Eventually(prints_what_is_shown) : prints_what_is_shown()) continue;
-    std::string shown;
+    const bool right = is_log ? Eventually(prints_what_is_shown) : prints_what_is_shown();
+    if (right && ended) continue;
+    std::string shown = ended ? "" : "(does not end)\n";
     for (const std::string& line : lines) shown += line + "\n";
-    ADD_FAILURE() << GetParam() << ":" << step.line << ": $ " << step.command << "\nprints\n"
+    ADD_FAILURE() << document << ":" << step.line << ": $ " << step.command << "\nprints\n"
                   << shown;
+    if (!ended) return;
+  }
+}
+
+class DocsTest : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(DocsTest, ShowsWhatTheProgramsDo) {
+  if (KORVANDIS_EMULATOR[0] != '\0') GTEST_SKIP() << "the programs cannot be started by name";
+  std::signal(SIGPIPE, SIG_IGN);  // a block may end its shell
+  ::setenv("PATH", (BinDir() + ":" + std::getenv("PATH")).c_str(), 1);
+  ::setenv("SEQUENCES", (SourceDir() + "/bench/station/sequences").c_str(), 1);
+  for (const Block& block : ReadBlocks(fs::path(SourceDir()) / GetParam())) {
+    EXPECT_FALSE(block.steps.empty()) << GetParam() << ": a block without a '$ ' line";
+    RunBlock(GetParam(), block);
   }
 }
 
 // The documents that show commands.
 std::vector<std::string> Documents() {
   std::vector<std::string> documents;
-  const std::filesystem::path source = SourceDir();
-  std::vector<std::filesystem::path> candidates = {source / "README.md"};
-  for (const auto& entry : std::filesystem::directory_iterator(source / "docs")) {
-    if (entry.path().extension() == ".md") candidates.push_back(entry.path());
+  const fs::path source = SourceDir();
+  std::vector<fs::path> candidates = {source / "README.md"};
+  for (const char* directory : {"docs", "docs/man"}) {
+    for (const auto& entry : fs::directory_iterator(source / directory)) {
+      if (entry.is_regular_file()) candidates.push_back(entry.path());
+    }
   }
   for (const auto& path : candidates) {
-    if (!ReadSteps(path).empty()) documents.push_back(path.lexically_relative(source).string());
+    if (!ReadBlocks(path).empty()) documents.push_back(path.lexically_relative(source).string());
   }
   return documents;
 }
 
 std::string Name(const ::testing::TestParamInfo<std::string>& info) {
-  std::string name = std::filesystem::path(info.param).stem().string();
+  std::string name = fs::path(info.param).filename().string();
   for (char& c : name) {
-    if (c == '-') c = '_';
+    if (c == '-' || c == '.') c = '_';
   }
   return name;
 }
