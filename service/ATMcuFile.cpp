@@ -15,6 +15,8 @@ namespace {
 NXQ::ZMCAR::fileTagInfo const kMcuTag = {1, wire::kMcuDevicePath, O_RDWR, 0};
 
 const int kHeaderSize = static_cast<int>(wire::kHeaderSize);
+static_assert(sizeof(NXQ::ZMCAR::PacketHeader_s) == wire::kHeaderSize,
+              "the framework's header is the link's");
 const int kLinkSize = static_cast<int>(wire::kLinkSize);
 const int kRecordHeadSize = static_cast<int>(wire::kRecordHeadSize);
 

@@ -18,7 +18,6 @@ struct PacketHeader_s {
   std::uint32_t replyType;
   std::uint32_t arguments[4];  // the remaining arguments of PacketHeader, in call order
 };
-static_assert(sizeof(PacketHeader_s) == 28, "the payload follows at offset 28");
 
 const int kMaxPayload = 1280;  // payload area of the send buffer, in bytes
 

@@ -18,7 +18,6 @@ const char kMcuDevicePath[] = "/dev/name/local/zelmar/resmgr/mcucom/ext3";
 const std::size_t kHeaderSize = 28;
 const std::size_t kPayloadLengthOffset = 0;
 const std::size_t kPacketTypeOffset = 4;
-const std::size_t kReplyTypeOffset = 8;
 const std::uint32_t kAtPacketType = 0xB3;
 
 // Link bytes in front of the record.
