@@ -1,7 +1,6 @@
 #include "ATCmdBt.h"
 
-#include <pps.h>
-#include <unistd.h>
+#include <fcntl.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -9,8 +8,11 @@
 #include <string>
 
 #include "misc.h"
+#include "platform/descriptor.h"
 #include "platform/io.h"
 #include "platform/logbase.h"
+#include "platform/pps_guards.h"
+#include "wire/hex.h"
 
 namespace {
 
@@ -30,14 +32,6 @@ std::size_t const kNumberSize = 35;    // phone number
 std::size_t const kPPSTextSize = 126;  // MAC or name as read
 const int kMacInput = 8;               // bytes taken; the first 6 are used
 const int kMacFields = 6;
-
-// The value of a hexadecimal digit, -1 for any other character.
-int DigitValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 }  // namespace
 
@@ -89,23 +83,17 @@ bool CmdBtChgName::WriteSelected(const pkg* record, const char* path,
 bool CmdBtChgName::Dial(const pkg* record) {
   char number[kNumberSize];
   if (!ParameterText(record, number, sizeof(number))) return true;
-  const int fd = platform::open(kHandsfreeControl, O_WRONLY, kPPSMode);
-  if (fd < 0) {
+  const platform::Descriptor object(platform::open(kHandsfreeControl, O_WRONLY, kPPSMode));
+  if (!object.IsOpen()) {
     std::fprintf(stderr, "open(/pps/services/handsfree/control) failed\n");
     return false;
   }
-  pps_encoder_t encoder;
-  pps_encoder_initialize(&encoder, false);
-  pps_encoder_start_object(&encoder, "@control");
-  pps_encoder_add_string(&encoder, "command", "HFP_CALL");
-  pps_encoder_add_string(&encoder, "cmd_data", number);
-  pps_encoder_end_object(&encoder);
-  const char* const text = pps_encoder_buffer(&encoder);
-  if (text != nullptr) {
-    platform::write(fd, text, static_cast<std::size_t>(pps_encoder_length(&encoder)));
-  }
-  pps_encoder_cleanup(&encoder);
-  ::close(fd);
+  platform::Encoder encoder;
+  pps_encoder_start_object(encoder.Get(), "@control");
+  pps_encoder_add_string(encoder.Get(), "command", "HFP_CALL");
+  pps_encoder_add_string(encoder.Get(), "cmd_data", number);
+  pps_encoder_end_object(encoder.Get());
+  WriteEncoded(object.Get(), &encoder);
   return true;
 }
 
@@ -164,7 +152,7 @@ bool CmdBtChgName::GetBtMacAddr(std::vector<int>& fields) {
   unsigned field = 0;  // unsigned: a field of many digits keeps its low bits
   for (const char* c = text; *c != '\0'; ++c) {
     LOGBASE(LOG_LEV_DEBUG, "GetBtMacAddr", "CmdBtChgName, c = %c\n", *c);
-    const int digit = DigitValue(*c);
+    const int digit = wire::HexValue(*c);
     if (digit >= 0) {
       field = field * 16 + static_cast<unsigned>(digit);
       continue;
@@ -179,7 +167,7 @@ bool CmdBtChgName::GetBtMacAddr(std::vector<int>& fields) {
 
 void CmdBtChgName::Hex2char(unsigned char value, char* digit) {
   if (value > 15) return;
-  *digit = "0123456789ABCDEF"[value];
+  *digit = wire::UpperHexDigit(value);
 }
 
 void CmdBtChgName::SendName() {

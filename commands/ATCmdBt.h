@@ -24,8 +24,8 @@ class CmdBtChgName : public Cmd {
  public:
   bool Work(pkg* record) override;
 
-  // Reads the MAC text and appends one number for each of its fields to `fields`. False when there
-  // is no text.
+  // Reads the MAC text and makes `fields` hold one number for each field of it. False, with
+  // `fields` left unchanged, when there is no text.
   bool GetBtMacAddr(std::vector<int>& fields);
 
   // Stores the upper-case hexadecimal digit of `value` at `digit`; nothing when value is above 15.

@@ -1,12 +1,13 @@
 #include "ATCmdBurnInfo.h"
 
 #include <devctl.h>
-#include <unistd.h>
+#include <fcntl.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 
+#include "platform/descriptor.h"
 #include "platform/io.h"
 #include "wire/devices.h"
 
@@ -15,11 +16,12 @@ namespace {
 const char kDevice[] = "/dev/sysinfo";
 const char kHostSN[] = "/pps/zelmar/system/hostsn";
 
-// Sub-commands.
-const unsigned char kWriteMachineSN = 2;
-const unsigned char kReadMachineSN = 3;
-const unsigned char kWriteUUID = 10;
-const unsigned char kReadUUID = 11;
+enum BURN_SUB_CMD {
+  BURN_WRITE_MACHINE_SN = 2,
+  BURN_READ_MACHINE_SN = 3,
+  BURN_WRITE_UUID = 10,
+  BURN_READ_UUID = 11,
+};
 
 const int kIdentitySize = static_cast<int>(sizeof(sysinfo_param_t().uuid));
 const int kUUIDLength = 16;
@@ -46,13 +48,12 @@ int Request(int fd, std::uint32_t dcmd, sysinfo_param_t* record) {
 // Reads one identity into a zeroed record whose length is then within 0..32.
 bool Read(const Identity& identity, sysinfo_param_t* record) {
   *record = sysinfo_param_t();
-  const int fd = platform::open(kDevice, O_RDWR);
-  if (fd < 0) {
+  const platform::Descriptor driver(platform::open(kDevice, O_RDWR));
+  if (!driver.IsOpen()) {
     std::fprintf(stderr, "open /dev/sysinfo failed!\n");
     return false;
   }
-  const int error = Request(fd, identity.get, record);
-  ::close(fd);
+  const int error = Request(driver.Get(), identity.get, record);
   if (error != 0) {
     std::fprintf(stderr, "%s: devctl failed, errno=%d \n", identity.getDcmd, error);
     return false;
@@ -71,13 +72,12 @@ bool Write(const Identity& identity, const char* text, int length) {
   }
   std::memcpy(record.uuid, text, size);
   record.length = length != 0 ? length : kUUIDLength;
-  const int fd = platform::open(kDevice, O_RDWR);
-  if (fd < 0) {
+  const platform::Descriptor driver(platform::open(kDevice, O_RDWR));
+  if (!driver.IsOpen()) {
     std::printf("%s: open /dev/sysinfo failed! \n", identity.setName);
     return false;
   }
-  const int error = Request(fd, identity.set, &record);
-  ::close(fd);
+  const int error = Request(driver.Get(), identity.set, &record);
   if (error != 0) {
     std::printf("%s: %s: devctl failed, errno=%d \n", identity.setName, identity.setDcmd, error);
     return false;
@@ -94,16 +94,16 @@ const int kTextSize = 256;
 bool CmdBurnInfo::Work(pkg* record) {
   if (!GetHead(record)) return false;
   switch (m_subCmd) {
-    case kWriteMachineSN:
+    case BURN_WRITE_MACHINE_SN:
       WriteMachineSN(record);
       break;
-    case kReadMachineSN:
+    case BURN_READ_MACHINE_SN:
       SendIdentity(&CmdBurnInfo::GetMachineSN, kMachineSNLength);
       break;
-    case kWriteUUID:
+    case BURN_WRITE_UUID:
       WriteUUID(record);
       break;
-    case kReadUUID:
+    case BURN_READ_UUID:
       SendIdentity(&CmdBurnInfo::GetUUID, kUUIDLength);
       break;
     default:

@@ -9,7 +9,7 @@ class CmdBurnInfo : public Cmd {
   bool Work(pkg* record) override;
 
   // Read an identity: 32 bytes into `identity` and the driver's length, bounded to 0..32, into
-  // `length`. On failure both keep what they hold.
+  // `length`. On failure both are left unchanged.
   bool GetUUID(unsigned char* identity, int& length);
   bool GetMachineSN(unsigned char* identity, int& length);
 

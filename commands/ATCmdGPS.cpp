@@ -10,20 +10,25 @@
 #include "GpsData.h"
 #include "misc.h"
 #include "platform/logbase.h"
+#include "platform/pps_guards.h"
 
 namespace {
 
 const char kNaviCommand[] = "/pps/zelmar/navigation/command";
 const char kNaviStatus[] = "/pps/zelmar/navigation/status";
 
-// Sub-commands.
-const unsigned char kSensitivity = 0;
-const unsigned char kPosition = 2;
-const unsigned char kSpeed = 3;
-const unsigned char kAngle = 4;
-const unsigned char kNavi5 = 5;
-const unsigned char kNaviTest = 6;
-const unsigned char kNavi10 = 7;
+enum GPS_SUB_CMD {
+  GPS_SENSITIVITY = 0,
+  GPS_POSITION = 2,
+  GPS_SPEED = 3,
+  GPS_ANGLE = 4,
+  GPS_NAVI_5 = 5,  // the number of the navigation command that it sends, as below
+  GPS_NAVI_TEST = 6,
+  GPS_NAVI_10 = 7,
+};
+
+std::size_t const kObjectSize = 1024;     // of the navigation status, as read
+std::size_t const kNaviCommandSize = 78;  // of a navigation command's line
 
 const int kBytesPerSatellite = 4;
 const int kMaxListed = (CmdGPS::kReplySize - 1) / kBytesPerSatellite;
@@ -87,30 +92,30 @@ bool CmdGPS::Work(pkg* record) {
   if (!GetHead(record)) return false;
   Init();
   switch (m_subCmd) {
-    case kSensitivity: {
+    case GPS_SENSITIVITY: {
       unsigned char list[kReplySize] = {0};
       int length = 0;
       GetSensitivityBuf(list, length);
       Reply(list, length);
       break;
     }
-    case kPosition:
+    case GPS_POSITION:
       SendPosition();
       break;
-    case kSpeed:
+    case GPS_SPEED:
       SendSpeed();
       break;
-    case kAngle:
+    case GPS_ANGLE:
       SendAngle();
       break;
-    case kNavi5:
+    case GPS_NAVI_5:
       SendMsg2Navi(NAVI_MSG_SUB_5);
       break;
-    case kNaviTest:
+    case GPS_NAVI_TEST:
       if (Selector(record) == 1) SendMsg2Navi(NAVI_MSG_TEST_1);
       if (Selector(record) == 2) SendMsg2Navi(NAVI_MSG_TEST_2);
       break;
-    case kNavi10:
+    case GPS_NAVI_10:
       SendMsg2Navi(NAVI_MSG_SUB_7);
       break;
     default:
@@ -166,28 +171,27 @@ void CmdGPS::SendAngle() {
 }
 
 bool CmdGPS::SendMsg2Navi(E_NAVI_MSG_CMD command) {
-  char text[78] = {0};
+  char text[kNaviCommandSize] = {0};
   std::snprintf(text, sizeof(text), "msg:json:{\"cmd\":%d}", static_cast<int>(command));
   return WritePPS(kNaviCommand, text, O_WRONLY) != 0;
 }
 
 void CmdGPS::GetAngle(char* buffer) {
-  char object[1024];
+  char object[kObjectSize];
   if (!ReadText(kNaviStatus, object, sizeof(object))) return;
   std::fprintf(stderr, "read buf is(\n'%s') \n", object);
 
-  pps_decoder_t decoder;
+  platform::Decoder decoder;
   int msg = 0;
   const char* dat = nullptr;
-  pps_decoder_initialize(&decoder, nullptr);
-  pps_decoder_parse_pps_str(&decoder, object);
-  if (pps_decoder_push(&decoder, nullptr) == PPS_DECODER_OK) {
-    if (pps_decoder_push(&decoder, "msgres") == PPS_DECODER_OK) {
-      pps_decoder_get_int(&decoder, "msg", &msg);
-      pps_decoder_get_string(&decoder, "dat", &dat);
-      pps_decoder_pop(&decoder);
+  pps_decoder_parse_pps_str(decoder.Get(), object);
+  if (pps_decoder_push(decoder.Get(), nullptr) == PPS_DECODER_OK) {
+    if (pps_decoder_push(decoder.Get(), "msgres") == PPS_DECODER_OK) {
+      pps_decoder_get_int(decoder.Get(), "msg", &msg);
+      pps_decoder_get_string(decoder.Get(), "dat", &dat);
+      pps_decoder_pop(decoder.Get());
     }
-    pps_decoder_pop(&decoder);
+    pps_decoder_pop(decoder.Get());
   }
   std::fprintf(stderr, "msg('%d' \n", msg);
 
@@ -200,11 +204,10 @@ void CmdGPS::GetAngle(char* buffer) {
   } else {
     std::fprintf(stderr, "dat is NULL\xEF\xBC\x81 \n");
   }
-  const int status = pps_decoder_status(&decoder, true);
+  const int status = pps_decoder_status(decoder.Get(), true);
   if (status != PPS_DECODER_OK) {
     std::fprintf(stderr, "pps_decoder_*() failed.pps_decoder_status (%d)\n", status);
   }
-  pps_decoder_cleanup(&decoder);
   if (dat == nullptr) return;
   GetAngleStr(angle);
   CopyText(buffer, kReplySize, angle);

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 
@@ -12,11 +13,14 @@
 
 namespace {
 
-const unsigned char KEY_CALIBRATION = 4;
+enum KEY_SUB_CMD {
+  KEY_CALIBRATION = 4,
+};
 
 const char kScript[] = "/zmapps/etc/calib-recalibrate.sh";
 const int kScriptArgument = 1;
-const int kScriptLimit = 60000;  // seconds
+std::size_t const kArgumentSize = 8;  // of the argument as text
+const int kScriptLimit = 60000;       // seconds
 
 std::uint32_t const kTicksPerSecond = 100;
 const useconds_t kPollInterval = 100000;  // microseconds
@@ -27,7 +31,7 @@ bool CmdKey::Work(pkg* record) {
   if (!GetHead(record)) return false;
   if (m_subCmd != KEY_CALIBRATION) return false;
   LOGBASE(LOG_LEV_DEBUG, "Work", "KEY_CALIBRATION [%d]!\n", m_subCmd);
-  char argument[8] = {0};
+  char argument[kArgumentSize] = {0};
   std::snprintf(argument, sizeof(argument), "%d", kScriptArgument);
   return ExcuteShell(kScript, argument, kScriptLimit);
 }

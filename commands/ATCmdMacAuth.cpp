@@ -1,6 +1,7 @@
 #include "ATCmdMacAuth.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 
@@ -9,7 +10,9 @@
 
 namespace {
 
-const unsigned char kReadChipId = 0;
+enum MAC_AUTH_SUB_CMD {
+  MAC_AUTH_READ_CHIP_ID = 0,
+};
 
 const char kBus[] = "/dev/i2c4";
 std::uint32_t const kBusSpeed = 32000;
@@ -18,12 +21,14 @@ std::uint32_t const kIdentityRegister = 0x04;
 std::uint32_t const kRegisterWidth = 1;
 const int kVerbose = 1;
 const unsigned char kIdentity[] = {0x00, 0x00, 0x02, 0x00};
+std::size_t const kPathSize = 32;
+std::size_t const kReceiveSize = 128;
 
 }  // namespace
 
 bool CmdMacAuth::Work(pkg* record) {
   if (!GetHead(record)) return false;
-  if (m_subCmd != kReadChipId) return true;
+  if (m_subCmd != MAC_AUTH_READ_CHIP_ID) return true;
   std::fprintf(stderr, "cmd_sub_read(cmd:'%d') \n", m_subCmd);
   const unsigned char verdict = static_cast<unsigned char>(read_chip_id());
   Reply(&verdict, 1);
@@ -31,9 +36,9 @@ bool CmdMacAuth::Work(pkg* record) {
 }
 
 int CmdMacAuth::read_chip_id() {
-  char path[32];
+  char path[kPathSize];
   CopyText(path, sizeof(path), kBus);
-  unsigned char received[128] = {0};
+  unsigned char received[kReceiveSize] = {0};
   const int bus = open_i2c(path, kBusSpeed, kVerbose);
   if (bus < 0) return 0;
   const int result = i2c_read(bus, kChip, kIdentityRegister, kRegisterWidth, received,

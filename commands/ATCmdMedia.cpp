@@ -88,9 +88,9 @@ bool CmdMedia::Work(pkg* record) {
       return true;
     case MEDIA_SETUP:
       if (disc != nullptr) {
-        disc->PublishCmdCommmand(kDiscCommandSetup, 1, 0);
+        disc->PublishCmdCommmand(kDiscCommand200, 1, 0);
       } else {
-        common.PublishCmdCommmand(kDiscCommandSetup, 1, 0);
+        common.PublishCmdCommmand(kDiscCommand200, 1, 0);
       }
       return true;
     case MEDIA_DISC_DEVICE:

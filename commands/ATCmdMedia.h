@@ -4,7 +4,6 @@
 
 #include "ATCmd.h"
 
-class Media;
 class MediaDISC;
 
 class CmdMedia : public Cmd {

@@ -1,20 +1,23 @@
 #include "ATCmdSrc.h"
 
-#include <pps.h>
-#include <unistd.h>
+#include <fcntl.h>
 
 #include <cstdio>
 #include <cstdlib>
 
 #include "ATSrc.h"
 #include "misc.h"
+#include "platform/descriptor.h"
 #include "platform/io.h"
 #include "platform/logbase.h"
+#include "platform/pps_guards.h"
 
 namespace {
 
 const unsigned char kCommandNumber = 0;
 const char kLauncherDirectory[] = "/pps/services";
+const char kLauncherName[] = "/app-launcher";
+std::size_t const kDirectorySize = 128;
 
 }  // namespace
 
@@ -44,31 +47,25 @@ void CmdSrc::chg() {
 
 bool CmdSrc::UpdatePPS_App_Launcher(const char* command, const char* application,
                                     const char* data) {
-  char directory[128];
+  char directory[kDirectorySize];
   CopyText(directory, sizeof(directory), kLauncherDirectory);
   if (platform::access(directory, F_OK) != 0) return false;
-  char path[sizeof(directory) + sizeof("/app-launcher")];
-  std::snprintf(path, sizeof(path), "%s/app-launcher", directory);
-  const int fd = platform::open(path, O_RDWR | O_CREAT, kPPSMode);
-  if (fd < 0) {
+  char path[sizeof(directory) + sizeof(kLauncherName)];
+  std::snprintf(path, sizeof(path), "%s%s", directory, kLauncherName);
+  const platform::Descriptor object(platform::open(path, O_RDWR | O_CREAT, kPPSMode));
+  if (!object.IsOpen()) {
     LOGBASE(LOG_LEV_ERROR, "UpdatePPS_App_Launcher", "[UpdatePPS_App_Launcher]: open() failed\n");
     return false;
   }
-  pps_encoder_t encoder;
-  pps_encoder_initialize(&encoder, false);
-  pps_encoder_start_object(&encoder, "@app-launcher");
-  pps_encoder_start_object(&encoder, "req");
+  platform::Encoder encoder;
+  pps_encoder_start_object(encoder.Get(), "@app-launcher");
+  pps_encoder_start_object(encoder.Get(), "req");
   // NOLINTNEXTLINE(cert-msc30-c,cert-msc50-cpp): it tells requests apart and is no secret
-  pps_encoder_add_int(&encoder, "id", std::rand());
-  pps_encoder_add_string(&encoder, "cmd", command);
-  pps_encoder_add_string(&encoder, "app", application);
-  pps_encoder_add_string(&encoder, "dat", data);
-  pps_encoder_end_object(&encoder);
-  pps_encoder_end_object(&encoder);
-  const char* const text = pps_encoder_buffer(&encoder);
-  const bool encoded = text != nullptr;
-  if (encoded) platform::write(fd, text, static_cast<std::size_t>(pps_encoder_length(&encoder)));
-  pps_encoder_cleanup(&encoder);
-  ::close(fd);
-  return encoded;
+  pps_encoder_add_int(encoder.Get(), "id", std::rand());
+  pps_encoder_add_string(encoder.Get(), "cmd", command);
+  pps_encoder_add_string(encoder.Get(), "app", application);
+  pps_encoder_add_string(encoder.Get(), "dat", data);
+  pps_encoder_end_object(encoder.Get());
+  pps_encoder_end_object(encoder.Get());
+  return WriteEncoded(object.Get(), &encoder);
 }

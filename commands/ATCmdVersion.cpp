@@ -1,6 +1,5 @@
 #include "ATCmdVersion.h"
 
-#include <pps.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +9,7 @@
 #include "misc.h"
 #include "platform/io.h"
 #include "platform/logbase.h"
+#include "platform/pps_guards.h"
 
 namespace {
 
@@ -87,19 +87,17 @@ bool CmdVer::GetVerStr(infoExchg& info) {
   if (!ReadText(info.path, text, sizeof(text))) return false;
   ReportText(text);
 
-  pps_decoder_t decoder;
+  platform::Decoder decoder;
   const char* found = nullptr;
-  pps_decoder_initialize(&decoder, nullptr);
-  pps_decoder_parse_pps_str(&decoder, text);
-  if (pps_decoder_push(&decoder, nullptr) == PPS_DECODER_OK) {
+  pps_decoder_parse_pps_str(decoder.Get(), text);
+  if (pps_decoder_push(decoder.Get(), nullptr) == PPS_DECODER_OK) {
     // A member of that name one level up is another value: no entry, no text.
-    if (pps_decoder_push(&decoder, info.attr) == PPS_DECODER_OK) {
-      pps_decoder_get_string(&decoder, info.ver, &found);
-      pps_decoder_pop(&decoder);
+    if (pps_decoder_push(decoder.Get(), info.attr) == PPS_DECODER_OK) {
+      pps_decoder_get_string(decoder.Get(), info.ver, &found);
+      pps_decoder_pop(decoder.Get());
     }
-    pps_decoder_pop(&decoder);
+    pps_decoder_pop(decoder.Get());
   }
-  pps_decoder_cleanup(&decoder);
   if (found == nullptr) return false;
 
   CopyText(info.verStr, sizeof(info.verStr), found);

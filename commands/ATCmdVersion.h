@@ -6,7 +6,7 @@
 
 #include "ATCmd.h"
 
-// Any sub-command byte can be held, also one that is none of these.
+// A variable of this type can hold any sub-command byte, also one without an enumerator.
 enum VER_SUB_CMD : int {
   VER_MPU = 1,
   VER_OS = 2,
@@ -42,11 +42,11 @@ class CmdVer : public Cmd {
   bool Work(pkg* record) override;
 
   // Replies with the version of `subCommand`: empty when it is not known or not found. Returns the
-  // result of the reply, 0 where none or an empty one is sent for want of a version source.
+  // result of the reply, 0 when the sub-command or its source is unknown.
   int SendVer(VER_SUB_CMD subCommand);
 
-  // Fills verStr and verLen from what path, attr and ver name; false, with both as they were, when
-  // there is no such text.
+  // Sets verStr and verLen to the text that path, attr and ver name; false, with both left
+  // unchanged, when there is no such text.
   bool GetVerStr(infoExchg& info);
 
  private:

@@ -1,7 +1,6 @@
 #include "ATMedia.h"
 
-#include <pps.h>
-#include <unistd.h>
+#include <fcntl.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -9,8 +8,10 @@
 
 #include "ATCmd.h"
 #include "misc.h"
+#include "platform/descriptor.h"
 #include "platform/io.h"
 #include "platform/logbase.h"
+#include "platform/pps_guards.h"
 
 const char* const DISC_CMD_cmd = "cmd";
 const char* const DISC_CMD_param1 = "param1";
@@ -23,8 +24,9 @@ const char kDiscPlaying[] = "/pps/zelmar/disc/playing";
 const char kKey[] = "/pps/zelmar/system/key";
 const char kAutotestControl[] = "/pps/zelmar/media/autotest/control";
 
-std::size_t const kLineSize = 256;
-std::size_t const kValueSize = 1024;
+std::size_t const kLineSize = 256;     // of a path or an attribute line
+std::size_t const kValueSize = 1024;   // of an encoded value
+std::size_t const kObjectSize = 1024;  // of the playing record, as read
 
 // Disc commands.
 const int kDiscStop = 129;
@@ -34,7 +36,7 @@ const int kDiscNext = 135;
 const int kDiscPrevious = 136;
 const int kDiscJump = 182;
 const int kDiscRepeat = 192;
-const int kDiscScan = 193;
+const int kDisc193 = 193;  // sent for repeat modes 3 and 4; its meaning is not known
 
 // Key codes.
 const unsigned char kKeyPlay = 17;
@@ -42,10 +44,10 @@ const unsigned char kKeyPause = 18;  // also stops
 const unsigned char kKeyNext = 20;
 const unsigned char kKeyPrevious = 21;
 
-// Parameter of each repeat mode's disc command; kNone: the mode belongs to the other command.
+// Parameter of each repeat mode's disc command; kNone: the other command serves the mode.
 const unsigned char kNone = 255;
 const unsigned char kRepeatParameter[] = {1, 0, 2, kNone, kNone};
-const unsigned char kScanParameter[] = {kNone, kNone, kNone, 1, 0};
+const unsigned char k193Parameter[] = {kNone, kNone, kNone, 1, 0};
 
 }  // namespace
 
@@ -78,15 +80,11 @@ int Media::CtrlPlay(unsigned char operation) {
 bool Media::WritePPS(const char* path, const char* name, const char* value) {
   char line[kLineSize];
   CopyText(line, sizeof(line), path);
-  const int fd = platform::open(line, O_RDWR | O_CREAT | O_TRUNC, Cmd::kPPSMode);
-  if (fd < 0) {
-    ReportOpenFailure(line);
-    return false;
-  }
+  const platform::Descriptor object(OpenOrReport(line, O_RDWR | O_CREAT | O_TRUNC, Cmd::kPPSMode));
+  if (!object.IsOpen()) return false;
   const int length = std::snprintf(line, sizeof(line), "%s:%s", name, value);
-  platform::write(fd, line, std::min(static_cast<std::size_t>(length), sizeof(line) - 1));
+  platform::write(object.Get(), line, std::min(static_cast<std::size_t>(length), sizeof(line) - 1));
   LOGBASE(LOG_LEV_INFO, "WritePPS", "%s", line);
-  ::close(fd);
   return true;
 }
 
@@ -128,21 +126,19 @@ int MediaDISC::JumpTo(unsigned short folder, unsigned short number) {
 }
 
 bool MediaDISC::GetSongNo(int& songNo, int& folder) {
-  char text[1024];
+  char text[kObjectSize];
   if (!ReadText(kDiscPlaying, text, sizeof(text))) return false;
   ReportText(text);
-  pps_decoder_t decoder;
-  pps_decoder_initialize(&decoder, nullptr);
-  pps_decoder_parse_pps_str(&decoder, text);
-  if (pps_decoder_push(&decoder, nullptr) == PPS_DECODER_OK) {
-    if (pps_decoder_push(&decoder, "trackinfo") == PPS_DECODER_OK) {
-      pps_decoder_get_int(&decoder, "curmediaid", &songNo);
-      pps_decoder_get_int(&decoder, "parentFolder", &folder);
-      pps_decoder_pop(&decoder);
+  platform::Decoder decoder;
+  pps_decoder_parse_pps_str(decoder.Get(), text);
+  if (pps_decoder_push(decoder.Get(), nullptr) == PPS_DECODER_OK) {
+    if (pps_decoder_push(decoder.Get(), "trackinfo") == PPS_DECODER_OK) {
+      pps_decoder_get_int(decoder.Get(), "curmediaid", &songNo);
+      pps_decoder_get_int(decoder.Get(), "parentFolder", &folder);
+      pps_decoder_pop(decoder.Get());
     }
-    pps_decoder_pop(&decoder);
+    pps_decoder_pop(decoder.Get());
   }
-  pps_decoder_cleanup(&decoder);
   std::fprintf(stderr, "read fileId is('%d') songNo[%d] \n", folder, songNo);
   return true;
 }
@@ -151,8 +147,8 @@ void MediaDISC::AskRepeatMode(unsigned char mode) {
   if (mode >= sizeof(kRepeatParameter)) return;
   if (kRepeatParameter[mode] != kNone) {
     PublishCmdCommmand(kDiscRepeat, kRepeatParameter[mode], 0);
-  } else if (kScanParameter[mode] != kNone) {
-    PublishCmdCommmand(kDiscScan, kScanParameter[mode], 0);
+  } else if (k193Parameter[mode] != kNone) {
+    PublishCmdCommmand(kDisc193, k193Parameter[mode], 0);
   }
 }
 

@@ -7,8 +7,9 @@ extern const char* const DISC_CMD_cmd;
 extern const char* const DISC_CMD_param1;
 extern const char* const DISC_CMD_param2;
 
-// Disc command that the media test command sends whatever plays.
-const int kDiscCommandSetup = 200;
+// Disc command that the media test command sends whatever plays. What the player does with it is
+// not known.
+const int kDiscCommand200 = 200;
 
 // A player. Objects live for one request. Operations return 1 when they wrote their command, else
 // 0.
@@ -51,8 +52,8 @@ class MediaDISC : public Media {
 
   void PublishCmdCommmand(int command, int param1, int param2);
 
-  // Reads the current track and its folder; one that is missing keeps what the caller put in it.
-  // True when the object could be opened.
+  // Reads the current track and its folder; one that is missing is left unchanged. True when the
+  // object could be opened.
   bool GetSongNo(int& songNo, int& folder);
 
   // Asks for repeat mode 0 to 4; nothing for others.

@@ -1,11 +1,10 @@
 #include "ATSrc.h"
 
-#include <pps.h>
-
 #include <cstdio>
 #include <cstring>
 
 #include "misc.h"
+#include "platform/pps_guards.h"
 
 namespace NXQ {
 namespace ZMCAR {
@@ -77,14 +76,12 @@ void Src::GetNowPlaying() {
   if (!ReadText(kNowPlaying, text, sizeof(text))) return;
   ReportText(text);
   const char* source = nullptr;
-  pps_decoder_t decoder;
-  pps_decoder_initialize(&decoder, nullptr);
-  pps_decoder_parse_pps_str(&decoder, text);
-  if (pps_decoder_push(&decoder, nullptr) == PPS_DECODER_OK) {
-    pps_decoder_get_string(&decoder, "zmplaysource", &source);
-    pps_decoder_pop(&decoder);
+  platform::Decoder decoder;
+  pps_decoder_parse_pps_str(decoder.Get(), text);
+  if (pps_decoder_push(decoder.Get(), nullptr) == PPS_DECODER_OK) {
+    pps_decoder_get_string(decoder.Get(), "zmplaysource", &source);
+    pps_decoder_pop(decoder.Get());
   }
-  pps_decoder_cleanup(&decoder);
   if (source == nullptr) return;
   std::fprintf(stderr, "read decoder bufGet is('%s') \n", source);
   if (std::strlen(source) < kPrefixSize) return;

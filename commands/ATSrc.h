@@ -17,8 +17,8 @@ class SourcesNameIdMap {
   // Fills the table anew.
   void Init();
 
-  // Sets `id` to that of the source named exactly `name`; false, with `id` as it was, when there is
-  // none.
+  // Sets `id` to that of the source named exactly `name`; false, with `id` left unchanged, when
+  // there is none.
   bool GetIDByName(const std::string& name, unsigned char& id);
 
  private:
@@ -38,8 +38,9 @@ class Src {
   // null.
   const char* GetSrcName(unsigned char code);
 
-  // Reads the current source into m_srcName and m_srcID. What cannot be read, or is too short or
-  // too long to be a source's name, leaves both; an unknown name leaves m_srcID.
+  // Reads the current source into m_srcName and m_srcID. Both are left unchanged when the source
+  // cannot be read, or is too short or too long to be a source's name; m_srcID alone when the name
+  // is unknown.
   void GetNowPlaying();
 
   NXQ::ZMCAR::SourcesNameIdMap m_nameIdMap;

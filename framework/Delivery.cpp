@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <iterator>
 
-#include "Descriptor.h"
+#include "Wakeup.h"
 
 namespace NXQ {
 namespace ZMCAR {

@@ -39,15 +39,17 @@ class Delivery {
   struct Watch {
     int key;
     FileBase* file;
-    std::shared_ptr<Descriptor> descriptor;
+    std::shared_ptr<platform::Descriptor> descriptor;
   };
 
   static void* Thread(void* self);
   void Run();
-  // The first lets go of the mutex while a callback runs; all are called with it held.
+  // Called with the mutex held. Attend unlocks it while a callback runs, ReopenLost while it opens
+  // a file; both hold it again when they return.
   void Attend(std::unique_lock<std::mutex>& lock, const Watch& watch);
   void ReopenLost(std::unique_lock<std::mutex>& lock);
-  // Fills the poll list and returns the time limit of the wait in ms, -1 for none.
+  // With the mutex held: fills the poll list and returns the time limit of the wait in ms, -1 for
+  // none.
   int BuildPollList();
   bool PrepareLocked();
   bool OnOwnThread() const;

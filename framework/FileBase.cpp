@@ -2,7 +2,8 @@
 
 #include <cerrno>
 
-#include "Descriptor.h"
+#include "Wakeup.h"
+#include "platform/descriptor.h"
 #include "platform/io.h"
 
 namespace NXQ {
@@ -22,7 +23,7 @@ bool FileBase::Open() {
   if (m_descriptor) return true;
   const int fd = platform::open(m_tag.path, m_tag.oflag, static_cast<mode_t>(m_tag.mode));
   if (fd < 0) return false;
-  m_descriptor.reset(new Descriptor(fd));
+  m_descriptor.reset(new platform::Descriptor(fd));
   m_lost = false;
   if (m_wakeup) m_wakeup->Wake();
   return true;
@@ -41,18 +42,18 @@ int FileBase::GetKey() const { return m_tag.key; }
 
 int FileBase::WriteMessage(const void* data, int size) const {
   if (data == nullptr || size < 0) return -EINVAL;
-  const std::shared_ptr<Descriptor> descriptor = Current();
+  const std::shared_ptr<platform::Descriptor> descriptor = Current();
   if (!descriptor) return -EBADF;
   const ssize_t written = platform::write(descriptor->Get(), data, static_cast<std::size_t>(size));
   return written < 0 ? -errno : static_cast<int>(written);
 }
 
-std::shared_ptr<Descriptor> FileBase::Current() const {
+std::shared_ptr<platform::Descriptor> FileBase::Current() const {
   std::lock_guard<std::mutex> lock(m_mutex);
   return m_descriptor;
 }
 
-void FileBase::Lose(const std::shared_ptr<Descriptor>& descriptor) {
+void FileBase::Lose(const std::shared_ptr<platform::Descriptor>& descriptor) {
   std::lock_guard<std::mutex> lock(m_mutex);
   if (m_descriptor != descriptor) return;
   m_descriptor.reset();

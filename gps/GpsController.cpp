@@ -5,6 +5,7 @@
 
 #include "GpsData.h"
 #include "platform/logbase.h"
+#include "platform/pps_guards.h"
 
 namespace {
 
@@ -62,25 +63,23 @@ void ParseSatellites(pps_decoder_t* decoder, Position* position) {
 // Parses `text` in place. What is not a JSON object gives all zeros.
 void ParsePosition(char* text, Position* position) {
   *position = Position();
-  pps_decoder_t decoder;
-  pps_decoder_initialize(&decoder, nullptr);
-  pps_decoder_parse_json_str(&decoder, text);
-  if (pps_decoder_type(&decoder, nullptr) == PPS_TYPE_OBJECT &&
-      pps_decoder_push(&decoder, nullptr) == PPS_DECODER_OK) {
-    pps_decoder_get_double(&decoder, "latitude", &position->latitude);
-    pps_decoder_get_double(&decoder, "longitude", &position->longitude);
-    pps_decoder_get_double(&decoder, "altitude", &position->altitude);
-    pps_decoder_get_int(&decoder, "speed", &position->speed);
-    pps_decoder_get_int(&decoder, "ttff", &position->ttff);
-    pps_decoder_get_int64(&decoder, "utc", &position->utc);
-    pps_decoder_get_int(&decoder, "Angle", &position->angle);
-    if (pps_decoder_push_array(&decoder, "satellites") == PPS_DECODER_OK) {
-      ParseSatellites(&decoder, position);
-      pps_decoder_pop(&decoder);
+  platform::Decoder decoder;
+  pps_decoder_parse_json_str(decoder.Get(), text);
+  if (pps_decoder_type(decoder.Get(), nullptr) == PPS_TYPE_OBJECT &&
+      pps_decoder_push(decoder.Get(), nullptr) == PPS_DECODER_OK) {
+    pps_decoder_get_double(decoder.Get(), "latitude", &position->latitude);
+    pps_decoder_get_double(decoder.Get(), "longitude", &position->longitude);
+    pps_decoder_get_double(decoder.Get(), "altitude", &position->altitude);
+    pps_decoder_get_int(decoder.Get(), "speed", &position->speed);
+    pps_decoder_get_int(decoder.Get(), "ttff", &position->ttff);
+    pps_decoder_get_int64(decoder.Get(), "utc", &position->utc);
+    pps_decoder_get_int(decoder.Get(), "Angle", &position->angle);
+    if (pps_decoder_push_array(decoder.Get(), "satellites") == PPS_DECODER_OK) {
+      ParseSatellites(decoder.Get(), position);
+      pps_decoder_pop(decoder.Get());
     }
-    pps_decoder_pop(&decoder);
+    pps_decoder_pop(decoder.Get());
   }
-  pps_decoder_cleanup(&decoder);
 }
 
 void Publish(const Position& position) {

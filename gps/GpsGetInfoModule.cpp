@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include "platform/logbase.h"
+#include "platform/pps_guards.h"
 
 namespace NXQ {
 namespace ZMCAR {
@@ -20,31 +21,29 @@ GpsGetInfoModule::GpsGetInfoModule(IPPSOnChange* listener) : PPSFileBase(g_PPSIn
 
 bool GpsGetInfoModule::SendGpsReq() {
   LOGBASE(LOG_LEV_DEBUG, "SendGpsReq", "SendGpsReq?\n");
-  pps_encoder_t encoder;
-  pps_encoder_initialize(&encoder, false);
-  pps_encoder_start_object(&encoder, "@control");
-  pps_encoder_add_string(&encoder, "msg", "location");
-  pps_encoder_add_string(&encoder, "id", kRequestId);
-  pps_encoder_start_object(&encoder, "dat");
-  pps_encoder_add_int(&encoder, "period", kPeriod);
-  pps_encoder_add_string(&encoder, "provider", "gnss");
-  pps_encoder_add_string(&encoder, "fix_type", "best");
-  pps_encoder_end_object(&encoder);
-  pps_encoder_end_object(&encoder);
+  platform::Encoder encoder;
+  pps_encoder_start_object(encoder.Get(), "@control");
+  pps_encoder_add_string(encoder.Get(), "msg", "location");
+  pps_encoder_add_string(encoder.Get(), "id", kRequestId);
+  pps_encoder_start_object(encoder.Get(), "dat");
+  pps_encoder_add_int(encoder.Get(), "period", kPeriod);
+  pps_encoder_add_string(encoder.Get(), "provider", "gnss");
+  pps_encoder_add_string(encoder.Get(), "fix_type", "best");
+  pps_encoder_end_object(encoder.Get());
+  pps_encoder_end_object(encoder.Get());
 
   bool written = false;
-  const char* const text = pps_encoder_buffer(&encoder);
+  const char* const text = pps_encoder_buffer(encoder.Get());
   if (text == nullptr) {
     LOGBASE(LOG_LEV_ERROR, "SendGpsReq", "create decoder false.");
   } else {
-    written = WritePPS(text, pps_encoder_length(&encoder));
+    written = WritePPS(text, pps_encoder_length(encoder.Get()));
     if (written) {
       LOGBASE(LOG_LEV_DEBUG, "SendGpsReq", "Send:\n%s", text);
     } else {
       LOGBASE(LOG_LEV_DEBUG, "SendGpsReq", "Send Request false.");
     }
   }
-  pps_encoder_cleanup(&encoder);
   LOGBASE(LOG_LEV_DEBUG, "SendGpsReq", "SendGpsReq!\n");
   return written;
 }

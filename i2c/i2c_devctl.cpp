@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/descriptor.h"
 #include "platform/io.h"
 #include "wire/devices.h"
 
@@ -74,19 +75,18 @@ void ShowRecord(const Record& record, std::uint32_t shown) {
 }  // namespace
 
 int open_i2c(const char* path, std::uint32_t speed, int verbose) {
-  const int handle = platform::open(path, O_RDWR);
-  if (handle < 0) {
+  platform::Descriptor bus(platform::open(path, O_RDWR));
+  if (!bus.IsOpen()) {
     std::printf("open_i2c(): open %s failed, error=%s \n", path, std::strerror(errno));
     return -1;
   }
   if (verbose != 0) std::printf("speed=%d \n", static_cast<int>(speed));
-  const int error = Request(handle, DCMD_I2C_SET_BUS_SPEED, &speed);
+  const int error = Request(bus.Get(), DCMD_I2C_SET_BUS_SPEED, &speed);
   if (error != 0) {
     std::printf("open_i2c(): set speed failed, error=%s \n", std::strerror(error));
-    ::close(handle);
     return -1;
   }
-  return handle;
+  return bus.Release();
 }
 
 int close_i2c(int handle) { return ::close(handle); }

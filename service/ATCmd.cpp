@@ -2,15 +2,16 @@
 
 #include <fcntl.h>
 #include <pps.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
 
 #include "ATMcuFile.h"
 #include "misc.h"
+#include "platform/descriptor.h"
 #include "platform/io.h"
 #include "platform/logbase.h"
+#include "platform/pps_guards.h"
 #include "wire/at_packet.h"
 
 namespace {
@@ -19,13 +20,6 @@ std::size_t const kPPSTextSize = 1024;  // of an object that is read for one att
 std::size_t const kLineSize = 256;      // of a path or an attribute line
 
 static_assert(Cmd::kMaxReply == static_cast<int>(wire::kMaxReplyData), "the reply buffer's room");
-
-// Opens an object for a write. -1 with the failure reported.
-int OpenForWrite(const char* path, int oflag) {
-  const int fd = platform::open(path, oflag, Cmd::kPPSMode);
-  if (fd < 0) ReportOpenFailure(path);
-  return fd;
-}
 
 }  // namespace
 
@@ -75,46 +69,41 @@ int Cmd::Reply(const unsigned char* data, int len) {
 }
 
 int Cmd::WritePPS(const char* path, const char* name, const char* value, int oflag) {
-  char buffer[kLineSize];
-  CopyText(buffer, sizeof(buffer), path);
-  const int fd = OpenForWrite(buffer, oflag);
-  if (fd < 0) return 0;
-  std::snprintf(buffer, sizeof(buffer), "%s::%s", name, value);
-  platform::write(fd, buffer, std::strlen(buffer));
-  LOGBASE(LOG_LEV_INFO, "WritePPS", "%s", buffer);
-  ::close(fd);
+  char line[kLineSize];
+  CopyText(line, sizeof(line), path);
+  const platform::Descriptor object(OpenOrReport(line, oflag, kPPSMode));
+  if (!object.IsOpen()) return 0;
+  std::snprintf(line, sizeof(line), "%s::%s", name, value);
+  platform::write(object.Get(), line, std::strlen(line));
+  LOGBASE(LOG_LEV_INFO, "WritePPS", "%s", line);
   return 1;
 }
 
 int Cmd::WritePPS(const char* path, const char* name, unsigned char value, int oflag) {
-  char buffer[kLineSize];
-  CopyText(buffer, sizeof(buffer), path);
-  const int fd = OpenForWrite(buffer, oflag);
-  if (fd < 0) return 0;
-  pps_encoder_t encoder;
-  pps_encoder_initialize(&encoder, false);
-  pps_encoder_start_object(&encoder, "@setting_status");
-  pps_encoder_add_int(&encoder, name, value);
-  pps_encoder_end_object(&encoder);
-  const char* const text = pps_encoder_buffer(&encoder);
+  char line[kLineSize];
+  CopyText(line, sizeof(line), path);
+  const platform::Descriptor object(OpenOrReport(line, oflag, kPPSMode));
+  if (!object.IsOpen()) return 0;
+  platform::Encoder encoder;
+  pps_encoder_start_object(encoder.Get(), "@setting_status");
+  pps_encoder_add_int(encoder.Get(), name, value);
+  pps_encoder_end_object(encoder.Get());
+  const char* const text = pps_encoder_buffer(encoder.Get());
   if (text != nullptr) {
     std::fprintf(stderr, "pps_encoder_buffer is('%s') \n", text);
-    platform::write(fd, text, static_cast<std::size_t>(pps_encoder_length(&encoder)));
   } else {
     std::fprintf(stderr, "pps_encoder_buffer is(null) \n");
   }
-  LOGBASE(LOG_LEV_INFO, "WritePPS", "%s", buffer);
-  pps_encoder_cleanup(&encoder);
-  ::close(fd);
+  WriteEncoded(object.Get(), &encoder);
+  LOGBASE(LOG_LEV_INFO, "WritePPS", "%s", line);
   return 1;
 }
 
 int Cmd::WritePPS(const char* path, const char* text, int oflag) {
   if (path == nullptr || text == nullptr) return 0;
-  const int fd = OpenForWrite(path, oflag);
-  if (fd < 0) return 0;
-  platform::write(fd, text, std::strlen(text));
-  ::close(fd);
+  const platform::Descriptor object(OpenOrReport(path, oflag, kPPSMode));
+  if (!object.IsOpen()) return 0;
+  platform::write(object.Get(), text, std::strlen(text));
   return 1;
 }
 
@@ -122,13 +111,11 @@ int Cmd::GetPPSIntVal(const char* path, const char* name, int& value) {
   char text[kPPSTextSize];
   if (!ReadText(path, text, sizeof(text))) return 0;
   ReportText(text);
-  pps_decoder_t decoder;
-  pps_decoder_initialize(&decoder, nullptr);
-  pps_decoder_parse_pps_str(&decoder, text);
-  pps_decoder_push(&decoder, nullptr);
-  pps_decoder_get_int(&decoder, name, &value);
-  pps_decoder_pop(&decoder);
-  pps_decoder_cleanup(&decoder);
+  platform::Decoder decoder;
+  pps_decoder_parse_pps_str(decoder.Get(), text);
+  pps_decoder_push(decoder.Get(), nullptr);
+  pps_decoder_get_int(decoder.Get(), name, &value);
+  pps_decoder_pop(decoder.Get());
   std::fprintf(stderr, "read decoder val is('%d') \n", value);
   return 1;
 }
@@ -137,15 +124,13 @@ int Cmd::GetPPSStringVal(const char* path, const char* name, std::string& value)
   char text[kPPSTextSize];
   if (!ReadText(path, text, sizeof(text))) return 0;
   ReportText(text);
-  pps_decoder_t decoder;
+  platform::Decoder decoder;
   const char* found = nullptr;
-  pps_decoder_initialize(&decoder, nullptr);
-  pps_decoder_parse_pps_str(&decoder, text);
-  pps_decoder_push(&decoder, nullptr);
-  pps_decoder_get_string(&decoder, name, &found);
-  pps_decoder_pop(&decoder);
-  const pps_decoder_error_t status = pps_decoder_status(&decoder, true);
-  pps_decoder_cleanup(&decoder);
+  pps_decoder_parse_pps_str(decoder.Get(), text);
+  pps_decoder_push(decoder.Get(), nullptr);
+  pps_decoder_get_string(decoder.Get(), name, &found);
+  pps_decoder_pop(decoder.Get());
+  const pps_decoder_error_t status = pps_decoder_status(decoder.Get(), true);
   if (status != PPS_DECODER_OK) {
     LOGBASE(LOG_LEV_ERROR, "GetPPSStringVal", "Cmd, pps_decoder_status() return %d\n", status);
     return 0;

@@ -32,7 +32,8 @@ class Cmd {
   Cmd(const Cmd&) = delete;
   Cmd& operator=(const Cmd&) = delete;
 
-  // Carries out one request. The result tells whether it did; nobody is answered by it.
+  // Carries out one request. The result is not used: it is neither logged nor sent to the station,
+  // and its meaning is the command's own. False always when the record has no sub-command byte.
   virtual bool Work(pkg* record) = 0;
 
   // Copies the head of the record; true when it has a sub-command byte. The other fields are stored
@@ -55,10 +56,10 @@ class Cmd {
   int WritePPS(const char* path, const char* text, int oflag);
 
   // Reads one number out of the first 1023 bytes of the object. 1 when the object could be opened;
-  // `value` keeps what it holds when there is no such number.
+  // `value` is left unchanged when there is no such number.
   int GetPPSIntVal(const char* path, const char* name, int& value);
 
-  // Reads one text likewise. 1 when `value` was set, 0 otherwise.
+  // Reads one text out of the first 1023 bytes of the object. 1 when `value` was set, 0 otherwise.
   int GetPPSStringVal(const char* path, const char* name, std::string& value);
 
   unsigned char Command() const { return m_cmd; }

@@ -9,6 +9,7 @@
 #include "ATCmd.h"
 #include "platform/logbase.h"
 #include "wire/at_packet.h"
+#include "wire/hex.h"
 
 namespace {
 
@@ -27,13 +28,12 @@ const int kHeaderArgument5 = 3;
 
 // Most lines of a command are written here, so they are formatted by hand, as "0x%x ".
 void LogBytes(const char* function, const unsigned char* bytes, int count) {
-  static const char kDigits[] = "0123456789abcdef";
   char line[kLogLineSize];
   char* const text = line + AppendToLogLine(line, StartLogLine(line, function), "0x");
   for (int i = 0; i < count; ++i) {
     char* end = text;
-    if (bytes[i] >= 0x10) *end++ = kDigits[bytes[i] >> 4];
-    *end++ = kDigits[bytes[i] & 0x0F];
+    if (bytes[i] >= 0x10) *end++ = wire::HexDigit(bytes[i] >> 4U);
+    *end++ = wire::HexDigit(bytes[i]);
     *end++ = ' ';
     *end = '\0';
     HandOnLogLine(LOG_LEV_DEBUG, line);

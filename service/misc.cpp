@@ -8,7 +8,9 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/descriptor.h"
 #include "platform/io.h"
+#include "platform/pps_guards.h"
 
 std::uint32_t GetTimeTick() {
   static timespec stmv = {0, 0};
@@ -32,20 +34,25 @@ bool CopyText(char* buffer, std::size_t size, const char* text) {
   return kept == length;
 }
 
-void ReportOpenFailure(const char* path) {
-  std::fprintf(stderr, "open('%s') failed: %s\n", path, std::strerror(errno));
+int OpenOrReport(const char* path, int oflag, int mode) {
+  const int fd = platform::open(path, oflag, static_cast<mode_t>(mode));
+  if (fd < 0) std::fprintf(stderr, "open('%s') failed: %s\n", path, std::strerror(errno));
+  return fd;
 }
 
 bool ReadText(const char* path, char* buffer, std::size_t size) {
-  const int fd = platform::open(path, O_RDONLY);
-  if (fd < 0) {
-    ReportOpenFailure(path);
-    return false;
-  }
-  const ssize_t count = ::read(fd, buffer, size - 1);
+  const platform::Descriptor object(OpenOrReport(path, O_RDONLY, 0));
+  if (!object.IsOpen()) return false;
+  const ssize_t count = ::read(object.Get(), buffer, size - 1);
   std::size_t const used = count > 0 ? static_cast<std::size_t>(count) : 0;
   std::memset(buffer + used, 0, size - used);
-  ::close(fd);
+  return true;
+}
+
+bool WriteEncoded(int fd, platform::Encoder* encoder) {
+  const char* const text = pps_encoder_buffer(encoder->Get());
+  if (text == nullptr) return false;
+  platform::write(fd, text, static_cast<std::size_t>(pps_encoder_length(encoder->Get())));
   return true;
 }
 

@@ -148,7 +148,7 @@ TEST_F(ServicesTest, TheDiscPlayerPlaysStepsAndJumps) {
                    {kDisc, Disc(135, 1, 0), kTrack, Track(1, 1)},
                    {kDisc, Disc(136, 1, 0), kTrack, Track(8, 40)},
                    {kDisc, Disc(192, 2, 0), kDiscStatus, "zmrepeat:n:2"},
-                   {kDisc, Disc(193, 1, 0), kDiscStatus, "zmrandom:n:1"},
+                   {kDisc, Disc(193, 1, 0), kDiscStatus, "command193:n:1"},
                    {kDisc, Disc(182, 41, 1), "", wrong},
                    {kDisc, Disc(192, 3, 0), "", wrong},
                    {kDisc, Disc(131, 2, 0), "", wrong},

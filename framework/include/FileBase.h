@@ -5,11 +5,14 @@
 #include <memory>
 #include <mutex>
 
+namespace platform {
+class Descriptor;
+}
+
 namespace NXQ {
 namespace ZMCAR {
 
 class Delivery;
-class Descriptor;
 class Wakeup;
 
 // Describes one file. Tags are static tables and outlive every file that refers to them.
@@ -59,10 +62,10 @@ class FileBase {
   friend class Delivery;
 
   // The open descriptor, null when the file is closed.
-  std::shared_ptr<Descriptor> Current() const;
+  std::shared_ptr<platform::Descriptor> Current() const;
   // Closes the file because the other side of `descriptor` is gone; nothing when it is no longer
   // the file's.
-  void Lose(const std::shared_ptr<Descriptor>& descriptor);
+  void Lose(const std::shared_ptr<platform::Descriptor>& descriptor);
   // True when the file was lost and is to be opened again.
   bool WantsReopen() const;
   // Tells the controller's thread that there is something else to wait for.
@@ -71,7 +74,7 @@ class FileBase {
   const fileTagInfo& m_tag;
   const LossPolicy m_policy;
   mutable std::mutex m_mutex;  // guards the members below
-  std::shared_ptr<Descriptor> m_descriptor;
+  std::shared_ptr<platform::Descriptor> m_descriptor;
   std::shared_ptr<Wakeup> m_wakeup;
   bool m_lost;
 };

@@ -20,8 +20,8 @@ const int kNext = 135;
 const int kPrevious = 136;
 const int kJump = 182;
 const int kRepeat = 192;
-const int kRandom = 193;
-const int kSelfTest = 200;
+const int k193 = 193;  // what 193 and 200 stand for is not known
+const int k200 = 200;
 
 // Values of "discstate".
 const int kStopped = 20;
@@ -75,8 +75,8 @@ bool DiscPlayer::Do(int command, int first, int second) {
   if (command == kRepeat) {
     return first >= 0 && first <= kMostRepeat && Publish(kStatus, Number("zmrepeat", first));
   }
-  if (command == kRandom) {
-    return (first == 0 || first == 1) && Publish(kStatus, Number("zmrandom", first));
+  if (command == k193) {
+    return (first == 0 || first == 1) && Publish(kStatus, Number("command193", first));
   }
   if (first != 1) return false;
   switch (command) {
@@ -92,8 +92,8 @@ bool DiscPlayer::Do(int command, int first, int second) {
     case kPrevious:
       Step(-1);
       return true;
-    case kSelfTest:
-      return Publish(kStatus, Number("zmselftest", 1));
+    case k200:
+      return Publish(kStatus, Number("command200", 1));
     default:
       return false;
   }

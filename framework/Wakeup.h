@@ -1,29 +1,16 @@
-// Descriptors shared between threads, and the wake-up of a waiting one. Inside the framework only.
-#ifndef KORVANDIS_FRAMEWORK_DESCRIPTOR_H
-#define KORVANDIS_FRAMEWORK_DESCRIPTOR_H
+// The wake-up of a waiting thread. Inside the framework only.
+#ifndef KORVANDIS_FRAMEWORK_WAKEUP_H
+#define KORVANDIS_FRAMEWORK_WAKEUP_H
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <memory>
 
+#include "platform/descriptor.h"
+
 namespace NXQ {
 namespace ZMCAR {
-
-// Closes its descriptor when the last user lets go, so that no number is used again while it is
-// polled.
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : m_fd(fd) {}
-  ~Descriptor() { ::close(m_fd); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  int Get() const { return m_fd; }
-
- private:
-  const int m_fd;
-};
 
 // A pipe that ends a poll. Wake may be called from any thread; the rest belongs to the waiting one.
 class Wakeup {
@@ -57,11 +44,11 @@ class Wakeup {
  private:
   Wakeup(int read, int write) : m_read(read), m_write(write) {}
 
-  const Descriptor m_read;
-  const Descriptor m_write;
+  const platform::Descriptor m_read;
+  const platform::Descriptor m_write;
 };
 
 }  // namespace ZMCAR
 }  // namespace NXQ
 
-#endif  // KORVANDIS_FRAMEWORK_DESCRIPTOR_H
+#endif  // KORVANDIS_FRAMEWORK_WAKEUP_H

@@ -1,0 +1,41 @@
+// The owner of one descriptor, of whatever open it came.
+#ifndef KORVANDIS_PLATFORM_DESCRIPTOR_H
+#define KORVANDIS_PLATFORM_DESCRIPTOR_H
+
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace platform {
+
+// Closes its descriptor when it goes; errno keeps its value. For one thread at a time.
+class Descriptor {
+ public:
+  // Takes `fd` over; a negative one is none.
+  explicit Descriptor(int fd) : m_fd(fd) {}
+  ~Descriptor() {
+    if (m_fd < 0) return;
+    const int saved = errno;
+    ::close(m_fd);
+    errno = saved;
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  bool IsOpen() const { return m_fd >= 0; }
+  int Get() const { return m_fd; }
+
+  // Hands the descriptor to the caller, who closes it.
+  int Release() {
+    const int fd = m_fd;
+    m_fd = -1;
+    return fd;
+  }
+
+ private:
+  int m_fd;
+};
+
+}  // namespace platform
+
+#endif  // KORVANDIS_PLATFORM_DESCRIPTOR_H
