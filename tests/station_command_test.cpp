@@ -40,54 +40,52 @@ std::string Problem(const std::string& line) {
   return ParseInvocation(Words(line), &invocation);
 }
 
-Answer Decode(const ReplyFormat& format, const Bytes& data) { return format.decode(format, data); }
+// What the reply to a question means.
+Answer Decode(const std::string& question, const Bytes& data) {
+  Invocation invocation;
+  EXPECT_EQ(ParseInvocation(Words(question), &invocation), "");
+  const ReplyFormat& format = *invocation.command->reply;
+  return format.decode(format, data);
+}
 
 // The value of a reply's first field.
-std::string Value(const ReplyFormat& format, const Bytes& data) {
-  const Answer answer = Decode(format, data);
+std::string Value(const std::string& question, const Bytes& data) {
+  const Answer answer = Decode(question, data);
   return answer.fields.empty() ? "" : answer.fields[0].text;
 }
 
-TEST(StationCommand, EveryCommandHasItsBytes) {
-  const std::string requests =
-      "version mpu = 07 01; version bt = 07 04; version map = 07 05; version touch = 07 1B; "
-      "version ifs = 07 1D; uuid = 0A 0B; uuid AB = 0A 0A 41 42; serial = 0A 03; "
-      "serial 'A B' = 0A 02 41 20 42; bt name = 04 0D; bt name x = 04 00 78; "
-      "bt pair 0000 = 04 05 30 30 30 30; bt mac = 04 07; "
-      "bt mac 00:1a-7D:da:71:13 = 04 0E 00 1A 7D DA 71 13; bt on = 04 0B 01; "
-      "bt off = 04 0B 00; bt call 1 = 04 04 31; bt answer = 04 03 00; bt hangup = 04 03 01; "
-      "bt next = 04 01 01; bt previous = 04 01 00; bt play = 04 02 00; bt stop = 04 02 01; "
-      "calibrate = 06 04; chip = 0C 00; source radio = 00 00 01; source navi = 00 00 0D; "
-      "source bttel = 00 00 07; source btaudio = 00 00 1C; source sd = 00 00 0C; "
-      "source usb = 00 00 06; source disc = 00 00 02; source aux1 = 00 00 09; "
-      "source aux2 = 00 00 04; source ipod = 00 00 12; media next = 03 00 00; "
-      "media previous = 03 00 01; media jump 3 300 = 03 01 00 03 01 2C; "
-      "media pause = 03 02 00; media play = 03 02 01; media stop = 03 02 02; "
-      "media setup = 03 03; media device = 03 04; media position = 03 05; media state = 03 06; "
-      "media region 6 = 03 07 06; media region = 03 08; media repeat 4 = 03 09 04; "
-      "usb present = 0D 00; sd present = 0D 01; usb sync = 0D 02; sd sync = 0D 03; "
-      "gps satellites = 05 00; gps position = 05 02; gps speed = 05 03; gps angle = 05 04; "
-      "gps navi 5 = 05 05; gps navi 2 = 05 06 01; gps navi 3 = 05 06 02; gps navi 10 = 05 07;";
-  const std::regex row("([^;=]+) = ([^;]+); ?");
-  std::size_t rows = 0;
-  for (std::sregex_iterator at(requests.begin(), requests.end(), row), end; at != end; ++at) {
-    EXPECT_EQ(Hex(Request((*at)[1])), (*at)[2]) << (*at)[1];
-    ++rows;
+TEST(StationCommand, EachKindOfParameterHasItsBytesAndReadsBack) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"version model", "07 06"},
+      {"uuid", "0A 0B"},
+      {"serial 'A B'", "0A 02 41 20 42"},
+      {"bt mac 00:1A:7D:DA:71:13", "04 0E 00 1A 7D DA 71 13"},
+      {"bt off", "04 0B 00"},
+      {"source btaudio", "00 00 1C"},
+      {"media jump 3 300", "03 01 00 03 01 2C"},
+      {"media region 6", "03 07 06"},
+      {"bt name 'Anna'\\''s car'", "04 00 41 6E 6E 61 27 73 20 63 61 72"},
+      {"bt name 'C:\\cars\\7'", "04 00 43 3A 5C 63 61 72 73 5C 37"},
+      {"bt name '\"'", "04 00 22"},
+  };
+  std::vector<std::pair<std::string, Bytes>> lines;
+  for (const auto& [line, bytes] : rows) {
+    lines.emplace_back(line, Request(line));
+    EXPECT_EQ(Hex(lines.back().second), bytes) << line;
   }
-  EXPECT_EQ(rows, 60U);
-}
-
-TEST(StationCommand, RequestsReadBackAsTheyAreTyped) {
-  for (const char* line : {"version model", "bt name 'Car 7'", "bt mac 00:1A:7D:DA:71:13", "bt off",
-                           "media jump 65535 1", "source btaudio", "gps navi 3", "uuid",
-                           "bt name 'Anna'\\''s car'", "bt name 'C:\\cars\\7'", "bt name '\"'"}) {
-    const Bytes request = Request(line);
+  for (const Command& command : Commands()) {
+    if (command.sent && command.parameters.empty()) {
+      lines.emplace_back(command.words, Request(command.words));
+    }
+  }
+  for (const auto& [line, request] : lines) {
     Invocation invocation;
     ASSERT_TRUE(DecodeRequest(request[0], request[1], Bytes(request.begin() + 2, request.end()),
                               &invocation))
         << line;
     EXPECT_EQ(CommandLine(invocation), line);
   }
+  EXPECT_EQ(Request("bt mac 00-1a-7d-da-71-13"), Request("bt mac 00:1A:7D:DA:71:13"));
   Invocation invocation;
   EXPECT_FALSE(DecodeRequest(99, 0, {}, &invocation));
   EXPECT_FALSE(DecodeRequest(4, 11, {2}, &invocation)) << "neither on nor off";
@@ -102,7 +100,7 @@ TEST(StationCommand, WrongUsageSaysWhatIsWrong) {
   const std::pair<const char*, const char*> problems[] = {
       {"nonsense", "unknown command 'nonsense'"},
       {"bt nonsense", "'bt' has no 'nonsense', only: name, pair, mac"},
-      {"gps", "'gps' needs one of: satellites, position"},
+      {"gps", "'gps' needs one of: watch, satellites"},
       {"gps navi 4", "'gps navi' has no '4', only: 2, 3, 5, 10"},
       {"usb nonsense", "'usb' has no 'nonsense', only: present, sync"},
       {"chip now", "'chip' takes no argument"},
@@ -144,51 +142,52 @@ TEST(StationCommand, ArgumentsTakeTheirLongestText) {
 }
 
 TEST(StationAnswer, TextsAndIdentities) {
-  EXPECT_EQ(Value(kVersionReply, support::Text("1.2")), "1.2");
-  EXPECT_EQ(Decode(kVersionReply, support::Text("1.2")).problem, "");
-  EXPECT_NE(Decode(kVersionReply, {}).problem, "");
-  EXPECT_EQ(Describe(Decode(kVersionReply, {'5', '\n', 0xFF, 0, 0x1B})), "5\\n\\xFF\\x00\\x1B");
+  EXPECT_EQ(Value("version mpu", support::Text("1.2")), "1.2");
+  EXPECT_EQ(Decode("version mpu", support::Text("1.2")).problem, "");
+  EXPECT_NE(Decode("version mpu", {}).problem, "");
+  EXPECT_EQ(Describe(Decode("version mpu", {'5', '\n', 0xFF, 0, 0x1B})), "5\\n\\xFF\\x00\\x1B");
 
-  EXPECT_EQ(Value(kIdentityReply, {'A', 'B', 0, 0}), "AB");
-  EXPECT_EQ(Decode(kIdentityReply, {'A', 'B', 0, 0}).problem, "");
-  EXPECT_NE(Decode(kIdentityReply, Bytes(20, 0)).problem, "");
-  EXPECT_NE(Decode(kIdentityReply, {}).problem, "");
-  EXPECT_NE(Decode(kIdentityReply, {'A', 0, 'B'}).problem, "") << "not the text that was burnt in";
+  EXPECT_EQ(Value("serial", {'A', 'B', 0, 0}), "AB");
+  EXPECT_EQ(Decode("serial", {'A', 'B', 0, 0}).problem, "");
+  EXPECT_NE(Decode("serial", Bytes(20, 0)).problem, "");
+  EXPECT_NE(Decode("serial", {}).problem, "");
+  EXPECT_NE(Decode("serial", {'A', 0, 'B'}).problem, "") << "not the text that was burnt in";
 
-  EXPECT_EQ(Decode(kNameReply, support::Text("Car")).problem, "");
-  EXPECT_NE(Decode(kNameReply, support::Text("error")).problem, "");
-  EXPECT_EQ(Value(kMacReply, {0, 0x1A, 0x7D, 0xDA, 0x71, 0x13}), "00:1A:7D:DA:71:13");
-  EXPECT_NE(Decode(kMacReply, Bytes(6, 0)).problem, "");
-  EXPECT_TRUE(Decode(kMacReply, Bytes(5, 1)).fields.empty());
-  EXPECT_TRUE(Decode(kMacReply, Bytes(7, 1)).fields.empty());
+  EXPECT_EQ(Decode("bt name", support::Text("Car")).problem, "");
+  EXPECT_NE(Decode("bt name", support::Text("error")).problem, "");
+  EXPECT_EQ(Value("bt mac", {0, 0x1A, 0x7D, 0xDA, 0x71, 0x13}), "00:1A:7D:DA:71:13");
+  EXPECT_NE(Decode("bt mac", Bytes(6, 0)).problem, "");
+  EXPECT_TRUE(Decode("bt mac", Bytes(5, 1)).fields.empty());
+  EXPECT_TRUE(Decode("bt mac", Bytes(7, 1)).fields.empty());
 }
 
 TEST(StationAnswer, VerdictsAndNumbers) {
-  EXPECT_EQ(Value(kChipReply, {1}), "pass");
-  EXPECT_EQ(Decode(kChipReply, {1}).problem, "");
-  EXPECT_EQ(Value(kChipReply, {0}), "fail");
-  EXPECT_NE(Decode(kChipReply, {0}).problem, "");
-  EXPECT_EQ(Value(kPresenceReply, {0}), "no");
-  EXPECT_EQ(Decode(kPresenceReply, {0}).problem, "");
-  EXPECT_EQ(Value(kMediaStateReply, {1}), "playing");
-  for (const ReplyFormat* format :
-       {&kChipReply, &kPresenceReply, &kSynchronisationReply, &kMediaStateReply}) {
-    for (const Bytes& data : {Bytes{}, Bytes{2}, Bytes{1, 1}}) {
-      EXPECT_NE(Decode(*format, data).problem, "") << Hex(data);
-      EXPECT_TRUE(Decode(*format, data).fields.empty());
-    }
+  EXPECT_EQ(Value("chip", {1}), "pass");
+  EXPECT_EQ(Decode("chip", {1}).problem, "");
+  EXPECT_EQ(Value("chip", {0}), "fail");
+  EXPECT_NE(Decode("chip", {0}).problem, "");
+  EXPECT_EQ(Value("sd present", {0}), "no");
+  EXPECT_EQ(Decode("sd present", {0}).problem, "");
+  EXPECT_EQ(Value("media state", {1}), "playing");
+  for (const Bytes& data : {Bytes{}, Bytes{2}, Bytes{1, 1}}) {
+    EXPECT_NE(Decode("media state", data).problem, "") << Hex(data);
+    EXPECT_TRUE(Decode("media state", data).fields.empty());
   }
-  EXPECT_EQ(Value(kMediaDeviceReply, {255}), "255");
-  EXPECT_EQ(Decode(kMediaRegionReply, {6}).problem, "");
-  EXPECT_NE(Decode(kMediaRegionReply, {7}).problem, "");
-  EXPECT_EQ(Describe(Decode(kMediaPositionReply, {0, 2, 1, 0x2C})), "folder 2, track 300");
-  EXPECT_NE(Decode(kMediaPositionReply, {0, 2, 1}).problem, "");
+  EXPECT_EQ(Value("media device", {255}), "255");
+  EXPECT_EQ(Decode("media region", {6}).problem, "");
+  EXPECT_NE(Decode("media region", {7}).problem, "");
+  EXPECT_EQ(Describe(Decode("media position", {0, 2, 1, 0x2C})), "folder 2, track 300");
+  EXPECT_NE(Decode("media position", {0, 2, 1}).problem, "");
+}
+
+std::string Table(const Bytes& data) {
+  return CommandsUnder("gps satellites").front()->reply->table(data);
 }
 
 TEST(StationAnswer, Satellites) {
   const Bytes two = {2, 5, 0, 0, 43, 12, 0xFF, 0xFF, 0xFE};
-  EXPECT_EQ(Describe(Decode(kSatellitesReply, two)), "count 2, strongest 43 dBHz, fourth 0 dBHz");
-  EXPECT_EQ(kSatellitesReply.table(two),
+  EXPECT_EQ(Describe(Decode("gps satellites", two)), "count 2, strongest 43 dBHz, fourth 0 dBHz");
+  EXPECT_EQ(Table(two),
             "satellite  C/N0\n"
             "        5   43 dBHz  #####################\n"
             "       12   -2 dBHz  \n"
@@ -198,17 +197,17 @@ TEST(StationAnswer, Satellites) {
     const std::uint8_t entry[] = {signal, 0, 0, signal};
     five.insert(five.end(), entry, entry + 4);
   }
-  EXPECT_EQ(Describe(Decode(kSatellitesReply, five)), "count 5, strongest 40 dBHz, fourth 20 dBHz");
-  EXPECT_EQ(Decode(kSatellitesReply, {0}).problem, "");
-  EXPECT_NE(Decode(kSatellitesReply, {}).problem, "");
-  EXPECT_NE(Decode(kSatellitesReply, {1, 5, 0, 0}).problem, "") << "cut";
-  EXPECT_NE(Decode(kSatellitesReply, {1, 5, 0, 0, 43, 0}).problem, "") << "a byte too many";
+  EXPECT_EQ(Describe(Decode("gps satellites", five)), "count 5, strongest 40 dBHz, fourth 20 dBHz");
+  EXPECT_EQ(Decode("gps satellites", {0}).problem, "");
+  EXPECT_NE(Decode("gps satellites", {}).problem, "");
+  EXPECT_NE(Decode("gps satellites", {1, 5, 0, 0}).problem, "") << "cut";
+  EXPECT_NE(Decode("gps satellites", {1, 5, 0, 0, 43, 0}).problem, "") << "a byte too many";
   Bytes many(1 + 4 * 25, 1);
   many[0] = 25;
-  EXPECT_NE(Decode(kSatellitesReply, many).problem, "") << "more than a unit can hold";
-  EXPECT_EQ(kSatellitesReply.table({200, 1}), "");
+  EXPECT_NE(Decode("gps satellites", many).problem, "") << "more than a unit can hold";
+  EXPECT_EQ(Table({200, 1}), "");
   // A signal far above the scale keeps within the bar.
-  EXPECT_LT(kSatellitesReply.table({1, 1, 0x7F, 0xFF, 0xFF}).size(), 100U);
+  EXPECT_LT(Table({1, 1, 0x7F, 0xFF, 0xFF}).size(), 100U);
 }
 
 Bytes Position(double longitude, double latitude) {
@@ -225,30 +224,30 @@ Bytes FixedText(const std::string& text) {
 }
 
 TEST(StationAnswer, PositionSpeedAndAngle) {
-  EXPECT_EQ(Describe(Decode(kPositionReply, Position(121.4737, -31.25))),
+  EXPECT_EQ(Describe(Decode("gps position", Position(121.4737, -31.25))),
             "longitude 121.473700 deg, latitude -31.250000 deg");
-  EXPECT_EQ(Decode(kPositionReply, Position(0, 0)).problem, "no fix yet");
-  EXPECT_EQ(Decode(kPositionReply, Position(-180, 90)).problem, "");
+  EXPECT_EQ(Decode("gps position", Position(0, 0)).problem, "no fix yet");
+  EXPECT_EQ(Decode("gps position", Position(-180, 90)).problem, "");
   for (const Bytes& wrong : {Position(180.1, 0), Position(0, -91), Position(NAN, 1),
                              Position(INFINITY, 1), Bytes(15, 1), Bytes(17, 1), Bytes()}) {
-    EXPECT_NE(Decode(kPositionReply, wrong).problem, "") << Hex(wrong);
-    EXPECT_TRUE(Decode(kPositionReply, wrong).fields.empty());
+    EXPECT_NE(Decode("gps position", wrong).problem, "") << Hex(wrong);
+    EXPECT_TRUE(Decode("gps position", wrong).fields.empty());
   }
 
-  EXPECT_EQ(Decode(kSpeedReply, FixedText("57.0")).fields.at(0).number, 57.0);
-  EXPECT_NE(Decode(kSpeedReply, FixedText("fast")).problem, "");
-  EXPECT_NE(Decode(kSpeedReply, FixedText("")).problem, "");
-  EXPECT_NE(Decode(kSpeedReply, support::Text("57.0")).problem, "");
-  EXPECT_NE(Decode(kSpeedReply, Bytes(78, '1')).problem, "") << "no zero byte at the end";
+  EXPECT_EQ(Decode("gps speed", FixedText("57.0")).fields.at(0).number, 57.0);
+  EXPECT_NE(Decode("gps speed", FixedText("fast")).problem, "");
+  EXPECT_NE(Decode("gps speed", FixedText("")).problem, "");
+  EXPECT_NE(Decode("gps speed", support::Text("57.0")).problem, "");
+  EXPECT_NE(Decode("gps speed", Bytes(78, '1')).problem, "") << "no zero byte at the end";
   Bytes rest = FixedText("57.0");
   rest[77] = 1;
-  EXPECT_NE(Decode(kSpeedReply, rest).problem, "") << "bytes behind the text";
+  EXPECT_NE(Decode("gps speed", rest).problem, "") << "bytes behind the text";
 
-  EXPECT_EQ(Decode(kAngleReply, FixedText("12.5")).fields.at(0).number, 12.5);
-  EXPECT_EQ(Decode(kAngleReply, FixedText("north")).problem, "");
-  EXPECT_TRUE(std::isnan(Decode(kAngleReply, FixedText("north")).fields.at(0).number));
-  EXPECT_NE(Decode(kAngleReply, FixedText("")).problem, "");
-  EXPECT_NE(Decode(kAngleReply, FixedText("    ")).problem, "");
+  EXPECT_EQ(Decode("gps angle", FixedText("12.5")).fields.at(0).number, 12.5);
+  EXPECT_EQ(Decode("gps angle", FixedText("north")).problem, "");
+  EXPECT_TRUE(std::isnan(Decode("gps angle", FixedText("north")).fields.at(0).number));
+  EXPECT_NE(Decode("gps angle", FixedText("")).problem, "");
+  EXPECT_NE(Decode("gps angle", FixedText("    ")).problem, "");
 }
 
 TEST(StationAnswer, NumbersAreWholeTexts) {

@@ -17,11 +17,6 @@ void OpenFile::Send(const std::string& message) {
   WatchQueue();
 }
 
-void OpenFile::Send(const SharedText& message) {
-  outbox_.Push(message);
-  WatchQueue();
-}
-
 bool OpenFile::SendWithin(const std::string& message, std::size_t limit) {
   if (outbox_.Queued() > limit) return false;
   Send(message);
@@ -29,7 +24,7 @@ bool OpenFile::SendWithin(const std::string& message, std::size_t limit) {
 }
 
 void OpenFile::WatchQueue() {
-  if (poller_ == nullptr || watching_ != outbox_.idle()) return;
+  if (poller_ == nullptr || watching_ != outbox_.queue_empty()) return;
   watching_ = !watching_;
   poller_->Modify(socket_.get(), watching_ ? kQueueEvents : kReadEvents);
 }

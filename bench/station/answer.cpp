@@ -8,18 +8,16 @@
 #include <locale>
 #include <sstream>
 
-#include "tools/program.h"
+#include "qnx/text.h"
+#include "wire/hex.h"
 
 namespace station {
 namespace {
 
-const std::size_t kMacSize = 6;
-const std::size_t kFixedTextSize = 78;  // speed and angle replies
 const std::size_t kPositionSize = 16;
 const std::size_t kSatelliteSize = 4;
 const std::size_t kStoredSatellites = 24;
 const std::size_t kSatellitesForFix = 4;
-const std::uint8_t kHighestRegion = 6;
 
 struct Satellite {
   unsigned id;
@@ -52,6 +50,10 @@ Answer Right(const ReplyFormat& format, const std::vector<std::string>& texts) {
 Answer DecodeText(const ReplyFormat& format, const Bytes& data) {
   Answer answer = Right(format, {std::string(data.begin(), data.end())});
   if (data.empty()) answer.problem = "empty: the unit has none";
+  const char* const unreadable = format.spec->unreadable;
+  if (unreadable != nullptr && answer.fields[0].text == unreadable) {
+    answer.problem = std::string("the unit has no ") + format.spec->field;
+  }
   return answer;
 }
 
@@ -66,60 +68,44 @@ Answer DecodeIdentity(const ReplyFormat& format, const Bytes& data) {
   return answer;
 }
 
-Answer DecodeName(const ReplyFormat& format, const Bytes& data) {
-  Answer answer = DecodeText(format, data);
-  if (answer.fields[0].text == "error") answer.problem = "the unit has no name";
-  return answer;
-}
-
 Answer DecodeMac(const ReplyFormat& format, const Bytes& data) {
-  if (data.size() != kMacSize) return WrongSize(data, "6");
-  std::string text = Hex(data);
-  std::replace(text.begin(), text.end(), ' ', ':');
-  Answer answer = Right(format, {text});
+  if (data.size() != wire::kMacSize) return WrongSize(data, "6");
+  Answer answer = Right(format, {Hex(data, ':')});
   if (std::all_of(data.begin(), data.end(), [](std::uint8_t byte) { return byte == 0; })) {
     answer.problem = "the unit has no address";
   }
   return answer;
 }
 
-// One byte that is 0 or 1, as one of two words.
-Answer DecodeWord(const ReplyFormat& format, const Bytes& data, const char* zero, const char* one) {
+// One byte that is one of some words.
+Answer DecodeChoice(const ReplyFormat& format, const Bytes& data) {
   if (data.size() != 1) return WrongSize(data, "1");
-  if (data[0] > 1) return Wrong("neither 0 nor 1: " + Hex(data));
-  return Right(format, {data[0] == 1 ? one : zero});
+  std::string words;
+  for (const wire::Choice* choice = format.spec->choices; choice->word != nullptr; ++choice) {
+    if (choice->value == data[0]) return Right(format, {choice->word});
+    words += (words.empty() ? "" : ", ") + std::to_string(choice->value);
+  }
+  return Wrong("none of " + words + ": " + Hex(data));
 }
 
-Answer DecodeChip(const ReplyFormat& format, const Bytes& data) {
-  Answer answer = DecodeWord(format, data, "fail", "pass");
+Answer DecodeVerdict(const ReplyFormat& format, const Bytes& data) {
+  Answer answer = DecodeChoice(format, data);
   if (answer.problem.empty() && data[0] == 0) {
     answer.problem = "the chip is missing or not the expected one";
   }
   return answer;
 }
 
-Answer DecodePlaying(const ReplyFormat& format, const Bytes& data) {
-  return DecodeWord(format, data, "stopped", "playing");
-}
-
-Answer DecodeYesNo(const ReplyFormat& format, const Bytes& data) {
-  return DecodeWord(format, data, "no", "yes");
-}
-
 Answer DecodeByte(const ReplyFormat& format, const Bytes& data) {
   if (data.size() != 1) return WrongSize(data, "1");
-  return Right(format, {std::to_string(data[0])});
-}
-
-Answer DecodeRegion(const ReplyFormat& format, const Bytes& data) {
-  Answer answer = DecodeByte(format, data);
-  if (answer.problem.empty() && data[0] > kHighestRegion) {
-    answer.problem = "there are only regions 0 to 6";
+  Answer answer = Right(format, {std::to_string(data[0])});
+  if (data[0] > format.spec->high) {
+    answer.problem = "not a number from 0 to " + std::to_string(format.spec->high);
   }
   return answer;
 }
 
-Answer DecodeMediaPosition(const ReplyFormat& format, const Bytes& data) {
+Answer DecodeNumberPair(const ReplyFormat& format, const Bytes& data) {
   if (data.size() != 4) return WrongSize(data, "4");
   return Right(format,
                {std::to_string(data[0] << 8 | data[1]), std::to_string(data[2] << 8 | data[3])});
@@ -187,7 +173,7 @@ Answer DecodePosition(const ReplyFormat& format, const Bytes& data) {
 
 // A text in the fixed reply buffer, zero bytes behind it. Returns what is wrong, or nothing.
 std::string ReadFixedText(const Bytes& data, std::string* text) {
-  if (data.size() != kFixedTextSize) {
+  if (data.size() != wire::kFixedTextSize) {
     return "a reply of " + std::to_string(data.size()) + " bytes instead of 78";
   }
   const auto end = std::find(data.begin(), data.end(), std::uint8_t{0});
@@ -219,26 +205,40 @@ Answer DecodeAngle(const ReplyFormat& format, const Bytes& data) {
 
 }  // namespace
 
-const ReplyFormat kVersionReply = {{{"version", "", false}}, DecodeText, nullptr};
-const ReplyFormat kIdentityReply = {{{"text", "", false}}, DecodeIdentity, nullptr};
-const ReplyFormat kNameReply = {{{"name", "", false}}, DecodeName, nullptr};
-const ReplyFormat kMacReply = {{{"mac", "", false}}, DecodeMac, nullptr};
-const ReplyFormat kChipReply = {{{"verdict", "", false}}, DecodeChip, nullptr};
-const ReplyFormat kMediaPositionReply = {
-    {{"folder", "", true}, {"track", "", true}}, DecodeMediaPosition, nullptr};
-const ReplyFormat kMediaStateReply = {{{"state", "", false}}, DecodePlaying, nullptr};
-const ReplyFormat kMediaDeviceReply = {{{"device", "", true}}, DecodeByte, nullptr};
-const ReplyFormat kMediaRegionReply = {{{"region", "", true}}, DecodeRegion, nullptr};
-const ReplyFormat kPresenceReply = {{{"present", "", false}}, DecodeYesNo, nullptr};
-const ReplyFormat kSynchronisationReply = {{{"synchronised", "", false}}, DecodeYesNo, nullptr};
-const ReplyFormat kSatellitesReply = {
-    {{"count", "", true}, {"strongest", "dBHz", true}, {"fourth", "dBHz", true}},
-    DecodeSatellites,
-    SatelliteTable};
-const ReplyFormat kPositionReply = {
-    {{"longitude", "deg", true}, {"latitude", "deg", true}}, DecodePosition, nullptr};
-const ReplyFormat kSpeedReply = {{{"speed", "", true}}, DecodeSpeed, nullptr};
-const ReplyFormat kAngleReply = {{{"angle", "", true}}, DecodeAngle, nullptr};
+ReplyFormat FormatOf(const wire::ReplySpec& spec) {
+  const std::vector<FieldInfo> text = {{spec.field, "", false}};
+  const std::vector<FieldInfo> number = {{spec.field, "", true}};
+  switch (spec.kind) {
+    case wire::ReplyKind::kNone:
+    case wire::ReplyKind::kText:
+      break;
+    case wire::ReplyKind::kIdentity:
+      return {text, DecodeIdentity, nullptr, &spec};
+    case wire::ReplyKind::kMac:
+      return {text, DecodeMac, nullptr, &spec};
+    case wire::ReplyKind::kChoice:
+      return {text, DecodeChoice, nullptr, &spec};
+    case wire::ReplyKind::kVerdict:
+      return {text, DecodeVerdict, nullptr, &spec};
+    case wire::ReplyKind::kByte:
+      return {number, DecodeByte, nullptr, &spec};
+    case wire::ReplyKind::kNumberPair:
+      return {{{"folder", "", true}, {"track", "", true}}, DecodeNumberPair, nullptr, &spec};
+    case wire::ReplyKind::kSatellites:
+      return {{{"count", "", true}, {"strongest", "dBHz", true}, {"fourth", "dBHz", true}},
+              DecodeSatellites,
+              SatelliteTable,
+              &spec};
+    case wire::ReplyKind::kPosition:
+      return {
+          {{"longitude", "deg", true}, {"latitude", "deg", true}}, DecodePosition, nullptr, &spec};
+    case wire::ReplyKind::kSpeed:
+      return {number, DecodeSpeed, nullptr, &spec};
+    case wire::ReplyKind::kAngle:
+      return {number, DecodeAngle, nullptr, &spec};
+  }
+  return {text, DecodeText, nullptr, &spec};
+}
 
 const Field* FindField(const Answer& answer, const std::string& name) {
   for (const Field& field : answer.fields) {
@@ -252,20 +252,19 @@ std::string Describe(const Answer& answer) {
   for (const Field& field : answer.fields) {
     if (!line.empty()) line += ", ";
     if (answer.fields.size() > 1) line += std::string(field.info->name) + " ";
-    line += tools::Escape(field.text);
+    line += qnx::Escape(field.text);
     if (*field.info->unit != '\0') line += std::string(" ") + field.info->unit;
   }
   return line;
 }
 
-std::string Hex(const std::uint8_t* data, std::size_t size) {
-  static const char kDigits[] = "0123456789ABCDEF";
+std::string Hex(const std::uint8_t* data, std::size_t size, char between) {
   std::string text;
   text.reserve(size * 3);
   for (std::size_t i = 0; i < size; ++i) {
-    if (i > 0) text += ' ';
-    text += kDigits[data[i] >> 4];
-    text += kDigits[data[i] & 15];
+    if (i > 0) text += between;
+    text += wire::UpperHexDigit(data[i] >> 4U);
+    text += wire::UpperHexDigit(data[i]);
   }
   return text;
 }

@@ -10,7 +10,7 @@
 namespace station {
 namespace {
 
-const double kDefaultTimeout = 2;
+const double kDefaultTimeout = 5;
 const double kLongestTimeout = 3600;
 
 // What stands in front of the options and behind them, in order, and the options.
@@ -104,7 +104,9 @@ void PrintDetails(std::ostream& out, const Command& command) {
   for (const Parameter& parameter : command.parameters) {
     if (parameter.choices == nullptr) continue;
     out << '\n' << parameter.name << " is one of:";
-    for (const Choice& choice : *parameter.choices) out << ' ' << choice.word;
+    for (const wire::Choice* choice = parameter.choices; choice->word != nullptr; ++choice) {
+      out << ' ' << choice->word;
+    }
     out << '\n';
   }
   if (command.reply != nullptr) {

@@ -74,7 +74,9 @@ std::map<std::string, Following> CollectFollowing() {
     const Parameter& first = command.parameters[0];
     last.file = last.file || first.kind == Parameter::Kind::kFile;
     if (first.choices == nullptr) continue;
-    for (const Choice& choice : *first.choices) AddWord(choice.word, &last.words);
+    for (const wire::Choice* choice = first.choices; choice->word != nullptr; ++choice) {
+      AddWord(choice->word, &last.words);
+    }
   }
   return following;
 }

@@ -9,6 +9,7 @@
 
 #include "station/packet_text.h"
 #include "wire/at_packet.h"
+#include "wire/hex.h"
 
 namespace station {
 namespace {
@@ -83,14 +84,6 @@ bool TakeTime(const char** at, std::uint64_t* nanoseconds) {
   return digits[0] > 0 && digits[1] == 9;
 }
 
-int HexDigit(char c) {
-  const char* const kDigits = "0123456789ABCDEFabcdef";
-  const char* found = c == '\0' ? nullptr : std::strchr(kDigits, c);
-  if (found == nullptr) return -1;
-  const auto index = static_cast<int>(found - kDigits);
-  return index < 16 ? index : index - 6;
-}
-
 // One line of a text recording, without its comment. Returns what is wrong, or nothing.
 std::string ParseLine(const std::string& line, RecordedPacket* packet) {
   const char* at = line.c_str();
@@ -101,8 +94,8 @@ std::string ParseLine(const std::string& line, RecordedPacket* packet) {
   while (true) {
     while (*at == ' ') ++at;
     if (at == line.c_str() + line.size()) break;
-    const int high = HexDigit(at[0]);
-    const int low = high < 0 ? -1 : HexDigit(at[1]);
+    const int high = wire::HexValue(at[0]);
+    const int low = high < 0 ? -1 : wire::HexValue(at[1]);
     if (low < 0) return "bytes are two hexadecimal digits each";
     packet->packet.push_back(static_cast<std::uint8_t>(high * 16 + low));
     at += 2;

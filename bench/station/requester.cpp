@@ -3,10 +3,12 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <thread>
 
+#include "qnx/text.h"
 #include "tools/pps_object.h"
 
 namespace station {
@@ -26,20 +28,52 @@ std::string SecondsText(double seconds) {
   return text;
 }
 
-// "{1}" and "{2}" are the arguments; "{2-1}" is the second less one, but not below 0.
-std::string Fill(std::string text, const std::vector<std::string>& arguments) {
-  for (std::size_t i = 0; i < arguments.size(); ++i) {
-    const std::string number = std::to_string(i + 1);
-    const std::string less =
-        std::to_string(std::max(0L, std::strtol(arguments[i].c_str(), nullptr, 10) - 1));
-    const std::pair<std::string, std::string> marks[] = {{"{" + number + "}", arguments[i]},
-                                                         {"{" + number + "-1}", less}};
-    for (const auto& [mark, value] : marks) {
-      const std::size_t at = text.find(mark);
-      if (at != std::string::npos) text.replace(at, mark.size(), value);
+// Replaces "{N}" by the N-th argument and "{N-1}" by that number less one, not below 0. What was
+// inserted is not looked at again.
+std::string Fill(const std::string& text, const std::vector<std::string>& arguments) {
+  static const std::string kLess = "-1";
+  std::string filled;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const std::size_t end = text[at] == '{' ? text.find('}', at) : std::string::npos;
+    std::string mark = end == std::string::npos ? "" : text.substr(at + 1, end - at - 1);
+    const bool less = mark.size() > kLess.size() && mark.substr(1) == kLess;
+    if (less) mark.resize(1);
+    long number = 0;
+    if (!qnx::ParseNumber(mark, 1, static_cast<long>(arguments.size()), &number)) {
+      filled += text[at];
+      continue;
     }
+    const std::string& argument = arguments[static_cast<std::size_t>(number) - 1];
+    long value = 0;
+    if (less && qnx::ParseNumber(argument, 0, LONG_MAX, &value)) {
+      filled += std::to_string(std::max(0L, value - 1));
+    } else {
+      filled += argument;
+    }
+    at = end;
   }
-  return text;
+  return filled;
+}
+
+Invocation Reading(const Proof& proof) {
+  Invocation reading;
+  std::vector<std::string> words;
+  SplitWords(proof.command, &words);
+  ParseInvocation(words, &reading);
+  return reading;
+}
+
+// The answer that a read which fails also gives, when it is the one that would prove the write;
+// null otherwise.
+const char* FailureToo(const Proof& proof, const std::vector<std::string>& arguments) {
+  if (proof.command == nullptr) return nullptr;
+  const char* const unreadable = Reading(proof).command->reply->spec->unreadable;
+  const bool same =
+      unreadable != nullptr && std::all_of(proof.expected.begin(), proof.expected.end(),
+                                           [&](const Proof::Expected& expected) {
+                                             return Fill(expected.value, arguments) == unreadable;
+                                           });
+  return same ? unreadable : nullptr;
 }
 
 // The attribute's value; false when the object or the attribute is not there.
@@ -121,12 +155,18 @@ void Requester::Prove(const Invocation& invocation, Exchange* exchange) {
     std::string source;
     ReadAttribute(kNowPlaying, kNowPlayingAttribute, &source);
     const std::vector<Proof>& proofs = invocation.command->proofs;
+    const char* failure = nullptr;
     const auto proof = std::find_if(proofs.begin(), proofs.end(), [&](const Proof& candidate) {
-      return candidate.source == nullptr || source == candidate.source;
+      if (candidate.source != nullptr && source != candidate.source) return false;
+      const char* const same = FailureToo(candidate, invocation.arguments);
+      if (same != nullptr) failure = same;
+      return same == nullptr;
     });
     if (proof == proofs.end()) {
-      exchange->problem =
-          "sent, but it cannot be proven while the source is '" + tools::Escape(source) + "'";
+      exchange->problem = "sent, but it cannot be proven ";
+      exchange->problem += failure == nullptr ? "while the source is " + qnx::Quoted(source)
+                                              : "by '" + std::string(failure) +
+                                                    "': a read that fails is answered so too";
       return;
     }
     // An object may hold the value from before. That the service has come to the write tells only
@@ -162,11 +202,7 @@ bool Requester::ProofHolds(const Invocation& invocation, const Proof& proof, std
   Answer answer;
   std::string where = proof.object != nullptr ? proof.object : proof.command;
   if (proof.command != nullptr) {
-    Invocation reading;
-    std::vector<std::string> words;
-    SplitWords(proof.command, &words);
-    ParseInvocation(words, &reading);
-    const Exchange exchange = Perform(reading, false);
+    const Exchange exchange = Perform(Reading(proof), false);
     if (exchange.reply.empty()) {
       *found = "'" + where + "': " + exchange.problem;
       return false;
@@ -187,7 +223,7 @@ bool Requester::ProofHolds(const Invocation& invocation, const Proof& proof, std
     }
     holds = holds && there && value == Fill(expected.value, invocation.arguments);
     shown += (shown.empty() ? "" : ", ") + std::string(expected.field) + " is " +
-             (there ? "'" + tools::Escape(value) + "'" : "missing");
+             (there ? "'" + qnx::Escape(value) + "'" : "missing");
   }
   *found = "in " + where + " " + shown;
   return holds;

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "wire/command_table.h"
+
 namespace station {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -27,30 +29,17 @@ struct Answer {
   std::vector<Field> fields;  // all fields of the format, in order; none when they cannot be read
 };
 
-// One kind of reply. `decode` takes any bytes. `table` gives several lines for the console where a
-// line of fields is not enough; null otherwise.
+// One kind of reply, for its row of the table of commands. `decode` takes any bytes. `table` gives
+// several lines for the console where a line of fields is not enough; null otherwise.
 struct ReplyFormat {
   std::vector<FieldInfo> fields;
   Answer (*decode)(const ReplyFormat& format, const Bytes& data);
   std::string (*table)(const Bytes& data);
+  const wire::ReplySpec* spec;
 };
 
-// The replies of the service.
-extern const ReplyFormat kVersionReply;
-extern const ReplyFormat kIdentityReply;
-extern const ReplyFormat kNameReply;
-extern const ReplyFormat kMacReply;
-extern const ReplyFormat kChipReply;
-extern const ReplyFormat kMediaPositionReply;
-extern const ReplyFormat kMediaStateReply;
-extern const ReplyFormat kMediaDeviceReply;
-extern const ReplyFormat kMediaRegionReply;
-extern const ReplyFormat kPresenceReply;
-extern const ReplyFormat kSynchronisationReply;
-extern const ReplyFormat kSatellitesReply;
-extern const ReplyFormat kPositionReply;
-extern const ReplyFormat kSpeedReply;
-extern const ReplyFormat kAngleReply;
+// The format of a reply; `spec` is not of the kind kNone and outlives it.
+ReplyFormat FormatOf(const wire::ReplySpec& spec);
 
 // The field of that name, null when the answer has none.
 const Field* FindField(const Answer& answer, const std::string& name);
@@ -59,9 +48,11 @@ const Field* FindField(const Answer& answer, const std::string& name);
 // control characters escaped.
 std::string Describe(const Answer& answer);
 
-// "2A A2 00".
-std::string Hex(const std::uint8_t* data, std::size_t size);
-inline std::string Hex(const Bytes& bytes) { return Hex(bytes.data(), bytes.size()); }
+// "2A A2 00"; `between` stands between two bytes.
+std::string Hex(const std::uint8_t* data, std::size_t size, char between = ' ');
+inline std::string Hex(const Bytes& bytes, char between = ' ') {
+  return Hex(bytes.data(), bytes.size(), between);
+}
 
 // The number that the whole of `text` is, as C writes it; NaN otherwise.
 double ParseNumber(const std::string& text);

@@ -1,5 +1,5 @@
-// The one table of the station's commands. Argument parsing, help, completion, sequences and the
-// decoder of recorded traffic are all derived from it.
+// The station's commands: those of the service, from the table in wire/, and its own. Argument
+// parsing, help, completion, sequences and the decoder of recorded traffic are derived from them.
 #ifndef KORVANDIS_STATION_COMMAND_H
 #define KORVANDIS_STATION_COMMAND_H
 
@@ -10,34 +10,10 @@
 #include <vector>
 
 #include "station/answer.h"
+#include "station/parameter.h"
+#include "station/words.h"
 
 namespace station {
-
-struct Choice {
-  const char* word;
-  std::uint8_t value;
-};
-
-// One argument of a command: how it is checked, and which bytes it becomes in a request.
-struct Parameter {
-  enum class Kind {
-    kText,     // low to high bytes, to the end of the parameters
-    kMac,      // six bytes, XX:XX:XX:XX:XX:XX
-    kByte,     // number low to high, one byte
-    kWord,     // number low to high, two bytes, high byte first
-    kChoice,   // one of the words, one byte
-    kHexByte,  // two digits
-    kSeconds,  // seconds, for the station itself
-    kFile,     // name of a file of the host
-  };
-  const char* name;
-  Kind kind;
-  unsigned low = 0;
-  unsigned high = 0;
-  const std::vector<Choice>* choices = nullptr;
-  bool optional = false;
-  bool repeated = false;  // the last parameter only
-};
 
 // Option of the station's own commands, "--only PHASE".
 struct Option {
@@ -52,7 +28,7 @@ struct Proof {
   const char* command;  // words of the reading command, or null
   const char* object;   // otherwise the object
   // What must be there. field: of the reply, or attribute of the object. "{1}" in the value stands
-  // for the first argument of the write.
+  // for the first argument of the write, "{1-1}" for that less one.
   struct Expected {
     const char* field;
     const char* value;
@@ -122,9 +98,6 @@ std::string MatchCommand(const std::vector<std::string>& words, const Command** 
 // The commands whose words begin with `words`, in table order; none when there is no such command.
 std::vector<const Command*> CommandsUnder(const std::string& words);
 
-// Checks `text` and puts its normal form into *normal. Returns what is wrong, or nothing.
-std::string CheckArgument(const Parameter& parameter, const std::string& text, std::string* normal);
-
 // The parameter bytes of a request.
 Bytes EncodeParameters(const Invocation& invocation);
 
@@ -137,10 +110,6 @@ const Command* FindReplyCommand(std::uint8_t number, std::uint8_t sub_command);
 
 // The invocation as it is typed: "bt name 'Car 7'".
 std::string CommandLine(const Invocation& invocation);
-
-// Words separated by blanks, as a shell takes them: quotes '...' and "...", and \ in front of a
-// character. Returns what is wrong, or nothing.
-std::string SplitWords(const std::string& line, std::vector<std::string>* words);
 
 }  // namespace station
 

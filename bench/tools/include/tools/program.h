@@ -7,7 +7,8 @@
 #include <memory>
 #include <ostream>
 #include <string>
-#include <string_view>
+
+#include "qnx/text.h"
 
 namespace tools {
 
@@ -70,17 +71,10 @@ class Descriptor {
 // file. Returns 1 with the text, 0 at the end of file, -1 with errno.
 int ReadMessage(int fd, std::string* message);
 
-// True for the control characters of ASCII.
-inline bool IsControl(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return byte < 0x20 || byte == 0x7F;
-}
-
-// `text` with control characters, and bytes that are no UTF-8, written as \n, \t, \\ or \xNN.
-std::string Escape(std::string_view text);
-
-// Length of the well-formed UTF-8 sequence that `text` (not empty) begins with, 0 when it is none.
-std::size_t Utf8Length(std::string_view text);
+using qnx::Escape;
+using qnx::IsControl;
+using qnx::Quoted;
+using qnx::Utf8Length;
 
 // "12:34:56.789" in local time.
 std::string ClockTime(std::uint64_t nanoseconds);

@@ -1,0 +1,31 @@
+// Texts and numbers of the bench's programs: what is safe on a terminal, what a number is.
+#ifndef KORVANDIS_QNX_TEXT_H
+#define KORVANDIS_QNX_TEXT_H
+
+#include <string>
+#include <string_view>
+
+namespace qnx {
+
+// True for the control characters of ASCII.
+inline bool IsControl(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte < 0x20 || byte == 0x7F;
+}
+
+// Length of the well-formed UTF-8 sequence that `text` (not empty) begins with, 0 when it is none.
+std::size_t Utf8Length(std::string_view text);
+
+// `text` with control characters, and bytes that are no UTF-8, written as \n, \t, \\ or \xNN.
+std::string Escape(std::string_view text);
+
+// The escaped text in single quotes, as messages show names that others chose.
+inline std::string Quoted(std::string_view text) { return "'" + Escape(text) + "'"; }
+
+// Puts the number that the whole of `text` is into *number; digits of `base`, perhaps a minus in
+// front. False, and *number is unchanged, when it is none or lies outside `least` to `most`.
+bool ParseNumber(std::string_view text, long least, long most, long* number, int base = 10);
+
+}  // namespace qnx
+
+#endif  // KORVANDIS_QNX_TEXT_H

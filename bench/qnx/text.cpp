@@ -1,0 +1,67 @@
+#include "qnx/text.h"
+
+#include <charconv>
+
+#include "wire/hex.h"
+
+namespace qnx {
+
+std::size_t Utf8Length(std::string_view text) {
+  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned char first = byte(0);
+  std::size_t length = 0;
+  unsigned char low = 0x80;
+  unsigned char high = 0xBF;
+  if (first < 0x80) return 1;
+  if (first >= 0xC2 && first <= 0xDF) length = 2;
+  if (first >= 0xE0 && first <= 0xEF) length = 3;
+  if (first >= 0xF0 && first <= 0xF4) length = 4;
+  if (first == 0xE0) low = 0xA0;
+  if (first == 0xED) high = 0x9F;  // surrogates
+  if (first == 0xF0) low = 0x90;
+  if (first == 0xF4) high = 0x8F;
+  if (length == 0 || text.size() < length || byte(1) < low || byte(1) > high) return 0;
+  for (std::size_t i = 2; i < length; ++i) {
+    if ((byte(i) & 0xC0) != 0x80) return 0;
+  }
+  return length;
+}
+
+std::string Escape(std::string_view text) {
+  std::string escaped;
+  while (!text.empty()) {
+    const auto byte = static_cast<unsigned char>(text[0]);
+    const std::size_t length = Utf8Length(text);
+    // U+0080 to U+009F are control characters too.
+    const bool control = IsControl(text[0]) || (byte == 0xC2 && length == 2 &&
+                                                static_cast<unsigned char>(text[1]) < 0xA0);
+    if (byte == '\n') {
+      escaped += "\\n";
+    } else if (byte == '\t') {
+      escaped += "\\t";
+    } else if (byte == '\\') {
+      escaped += "\\\\";
+    } else if (length == 0 || control) {
+      escaped += "\\x";
+      escaped += wire::UpperHexDigit(byte >> 4U);
+      escaped += wire::UpperHexDigit(byte);
+      text.remove_prefix(1);
+      continue;
+    } else {
+      escaped.append(text.substr(0, length));
+    }
+    text.remove_prefix(length);
+  }
+  return escaped;
+}
+
+bool ParseNumber(std::string_view text, long least, long most, long* number, int base) {
+  long value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, value, base);
+  if (error != std::errc() || rest != end || value < least || value > most) return false;
+  *number = value;
+  return true;
+}
+
+}  // namespace qnx
