@@ -15,35 +15,43 @@ need_architecture() {
   return 1
 }
 
+# missing PACKAGE...: prints those that are not installed.
+missing() {
+  local package
+  for package in "$@"; do
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || echo "$package"
+  done | paste -sd ' '
+}
+
 # need PACKAGE...: installs what is missing when it may, otherwise says in one line what to install.
 need() {
-  local missing=() package
-  for package in "$@"; do
-    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
-  done
-  [ ${#missing[@]} -eq 0 ] && return 0
+  local packages
+  packages=$(missing "$@")
+  [ -n "$packages" ] || return 0
   if ! as_root true 2>/dev/null; then
-    echo "$(basename "$0"): please install: apt-get install ${missing[*]}" >&2
+    echo "$(basename "$0"): please install: apt-get install $packages" >&2
     return 1
   fi
-  echo "installing ${missing[*]}"
+  echo "installing $packages"
   local log
   log=$(mktemp)
   if ! { as_root apt-get update && as_root env DEBIAN_FRONTEND=noninteractive \
-         apt-get install -y --no-install-recommends "${missing[@]}"; } >"$log" 2>&1 </dev/null; then
+         apt-get install -y --no-install-recommends $packages; } >"$log" 2>&1 </dev/null; then
     tail -n 5 "$log" >&2
     rm -f "$log"
-    echo "$(basename "$0"): please install: apt-get install ${missing[*]}" >&2
+    echo "$(basename "$0"): please install: apt-get install $packages" >&2
     return 1
   fi
   rm -f "$log"
 }
 
-BASE_PACKAGES="g++ cmake ninja-build googletest libre2-dev"
+BASE_PACKAGES="g++ cmake ninja-build googletest libre2-dev rapidjson-dev libsoci-dev libsqlite3-dev libpq-dev"
 # The same libraries for 32-bit ARM, from Debian's armhf beside this machine's own.
 ARM_PACKAGES="libre2-dev:armhf"
 # What the tests of the package and of the dissector run.
 TEST_PACKAGES="dpkg-dev file procps tshark"
+# What only the tests of the record store need and is large: ./check --all installs it.
+LARGE_PACKAGES="postgresql chromium"
 
 # build DIRECTORY [CMAKE-OPTION...] [-- TARGET...]: configures and builds, quietly unless it fails.
 build() {

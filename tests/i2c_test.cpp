@@ -258,8 +258,9 @@ TEST_F(ChipTest, OnlyTheExpectedIdentityPasses) {
       {kIdentity, kReceive, send + Repeated(5, ReceiveRequest(4)), ""},
   };
   const int descriptors = CountDescriptors(service_->pid());
-  for (int round = 0; round < 30; ++round) {  // 210 reads
+  for (int round = 0; round < 3; ++round) {
     for (const Case& c : cases) {
+      ASSERT_FALSE(HasFailure());
       bus.data = c.identity;
       bus.failing_number = c.failing_number;
       bus.failing = 5;

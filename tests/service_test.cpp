@@ -5,12 +5,13 @@
 
 #include <atomic>
 #include <cstdio>
-#include <set>
+#include <filesystem>
+#include <sstream>
 #include <thread>
 
+#include "misc.h"
 #include "support/fake_manager.h"
 #include "support/fixture.h"
-#include "wire/command_table.h"
 
 namespace support {
 namespace {
@@ -121,7 +122,8 @@ Bytes WithPayloadLength(Bytes packet, std::uint32_t length) {
 }
 
 TEST_F(ServiceTest, DropsWhatIsNoWholeRecord) {
-  const Bytes whole = wire::BuildRequest(1, 9, {0xAA, 0xBB});
+  // The number of a reply, which no command can have.
+  const Bytes whole = wire::BuildRequest(7 | wire::kReplyBit, 9, {0xAA, 0xBB});
   Bytes other_type = whole;
   other_type[4] = 0xB4;
   Bytes high_type = whole;
@@ -133,8 +135,8 @@ TEST_F(ServiceTest, DropsWhatIsNoWholeRecord) {
   const auto cut = [&whole](std::size_t size) {
     return Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
   };
-  const Texts bytes = {"2a", "a2", "0", "3", "1", "9", "aa", "bb"};
-  const Texts unknown = {"6 _KRV_[CmdWork]-CmdWork? for [1]\n"};
+  const Texts bytes = {"2a", "a2", "0", "3", "87", "9", "aa", "bb"};
+  const Texts unknown = {"6 _KRV_[CmdWork]-CmdWork? for [135]\n"};
 
   EXPECT_EQ(LinesOf(cut(28)), Received({size_line(28)}));
   EXPECT_EQ(LinesOf(cut(1)), Received({size_line(1)}));
@@ -203,19 +205,6 @@ TEST_F(ServiceTest, ARecordWithoutSubCommandIsReadAndRefused) {
   EXPECT_FALSE(station_->Receive(milliseconds(50)));
 }
 
-TEST_F(ServiceTest, HasTheCommandsOfTheTableAndNoOther) {
-  std::set<int> numbers;
-  for (std::size_t i = 0; i < wire::kCommandCount; ++i) numbers.insert(wire::kCommands[i].command);
-  for (int number = 0; number < 256; ++number) {
-    Bytes packet = wire::BuildRequest(static_cast<std::uint8_t>(number), 200, {});
-    packet[28 + 3 + 3] = 0;  // no sub-command: dispatched, and nothing done
-    LinesOf(packet);
-    EXPECT_EQ(log_->Has(6, "_KRV_[CmdWork]-CmdWork [" + std::to_string(number) + "]!\n"),
-              numbers.count(number) != 0)
-        << number;
-  }
-}
-
 TEST_F(ServiceTest, EndsInOrderAlsoUnderAFlood) {
   std::atomic<bool> flood{true};
   std::thread sender([&] {
@@ -233,14 +222,18 @@ TEST_F(ServiceTest, EndsInOrderAlsoUnderAFlood) {
   EXPECT_TRUE(log_->Has(6, "_KRV_[Close]-Close!\n"));
 }
 
-TEST_F(ServiceTest, IsIdleWhenNothingComes) {
+TEST_F(ServiceTest, NoThreadWakesWhenNothingComes) {
   station_->Ask(7, 7);
+  // Of all threads: how often each gave the processor up or lost it.
   const auto switches = [this] {
     std::size_t total = 0;
-    for (const char* thread : {"voluntary", "nonvoluntary"}) {
-      const std::string status = ReadFile("/proc/" + std::to_string(service_->pid()) + "/status");
-      const std::size_t place = status.find(std::string("\n") + thread + "_ctxt_switches:");
-      total += std::stoul(status.substr(status.find(':', place) + 1));
+    const std::string tasks = "/proc/" + std::to_string(service_->pid()) + "/task";
+    for (const auto& thread : std::filesystem::directory_iterator(tasks)) {
+      std::istringstream status(ReadFile(thread.path() / "status"));
+      for (std::string line; std::getline(status, line);) {
+        const std::size_t colon = line.find("_ctxt_switches:");
+        if (colon != std::string::npos) total += std::stoul(line.substr(line.find(':') + 1));
+      }
     }
     return total;
   };
@@ -248,6 +241,23 @@ TEST_F(ServiceTest, IsIdleWhenNothingComes) {
   const std::size_t before = switches();
   std::this_thread::sleep_for(milliseconds(1500));
   EXPECT_EQ(switches(), before);
+}
+
+TEST(ClockTest, TicksAreHundredthsOfASecondSinceTheFirstCall) {
+  using Clock = std::chrono::system_clock;
+  const auto ticks = [](Clock::duration time) {
+    return std::chrono::duration_cast<milliseconds>(time).count() / 10;
+  };
+  const auto before_first = Clock::now();
+  EXPECT_EQ(GetTimeTick(), 0U);
+  const auto after_first = Clock::now();
+  for (int i = 0; i < 11; ++i) {  // past the end of a second, wherever it began
+    std::this_thread::sleep_for(milliseconds(97));
+    const auto before = Clock::now();
+    const std::uint32_t tick = GetTimeTick();
+    EXPECT_GE(tick, ticks(before - after_first));
+    EXPECT_LE(tick, ticks(Clock::now() - before_first) + 1);  // rounded either way
+  }
 }
 
 }  // namespace

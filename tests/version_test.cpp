@@ -1,46 +1,72 @@
 // Command 7.
 
-#include "support/fixture.h"
+#include "ATCmdVersion.h"
+#include "support/recorder.h"
 
 namespace support {
 namespace {
 
-const char kStatus[] = "/pps/zelmar/system/version_status";
-const char kNaviObject[] = "/pps/zelmar/navigation/systeminfo";
+const std::uint8_t kVersion = 7;
+const std::string kStatus = "/zelmar/system/version_status";
+const std::string kNavi = "/zelmar/navigation/systeminfo";
+const std::string kBluetooth = "/services/bluetooth/btmonitorstatus";
+const std::string kMap = "/zelmar/disc/mpeginfo";
+const std::string kZmStatus = "/zelmar/system/zmversion_status";
+const char kNaviFile[] = "/zmnavigator/zmnavigator.info";
 
-class VersionTest : public ServiceOnUnit {};
+class VersionTest : public RecordedService {
+ protected:
+  std::string Version(std::uint8_t sub_command) {
+    const Bytes reply = Ask(kVersion, sub_command);
+    return std::string(reply.begin(), reply.end());
+  }
+};
 
 TEST_F(VersionTest, EachSubCommandReadsItsOwnPlace) {
-  WriteObject(
-      kStatus,
-      "mpu:json:{\"version\":\"mpu-v\",\"model\":\"mpu-m\"}\nos:json:{\"version\":\"os-v\"}\n"
-      "touchpanel:json:{\"x\":{\"version\":\"no\"},\"version\":\"tp-v\"}\n"
-      "ifs:json:{\"version\":\"\\u00e9\\n\"}\n");
-  WriteObject(kNaviObject, "engerversion:json:{\"data\":\"navi-v\",\"version\":\"no\"}");
-  WriteObject("/pps/services/bluetooth/btmonitorstatus",
-              "btmonitorstatus:json:{\"version\":\"bt-v\"}");
-  WriteObject("/pps/zelmar/disc/mpeginfo", "mapversion:json:{\"version\":\"map-v\"}");
-  WriteObject("/pps/zelmar/system/zmversion_status",
-              "zmmpu:json:{\"version\":\"zmmpu-v\"}\nzmos:json:{\"version\":\"zmos-v\"}");
-  root_.AddFile("/zmnavigator/zmnavigator.info", "never:read");
-  const std::pair<std::uint8_t, const char*> versions[] = {
-      {1, "mpu-v"}, {2, "os-v"},    {3, "navi-v"}, {4, "bt-v"},  {5, "map-v"},
-      {6, "mpu-m"}, {8, "zmmpu-v"}, {9, "zmos-v"}, {27, "tp-v"}, {29, "\xC3\xA9\n"},
-  };
-  for (const auto& [sub_command, text] : versions) {
-    EXPECT_EQ(station_->Ask(7, sub_command), Text(text)) << int{sub_command};
+  pps_->Hold(kStatus,
+             "mpu:json:{\"version\":\"mpu-v\",\"model\":\"mpu-m\"}\n"
+             "os:json:{\"version\":\"os-v\"}\nifs:json:{\"version\":\"\\u00e9\\n\"}\n"
+             "touchpanel:json:{\"x\":{\"version\":\"no\"},\"version\":\"tp-v\"}\n");
+  pps_->Hold(kNavi, "engerversion:json:{\"data\":\"navi-v\",\"version\":\"no\"}");
+  pps_->Hold(kBluetooth, "btmonitorstatus:json:{\"version\":\"bt-v\"}");
+  pps_->Hold(kMap, "mapversion:json:{\"version\":\"map-v\"}");
+  pps_->Hold(kZmStatus, "zmmpu:json:{\"version\":\"zmmpu-v\"}\nzmos:json:{\"version\":\"zmos-v\"}");
+  root_.AddFile(kNaviFile, "never:read");
+  const std::tuple<std::uint8_t, std::string, std::string> kVersions[] = {
+      {1, kStatus, "mpu-v"},  {2, kStatus, "os-v"},        {3, kNavi, "navi-v"},
+      {5, kMap, "map-v"},     {6, kStatus, "mpu-m"},       {8, kZmStatus, "zmmpu-v"},
+      {27, kStatus, "tp-v"},  {29, kStatus, "\xC3\xA9\n"}, {9, kZmStatus, "zmos-v"},
+      {4, kBluetooth, "bt-v"}};
+  for (const auto& [sub_command, object, version] : kVersions) {
+    EXPECT_EQ(Version(sub_command), version) << int{sub_command};
+    EXPECT_EQ(asked.back(), "r 0 " + object);
   }
-  Mark();
-  EXPECT_EQ(station_->Ask(7, 4), Text("bt-v"));
-  EXPECT_EQ(Errors(),
+  EXPECT_EQ(told,
             "path is('/pps/services/bluetooth/btmonitorstatus') \nattr is('btmonitorstatus') \n"
             "ver is('version') \n"
-            "read buf is('@btmonitorstatus\nbtmonitorstatus:json:{\"version\":\"bt-v\"}\n') \n"
-            "verStr is('bt-v') \nverLen is('4') \ninBuf('bt-v') \n");
+            "read buf is('btmonitorstatus:json:{\"version\":\"bt-v\"}') \n"
+            "verStr is('bt-v') \nverLen is('4') \n");
   EXPECT_TRUE(log_->Has(6, "_KRV_[SendVer]-m_subCmd = 4\n"));
-  for (const std::uint8_t undefined : Bytes{0, 7, 10, 26, 28, 30, 255}) {
+}
+
+TEST_F(VersionTest, WhatIsNotThereIsAnEmptyReply) {
+  EXPECT_EQ(Version(1), "");
+  EXPECT_PRED2(Contains, told, Unopened(kStatus));
+  for (const char* const text : {
+           "version::plain",                               // the right name at the wrong level
+           "mpu::{\"version\":\"text\"}",                  // not JSON
+           "mpu:json:[\"version\"]",                       // not an object
+           "mpu:json:{\"Version\":\"1\",\"version\":5}",   // another name, another type
+           "mpu:json:{\"inner\":{\"version\":\"deep\"}}",  // too deep
+           "mpu:json:{\"version\":\"cut",                  // cut
+           "mpu:json:\nversion::1",
+       }) {
+    pps_->Hold(kStatus, text);
+    EXPECT_EQ(Version(1), "") << text;
+  }
+  for (const std::uint8_t undefined : Bytes{0, 7, 10, 26, 28, 30, 254}) {
     Mark();
-    EXPECT_EQ(station_->Ask(7, undefined), Bytes());
+    EXPECT_EQ(station_->Ask(kVersion, undefined), Bytes());
     EXPECT_TRUE(Eventually([&] {
       return Errors() ==
              "inBuf('') \nVER_SUB_CMD is not define!('" + std::to_string(undefined) + "') \n";
@@ -48,42 +74,25 @@ TEST_F(VersionTest, EachSubCommandReadsItsOwnPlace) {
   }
 }
 
-TEST_F(VersionTest, WhatIsNotThereIsAnEmptyReply) {
-  EXPECT_EQ(station_->Ask(7, 1), Bytes());
-  EXPECT_PRED2(Contains, Errors(), "open('/pps/zelmar/system/version_status') failed: ");
-  const char* const objects[] = {
-      "version::plain",                               // the right name at the wrong level
-      "mpu::{\"version\":\"text\"}",                  // not JSON
-      "mpu:json:[\"version\"]",                       // not an object
-      "mpu:json:{\"Version\":\"1\",\"version\":5}",   // another name, another type
-      "mpu:json:{\"inner\":{\"version\":\"deep\"}}",  // too deep
-      "mpu:json:{\"version\":\"cut",                  // cut
-      "mpu:json:\nversion::1",
-  };
-  for (const char* object : objects) {
-    WriteObject(kStatus, std::string("-mpu\n-version\n") + object);
-    EXPECT_EQ(station_->Ask(7, 1), Bytes()) << object;
+TEST_F(VersionTest, LongTextsAreCut) {
+  for (const std::size_t length : {242U, 243U, 244U, 255U, 256U, 5000U}) {
+    pps_->Hold(kStatus, "mpu:json:{\"version\":\"" + std::string(length, 'v') + "\"}");
+    EXPECT_EQ(Version(1), std::string(std::min<std::size_t>(length, 243), 'v')) << length;
   }
-}
-
-TEST_F(VersionTest, LongTextsAreCutAt243Bytes) {
-  const std::string longest(243, 'v');
-  for (const std::size_t length : {242u, 243u, 244u, 255u, 256u, 5000u}) {
-    WriteObject(kStatus, "mpu:json:{\"version\":\"" + std::string(length, 'v') + "\"}");
-    EXPECT_EQ(station_->Ask(7, 1), Text(longest.substr(0, length))) << length;
-  }
-  // An object behind 16 KiB of others: what is cut off is not found, what is whole is.
-  WriteObject(kStatus, "aaa::" + std::string(20000, 'x') + "\nmpu:json:{\"version\":\"far\"}\n");
-  EXPECT_EQ(station_->Ask(7, 1), Bytes());
-  WriteObject(kStatus, "-aaa\nzzz::" + std::string(20000, 'x') + "\n");
-  EXPECT_EQ(station_->Ask(7, 1), Text("far"));
+  // 16383 bytes of an object are read, and not one more.
+  const std::string end = "\nmpu:json:{\"version\":\"far\"}";
+  const std::string full = "x::" + std::string(16383 - 3 - end.size(), 'x') + end;
+  pps_->Hold(kStatus, full);
+  EXPECT_EQ(Version(1), "far");
+  pps_->Hold(kStatus, "x" + full);
+  EXPECT_EQ(Version(1), "");
 }
 
 TEST_F(VersionTest, NavigationFallsBackToItsFile) {
-  Mark();
-  station_->Do(7, 3);  // no object, no file: no reply
-  EXPECT_PRED2(Contains, Errors(),
-               "open('/zmnavigator/zmnavigator.info') failed: No such file or directory\n");
+  pps_->Refuse(kNavi, ENOENT);
+  Do(kVersion, 3);  // no object, no file: no reply
+  EXPECT_EQ(told, "open('/zmnavigator/zmnavigator.info') failed: No such file or directory\n");
+  EXPECT_EQ(asked, Lines{"access " + kNavi});
   const std::pair<std::string, std::string> files[] = {
       {"NAVI:5.2.1\n", "5.2.1\n"},
       {"no colon\n", "no colon\n"},
@@ -92,14 +101,24 @@ TEST_F(VersionTest, NavigationFallsBackToItsFile) {
       {"end:", ""},
       {std::string("N:1\0:2", 6), "1"},
       {"N:" + std::string(300, 'v'), std::string(243, 'v')},
+      {std::string(20, 'n') + ":" + std::string(300, 'v'), std::string(255 - 21, 'v')},
   };
   for (const auto& [content, version] : files) {
-    root_.AddFile("/zmnavigator/zmnavigator.info", content);
-    EXPECT_EQ(station_->Ask(7, 3), Text(version)) << content;
+    root_.AddFile(kNaviFile, content);
+    EXPECT_EQ(Version(3), version) << content;
   }
   // The object decides by being there, whatever it holds.
-  WriteObject(kNaviObject, "other::1");
-  EXPECT_EQ(station_->Ask(7, 3), Bytes());
+  pps_->Hold(kNavi, "other::1");
+  EXPECT_EQ(Version(3), "");
+}
+
+TEST(CmdVerTest, TheTextHasRoomFor255Bytes) {
+  const TempRoot root;
+  root.AddFile("/object", "a:json:{\"v\":\"" + std::string(300, 'x') + "\"}");
+  infoExchg info = {"/object", "a", "v", "", 0};
+  EXPECT_TRUE(CmdVer().GetVerStr(info));
+  EXPECT_EQ(info.verLen, 255);
+  EXPECT_EQ(info.verStr, std::string(255, 'x'));
 }
 
 }  // namespace

@@ -17,6 +17,11 @@ void OpenFile::Send(const std::string& message) {
   WatchQueue();
 }
 
+void OpenFile::Send(const SharedText& message) {
+  outbox_.Push(message);
+  WatchQueue();
+}
+
 bool OpenFile::SendWithin(const std::string& message, std::size_t limit) {
   if (outbox_.Queued() > limit) return false;
   Send(message);
@@ -24,7 +29,7 @@ bool OpenFile::SendWithin(const std::string& message, std::size_t limit) {
 }
 
 void OpenFile::WatchQueue() {
-  if (poller_ == nullptr || watching_ != outbox_.queue_empty()) return;
+  if (poller_ == nullptr || watching_ != outbox_.idle()) return;
   watching_ = !watching_;
   poller_->Modify(socket_.get(), watching_ ? kQueueEvents : kReadEvents);
 }

@@ -27,6 +27,7 @@ class OpenFile {
 
   // Sends one message without waiting: it is queued when the client does not read.
   void Send(const std::string& message);
+  void Send(const SharedText& message);
 
   // As Send, unless more than `limit` bytes wait for the client already: then false, and nothing is
   // kept.

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <utility>
 
 #include "log.h"
 
@@ -41,27 +42,44 @@ ssize_t SendNow(int fd, const char* data, std::size_t size) {
 }  // namespace
 
 void Outbox::Push(const std::string& message) {
-  if (broken_ || ending_) return;
-  if (queue_.empty() && Send(message)) return;
-  queued_ += message.size();
-  queue_.push_back(message);
+  if (!SendFirst(message)) Enqueue(Share(message));
 }
 
-void Outbox::DropOldest() {
-  queued_ -= queue_.front().size();
-  queue_.pop_front();
+void Outbox::Push(const SharedText& message) {
+  if (!SendFirst(*message)) Enqueue(message);
+}
+
+// True when `message` needs no place in the queue.
+bool Outbox::SendFirst(const std::string& message) {
+  return broken_ || ending_ || (queue_.empty() && Send(message));
+}
+
+void Outbox::Enqueue(SharedText message) {
+  queued_ += message->size();
+  queue_.push_back(std::move(message));
+}
+
+void Outbox::Supersede(Maker make) {
+  DropQueue();
+  if (broken_ || ending_) return;
+  make_ = std::move(make);
+  Flush();
 }
 
 void Outbox::DropQueue() {
   queue_.clear();
   queued_ = 0;
+  make_ = nullptr;
 }
 
 void Outbox::Flush() {
-  while (!queue_.empty() && Send(queue_.front())) {
-    if (!queue_.empty()) DropOldest();  // a reader that left has emptied it
+  if (superseded() && Unread() == 0 && Send(make_())) make_ = nullptr;
+  while (!queue_.empty() && Send(*queue_.front())) {
+    if (queue_.empty()) break;  // a reader that left has emptied it
+    queued_ -= queue_.front()->size();
+    queue_.pop_front();
   }
-  if (queue_.empty() && ending_) shutdown(fd_, SHUT_WR);
+  if (idle() && ending_) shutdown(fd_, SHUT_WR);
 }
 
 void Outbox::End() {

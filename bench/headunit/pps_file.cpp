@@ -1,6 +1,5 @@
 #include "pps_file.h"
 
-#include <set>
 #include <utility>
 
 namespace headunit {
@@ -18,57 +17,48 @@ PpsFile::PpsFile(std::uint32_t flags, std::string listing)
 std::string PpsFile::Address() const { return object_->name + "." + std::to_string(id_); }
 
 void PpsFile::Orphan() {
+  if (outbox().superseded()) outbox().DropQueue();  // its text is gone with the object
   if (Follows()) Send("-@" + object_->name + "\n");
   if (CanRead()) EndOfFile();
   object_ = nullptr;
 }
 
 bool PpsFile::Overflows(std::size_t size) {
-  return !outbox().queue_empty() && outbox().Waiting() + size > options_.backlog;
+  return !outbox().idle() && outbox().Waiting() + size > options_.backlog;
 }
 
-void PpsFile::DropOldestFor(std::size_t size) {
-  while (Overflows(size)) outbox().DropOldest();
-}
-
-void PpsFile::SendText(const std::string& text) {
-  DropOldestFor(text.size());
+void PpsFile::SendChange(ObjectChange* change) {
+  newest_.reset();
+  if (outbox().superseded()) return;
+  const SharedText& text = options_.delta ? change->Delta() : change->Whole();
+  if (Overflows(text->size())) return Supersede();
   Send(text);
 }
 
-void PpsFile::SendMessage(const std::string& message) {
-  DropOldestFor(message.size());
-  Send(message);
-}
-
-void PpsFile::SendDelta(const std::string& lines) {
-  if (!Overflows(lines.size())) {
-    Send("@" + object_->name + "\n" + lines);
-    return;
+void PpsFile::SendMessage(const SharedText& message) {
+  if (outbox().superseded()) {
+    newest_ = message;
+  } else if (Overflows(message->size())) {
+    newest_ = message;
+    Supersede();
+  } else {
+    Send(message);
   }
-  std::string text = DeletedUnseen(lines);
-  if (text.size() > options_.backlog) text.clear();
-  text.insert(0, TextOf(object_));
-  outbox().DropQueue();
-  Send(text);
 }
 
-std::string PpsFile::DeletedUnseen(const std::string& lines) const {
-  PpsText parsed;
-  ParsePpsText(lines, &parsed);
-  for (const std::string& message : outbox().queue()) ParsePpsText(message, &parsed);
-
-  std::set<std::string> names;
-  for (const PpsChange& change : parsed.changes) {
-    if (change.deleted && object_->attributes.count(change.name) == 0) names.insert(change.name);
-  }
-  std::string text;
-  for (const std::string& name : names) text += "-" + name + "\n";
-  return text;
+void PpsFile::Supersede() {
+  outbox().Supersede(
+      [this] { return "|@" + object_->name + "\n" + *(newest_ ? newest_ : TextOf(object_)); });
+  WatchQueue();
 }
 
-const std::string& TextOf(PpsObject* object) {
-  if (object->text.empty()) object->text = FormatPpsObject(object->name, object->attributes);
+const SharedText& ObjectChange::Delta() {
+  if (!delta_) delta_ = FormatPpsMessage(object_->name, changes_);
+  return delta_;
+}
+
+const SharedText& TextOf(PpsObject* object) {
+  if (!object->text) object->text = Share(FormatPpsObject(object->name, object->attributes));
   return object->text;
 }
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "open_file.h"
 #include "pps_manager.h"
@@ -19,6 +20,25 @@ struct PpsOptions {
   bool delta = false;
   bool server = false;
   std::size_t backlog = kDefaultBacklog;
+};
+
+// The object's whole text, formed anew when it changed.
+const SharedText& TextOf(PpsObject* object);
+
+// A change of an object as its followers are told of it, formed when the first of them needs it.
+class ObjectChange {
+ public:
+  ObjectChange(PpsObject* object, const std::vector<PpsChange>& changes)
+      : object_(object), changes_(changes) {}
+
+  // The object line with the object's whole text, or with the changed lines alone.
+  const SharedText& Whole() { return TextOf(object_); }
+  const SharedText& Delta();
+
+ private:
+  PpsObject* const object_;
+  const std::vector<PpsChange>& changes_;
+  SharedText delta_;
 };
 
 class PpsFile : public OpenFile {
@@ -40,31 +60,25 @@ class PpsFile : public OpenFile {
   // True when the file is told of changes by others.
   bool Follows() const { return CanRead() && (options_.wait || options_.delta); }
 
-  // Sends the object's text. Past the backlog only the newest one waits.
-  void SendText(const std::string& text);
+  // Tells a follower of a change. Once more than the backlog waits, all of it is dropped for one
+  // message, a line "|@name" and the object's text at the time when the reader has caught up. Until
+  // then a change costs nothing.
+  void SendChange(ObjectChange* change);
 
-  // Sends changed lines, without the object line. Past the backlog the file gets the whole text
-  // instead, and the names that were deleted meanwhile, so that nothing is lost.
-  void SendDelta(const std::string& lines);
-
-  // Sends one message of or to a server. Past the backlog the oldest is dropped.
-  void SendMessage(const std::string& message);
+  // Sends one message of or to a server. Past the backlog the line "|@name" and the newest message
+  // take the place of all that waits.
+  void SendMessage(const SharedText& message);
 
  private:
   bool Overflows(std::size_t size);
-  void DropOldestFor(std::size_t size);
-
-  // Deletion lines of what is gone from the object by `lines` or by what waits in the queue.
-  std::string DeletedUnseen(const std::string& lines) const;
+  void Supersede();
 
   const PpsOptions options_;
   PpsObject* object_;
   const std::uint64_t id_;
   const std::string listing_;
+  SharedText newest_;  // the newest message of or to a server, once others were dropped for it
 };
-
-// The object's whole text, formed anew when it changed.
-const std::string& TextOf(PpsObject* object);
 
 }  // namespace headunit
 

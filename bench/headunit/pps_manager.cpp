@@ -46,13 +46,6 @@ bool StartsWith(const std::string& text, const std::string& head) {
   return text.compare(0, head.size(), head) == 0;
 }
 
-// The lines of a write, as they are handed on.
-std::string FormatLines(const std::vector<PpsChange>& changes) {
-  std::string lines;
-  for (const PpsChange& change : changes) lines += FormatPpsChange(change);
-  return lines;
-}
-
 PpsFile* AsPps(OpenFile* file) { return static_cast<PpsFile*>(file); }
 
 }  // namespace
@@ -79,7 +72,7 @@ std::string PpsManager::Load(const std::string& path, const std::string& text) {
   if (bad_line != 0) return "line " + std::to_string(bad_line) + " is no PPS line";
   PpsObject* const object = CreateObject(request.path);
   if (object == nullptr) return "too many objects";
-  return Apply(object, parsed.changes, nullptr) ? "" : "too large";
+  return Apply(object, std::move(parsed.changes), nullptr) ? "" : "too large";
 }
 
 void PpsManager::SetDelay(const std::string& path, std::chrono::milliseconds delay) {
@@ -234,11 +227,11 @@ void PpsManager::OnOpened(OpenFile* opened) {
     return;
   }
   if (object->server != nullptr) {
-    object->server->SendMessage("+@" + file->Address() + "\n");
+    object->server->SendMessage(Share("+@" + file->Address() + "\n"));
     return;
   }
   if (!file->CanRead() || mute_) return;
-  file->SendText(TextOf(object));
+  file->Send(TextOf(object));
   if (!file->Follows()) file->EndOfFile();
 }
 
@@ -246,7 +239,7 @@ void PpsManager::BecomeServer(PpsFile* server) {
   PpsObject* const object = server->object();
   object->server = server;
   for (PpsFile* const client : object->files) {
-    if (client != server) server->SendMessage("+@" + client->Address() + "\n");
+    if (client != server) server->SendMessage(Share("+@" + client->Address() + "\n"));
   }
 }
 
@@ -289,7 +282,7 @@ void PpsManager::OnClosed(OpenFile* closed) {
   if (object->server == file) {
     object->server = nullptr;  // the clients stay, and are plain ones again
   } else if (object->server != nullptr) {
-    object->server->SendMessage("-@" + file->Address() + "\n");
+    object->server->SendMessage(Share("-@" + file->Address() + "\n"));
   }
 }
 
@@ -312,7 +305,7 @@ void PpsManager::OnMessage(OpenFile* written, const std::string& message) {
     return;
   }
   if (object->server == nullptr) {
-    if (Apply(object, parsed.changes, file)) return;
+    if (Apply(object, std::move(parsed.changes), file)) return;
     Log(_SLOG_ERROR, "pps: write of %zu bytes refused: '%s' would become too large", message.size(),
         object->name.c_str());
   } else if (object->server == file) {
@@ -322,56 +315,59 @@ void PpsManager::OnMessage(OpenFile* written, const std::string& message) {
   }
 }
 
-bool PpsManager::Apply(PpsObject* object, const std::vector<PpsChange>& changes,
-                       const PpsFile* writer) {
+bool PpsManager::Apply(PpsObject* object, std::vector<PpsChange> changes, const PpsFile* writer) {
   std::size_t growth = 0;
   for (const PpsChange& change : changes) growth += change.name.size() + change.value.size();
   if (object->size + growth > kLargestObject) return false;
 
-  std::string lines;  // what a follower of changes gets
-  for (const PpsChange& change : changes) {
-    const auto present = object->attributes.find(change.name);
-    if (present != object->attributes.end()) {
-      object->size -= present->first.size() + present->second.size();
-      if (change.deleted) object->attributes.erase(present);
-    } else if (change.deleted) {
-      continue;
+  PpsAttributes* const attributes = &object->attributes;
+  auto present = attributes->begin();  // mostly the one behind the last change
+  const auto changes_nothing = [&](const PpsChange& change) {
+    if (present == attributes->end() || present->first != change.name) {
+      present = attributes->find(change.name);
     }
-    if (!change.deleted) {
-      object->attributes[change.name] = change.value;
-      object->size += change.name.size() + change.value.size();
+    if (present == attributes->end() && change.deleted) return true;
+    if (present == attributes->end()) {
+      present = attributes->emplace(change.name, "").first;
+      object->size += change.name.size();
     }
-    lines += FormatPpsChange(change);
-  }
-  if (lines.empty()) return true;  // only deletions of what was not there
-  object->text.clear();
-  for (PpsFile* const file : object->files) {
-    if (file == writer || !file->Follows()) continue;
-    if (file->options().delta) {
-      file->SendDelta(lines);
+    object->size -= present->second.size();
+    if (change.deleted) {
+      object->size -= present->first.size();
+      present = attributes->erase(present);
     } else {
-      file->SendText(TextOf(object));
+      object->size += change.value.size();
+      present->second.assign(change.value);
+      ++present;
     }
+    return false;
+  };
+  changes.erase(std::remove_if(changes.begin(), changes.end(), changes_nothing), changes.end());
+  if (changes.empty()) return true;
+  object->text.reset();
+  ObjectChange change(object, changes);
+  for (PpsFile* const file : object->files) {
+    if (file != writer && file->Follows()) file->SendChange(&change);
   }
   return true;
 }
 
 void PpsManager::Truncate(PpsObject* object, const PpsFile* writer) {
   if (object->attributes.empty()) return;
-  std::vector<PpsChange> changes;
-  for (const auto& attribute : object->attributes) {
-    changes.push_back(PpsChange{attribute.first, "", true});
-  }
-  Apply(object, changes, writer);
+  std::string text;
+  for (const auto& attribute : object->attributes) text += "-" + attribute.first + "\n";
+  PpsText deletions;
+  ParsePpsText(text, &deletions);
+  Apply(object, std::move(deletions.changes), writer);
 }
 
 void PpsManager::WriteToServer(PpsFile* client, const PpsText& text) {
-  client->object()->server->SendMessage("@" + client->Address() + "\n" + FormatLines(text.changes));
+  client->object()->server->SendMessage(FormatPpsMessage(client->Address(), text.changes));
 }
 
 void PpsManager::WriteToClients(PpsFile* server, const PpsText& text) {
   PpsObject* const object = server->object();
-  const std::string message = "@" + object->name + "\n" + FormatLines(text.changes);
+  const SharedText message = FormatPpsMessage(object->name, text.changes);
   const bool to_all = text.head == object->name;
   bool delivered = to_all && text.has_head;
   for (PpsFile* const client : object->files) {
@@ -381,7 +377,7 @@ void PpsManager::WriteToClients(PpsFile* server, const PpsText& text) {
   }
   if (!delivered) {
     Log(_SLOG_WARNING, "pps: the server of '%s' wrote to '@%s', which is no client of it",
-        object->name.c_str(), text.head.c_str());
+        object->name.c_str(), std::string(text.head).c_str());
   }
 }
 

@@ -23,7 +23,7 @@ struct PpsObject {
   std::string name;  // last component of the path
   PpsAttributes attributes;
   std::size_t size = 0;  // bytes of the attributes' names and values
-  std::string text;      // what a reader gets; empty: to be formed again
+  SharedText text;       // what a reader gets; null: to be formed again
   std::set<PpsFile*> files;
   PpsFile* server = nullptr;
 };
@@ -51,7 +51,7 @@ class PpsManager : public ResourceManager {
   // While set, opens are granted and no text is sent at open.
   void SetMute(bool mute) { mute_ = mute; }
 
-  // Hangs nobody up and undoes every fault above.
+  // Clears all faults; open files stay open.
   void ClearFaults();
 
  protected:
@@ -79,7 +79,7 @@ class PpsManager : public ResourceManager {
   std::string ListDirectory(const std::string& path) const;
 
   // False when the object would become too large; nothing is changed then.
-  bool Apply(PpsObject* object, const std::vector<PpsChange>& changes, const PpsFile* writer);
+  bool Apply(PpsObject* object, std::vector<PpsChange> changes, const PpsFile* writer);
   void Truncate(PpsObject* object, const PpsFile* writer);
   void WriteToServer(PpsFile* client, const PpsText& text);
   void WriteToClients(PpsFile* server, const PpsText& text);

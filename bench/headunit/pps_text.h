@@ -5,32 +5,36 @@
 #include <cstddef>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "outbox.h"
 
 namespace headunit {
 
 // One line of a write: an attribute is set, or deleted.
 struct PpsChange {
-  std::string name;
-  std::string value;  // "encoding:value"
+  std::string_view name;
+  std::string_view value;  // "encoding:value"
   bool deleted = false;
 };
 
 // Attributes of an object by name; the mapped text is "encoding:value".
-using PpsAttributes = std::map<std::string, std::string>;
+using PpsAttributes = std::map<std::string, std::string, std::less<>>;
 
+// Points into the text that it was parsed from.
 struct PpsText {
-  std::string head;  // the leading "@..." line without '@' and newline
+  std::string_view head;  // the leading "@..." line without '@' and newline
   bool has_head = false;
   std::vector<PpsChange> changes;
 };
 
 // Takes `text` apart: an optional first line "@...", then lines "name:encoding:value" or "-name",
 // the last newline optional. Returns 0, or the number of the first line that is none of these.
-std::size_t ParsePpsText(const std::string& text, PpsText* parsed);
+std::size_t ParsePpsText(std::string_view text, PpsText* parsed);
 
-// The line of a change, newline included.
-std::string FormatPpsChange(const PpsChange& change);
+// A line "@HEAD" and the lines of a write.
+SharedText FormatPpsMessage(const std::string& head, const std::vector<PpsChange>& changes);
 
 // "@name" and a line for each attribute.
 std::string FormatPpsObject(const std::string& name, const PpsAttributes& attributes);

@@ -12,7 +12,6 @@
 #include <climits>
 #include <cstring>
 #include <filesystem>
-#include <limits>
 #include <system_error>
 #include <utility>
 
@@ -26,7 +25,9 @@ const std::chrono::milliseconds kRequestTimeout{
     2000};                                         // for a client that connects and says nothing
 const std::chrono::milliseconds kAcceptPause{50};  // when the host has no descriptor left
 const int kAcceptsPerTurn = 64;
-const int kMessagesPerTurn = 64;          // of one open file, before the others have their turn
+// Of one open file, before the others have their turn.
+const int kMessagesPerTurn = 64;
+const std::size_t kBytesPerTurn = 64 * 1024;
 const int kMessagesPerBarrier = 1 << 17;  // of one open file: more than a socket's buffer holds
 const std::size_t kRequestHead = sizeof(qnx::ManagerRequest);
 const std::size_t kLargestRequest = kRequestHead + PATH_MAX;
@@ -300,7 +301,7 @@ void ResourceManager::OnFileEvent(OpenFile* file, std::uint32_t events) {
   if ((events & ~static_cast<std::uint32_t>(EPOLLOUT)) == 0) return;
   bool open = true;
   if (!in_barrier_) {
-    open = ReadFile(file, std::numeric_limits<std::size_t>::max(), kMessagesPerTurn);
+    open = ReadFile(file, kBytesPerTurn, kMessagesPerTurn);
   } else if (file->barrier_ == barrier_) {
     // The poller goes through what is ready in turn, so it is once around.
     barrier_complete_ = true;

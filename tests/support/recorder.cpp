@@ -34,6 +34,14 @@ std::string Describe(const qnx::ManagerRequest& request, const std::string& obje
   return text.str();
 }
 
+// True when the file is neither written nor closed within the time, which fails the test: nothing
+// else is served meanwhile.
+bool IsAbandoned(const FakeManager::Opening& opening) {
+  if (WaitReadable(opening.connection.fd(), kSoon)) return false;
+  ADD_FAILURE() << "not closed: " << Describe(opening.request, opening.rest);
+  return true;
+}
+
 }  // namespace
 
 Bytes Words(const std::vector<std::uint32_t>& values) {
@@ -112,7 +120,9 @@ void Recorder::Serve(FakeManager::Opening opening) {
       if (!object.text.empty()) opening.connection.Send(object.text);
       ::shutdown(opening.connection.fd(), SHUT_WR);
     }
-    while (const auto message = opening.connection.Receive()) {
+    while (!IsAbandoned(opening)) {
+      const auto message = opening.connection.Receive();
+      if (!message) break;
       event += " " + Shown(*message);
       const std::optional<Bytes> reply = answer ? answer(*message) : std::nullopt;
       if (reply && reply->empty()) break;

@@ -1,0 +1,150 @@
+// Opening a record, and what all of its users share.
+#include "records/database.h"
+
+#include <soci/postgresql/soci-postgresql.h>
+#include <soci/sqlite3/soci-sqlite3.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "session.h"
+#include "tools/program.h"
+
+namespace records {
+namespace {
+
+// Seconds that a writer waits for the others of an SQLite file.
+const char kBusySeconds[] = "20";
+
+std::string SqliteOptions(const std::string& path) {
+  return "dbname=\"" + path + "\" timeout=" + kBusySeconds;
+}
+
+// Why a path cannot be read as a record, or nothing.
+std::string CheckPath(const std::string& path, Database::Mode mode) {
+  struct stat status {};
+  if (path.find('"') != std::string::npos) return "a path must not have a '\"'";
+  if (::stat(path.c_str(), &status) != 0) {
+    if (mode == Database::Mode::kWrite && errno == ENOENT) return "";
+    return std::strerror(errno);
+  }
+  return S_ISREG(status.st_mode) ? "" : "it is not a file";
+}
+
+}  // namespace
+
+Database::Database() : inside_(std::make_unique<Inside>()) {}
+Database::~Database() = default;
+
+std::unique_ptr<Database> Database::Open(const std::string& address, Mode mode,
+                                         std::string* problem) {
+  std::unique_ptr<Database> database(new Database());
+  Inside& inside = *database->inside_;
+  inside.server = IsServer(address);
+  const std::string shown = "the record " + tools::Escape(WithoutPassword(address));
+  if (!inside.server) {
+    const std::string wrong = CheckPath(address, mode);
+    if (!wrong.empty()) {
+      *problem = shown + ": " + wrong;
+      return nullptr;
+    }
+  }
+  try {
+    if (inside.server) {
+      inside.sql.open(soci::postgresql, address);
+      inside.sql << "SET client_encoding TO 'UTF8'";
+      inside.sql << "SET client_min_messages TO warning";
+    } else {
+      inside.sql.open(soci::sqlite3, SqliteOptions(address));
+    }
+    if (mode == Mode::kWrite) CreateTables(inside);
+    // A look at the tables tells now what is wrong with them.
+    int version = 0;
+    inside.sql << "SELECT max(version) FROM record_version", soci::into(version);
+  } catch (const std::exception& error) {
+    *problem = shown + ": " + Reason(error);
+    return nullptr;
+  }
+  return database;
+}
+
+bool IsServer(const std::string& address) {
+  return address.rfind("postgresql://", 0) == 0 || address.rfind("postgres://", 0) == 0;
+}
+
+std::string WithoutPassword(const std::string& address) {
+  const std::size_t start = address.find("://");
+  const std::size_t at = address.find('@');
+  if (!IsServer(address) || at == std::string::npos) return address;
+  const std::size_t colon = address.find(':', start + 3);
+  if (colon > at) return address;
+  return address.substr(0, colon) + address.substr(at);
+}
+
+Writing::Writing(Database::Inside& inside) : inside_(inside) {
+  // An SQLite transaction that begins by reading cannot wait for another writer later.
+  inside_.sql << (inside_.server ? "BEGIN" : "BEGIN IMMEDIATE");
+}
+
+Writing::~Writing() {
+  if (!open_) return;
+  try {
+    inside_.sql << "ROLLBACK";
+  } catch (const std::exception&) {
+    // The connection is gone, and the transaction with it.
+  }
+}
+
+void Writing::Commit() {
+  inside_.sql << "COMMIT";
+  open_ = false;
+}
+
+std::string Condition(const Filter& filter) {
+  std::string text;
+  if (!filter.title.empty()) text += " AND run.title = :title";
+  if (!filter.station.empty()) text += " AND run.station = :station";
+  if (!filter.since.empty()) text += " AND run.started >= :since";
+  if (!filter.until.empty()) text += " AND run.started < :until";
+  if (!filter.device.empty()) text += " AND run.device = :device";
+  return text;
+}
+
+void Bind(const Filter& filter, soci::statement* statement) {
+  if (!filter.title.empty()) statement->exchange(soci::use(filter.title, "title"));
+  if (!filter.station.empty()) statement->exchange(soci::use(filter.station, "station"));
+  if (!filter.since.empty()) statement->exchange(soci::use(filter.since, "since"));
+  if (!filter.until.empty()) statement->exchange(soci::use(filter.until, "until"));
+  if (!filter.device.empty()) statement->exchange(soci::use(filter.device, "device"));
+}
+
+std::string Storable(const std::string& text) {
+  std::string storable;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t length = tools::Utf8Length(std::string_view(text).substr(at));
+    if (length == 0 || text[at] == '\0') {
+      char code[8];
+      std::snprintf(code, sizeof(code), "\\x%02X", static_cast<unsigned char>(text[at]));
+      storable += code;
+      ++at;
+    } else {
+      storable.append(text, at, length);
+      at += length;
+    }
+  }
+  return storable;
+}
+
+std::string Reason(const std::exception& error) {
+  std::string text = error.what();
+  // Behind the reason the library repeats the statement with its values.
+  text.erase(std::min(text.find(" while "), text.size()));
+  for (char& c : text) {
+    if (c == '\n') c = ' ';
+  }
+  text.erase(text.find_last_not_of(' ') + 1);
+  return tools::Escape(text);
+}
+
+}  // namespace records

@@ -1,0 +1,161 @@
+// Runs that wait for their record.
+#include "records/spool.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <sstream>
+#include <vector>
+
+#include "records/database.h"
+#include "tools/program.h"
+
+namespace records {
+namespace {
+
+// FNV-1a, 32 bits: tells the spools of several servers apart.
+std::string ShortHash(const std::string& text) {
+  std::uint32_t hash = 2166136261U;
+  for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
+  char digits[16];
+  std::snprintf(digits, sizeof(digits), "%08x", hash);
+  return digits;
+}
+
+std::string StateDirectory() {
+  const char* state = std::getenv("XDG_STATE_HOME");
+  if (state != nullptr && *state == '/') return std::string(state) + "/korvandis";
+  const char* home = std::getenv("HOME");
+  return std::string(home != nullptr && *home == '/' ? home : "/var/tmp") +
+         "/.local/state/korvandis";
+}
+
+// The spool, opened and locked against every other process.
+class Spool {
+ public:
+  explicit Spool(const std::string& path) : path_(path) {}
+
+  // Returns an empty text, or why not.
+  std::string OpenForAppending() {
+    std::error_code ignored;  // the open below tells
+    const std::filesystem::path parent = std::filesystem::path(path_).parent_path();
+    if (!parent.empty()) std::filesystem::create_directories(parent, ignored);
+    file_.Reset(::open(path_.c_str(), O_RDWR | O_CLOEXEC | O_APPEND | O_CREAT, 0600));
+    if (!file_.is_open()) return std::strerror(errno);
+    while (::flock(file_.get(), LOCK_EX) != 0) {
+      if (errno != EINTR) return std::strerror(errno);
+    }
+    return "";
+  }
+
+  // False when there is nothing to read, or another process is at it.
+  bool OpenForReading() {
+    file_.Reset(::open(path_.c_str(), O_RDWR | O_CLOEXEC));
+    return file_.is_open() && ::flock(file_.get(), LOCK_EX | LOCK_NB) == 0;
+  }
+
+  std::vector<std::string> Lines() const {
+    std::string text;
+    char chunk[65536];
+    off_t at = 0;
+    for (ssize_t count; (count = ::pread(file_.get(), chunk, sizeof(chunk), at)) > 0; at += count) {
+      text.append(chunk, static_cast<std::size_t>(count));
+    }
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+      if (!line.empty()) lines.push_back(line);
+    }
+    return lines;
+  }
+
+  // Adds a line. A line that a killed process left unfinished is ended first.
+  std::string Append(const std::string& line) const {
+    const std::string text = "\n" + line + "\n";
+    for (std::size_t done = 0; done < text.size();) {
+      const ssize_t count = ::write(file_.get(), text.data() + done, text.size() - done);
+      if (count < 0 && errno == EINTR) continue;
+      if (count <= 0) return std::strerror(errno);
+      done += static_cast<std::size_t>(count);
+    }
+    return ::fsync(file_.get()) == 0 ? "" : std::strerror(errno);
+  }
+
+  bool Clear() const { return ::ftruncate(file_.get(), 0) == 0; }
+
+ private:
+  std::string path_;
+  tools::Descriptor file_;
+};
+
+void AddSentence(const std::string& sentence, std::string* text) {
+  *text += (text->empty() ? "" : "; ") + sentence;
+}
+
+// Stores every run of the spool. The spool is emptied only when all of them are in the record, so
+// that a process that is killed meanwhile loses nothing; a run is never stored twice.
+void CatchUp(Database* database, const std::string& path, Stored* result) {
+  Spool spool(path);
+  if (!spool.OpenForReading()) return;
+  bool all = true;
+  for (const std::string& line : spool.Lines()) {
+    Run run;
+    std::string problem;
+    if (ParseRunJson(line, &run)) {
+      problem = database->Store(run, nullptr);
+      if (problem.empty()) ++result->caught_up;
+    } else {
+      // Half a line is kept for a person to look at.
+      Spool broken(path + ".broken");
+      problem = broken.OpenForAppending();
+      if (problem.empty()) problem = broken.Append(line);
+      AddSentence("a line of " + tools::Escape(path) + " is not a whole run and was moved to " +
+                      tools::Escape(path) + ".broken",
+                  &result->problem);
+    }
+    all = all && problem.empty();
+    if (!problem.empty()) {
+      AddSentence("a run of " + tools::Escape(path) + " is still not stored: " + problem,
+                  &result->problem);
+    }
+  }
+  if (all && !spool.Clear()) AddSentence(std::strerror(errno), &result->problem);
+}
+
+}  // namespace
+
+std::string SpoolPath(const std::string& address) {
+  if (!IsServer(address)) return address + ".spool";
+  return StateDirectory() + "/" + ShortHash(WithoutPassword(address)) + ".spool";
+}
+
+Stored StoreRun(const std::string& address, const Run& run) {
+  Stored result;
+  const std::string path = SpoolPath(address);
+  std::string problem;
+  const std::unique_ptr<Database> database =
+      Database::Open(address, Database::Mode::kWrite, &problem);
+  if (database != nullptr) {
+    CatchUp(database.get(), path, &result);
+    problem = database->Store(run, &result.number);
+    result.stored = problem.empty();
+    if (result.stored) return result;
+  }
+  Spool spool(path);
+  std::string reason = spool.OpenForAppending();
+  if (reason.empty()) reason = spool.Append(RunJson(run));
+  AddSentence(problem, &result.problem);
+  AddSentence(reason.empty() ? "the run is kept in " + tools::Escape(path) +
+                                   " and will be stored with the next one"
+                             : "the run is lost, " + tools::Escape(path) + ": " + reason,
+              &result.problem);
+  return result;
+}
+
+}  // namespace records

@@ -1,0 +1,247 @@
+// The record of a line, on both kinds of databases.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include "records/database.h"
+#include "records/spool.h"
+#include "support/fixture.h"
+#include "support/postgres.h"
+
+namespace records {
+namespace {
+
+using support::Contains;
+
+const Time kStart = std::chrono::system_clock::from_time_t(1763892000);  // 2025-11-23 10:00 UTC
+const double kNone = std::numeric_limits<double>::quiet_NaN();
+
+// A run with everything that a run may have, also texts that need care.
+Run WholeRun() {
+  Run run;
+  run.id = NewRunId();
+  run.device = "SN'1\";--";
+  run.title = "Ende \xC3\xA4";
+  run.station = "st1";
+  run.program = "1.0.0";
+  run.sequence = "/a b/x.seq";
+  run.sequence_crc = 0x0000BEEF;
+  run.values = {{"serial", "SN"}, {"empty", ""}};
+  run.start = kStart;
+  run.zone_minutes = -210;
+  run.seconds = 1.25;
+  run.outcome = Outcome::kFailed;
+  Step step;
+  step.name = "Read";
+  step.outcome = Outcome::kFailed;
+  step.command = "gps angle";
+  step.problem = "angle is '9\n', not 3";
+  step.expected = "from 1 to 3";
+  step.start = kStart + std::chrono::milliseconds(1);
+  step.seconds = 0.5;
+  step.attempts = 2;
+  step.request = {0x09, 0x00, 0xFF};
+  step.reply = {0x2A};
+  step.measurements = {{"angle", "deg", "9\n", 9, 1, kNone, "from 1 to 3", Outcome::kFailed},
+                       {"text", "", "\xFF z\0z", kNone, kNone, kNone, "", Outcome::kPassed}};
+  Step skipped;
+  skipped.name = "Skipped";
+  skipped.start = kStart;
+  Phase phase;
+  phase.name = "First";
+  phase.outcome = Outcome::kFailed;
+  phase.start = kStart;
+  phase.seconds = 0.75;
+  phase.steps = {step, skipped};
+  Phase empty;
+  empty.name = "Empty";
+  empty.start = kStart;
+  run.phases = {empty, phase};
+  run.packets = {{kStart + std::chrono::nanoseconds(123456789), true, {1, 2, 0}}};
+  run.log = {{kStart, 4000000000U, 6, 77, "line 1"}};
+  return run;
+}
+
+std::unique_ptr<Database> Open(const std::string& address) {
+  std::string problem;
+  auto database = Database::Open(address, Database::Mode::kWrite, &problem);
+  EXPECT_NE(database, nullptr) << problem;
+  return database;
+}
+
+std::size_t CountRuns(const std::string& address) {
+  std::vector<RunRow> rows;
+  EXPECT_EQ(Open(address)->List({}, 1000000, &rows), "");
+  return rows.size();
+}
+
+// Each test runs on an SQLite file and on a server.
+class Records : public ::testing::TestWithParam<bool> {
+ protected:
+  void SetUp() override {
+    if (!GetParam()) return;
+    server_ = std::make_unique<support::Postgres>();
+    if (!std::filesystem::exists("/usr/lib/postgresql")) GTEST_SKIP() << server_->problem();
+    ASSERT_EQ(server_->problem(), "");
+    ::setenv("XDG_STATE_HOME", (root_.path() + "/state").c_str(), 1);
+  }
+
+  std::string Address() const {
+    return server_ != nullptr ? server_->address() : root_.path() + "/a line.db";
+  }
+
+  // Takes the record away, and brings it back.
+  void Break() {
+    if (server_ != nullptr) return server_->Stop();
+    std::filesystem::rename(Address(), Address() + ".away");
+    std::filesystem::create_directory(Address());
+  }
+  void Repair() {
+    if (server_ != nullptr) return static_cast<void>(server_->Start());
+    std::filesystem::remove(Address());
+    std::filesystem::rename(Address() + ".away", Address());
+  }
+
+  support::TempRoot root_;
+  std::unique_ptr<support::Postgres> server_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Kinds, Records, ::testing::Bool(),
+                         [](const auto& kind) { return kind.param ? "PostgreSql" : "Sqlite"; });
+
+TEST_P(Records, AStoredRunComesBackWhole) {
+  const records::Run run = WholeRun();
+  const auto database = Open(Address());
+  long long number = 0;
+  ASSERT_EQ(database->Store(run, &number), "");
+  long long again = 0;
+  ASSERT_EQ(database->Store(run, &again), "") << "a second time changes nothing";
+  EXPECT_EQ(number, again);
+  records::Run loaded;
+  std::string problem;
+  ASSERT_TRUE(database->Load(std::to_string(number), &loaded, &problem)) << problem;
+  // Bytes that are no text are stored as their escapes; the JSON form holds all of a run.
+  records::Run expected = run;
+  expected.phases[1].steps[0].measurements[1].text = "\\xFF z";
+  EXPECT_EQ(RunJson(loaded), RunJson(expected));
+  EXPECT_FALSE(database->Load("no such run", &loaded, &problem));
+  EXPECT_EQ(problem, "");
+}
+
+TEST_P(Records, EightWritersLoseNothing) {
+  const int kWriters = 8;
+  const int kRuns = 12;
+  std::vector<pid_t> writers;
+  for (int writer = 0; writer < kWriters; ++writer) {
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+      int stored = 0;
+      for (int i = 0; i < kRuns; ++i) {
+        records::Run run = WholeRun();
+        // Every other writer brings its new names in the other order.
+        if (writer % 2 == 1) std::swap(run.phases[0], run.phases[1]);
+        for (Phase& phase : run.phases) phase.name += std::to_string(i);
+        if (StoreRun(Address(), run).stored) ++stored;
+      }
+      ::_exit(stored == kRuns ? 0 : 1);
+    }
+    writers.push_back(pid);
+  }
+  for (const pid_t pid : writers) {
+    int status = -1;
+    ::waitpid(pid, &status, 0);
+    EXPECT_EQ(status, 0);
+  }
+  EXPECT_EQ(CountRuns(Address()), static_cast<std::size_t>(kWriters * kRuns));
+}
+
+TEST_P(Records, ARunThatCannotBeStoredWaitsForTheNext) {
+  ASSERT_TRUE(StoreRun(Address(), WholeRun()).stored);
+  Break();
+  const records::Run kept = WholeRun();
+  for (int i = 0; i < 2; ++i) {  // twice the same, as after a crash between storing and clearing
+    const Stored failed = StoreRun(Address(), kept);
+    EXPECT_FALSE(failed.stored);
+    EXPECT_PRED2(Contains, failed.problem, "the run is kept in " + SpoolPath(Address()));
+  }
+  std::ofstream(SpoolPath(Address()), std::ios::app) << "{\"id\":\"cut";
+  Repair();
+  const Stored next = StoreRun(Address(), WholeRun());
+  EXPECT_TRUE(next.stored);
+  EXPECT_EQ(next.caught_up, 2U);
+  EXPECT_PRED2(Contains, next.problem, "is not a whole run");
+  EXPECT_PRED2(Contains, support::ReadFile(SpoolPath(Address()) + ".broken"), "{\"id\":\"cut");
+  EXPECT_EQ(CountRuns(Address()), 3U);
+  EXPECT_EQ(StoreRun(Address(), WholeRun()).problem, "") << "the spool is empty";
+}
+
+TEST_P(Records, AnIdentityBelongsToOneDevice) {
+  const auto database = Open(Address());
+  EXPECT_EQ(database->Claim("mac", "00:1a:7D:00:00:01", "A", false), "");
+  EXPECT_EQ(database->Claim("mac", "001A7D000001", "A", false), "") << "the same device again";
+  EXPECT_EQ(database->Claim("uuid", "001A7D000001", "B", false), "") << "another kind";
+  EXPECT_PRED2(Contains, database->Claim("mac", "00:1A:7d:00:00:01", "B", false),
+               "belongs to device 'A' since 20");
+  EXPECT_EQ(database->Claim("mac", "00:1A:7d:00:00:01", "B", true), "");
+  EXPECT_EQ(database->Claim("serial", "a", "A", false), "");
+  EXPECT_EQ(database->Claim("serial", "A", "B", false), "") << "serial numbers are texts";
+
+  // Of devices that ask at the same time, one gets it.
+  std::vector<pid_t> askers;
+  for (int i = 0; i < 8; ++i) {
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+      const bool got = Open(Address())->Claim("uuid", "F", std::to_string(i), false).empty();
+      ::_exit(got ? 1 : 0);
+    }
+    askers.push_back(pid);
+  }
+  int got = 0;
+  for (const pid_t pid : askers) {
+    int status = -1;
+    ::waitpid(pid, &status, 0);
+    got += WEXITSTATUS(status);
+  }
+  EXPECT_EQ(got, 1);
+}
+
+TEST(RecordFile, AWrongFileIsTold) {
+  const support::TempRoot root;
+  std::ofstream(root.path() + "/text") << std::string(5000, 'x');
+  for (const auto& [path, reason] :
+       {std::pair{"/text", "not a database"}, std::pair{"/none/line.db", "unable to open"},
+        std::pair{"/", "not a file"}}) {
+    std::string problem;
+    EXPECT_EQ(Database::Open(root.path() + path, Database::Mode::kWrite, &problem), nullptr);
+    EXPECT_PRED2(Contains, problem, reason);
+  }
+  std::string problem;
+  EXPECT_EQ(Database::Open(root.path() + "/missing", Database::Mode::kRead, &problem), nullptr);
+  EXPECT_FALSE(std::filesystem::exists(root.path() + "/missing")) << "looking creates nothing";
+}
+
+TEST(RecordTimes, AreReadAsAPersonWritesThem) {
+  ::setenv("TZ", "UTC-2", 1);
+  std::string utc;
+  for (const auto& [text, expected] :
+       {std::pair{"2026-11-23", "2026-11-22T22:00:00.000Z"},
+        std::pair{"2026-11-23 12:30", "2026-11-23T10:30:00.000Z"},
+        std::pair{"2026-11-23T12:30:05Z", "2026-11-23T12:30:05.000Z"},
+        std::pair{"2026-11-23T12:30:05-01:30", "2026-11-23T14:00:05.000Z"}}) {
+    EXPECT_TRUE(ParseMoment(text, &utc)) << text;
+    EXPECT_EQ(utc, expected);
+  }
+  for (const char* text : {"", "23.11.2026", "2026-02-30", "2026-11-23x", "2026-11-23 25:00",
+                           "2026-11-23 12:00:00+"}) {
+    EXPECT_FALSE(ParseMoment(text, &utc)) << text;
+  }
+  EXPECT_EQ(ZoneText("2026-11-22T23:59:00.000Z", 90), "2026-11-23 01:29:00 +01:30");
+}
+
+}  // namespace
+}  // namespace records
