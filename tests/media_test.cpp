@@ -1,5 +1,4 @@
 // The media command on every kind of source, and the players behind it.
-#include "ATMedia.h"
 #include "support/recorder.h"
 
 namespace support {
@@ -229,36 +228,6 @@ TEST_F(MediaCommand, AnswersTheDiscsStateAndSetsItsRegion) {
   }
   expect(7, {}, "");
   expect(255, {}, "");
-}
-
-TEST(Players, TellWhetherTheyWrote) {
-  TempRoot root;
-  MediaDISC disc;
-  MediaUsbSD usb_sd;
-  CommMedia common;
-  for (const int written : {0, 1}) {
-    EXPECT_EQ(disc.Play(), written);
-    EXPECT_EQ(disc.JumpTo(3, 10), written);
-    EXPECT_EQ(disc.CtrlPreNext(1), written);
-    EXPECT_EQ(disc.CtrlPreNext(2), 0);
-    EXPECT_EQ(usb_sd.CtrlPlay(2), written);
-    EXPECT_EQ(usb_sd.CtrlPlay(3), 0);
-    EXPECT_EQ(usb_sd.JumpTo(0, 0), written);
-    EXPECT_EQ(common.Play() + common.Stop() + common.CtrlPreNext(0) + common.JumpTo(1, 1), 0);
-    int track = -7;
-    int folder = -8;
-    EXPECT_EQ(disc.GetSongNo(track, folder), written == 1);
-    EXPECT_EQ(track, written == 1 ? 5 : -7);
-    EXPECT_EQ(folder, -8);
-    // The second time the objects are there, as plain files.
-    root.AddFile("/pps/zelmar/disc/playing", "trackinfo:json:{\"curmediaid\":5}");
-    for (const std::string& object : {kControl, kKey, kJump}) {
-      root.AddFile("/pps" + object, std::string(4096, 'x'));
-    }
-  }
-  // One line replaces the object, cut at 255 characters.
-  EXPECT_TRUE(disc.WritePPS("/pps/zelmar/system/key", "n", std::string(300, 'v').c_str()));
-  EXPECT_EQ(ReadFile(root.path() + "/pps" + kKey), "n:" + std::string(253, 'v'));
 }
 
 }  // namespace

@@ -1,9 +1,7 @@
-// The source table, the current source, and the switching command.
+// The current source, and the switching command.
 #include <regex>
 #include <set>
-#include <sstream>
 
-#include "ATSrc.h"
 #include "support/recorder.h"
 
 namespace support {
@@ -11,31 +9,6 @@ namespace {
 
 const std::uint8_t kSource = 0;
 const std::string kNowPlaying = "/zelmar/navigator/nowplaying";
-
-TEST(SourceTable, TranslatesExactly) {
-  std::istringstream names(
-      "none disc sd usb rusb radio hdradio dab sxm tv aux1 aux2 bttel btaudio ipod camera navi "
-      "pandora iheadradio tpms cdc dar linker tsp ptt asr mpu svc");
-  NXQ::ZMCAR::SourcesNameIdMap map;
-  map.Init();  // again: the same contents
-  unsigned char id = 99;
-  int count = 0;
-  for (std::string name; names >> name; ++count) {
-    EXPECT_TRUE(map.GetIDByName(name, id)) << name;
-    EXPECT_EQ(id, count) << name;
-  }
-  EXPECT_EQ(count, 28);
-  id = 99;
-  for (const std::string& name :
-       Lines{"", "Disc", "disc ", " disc", "dis", "zmdisc", "discs", std::string("usb\0", 4)}) {
-    EXPECT_FALSE(map.GetIDByName(name, id)) << name;
-  }
-  EXPECT_EQ(id, 99);
-
-  Src src;
-  EXPECT_EQ(src.m_srcID, 0);
-  EXPECT_EQ(std::string(src.m_srcName, sizeof(src.m_srcName)), std::string(250, '\0'));
-}
 
 class Sources : public RecordedService {
  protected:
