@@ -82,8 +82,8 @@ class Hostile : public RecordedService {
                           kSd};
 };
 
-// The service lives, keeps no descriptor, sends nothing but replies, and does nothing that is not in
-// the table of commands.
+// The service lives, keeps no descriptor, sends nothing but replies, and does nothing that is not
+// in the table of commands.
 TEST_F(Hostile, AnySubCommandWithAnyParameters) {
   std::set<std::pair<int, int>> known;
   for (std::size_t i = 0; i < wire::kCommandCount; ++i) {
