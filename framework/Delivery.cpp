@@ -1,9 +1,11 @@
 #include "Delivery.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <iterator>
 
 #include "Wakeup.h"
+#include "platform/io.h"
 
 namespace NXQ {
 namespace ZMCAR {
@@ -164,14 +166,17 @@ void Delivery::Attend(std::unique_lock<std::mutex>& lock, const Watch& watch) {
 bool Delivery::DeliverOne(const Watch& watch) {
   const int fd = watch.descriptor->Get();
   for (int empty = 0; empty < kEmptyReadsAtEnd; ++empty) {
-    const ssize_t count = ::read(fd, m_buffer.data(), static_cast<std::size_t>(kMaxFileRead));
+    const ssize_t count =
+        platform::read(fd, m_buffer.data(), static_cast<std::size_t>(kMaxFileRead));
     if (count < 0) {
       // A reset is reported once, before what the other side wrote last.
-      return errno == EAGAIN || errno == EINTR || errno == ECONNRESET;
+      return errno == EAGAIN || errno == ECONNRESET;
     }
-    m_buffer[static_cast<std::size_t>(count)] = '\0';
-    if (count > 0) {
-      watch.file->OnDataChange(m_buffer.data(), static_cast<int>(count));
+    // The count can be that of the whole message.
+    const int size = static_cast<int>(std::min(count, static_cast<ssize_t>(kMaxFileRead)));
+    m_buffer[static_cast<std::size_t>(size)] = '\0';
+    if (size > 0) {
+      watch.file->OnDataChange(m_buffer.data(), size);
       return true;
     }
     // Behind a hang-up an empty message cannot be told from the end; what lies behind it can.

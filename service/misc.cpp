@@ -43,9 +43,9 @@ int OpenOrReport(const char* path, int oflag, int mode) {
 bool ReadText(const char* path, char* buffer, std::size_t size) {
   const platform::Descriptor object(OpenOrReport(path, O_RDONLY, 0));
   if (!object.IsOpen()) return false;
-  const ssize_t count = ::read(object.Get(), buffer, size - 1);
-  std::size_t const used = count > 0 ? static_cast<std::size_t>(count) : 0;
-  std::memset(buffer + used, 0, size - used);
+  // Cleared first: the count of a read tells too much, or nothing, when the text does not fit.
+  std::memset(buffer, 0, size);
+  if (platform::read(object.Get(), buffer, size - 1) < 0) buffer[0] = '\0';
   return true;
 }
 

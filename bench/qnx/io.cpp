@@ -1,5 +1,6 @@
 #include "platform/io.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -73,6 +74,20 @@ long NowMs() {
   timespec now;
   ::clock_gettime(CLOCK_MONOTONIC, &now);
   return now.tv_sec * 1000 + now.tv_nsec / 1000000;
+}
+
+// After an interruption: waits until `fd` is ready for `event` or `deadline` of NowMs is over,
+// which is false with EAGAIN.
+bool WaitAgain(int fd, short event, long deadline) {
+  pollfd wait = {fd, event, 0};
+  int ready;
+  do {
+    const long left = deadline - NowMs();
+    ready = ::poll(&wait, 1, left > 0 ? static_cast<int>(left) : 0);
+  } while (ready < 0 && errno == EINTR);
+  if (ready > 0) return true;
+  errno = EAGAIN;
+  return false;
 }
 
 // The manager's answer, an error number, until `deadline` of NowMs; EIO when it gives none.
@@ -150,8 +165,22 @@ int unlink(const char* path) {
   return ::unlink(target.path);
 }
 
+ssize_t read(int fd, void* data, std::size_t size) {
+  const long deadline = NowMs() + kManagerTimeoutMs;
+  ssize_t received = ::recv(fd, data, size, MSG_TRUNC);
+  while (received < 0 && errno == EINTR && WaitAgain(fd, POLLIN, deadline)) {
+    received = ::recv(fd, data, size, MSG_TRUNC | MSG_DONTWAIT);
+  }
+  if (received < 0 && errno == ENOTSOCK) return ::read(fd, data, size);
+  return received;
+}
+
 ssize_t write(int fd, const void* data, std::size_t size) {
-  const ssize_t sent = ::send(fd, data, size, MSG_NOSIGNAL);
+  const long deadline = NowMs() + kManagerTimeoutMs;
+  ssize_t sent = ::send(fd, data, size, MSG_NOSIGNAL);
+  while (sent < 0 && errno == EINTR && WaitAgain(fd, POLLOUT, deadline)) {
+    sent = ::send(fd, data, size, MSG_NOSIGNAL | MSG_DONTWAIT);
+  }
   if (sent < 0 && errno == ENOTSOCK) return ::write(fd, data, size);
   return sent;
 }
