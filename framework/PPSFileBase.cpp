@@ -19,7 +19,7 @@ void PPSFileBase::OnDataChange(unsigned char* data, int size) {
   char* text = reinterpret_cast<char*>(data);
   pps_attrib_t attribute = pps_attrib_t();
   pps_status_t status;
-  while ((status = ppsparse(&text, &attribute)) != PPS_END) {
+  while ((status = ppsparse(&text, nullptr, nullptr, &attribute, 0)) != PPS_END) {
     if (status == PPS_ATTRIBUTE) {
       m_owner->OnAttributeChange(GetKey(), &attribute);
     } else if (status != PPS_OBJECT && status != PPS_ERROR) {

@@ -97,7 +97,9 @@ std::string Store() {
 }
 
 void Update(GpsController* controller, std::string name, std::string value, int key = 0) {
-  pps_attrib_t attribute = {nullptr, &name[0], nullptr, &value[0]};
+  pps_attrib_t attribute = {};
+  attribute.attr_name = &name[0];
+  attribute.value = &value[0];
   controller->OnAttributeChange(key, &attribute);
 }
 
@@ -271,7 +273,7 @@ TEST_F(Geolocation, AnswersFromTheStore) {
       // The top byte is not sent; what does not fit 32 bits is clamped.
       {R"("satellites":[{"id":1,"cno":33554433},{"id":2,"cno":1e300},{"id":3,"cno":2147483648}])",
        0, "03 01 00 00 01 02 ff ff ff 03 ff ff ff"},
-      {R"("satellites":[{"id":1,"cno":-1e300},{"id":2,"cno":1e999},{"id":3,"cno":"43"}])", 0,
+      {R"("satellites":[{"id":1,"cno":-1e300},{"id":2,"cno":false},{"id":3,"cno":"43"}])", 0,
        "03 01 00 00 00 02 00 00 00 03 00 00 00"},
       {Satellites(19, 40), 0, Hex(List(19, 40))},
       {Satellites(20, 40), 0, Hex(List(19, 40))},

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <filesystem>
 #include <limits>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -42,12 +41,6 @@ std::string Repeated(std::size_t count, const std::string& part) {
   text.reserve(count * part.size());
   while (count-- > 0) text += part;
   return text;
-}
-
-std::string RandomBytes(std::mt19937* random, std::size_t count) {
-  std::string bytes(count, '\0');
-  for (char& byte : bytes) byte = static_cast<char>((*random)());
-  return bytes;
 }
 
 // The results of calls made one after the other, a blank between them.
@@ -133,52 +126,66 @@ std::string Read(bool json, const std::string& text) {
   return (d.parsed() == PPS_DECODER_OK ? "" : ErrorName(d.parsed()) + " ") + Shown(d);
 }
 
-// The parsed lines, one a row: status, object, name, encoding, value; a dash for null.
+// The parsed lines, one a row: status, object, name, encoding, value, indexes, options; a dash for
+// null.
 std::string Lines(const std::string& text) {
+  static const char* const kObjects[] = {"one", "@two", nullptr};
+  static const char* const kAttributes[] = {"a", "b", nullptr};
+  static const char* const kStatus[] = {"error",   "end",       "object",    "created",
+                                        "deleted", "truncated", "attribute", "gone"};
   DecodedText copy(text);
   char* p = copy.get();
   pps_attrib_t record = {};
   std::string rows;
   for (;;) {
-    const pps_status_t status = ppsparse(&p, &record);
-    rows += std::to_string(status);
+    const char* const line = p;
+    const pps_status_t status = ppsparse(&p, kObjects, kAttributes, &record, 0);
+    EXPECT_EQ(record.line, line);
+    EXPECT_EQ(record.options, record.option_mask);
+    if (status == PPS_END) break;
+    rows += kStatus[status + 1];
     for (const char* field : {record.obj_name, record.attr_name, record.encoding, record.value}) {
       rows += field == nullptr ? " -" : " [" + std::string(field) + "]";
     }
-    if (status == PPS_END) break;
+    for (const int number : {record.obj_index, record.attr_index, record.options}) {
+      rows += " " + std::to_string(number);
+    }
     rows += "\n";
   }
   EXPECT_EQ(*p, '\0');
-  EXPECT_EQ(ppsparse(&p, &record), PPS_END) << "the end is not left again";
+  EXPECT_EQ(ppsparse(&p, nullptr, nullptr, &record, 0), PPS_END) << "the end is not left again";
   return rows;
 }
 
 // --- line parser ---------------------------------------------------------------------------------
 
 TEST(PpsParse, EveryKindOfLine) {
-  EXPECT_EQ(Lines("@obj\nname::plain text\nn:n:12\n-gone\nj:json:{\"a\":\"b:c\"}\n"),
-            "2 [@obj] - - -\n"
-            "6 [@obj] [name] [] [plain text]\n"
-            "6 [@obj] [n] [n] [12]\n"
-            "7 [@obj] [gone] - -\n"
-            "6 [@obj] [j] [json] [{\"a\":\"b:c\"}]\n"
-            "0 [@obj] - - -");
-  EXPECT_EQ(Lines("+@a.1\n-@a.1\n*@b\n@c:d\n"),
-            "3 [@a.1] - - -\n4 [@a.1] - - -\n5 [@b] - - -\n2 [@c:d] - - -\n0 [@c:d] - - -");
+  EXPECT_EQ(Lines("n:n:12\n@one\na::plain text\n-b\nj:json:{\"a\":\"b:c\"}\n"),
+            "attribute - [n] [n] [12] -1 -1 0\n"
+            "object [@one] - - - 0 -1 0\n"
+            "attribute [@one] [a] [] [plain text] 0 0 0\n"
+            "gone [@one] [b] - - 0 1 0\n"
+            "attribute [@one] [j] [json] [{\"a\":\"b:c\"}] 0 -1 0\n");
+  EXPECT_EQ(Lines("+@a.1\n-@a.1\n*@b\n@c:d\n|@two\n"),
+            "created [@a.1] - - - -1 -1 0\ndeleted [@a.1] - - - -1 -1 0\n"
+            "truncated [@b] - - - -1 -1 0\nobject [@c:d] - - - -1 -1 0\n"
+            "truncated [@two] - - - 1 -1 0\n");
+  EXPECT_EQ(Lines("[n]@one\n[n]a:n:1\n[x]c::\n[n]-b\n"),
+            "object [@one] - - - 0 -1 1\nattribute [@one] [a] [n] [1] 0 0 1\n"
+            "attribute [@one] [c] [] [] 0 -1 0\ngone [@one] [b] - - 0 1 1\n");
   // The last line needs no newline, and a carriage return is ordinary.
-  EXPECT_EQ(Lines(""), "0 - - - -");
-  EXPECT_EQ(Lines("a::"), "6 - [a] [] []\n0 - - - -");
-  EXPECT_EQ(Lines("@o"), "2 [@o] - - -\n0 [@o] - - -");
-  EXPECT_EQ(Lines("a::x\\ny\r\n"), "6 - [a] [] [x\\ny\r]\n0 - - - -");
-  EXPECT_EQ(Lines("a:strange:v"), "6 - [a] [strange] [v]\n0 - - - -");
-  EXPECT_EQ(Lines("\xff\x80:\x01:\xfe"), "6 - [\xff\x80] [\x01] [\xfe]\n0 - - - -");
+  EXPECT_EQ(Lines(""), "");
+  EXPECT_EQ(Lines("a:strange:x\\ny\r\n\xff\x80:\x01:\xfe"),
+            "attribute - [a] [strange] [x\\ny\r] -1 0 0\n"
+            "attribute - [\xff\x80] [\x01] [\xfe] -1 -1 0\n");
 }
 
 TEST(PpsParse, OtherLinesAreErrorsAndAreSkipped) {
   for (const std::string& bad :
-       Split("|word|a:n|:n:1|::|@|-|-@|+@|*@|+|*|+a:n:1|*a:n:1|-a:n:1| ")) {
+       Split("|word|a:n|:n:1|::|@|-|-@|+@|*@|+|*|+a:n:1|*a:n:1|-a:n:1| |[n|[]|[a:n:1|[]:n:1")) {
     EXPECT_EQ(Lines("@o\n" + bad + "\nb:n:2\n"),
-              "2 [@o] - - -\n1 [@o] - - -\n6 [@o] [b] [n] [2]\n0 [@o] - - -")
+              "object [@o] - - - -1 -1 0\nerror [@o] - - - -1 -1 0\n"
+              "attribute [@o] [b] [n] [2] -1 1 0\n")
         << bad;
   }
 }
@@ -234,21 +241,21 @@ TEST(PpsDecoder, BrokenLinesAreReportedAndTheRestIsRead) {
   }
 }
 
+TEST(PpsDecoder, LostChangesAndOptions) {
+  EXPECT_EQ(Read(kPps, "|@o\n@o\na:n:1\n"), "@o={a=1}");
+  EXPECT_EQ(Read(kPps, "|@o\na:n:1\n"), "@o={a=1}");
+  EXPECT_EQ(Read(kPps, "[n]@o\n[n]a:n:1\n"), "@o={a=1}");
+}
+
 TEST(PpsDecoder, FirstOfANameIsFound) {
   Entered d(kPps, "@o\na:n:1\nb:n:2\na:n:3\nj:json:{\"x\":1,\"y\":2,\"x\":3}\n");
   EXPECT_EQ(d.Ints("b a b a"), "2 1 2 1");
   EXPECT_EQ(pps_decoder_length(d), 4);
   d.Enter("j");
-  EXPECT_EQ(d.Ints("y x x y"), "2 1 1 2");
-  // Names that begin alike, and one that is the beginning of another.
-  Entered alike(kPps, "version_long:n:1\nversion:n:2\nversio:n:3\nversion_lonG:n:4\n");
-  EXPECT_EQ(alike.Ints("version versio version_long version_lonG"), "2 3 1 4");
-  for (const char* none : {"versi", "version_", "version_long_", "VERSION", ""}) {
-    EXPECT_EQ(alike.Int(none), "NOT_FOUND") << none;
-  }
+  EXPECT_EQ(d.Ints("y x x y xx"), "2 1 1 2 NOT_FOUND");
 }
 
-TEST(PpsDecoder, JsonAttributesAreCheckedWhenEnteredAndOnlyThen) {
+TEST(PpsDecoder, JsonAttributes) {
   Decoder d(kPps,
             "@o\nbad:json:{\"a\":\nmpu:json:{\"version\":\"V\\u0031\",\"model\":\"M\"}\n"
             "n:json:7\n");
@@ -268,7 +275,7 @@ TEST(PpsDecoder, JsonAttributesAreCheckedWhenEnteredAndOnlyThen) {
   }
   EXPECT_EQ(pps_decoder_length(d), 3);
   EXPECT_EQ(d.Int(nullptr), "7");
-  EXPECT_EQ(d.Type(nullptr), "NONE") << "the tape behind belongs to no level";
+  EXPECT_EQ(d.Type(nullptr), "NONE");
 }
 
 TEST(PpsDecoder, CEscapes) {
@@ -288,27 +295,13 @@ TEST(PpsDecoder, CEscapes) {
 
 // --- decoder: JSON text --------------------------------------------------------------------------
 
-TEST(JsonDecoder, WellFormedTexts) {
-  for (const std::string& text :
-       Split("{}|[]| \t\r\n[ ] \n|0|-0|\"\"|null|true|false|[[],{},[[]]]|{\"\":{}}|1e5|1E-5|1.0e+5|"
-             "{ \"a\" : [ 1 , 2 ] , \"b\" : null }|\"\\\"\\\\\\/\\b\\f\\n\\r\\t\\u00e4\"|"
-             "\"\x7f\xff\x80\"|[\"\\ud800\",\"\\udc00x\"]")) {
-    EXPECT_EQ(Read(kJson, text).find("PARSE_ERROR"), std::string::npos) << text;
-  }
-}
-
 TEST(JsonDecoder, MalformedTextsLeaveNothingToRead) {
-  std::vector<std::string> texts = Split(
-      R"(| |{|}|[|]|[1|[1,|[1,]|[,1]|[1 2]|[1}|{"a":1]|{1:2}|{"a"}|{"a":}|{"a":1,}|{,}|{"a" 1}|)"
-      R"({"a":1 "b":2}|{a:1}|{'a':1}|nul|nulll|True|tru|truex|falsy|01|-|-a|+1|1.|.1|1.e1|1e|1e+|)"
-      R"(0x1|1 1|{} {}|[] x|NaN|Infinity|"|"abc|"\|"\"|"\x41"|"\u12"|"\u12g4"|"\u"|"\a"|)"
-      R"("\ud800\u12"|/**/1|"a" "b"|{"a":1}}|[[1]|[-]|[1-2]|-01|[00]|)"
-      R"("a long text behind which a bad escape stands \z"|)"
-      "\"a\nb\"|\"a\tb\"|\"\x01\"|\xef\xbb\xbf{}|[1]\v");
-  for (const std::size_t size : {1U, 150U, 200U, 400U, 5000U}) {
-    texts.push_back("[" + Repeated(size, "1,") + "x]");
-  }
-  for (const std::string& text : texts) {
+  // The last two lines: lone surrogates, and a number that no double holds.
+  for (const std::string& text :
+       Split(R"(| |{|[1,]|{"a":1,}|{"a":1]|nulll|01|+1|1.|NaN|{} {}|"|"\x41"|"\u12g4"|/**/1|)"
+             "\"a\nb\"|\xef\xbb\xbf{}|[1]\v|"
+             R"("\ud800"|"\ud83d\u0041"|)"
+             "1e309|[-1e400]")) {
     SCOPED_TRACE(text);
     EXPECT_EQ(Read(kJson, text), "PARSE_ERROR ");
     Decoder d(kJson, text);
@@ -318,24 +311,19 @@ TEST(JsonDecoder, MalformedTextsLeaveNothingToRead) {
   }
 }
 
-TEST(JsonDecoder, Integers) {
+TEST(JsonDecoder, Numbers) {
   // The text, as int, int64 and double.
   const char kRows[] = R"(0 0 0 0
--0 0 0 -0
 2147483647 2147483647 2147483647 2147483647
--2147483648 -2147483648 -2147483648 -2147483648
-2147483648 BAD_TYPE 2147483648 2147483648
 -2147483649 BAD_TYPE -2147483649 -2147483649
-4294967297 BAD_TYPE 4294967297 4294967297
 9223372036854775807 BAD_TYPE 9223372036854775807 9.2233720368547758e+18
 9223372036854775808 BAD_TYPE BAD_TYPE 9.2233720368547758e+18
 -9223372036854775808 BAD_TYPE -9223372036854775808 -9.2233720368547758e+18
--9223372036854775809 BAD_TYPE BAD_TYPE -9.2233720368547758e+18
-18446744073709551617 BAD_TYPE BAD_TYPE 1.8446744073709552e+19
 100000000000000000000000 BAD_TYPE BAD_TYPE 9.9999999999999992e+22
 1.0 BAD_TYPE BAD_TYPE 1
 1e2 BAD_TYPE BAD_TYPE 100
-1E0 BAD_TYPE BAD_TYPE 1)";
+1.7976931348623157e308 BAD_TYPE BAD_TYPE 1.7976931348623157e+308
+1e-400 BAD_TYPE BAD_TYPE 0)";
   for (const std::string& row : Split(kRows, '\n')) {
     const std::string text = Split(row, ' ')[0];
     Entered d(kJson, "{\"v\":" + text + "}");
@@ -344,72 +332,15 @@ TEST(JsonDecoder, Integers) {
   }
 }
 
-TEST(JsonDecoder, DoublesAreTheNearestOnes) {
-  // Z stands for 400 zeros.
-  const auto numbers = [](const std::string& words) {
-    std::string text;
-    for (const char c : words) text += c == 'Z' ? std::string(400, '0') : std::string(1, c);
-    return Split(text, ' ');
-  };
-  for (const std::string& text : numbers(
-           "0.1 -0.0 39.908722 116.397499 3.141592653589793 9007199254740993 9007199254740992.5 "
-           "1.7976931348623157e308 2.2250738585072014e-308 5e-324 0.30000000000000004 -0.1e1 "
-           "123456789012345678901234567890 0.000001 1e22 1e23 1e-22 1e-23 8.5e22 1Ze-400 "
-           "7.2057594037927933e16 0.Z1e401 0.Z12345678901234567890123e401 "
-           "1.00000000000000000000000000000000000000001 0e999999999999999999999")) {
-    EXPECT_EQ(Decoder(kJson, text).Double(nullptr),
-              fuzz::ShownNumber(std::strtod(text.c_str(), nullptr)))
-        << text;
-  }
-  for (const std::string& large :
-       numbers("1e309 -1e400 1Z 1Z.5 0.Z1e1000 1e99999999999999999999")) {
-    EXPECT_EQ(Decoder(kJson, large).Double(nullptr), "BAD_TYPE") << large;
-    EXPECT_EQ(Decoder(kJson, large).Int64(nullptr), "BAD_TYPE") << large;
-  }
-  for (const std::string& small :
-       numbers("1e-400 1e-99999999999999999999 0.Z1 0.Z1234567890123456789012345 1Ze-900")) {
-    EXPECT_EQ(Decoder(kJson, small).Double(nullptr), "0") << small;
-  }
-  std::mt19937_64 random(7);
-  for (int i = 0; i < 20000; ++i) {
-    const std::uint64_t bits = random();
-    double value;
-    std::memcpy(&value, &bits, sizeof(value));
-    if (!std::isfinite(value)) continue;
-    char text[40];
-    std::snprintf(text, sizeof(text), i % 2 == 0 ? "%.17g" : "%.25e", value);
-    ASSERT_EQ(Decoder(kJson, text).Double(nullptr), fuzz::ShownNumber(value)) << text;
-  }
-}
-
 TEST(JsonDecoder, StringsAndNamesAreUnescapedInPlace) {
-  Entered d(kJson,
-            R"({"a\u0062c":"\"\\\/\b\f\n\r\t","u":"\u0041\u00e4\u20ac\ud83d\ude00",)"
-            R"("lone":"x\ud83dy\ude00\ud83d\u0041","nul":"a\u0000b","last":")"
-            "\xe2\x82\xac\","
-            R"("a rather long name\twith a tab":"before the escape \n and a long way behind it"})");
+  Entered d(kJson, R"({"a\u0062c":"\"\\\/\b\f\n\r\t","u":"\u00e4\u20ac\ud83d\ude00",)"
+                   R"("nul":"a\u0000b","bytes":")"
+                   "\xe2\x82\xac\xff\"}");
   for (int round = 0; round < 2; ++round) {
     EXPECT_EQ(d.String("abc"), "\"\\/\b\f\n\r\t");
-    EXPECT_EQ(d.String("u"), "A\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80");
-    EXPECT_EQ(d.String("lone"), "x\xef\xbf\xbdy\xef\xbf\xbd\xef\xbf\xbd\x41");
+    EXPECT_EQ(d.String("u"), "\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80");
     EXPECT_EQ(d.String("nul"), "a");
-    EXPECT_EQ(d.String("last"), "\xe2\x82\xac");
-    EXPECT_EQ(d.String("a rather long name\twith a tab"),
-              "before the escape \n and a long way behind it");
-  }
-  EXPECT_EQ(d.String("a\\u0062c"), "NOT_FOUND");
-}
-
-TEST(JsonDecoder, StringsOfEveryLengthAroundTheWord) {
-  for (std::size_t length = 0; length < 40; ++length) {
-    ASSERT_EQ(Read(kJson, Quoted(std::string(length, 'x'))), Quoted(std::string(length, 'x')));
-    for (std::size_t special = 0; special < length; ++special) {
-      std::string bare(length, 'x');
-      bare[special] = '\n';
-      const std::string escaped = std::string(bare).replace(special, 1, "\\n");
-      ASSERT_EQ(Read(kJson, Quoted(escaped)), Quoted(bare));
-      ASSERT_EQ(Read(kJson, Quoted(bare)), "PARSE_ERROR ") << length << " " << special;
-    }
+    EXPECT_EQ(d.String("bytes"), "\xe2\x82\xac\xff");
   }
 }
 
@@ -500,220 +431,47 @@ TEST(Decoder, MisuseAndReuse) {
   pps_decoder_cleanup(&d);
 }
 
-TEST(Decoder, NamesOfEveryLength) {
-  for (std::size_t length = 0; length < 300; length += length < 24 ? 1 : 23) {
-    const std::string name(length, 'n'), other = length == 0 ? "" : name.substr(1) + "m";
-    const std::string json = "{\"" + name + "\":1,\"" + name + "n\":2,\"" + other + "o\":3}";
-    for (const std::string& text : {json, "[" + json + "," + json + "]"}) {
-      Entered d(kJson, text);
-      if (text[0] == '[') {
-        d.Next();
-        d.Enter();
-      }
-      EXPECT_EQ(d.Ints(name + " " + name + "n " + other + "o " + other + "o " + name), "1 2 3 3 1");
-      EXPECT_EQ(d.Int(other.c_str()), length == 0 ? "1" : "NOT_FOUND") << length;
-      EXPECT_EQ(d.Name(), name);
-    }
-    if (length == 0) continue;
-    Entered pps(kPps, name + ":n:1\n" + name + "n::text\n");
-    EXPECT_EQ(InTurn({pps.Int(name.c_str()), pps.String((name + "n").c_str())}), "1 text")
-        << length;
-  }
-}
-
-// --- decoder: objects that are like the one before -----------------------------------------------
-
-// An object of a few members that are mostly those of the ones before, in text that is sometimes
-// broken.
-std::string RandomObject(std::mt19937* random) {
-  static const std::vector<std::string> kNames = Split(
-      "id|cno|used|azimuth|elevation|a_name_of_sixteen|sixteen_letters_|id|i\\u0064||elevatioN");
-  static const std::vector<std::string> kValues =
-      Split(R"(1|12|123|1234|0|0.5|12.25|123.456|1.2345|1234.5|-7|1e2|1.5e1|true|false|null|"")"
-            R"(|"text"|"a,\"}"|[]|{}|[5,6]|{"x":8}|2147483647|2147483648|9223372036854775808)");
-  static const std::vector<std::string> kBroken =
-      Split("00|01|1.|.5|1.e1|truf|falsy|tru|-|1a|0x1|12.5E");
-  const auto below = [random](std::size_t limit) { return (*random)() % limit; };
-  const auto any = [below](const auto& list) { return list[below(list.size())]; };
-  const bool spaced = below(12) == 0;
-  const auto gap = [&] { return std::string(spaced || below(60) == 0 ? " " : ""); };
-  std::string text = "{" + gap();
-  const std::size_t count = below(10) == 0 ? below(24) : 5;
-  for (std::size_t i = 0; i < count; ++i) {
-    if (i != 0) text += gap() + "," + gap();
-    text += Quoted(below(12) == 0 ? any(kNames) : kNames[i % 5]) + gap() + ":" + gap();
-    text += below(100) == 0 ? any(kBroken) : any(kValues);
-  }
-  return text + (below(60) == 0 ? "]" : "}");
-}
-
-TEST(AlikeObjects, ReadAsOthersDo) {
-  std::mt19937 random(11);
-  int well = 0;
-  const int rounds = 6000 / KORVANDIS_PATIENCE;
-  for (int round = 0; round < rounds; ++round) {
-    std::string text = "{\"list\":[" + RandomObject(&random);
-    for (auto more = random() % 6; more > 0; --more) text += "," + RandomObject(&random);
-    text += "],\"behind\":7}";
-    fuzz::Decode(text, kJson, RandomBytes(&random, 100));
-    if (Decoder(kJson, text).parsed() == PPS_DECODER_OK) ++well;
-  }
-  EXPECT_GT(well, rounds / 6);
-  EXPECT_LT(well, rounds * 5 / 6);
-}
-
-TEST(AlikeObjects, MayHaveSpacesWhereTheOneBeforeHasNone) {
-  const std::string first = R"([{"id":1,"used":true},{"id":2,"used":false},)";
-  const std::string shown = "[{id=1,used=true},{id=2,used=false},{id=3,used=true}]";
-  for (const std::string& third : Split(R"({ "id":3,"used":true}|{"id" :3,"used":true}|)"
-                                        R"({"id": 3,"used":true}|{"id":3 ,"used":true}|)"
-                                        R"({"id":3, "used":true}|{"id":3,"used": true }| {"id":3,)"
-                                        "\"used\":\t\r\ntrue}")) {
-    EXPECT_EQ(Read(kJson, first + third + "                 ]"), shown) << third;
-  }
-}
-
-TEST(AlikeObjects, OverEveryGrowth) {
-  for (int elements = 1; elements < 500; elements += elements < 70 ? 1 : 37) {
-    for (std::size_t before = 0; before < 6; ++before) {  // moves where the nodes run out
-      std::string text = "[" + Repeated(before, "0,"), shown = text;
-      for (int i = 0; i < elements; ++i) {
-        const std::string n = std::to_string(i), comma = i == 0 ? "" : ",";
-        text += comma + R"({"a":)" + n + R"(,"b":true,"c":)" + n + R"(.5,"d":")" + n + "\"}";
-        shown += comma + "{a=" + n + ",b=true,c=" + n + ".5,d=" + Quoted(n) + "}";
-      }
-      ASSERT_EQ(Shown(Decoder(kJson, text + "]")), shown + "]");
-    }
-  }
-}
-
-TEST(AlikeObjects, WhatIsLikelyIsCheckedAllTheSame) {
-  // Behind the last member there is another object's.
-  Entered d(kJson, R"({"o":{"x":1},"y":2,"p":{"x":3},"z":4})");
-  d.Enter("o");
-  EXPECT_EQ(d.Ints("x y"), "1 NOT_FOUND");
-  d.Leave();
-  EXPECT_EQ(d.Int("y"), "2");
-  d.Enter("p");
-  EXPECT_EQ(d.Ints("z x"), "NOT_FOUND 3");
-  // A name that comes twice, and names with like beginnings.
-  Entered list(
-      kJson, R"([{"elevation":1,"b":2},{"elevation":3,"b":4},{"elevation":5,"b":6,"elevation":7},)"
-             R"({"elevation":8,"b":9},{"elevatioN":10,"b":11},{"elevation":12}])");
-  for (const char* read :
-       {"1 2 1", "3 4 3", "5 6 5", "8 9 8", "NOT_FOUND 11 NOT_FOUND", "12 NOT_FOUND 12"}) {
-    list.Enter();
-    EXPECT_EQ(list.Ints("elevation b elevation"), read);
-    list.Leave();
-  }
-}
-
 // --- decoder: hostile texts ----------------------------------------------------------------------
 
-struct Sample {
-  bool json;
-  std::string text;
-};
-const Sample kSamples[] = {
-    {kJson, R"({"latitude":39.908722,"neg":-1.5e-3,"n":[1,22,333,4444,55555],"t":true,"f":false,)"
-            R"("z":null,"s":"esc \"\\\u00e4\ud83d\ude00 end","o":{"i":{"j":[[],{}]}},"e":""})"},
-    {kPps,
-     "@sample\nplain::text\nnumber:n:-12.5e1\nflag:b:true\nc:c:a\\n\\x41\\101\\\\b\n-gone\n"
-     "+@second\nj:json:{\"version\":\"1.2\",\"list\":[1,{\"a\":\"\\u0041\"}]}\nodd:what:x\n"},
-    {kJson, R"([{"id":1,"on":true,"f":0.25},{"id":22,"on":false,"f":12},{"id":333,"on":true,)"
-            R"("f":3.125},{"id":4,"on":false,"f":1}])"},
-};
-
-TEST(HostileText, CutOrBentAnywhere) {
-  for (const auto& [json, text] : kSamples) {
-    for (std::size_t length = 0; length <= text.size(); ++length) {
-      const bool broken = Read(json, text.substr(0, length)).rfind("PARSE_ERROR ", 0) == 0;
-      EXPECT_EQ(broken, json && length < text.size()) << "cut at " << length;
-      std::string bent = text;
-      for (const char byte : std::string("\"0e.,}{ \n")) {
-        if (length < text.size()) bent[length] = byte;
-        Read(json, bent);
-      }
-    }
-  }
-}
-
-TEST(HostileText, RandomMutations) {
-  std::mt19937 random(42);
-  const std::string interesting = "{}[]\",:\\\n-+.eEu0919tfn@* \t\x7f\x80\xff\x01";
-  for (int round = 0; round < 40000 / KORVANDIS_PATIENCE; ++round) {
-    auto [json, text] = kSamples[round % 3];
-    for (unsigned count = 1 + random() % 4; count > 0; --count) {
-      const std::size_t at = random() % text.size();
-      const char byte = random() % 3 == 0 ? static_cast<char>(1 + random() % 255)
-                                          : interesting[random() % interesting.size()];
-      const std::size_t removed = random() % 4;
-      text.replace(at, removed, random() % 3, byte);
-    }
-    fuzz::Decode(text, json, RandomBytes(&random, 20));
-  }
-}
-
-TEST(HostileText, WhatTheFuzzTargetsFound) {
+TEST(HostileText, SeedsOfTheFuzzTargets) {
   for (const bool json : {kPps, kJson}) {
     const std::string corpus = support::SourceDir() + "/tests/fuzz/corpus/";
-    int inputs = 0;
     for (const auto& file : std::filesystem::directory_iterator(corpus + (json ? "json" : "pps"))) {
       const std::string bytes = support::ReadFile(file.path());
+      ASSERT_FALSE(bytes.empty());
       fuzz::Run(fuzz::Input(bytes), json);
-      ++inputs;
     }
-    EXPECT_GT(inputs, 10);
   }
 }
 
+// Nesting costs neither stack nor more than linear time, in reading, walking and letting go.
 TEST(HostileText, AMillionLevels) {
   const int kLevels = 1000000;
   const std::string open(kLevels, '['), close(kLevels, ']');
-  {
-    Decoder d(kJson, open + close);
-    ASSERT_EQ(d.parsed(), PPS_DECODER_OK);
-    int depth = 0;
-    while (pps_decoder_push(d, nullptr) == PPS_DECODER_OK) ++depth;
-    EXPECT_EQ(depth, kLevels);
-    while (pps_decoder_pop(d) == PPS_DECODER_OK) --depth;
-    EXPECT_EQ(depth, 0);
-  }
   const std::string objects = Repeated(kLevels, "{\"a\":");
+  Decoder d(kJson, open + close);
+  int depth = 0;
+  while (pps_decoder_push(d, nullptr) == PPS_DECODER_OK) ++depth;
+  EXPECT_EQ(depth, kLevels);
+  while (pps_decoder_pop(d) == PPS_DECODER_OK) --depth;
+  EXPECT_EQ(depth, 0);
   EXPECT_EQ(Decoder(kJson, objects + "0" + std::string(kLevels, '}')).parsed(), PPS_DECODER_OK);
-  for (const std::string& text : {open, open + close.substr(1), open + close + "]",
-                                  open + std::string(kLevels, '}'), objects}) {
+  for (const std::string& text : {open, open + std::string(kLevels, '}'), objects}) {
     EXPECT_EQ(Decoder(kJson, text).parsed(), PPS_DECODER_PARSE_ERROR);
   }
-  Entered attribute(kPps, "a:json:" + open + "\nb:json:" + open + close + "\n");
-  EXPECT_EQ(InTurn({attribute.Push("a"), attribute.Push("b")}), "BAD_TYPE OK");
 }
 
+// The parts that are ours: lines, escapes, members. Quadratic work on any of these texts takes
+// hours.
 TEST(HostileText, TenMegabytesCostTimeThatGrowsWithTheText) {
-  const auto repeated = [](const std::string& part) {
-    return Repeated(10 * 1000 * 1000 / KORVANDIS_PATIENCE / part.size(), part);
-  };
   const auto start = std::chrono::steady_clock::now();
-  // What stands before, what is repeated, and what stands behind.
-  for (const std::string& parts :
-       Split(R"([_1,_1]|"_\n_"|"_\ud800_"|"_x_"|_9_|0._0_1|1e_9_|_ _|[_[],_[]]|{_"a":1,_"a":1}|)"
-             R"([_1e-320,_0]|_\_)")) {
-    const std::vector<std::string> part = Split(parts, '_');
-    const std::string text = part[0] + repeated(part[1]) + part[2];
-    Entered attribute(kPps, "a:json:" + text + "\nb:c:" + text + "\nc:n:" + text + "\n");
-    for (const char* name : {"a", "b", "c"}) attribute.Double(name);
-    Decoder(kJson, text).Double(nullptr);
-  }
-  for (const char* part : {"a::b\n", "\n", "x\n", "@o\n", "-a\n", ":", "a:json:{}\n", "\r"}) {
-    const std::string lines = repeated(part);
+  for (const char* part : {"a::b\n", "x\n", "@o\n", ":", "a:json:{}\n", "\\"}) {
+    const std::string lines =
+        Repeated(10 * 1000 * 1000 / KORVANDIS_PATIENCE / std::strlen(part), part);
+    EXPECT_EQ(Entered(kPps, "@p\nv:c:" + lines).Int("none"), "NOT_FOUND");
     EXPECT_EQ(Entered(kPps, lines).Int("none"), "NOT_FOUND");
-    DecodedText copy(lines);
-    char* p = copy.get();
-    pps_attrib_t record = {};
-    while (ppsparse(&p, &record) != PPS_END) continue;
   }
   const auto taken = std::chrono::steady_clock::now() - start;
-  // About 0.6 s here; quadratic work on any of these texts takes hours.
   EXPECT_LT(std::chrono::duration_cast<std::chrono::seconds>(taken).count(), 60);
 }
 
@@ -789,7 +547,7 @@ TEST(Encoder, EveryValueAsAttributeAndAsMember) {
     pps_encoder_end_object(e);
     EXPECT_EQ(e.Text(), json ? R"({"i":-2147483648,"l":-9223372036854775808,"d":1.5,)"
                                R"("m":1.7976931348623157e+308,"t":0.1,"y":true,"f":false,)"
-                               R"("s":"a: b\\c\"\r\u0001","c":"1\n2 \\3\t\u0001\u001f\"",)"
+                               R"("s":"a: b\\c\"\r\u0001","c":"1\n2 \\3\t\u0001\u001F\"",)"
                                R"("z":null,"a":[1,"x\ny",null,{},[]]})"
                              : "i:n:-2147483648\nl:n:-9223372036854775808\nd:n:1.5\n"
                                "m:n:1.7976931348623157e+308\nt:n:0.1\ny:b:true\nf:b:false\n"
@@ -840,7 +598,7 @@ TEST(Encoder, FailuresStickAndLeaveNoBuffer) {
 }
 
 TEST(Encoder, NamesThatALineCannotHold) {
-  for (const std::string& name : Split("|a:b|a\nb|@a|-a|+a|*a")) {
+  for (const std::string& name : Split("#a:b#a\nb#@a#-a#+a#*a#|a#[a", '#')) {
     SCOPED_TRACE(name);
     Encoder e(kPps), deep(kPps);
     pps_encoder_start_object(e, "o");
@@ -851,21 +609,6 @@ TEST(Encoder, NamesThatALineCannotHold) {
   }
   for (const char* name : {"", "@", "a\nb"}) {
     EXPECT_EQ(pps_encoder_start_object(Encoder(kPps), name), PPS_ENCODER_INVALID_VALUE) << name;
-  }
-}
-
-TEST(Encoder, DepthIsBounded) {
-  for (const bool json : {kPps, kJson}) {
-    Encoder e(json), deep(json);
-    pps_encoder_start_object(e, "o");
-    for (int i = 1; i < kPpsEncoderMaxDepth; ++i) {
-      ASSERT_EQ(pps_encoder_start_array(e, "a"), PPS_ENCODER_OK);
-    }
-    for (int i = 1; i < kPpsEncoderMaxDepth; ++i) pps_encoder_end_array(e);
-    EXPECT_EQ(pps_encoder_end_object(e), PPS_ENCODER_OK);
-    EXPECT_NE(e.Text(), "(null)");
-    for (int i = 0; i < kPpsEncoderMaxDepth; ++i) pps_encoder_start_object(deep, "o");
-    EXPECT_EQ(pps_encoder_start_object(deep, "o"), PPS_ENCODER_BAD_NESTING);
   }
 }
 
@@ -880,30 +623,10 @@ TEST(Encoder, SeveralObjectsAndSingleValues) {
   pps_encoder_add_string(json, nullptr, "x");
   EXPECT_EQ(json.Text(), "\"x\"");
   EXPECT_EQ(pps_encoder_add_int(json, nullptr, 1), PPS_ENCODER_BAD_NESTING) << "one value only";
-}
-
-TEST(Encoder, GrowsPastTheInlineBufferAtEveryLength) {
-  for (std::size_t length = kPpsEncoderInline - 12; length < kPpsEncoderInline + 12; ++length) {
-    const std::string value(length, 'v');
-    Encoder e(kPps);
-    pps_encoder_start_object(e, "o");
-    pps_encoder_add_string(e, "s", value.c_str());
-    pps_encoder_end_object(e);
-    EXPECT_EQ(e.Text(), "@o\ns::" + value + "\n");
-  }
-  Encoder e(kJson);
-  pps_encoder_start_array(e, nullptr);
-  std::string expected = "[";
-  for (int i = 0; i < 20000; ++i) {
-    pps_encoder_add_int(e, nullptr, i);
-    expected += (i == 0 ? "" : ",") + std::to_string(i);
-  }
-  pps_encoder_end_array(e);
-  EXPECT_EQ(e.Text(), expected + "]");
-  pps_encoder_cleanup(e);
-  EXPECT_EQ(e.Text(), "") << "it is as it was at the start";
-  pps_encoder_add_string(e, nullptr, expected.c_str());
-  EXPECT_EQ(e.Text(), Quoted(expected)) << "twice the room is not enough";
+  pps_encoder_reset(json);
+  const std::string large(100000, 'x');
+  pps_encoder_add_string(json, nullptr, large.c_str());
+  EXPECT_EQ(json.Text(), Quoted(large));
 }
 
 // --- round trips ---------------------------------------------------------------------------------
@@ -918,37 +641,14 @@ std::string Call(int call, const std::string& name, const std::string& value = "
 }
 
 TEST(RoundTrip, EveryCharacterInEveryPlace) {
-  std::vector<std::string> values = Split(
-      "|\n|\\|\\n|a\n\\n\n0|\n\x01\x31|\x7f|gr\xc3\xbc\xc3\x9f\n\xe2\x82\xac \xf0\x9f\x98\x80|"
-      "\"quoted\"|trailing\\\n\\");
   for (int c = 1; c < 256; ++c) {
     const std::string one(1, static_cast<char>(c));
-    values.push_back(one);
-    values.push_back("a" + one + "\n" + one + "7");
-  }
-  for (const std::string& value : values) {
-    const std::string calls = Call(fuzz::kAddString, "top", Piece(value)) +
-                              Call(fuzz::kStartObject, "j") +
-                              Call(fuzz::kAddString, value, Piece(value));
-    for (const bool json : {kPps, kJson}) EXPECT_TRUE(fuzz::Encode(fuzz::Input(calls), json));
-  }
-}
-
-TEST(RoundTrip, Numbers) {
-  std::mt19937_64 random(3);
-  for (int i = 0; i < 5000; ++i) {
-    const std::uint64_t bits = random() >> (random() % 64);
-    const std::int64_t integer = static_cast<std::int64_t>(bits) * (i % 2 == 0 ? 1 : -1);
-    double real;
-    std::memcpy(&real, &bits, sizeof(real));
-    Encoder e(kPps);
-    pps_encoder_start_object(e, "o");
-    pps_encoder_add_int64(e, "i", integer);
-    pps_encoder_add_double(e, "r", std::isfinite(real) ? real : 0.5);
-    pps_encoder_end_object(e);
-    Entered d(kPps, e.Text());
-    ASSERT_EQ(d.Int64("i"), std::to_string(integer));
-    ASSERT_EQ(d.Double("r"), fuzz::ShownNumber(std::isfinite(real) ? real : 0.5));
+    for (const std::string& value : {one, "a" + one + "\n\\" + one + "7"}) {
+      const std::string calls = Call(fuzz::kAddString, "top", Piece(value)) +
+                                Call(fuzz::kStartObject, "j") +
+                                Call(fuzz::kAddString, value, Piece(value));
+      for (const bool json : {kPps, kJson}) EXPECT_TRUE(fuzz::Encode(fuzz::Input(calls), json));
+    }
   }
 }
 

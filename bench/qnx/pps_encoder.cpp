@@ -1,286 +1,271 @@
 #include <pps.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
 
 #include <charconv>
 #include <climits>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
+#include <new>
+#include <string>
+#include <vector>
 
+#include "pps_memory.h"
+
+namespace qnx {
 namespace {
+
+using Buffer = rapidjson::GenericStringBuffer<rapidjson::UTF8<>, Memory>;
+using Writer = rapidjson::Writer<Buffer, rapidjson::UTF8<>, rapidjson::UTF8<>, Memory>;
 
 // Longest number: a double in its shortest form has at most 24 characters.
 const std::size_t kNumberSize = 32;
 
-pps_encoder_error_t Fail(pps_encoder_t* e, pps_encoder_error_t error) {
-  if (e->error == PPS_ENCODER_OK) e->error = error;
-  return e->error;
-}
-
-// --- the text ------------------------------------------------------------------------------------
-
-// Room for `more` characters and the terminator. Lengths stay within an int.
-bool Reserve(pps_encoder_t* e, std::size_t more) {
-  if (more < e->capacity - e->length) return true;
-  const std::size_t kMost = INT_MAX;
-  if (more > kMost - e->length) {
-    Fail(e, PPS_ENCODER_NO_MEM);
-    return false;
-  }
-  std::size_t capacity = e->capacity * 2;
-  if (capacity <= e->length + more) capacity = e->length + more + 1;
-  const bool is_inline = e->text == e->inline_text;
-  char* const text = static_cast<char*>(std::realloc(is_inline ? nullptr : e->text, capacity));
-  if (text == nullptr) {
-    Fail(e, PPS_ENCODER_NO_MEM);
-    return false;
-  }
-  if (is_inline) std::memcpy(text, e->inline_text, e->length);
-  e->text = text;
-  e->capacity = capacity;
-  return true;
-}
-
-void Put(pps_encoder_t* e, const char* text, std::size_t length) {
-  if (!Reserve(e, length)) return;
-  std::memcpy(e->text + e->length, text, length);
-  e->length += length;
-}
-
-void Put(pps_encoder_t* e, const char* text) { Put(e, text, std::strlen(text)); }
-
-void Put(pps_encoder_t* e, char c) { Put(e, &c, 1); }
-
-bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20; }
-
-// Puts `text` with each character that `escaped` tells replaced by what `put_escape` writes.
-template <typename IsEscaped, typename PutEscape>
-void PutEscaped(pps_encoder_t* e, const char* text, IsEscaped is_escaped, PutEscape put_escape) {
-  const char* plain = text;
-  for (; *text != '\0'; ++text) {
-    if (!is_escaped(*text)) continue;
-    Put(e, plain, static_cast<std::size_t>(text - plain));
-    put_escape(*text);
-    plain = text + 1;
-  }
-  Put(e, plain, static_cast<std::size_t>(text - plain));
-}
-
-// Puts backslash and letter for a character of `characters`; false for any other.
-bool PutLetterEscape(pps_encoder_t* e, char c, const char* characters, const char* letters) {
-  const char* const found = std::strchr(characters, c);
-  if (found == nullptr) return false;
-  const char escape[2] = {'\\', letters[found - characters]};
-  Put(e, escape, 2);
-  return true;
-}
-
-void PutJsonString(pps_encoder_t* e, const char* text) {
-  const auto is_escaped = [](char c) { return IsControl(c) || c == '"' || c == '\\'; };
-  Put(e, '"');
-  PutEscaped(e, text, is_escaped, [e](char c) {
-    if (PutLetterEscape(e, c, "\"\\\b\f\n\r\t", "\"\\bfnrt")) return;
-    const char* const kHex = "0123456789abcdef";
-    const char escape[6] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 15]};
-    Put(e, escape, sizeof(escape));
-  });
-  Put(e, '"');
-}
-
-void PutCString(pps_encoder_t* e, const char* text) {
-  const auto is_escaped = [](char c) { return IsControl(c) || c == '\\'; };
-  PutEscaped(e, text, is_escaped, [e](char c) {
-    if (PutLetterEscape(e, c, "\\\a\b\f\n\r\t\v", "\\abfnrtv")) return;
-    const char escape[4] = {'\\', '0', static_cast<char>('0' + (c >> 3)),
-                            static_cast<char>('0' + (c & 7))};
-    Put(e, escape, sizeof(escape));
-  });
-}
-
-// --- structure -----------------------------------------------------------------------------------
-
-// True where the members are attribute lines.
-bool AtAttributes(const pps_encoder_t* e) { return !e->json && e->depth == 1; }
-
 bool IsAttributeName(const char* name) {
-  return *name != '\0' && std::strchr("@-+*", *name) == nullptr &&
+  return *name != '\0' && std::strchr("@-+*|[", *name) == nullptr &&
          std::strpbrk(name, ":\n") == nullptr;
 }
 
-// Puts what stands before a JSON value: the comma, and in an object the name.
-void BeginJson(pps_encoder_t* e, const char* name) {
-  if (e->depth == 0) {
-    if (!e->first[0]) Fail(e, PPS_ENCODER_BAD_NESTING);  // a second value
-  } else if (!e->array[e->depth] && name == nullptr) {
-    Fail(e, PPS_ENCODER_MISSING_PROP_NAME);
-  } else {
-    if (!e->first[e->depth]) Put(e, ',');
-    if (!e->array[e->depth]) {
-      PutJsonString(e, name);
-      Put(e, ':');
-    }
-  }
-  e->first[e->depth] = false;
-}
-
-// Puts what stands before a value; `encoding` is that of an attribute.
-void Begin(pps_encoder_t* e, const char* name, const char* encoding) {
-  if (e->error != PPS_ENCODER_OK) return;
-  if (!AtAttributes(e)) {
-    if (!e->json && e->depth == 0) {
-      Fail(e, PPS_ENCODER_BAD_NESTING);  // an attribute without its object
+std::string CEscaped(const char* text) {
+  static const char kCharacters[] = "\\\a\b\f\n\r\t\v";
+  static const char kLetters[] = "\\abfnrtv";
+  std::string escaped;
+  for (; *text != '\0'; ++text) {
+    const char* const special = std::strchr(kCharacters, *text);
+    if (special != nullptr) {
+      escaped += {'\\', kLetters[special - kCharacters]};
+    } else if (static_cast<unsigned char>(*text) < 0x20) {
+      escaped +=
+          {'\\', '0', static_cast<char>('0' + (*text >> 3)), static_cast<char>('0' + (*text & 7))};
     } else {
-      BeginJson(e, name);
+      escaped += *text;
     }
-  } else if (name == nullptr) {
-    Fail(e, PPS_ENCODER_MISSING_PROP_NAME);
-  } else if (!IsAttributeName(name)) {
-    Fail(e, PPS_ENCODER_INVALID_VALUE);
-  } else {
-    Put(e, name);
-    Put(e, ':');
-    Put(e, encoding);
-    Put(e, ':');
   }
+  return escaped;
 }
 
-// Puts what stands behind a value.
-pps_encoder_error_t End(pps_encoder_t* e) {
-  if (e->error == PPS_ENCODER_OK && AtAttributes(e)) Put(e, '\n');
-  return e->error;
-}
+// The text under construction. Object and attribute lines are put here, JSON by the writer.
+class Encoder {
+ public:
+  explicit Encoder(bool json) : json_(json) {}
+  Encoder(const Encoder&) = delete;
+  Encoder& operator=(const Encoder&) = delete;
+  bool json() const { return json_; }
 
-pps_encoder_error_t AddPlain(pps_encoder_t* e, const char* name, const char* encoding,
-                             const char* value, std::size_t length) {
-  Begin(e, name, encoding);
-  if (e->error == PPS_ENCODER_OK) Put(e, value, length);
-  return End(e);
-}
-
-template <typename Number>
-pps_encoder_error_t AddNumber(pps_encoder_t* e, const char* name, Number value) {
-  char digits[kNumberSize];
-  const char* const end = std::to_chars(digits, digits + kNumberSize, value).ptr;
-  return AddPlain(e, name, "n", digits, static_cast<std::size_t>(end - digits));
-}
-
-void PutObjectLine(pps_encoder_t* e, const char* name) {
-  if (name == nullptr) return;
-  if (*name == '@') ++name;
-  if (*name == '\0' || std::strchr(name, '\n') != nullptr) {
-    Fail(e, PPS_ENCODER_INVALID_VALUE);
-    return;
+  // A call that goes on the status; without memory the text is given up.
+  template <typename Act>
+  pps_encoder_error_t Try(Act act) {
+    if (error_ != PPS_ENCODER_OK) return error_;
+    try {
+      error_ = act();
+    } catch (const std::bad_alloc&) {
+      error_ = PPS_ENCODER_NO_MEM;
+    }
+    if (text_.GetSize() > INT_MAX) error_ = PPS_ENCODER_NO_MEM;
+    return error_;
   }
-  Put(e, '@');
-  Put(e, name);
-  Put(e, '\n');
-}
 
-pps_encoder_error_t Start(pps_encoder_t* e, const char* name, bool array) {
-  if (e->error != PPS_ENCODER_OK) return e->error;
-  if (e->depth == kPpsEncoderMaxDepth) return Fail(e, PPS_ENCODER_BAD_NESTING);
-  if (!e->json && e->depth == 0 && !array) {
-    PutObjectLine(e, name);
-  } else {
-    Begin(e, name, "json");
-    if (e->error == PPS_ENCODER_OK) Put(e, array ? '[' : '{');
+  void Reset() {
+    text_.Clear();
+    writer_.Reset(text_);
+    is_array_.clear();
+    error_ = PPS_ENCODER_OK;
   }
-  if (e->error != PPS_ENCODER_OK) return e->error;
-  ++e->depth;
-  e->first[e->depth] = true;
-  e->array[e->depth] = array;
-  return e->error;
-}
 
-pps_encoder_error_t Finish(pps_encoder_t* e, bool array) {
-  if (e->error != PPS_ENCODER_OK) return e->error;
-  if (e->depth == 0 || e->array[e->depth] != array) return Fail(e, PPS_ENCODER_BAD_NESTING);
-  if (AtAttributes(e)) {
-    --e->depth;
-    return e->error;
+  pps_encoder_error_t Start(const char* name, bool array) {
+    pps_encoder_error_t error = PPS_ENCODER_OK;
+    if (!json_ && is_array_.empty() && !array) {
+      error = PutObjectLine(name);
+    } else {
+      error = Begin(name, "json");
+      if (error == PPS_ENCODER_OK) array ? writer_.StartArray() : writer_.StartObject();
+    }
+    if (error == PPS_ENCODER_OK) is_array_.push_back(array);
+    return error;
   }
-  Put(e, array ? ']' : '}');
-  --e->depth;
-  return End(e);
+
+  pps_encoder_error_t Finish(bool array) {
+    if (is_array_.empty() || is_array_.back() != array) return PPS_ENCODER_BAD_NESTING;
+    const bool is_line = AtAttributes();
+    is_array_.pop_back();
+    if (is_line) return PPS_ENCODER_OK;
+    array ? writer_.EndArray() : writer_.EndObject();
+    return End();
+  }
+
+  // A value whose text is the same as an attribute and in JSON.
+  pps_encoder_error_t AddPlain(const char* name, const char* encoding, const std::string& value,
+                               rapidjson::Type type) {
+    const pps_encoder_error_t error = Begin(name, encoding);
+    if (error != PPS_ENCODER_OK) return error;
+    if (AtAttributes()) {
+      Put(value);
+    } else {
+      writer_.RawValue(value.data(), value.size(), type);
+    }
+    return End();
+  }
+
+  template <typename Number>
+  pps_encoder_error_t AddNumber(const char* name, Number value) {
+    char digits[kNumberSize];
+    char* const end = std::to_chars(digits, digits + kNumberSize, value).ptr;
+    return AddPlain(name, "n", std::string(digits, end), rapidjson::kNumberType);
+  }
+
+  pps_encoder_error_t AddString(const char* name, const char* value) {
+    if (value == nullptr) return PPS_ENCODER_INVALID_VALUE;
+    const bool plain = std::strchr(value, '\n') == nullptr;
+    const pps_encoder_error_t error = Begin(name, plain ? "" : "c");
+    if (error != PPS_ENCODER_OK) return error;
+    if (AtAttributes()) {
+      Put(plain ? value : CEscaped(value));
+    } else {
+      writer_.String(value);
+    }
+    return End();
+  }
+
+  // The text when it is whole, else null.
+  const Buffer* Text() const {
+    return error_ == PPS_ENCODER_OK && is_array_.empty() ? &text_ : nullptr;
+  }
+
+ private:
+  // True where the members are attribute lines.
+  bool AtAttributes() const { return !json_ && is_array_.size() == 1; }
+
+  void Put(const std::string& text) {
+    std::memcpy(text_.Push(text.size()), text.data(), text.size());
+  }
+
+  pps_encoder_error_t PutObjectLine(const char* name) {
+    if (name == nullptr) return PPS_ENCODER_OK;
+    if (*name == '@') ++name;
+    if (*name == '\0' || std::strchr(name, '\n') != nullptr) return PPS_ENCODER_INVALID_VALUE;
+    Put(std::string("@") + name + "\n");
+    return PPS_ENCODER_OK;
+  }
+
+  // Puts what stands before a value; `encoding` is that of an attribute.
+  pps_encoder_error_t Begin(const char* name, const char* encoding) {
+    if (is_array_.empty()) {  // an attribute without its object, or a second JSON value
+      return json_ && text_.GetSize() == 0 ? PPS_ENCODER_OK : PPS_ENCODER_BAD_NESTING;
+    }
+    if (is_array_.back()) return PPS_ENCODER_OK;
+    if (name == nullptr) return PPS_ENCODER_MISSING_PROP_NAME;
+    if (!AtAttributes()) {
+      writer_.Key(name);
+      return PPS_ENCODER_OK;
+    }
+    if (!IsAttributeName(name)) return PPS_ENCODER_INVALID_VALUE;
+    Put(std::string(name) + ":" + encoding + ":");
+    writer_.Reset(text_);
+    return PPS_ENCODER_OK;
+  }
+
+  // Puts what stands behind a value.
+  pps_encoder_error_t End() {
+    if (AtAttributes()) Put("\n");
+    return PPS_ENCODER_OK;
+  }
+
+  const bool json_;
+  pps_encoder_error_t error_ = PPS_ENCODER_OK;
+  std::vector<bool> is_array_;  // of each object and array that is open, the outermost first
+  Memory memory_;
+  Buffer text_{&memory_};
+  Writer writer_{text_, &memory_};
+};
+
+static_assert(sizeof(Encoder) <= sizeof(pps_encoder_t) &&
+                  alignof(Encoder) <= alignof(pps_encoder_t),
+              "it lies in the caller's storage");
+
+Encoder* In(pps_encoder_t* storage) {
+  return static_cast<Encoder*>(static_cast<void*>(storage->opaque));
 }
 
-bool IsComplete(const pps_encoder_t* e) { return e->error == PPS_ENCODER_OK && e->depth == 0; }
+template <typename Act>
+pps_encoder_error_t Try(pps_encoder_t* storage, Act act) {
+  return In(storage)->Try([storage, act] { return act(In(storage)); });
+}
 
 }  // namespace
+}  // namespace qnx
 
-void pps_encoder_initialize(pps_encoder_t* encoder, bool json) {
-  encoder->text = encoder->inline_text;
-  encoder->length = 0;
-  encoder->capacity = kPpsEncoderInline;
-  encoder->error = PPS_ENCODER_OK;
-  encoder->json = json;
-  encoder->depth = 0;
-  encoder->first[0] = true;
-  encoder->array[0] = false;
+using qnx::Encoder;
+using qnx::In;
+using qnx::Try;
+
+void pps_encoder_initialize(pps_encoder_t* encoder, bool encode_json) {
+  new (encoder->opaque) Encoder(encode_json);
 }
 
+void pps_encoder_reset(pps_encoder_t* encoder) { In(encoder)->Reset(); }
+
+// Leaves an encoder without text and memory.
 void pps_encoder_cleanup(pps_encoder_t* encoder) {
-  if (encoder->text != encoder->inline_text) std::free(encoder->text);
-  pps_encoder_initialize(encoder, encoder->json);
+  const bool json = In(encoder)->json();
+  In(encoder)->~Encoder();
+  new (encoder->opaque) Encoder(json);
 }
 
 pps_encoder_error_t pps_encoder_start_object(pps_encoder_t* encoder, const char* name) {
-  return Start(encoder, name, false);
+  return Try(encoder, [name](Encoder* e) { return e->Start(name, false); });
 }
 
 pps_encoder_error_t pps_encoder_end_object(pps_encoder_t* encoder) {
-  return Finish(encoder, false);
+  return Try(encoder, [](Encoder* e) { return e->Finish(false); });
 }
 
 pps_encoder_error_t pps_encoder_start_array(pps_encoder_t* encoder, const char* name) {
-  return Start(encoder, name, true);
+  return Try(encoder, [name](Encoder* e) { return e->Start(name, true); });
 }
 
-pps_encoder_error_t pps_encoder_end_array(pps_encoder_t* encoder) { return Finish(encoder, true); }
+pps_encoder_error_t pps_encoder_end_array(pps_encoder_t* encoder) {
+  return Try(encoder, [](Encoder* e) { return e->Finish(true); });
+}
 
 pps_encoder_error_t pps_encoder_add_int(pps_encoder_t* encoder, const char* name, int value) {
-  return AddNumber(encoder, name, value);
+  return Try(encoder, [name, value](Encoder* e) { return e->AddNumber(name, value); });
 }
 
 pps_encoder_error_t pps_encoder_add_int64(pps_encoder_t* encoder, const char* name,
                                           std::int64_t value) {
-  return AddNumber(encoder, name, value);
+  return Try(encoder, [name, value](Encoder* e) { return e->AddNumber(name, value); });
 }
 
 pps_encoder_error_t pps_encoder_add_double(pps_encoder_t* encoder, const char* name, double value) {
-  if (!std::isfinite(value)) return Fail(encoder, PPS_ENCODER_INVALID_VALUE);
-  return AddNumber(encoder, name, value);
+  return Try(encoder, [name, value](Encoder* e) {
+    return std::isfinite(value) ? e->AddNumber(name, value) : PPS_ENCODER_INVALID_VALUE;
+  });
 }
 
 pps_encoder_error_t pps_encoder_add_bool(pps_encoder_t* encoder, const char* name, bool value) {
-  return value ? AddPlain(encoder, name, "b", "true", 4) : AddPlain(encoder, name, "b", "false", 5);
+  return Try(encoder, [name, value](Encoder* e) {
+    return value ? e->AddPlain(name, "b", "true", rapidjson::kTrueType)
+                 : e->AddPlain(name, "b", "false", rapidjson::kFalseType);
+  });
 }
 
 pps_encoder_error_t pps_encoder_add_string(pps_encoder_t* encoder, const char* name,
                                            const char* value) {
-  if (value == nullptr) return Fail(encoder, PPS_ENCODER_INVALID_VALUE);
-  const bool plain = std::strchr(value, '\n') == nullptr;
-  Begin(encoder, name, plain ? "" : "c");
-  if (encoder->error != PPS_ENCODER_OK) return encoder->error;
-  if (!AtAttributes(encoder)) {
-    PutJsonString(encoder, value);
-  } else if (plain) {
-    Put(encoder, value);
-  } else {
-    PutCString(encoder, value);
-  }
-  return End(encoder);
+  return Try(encoder, [name, value](Encoder* e) { return e->AddString(name, value); });
 }
 
 pps_encoder_error_t pps_encoder_add_null(pps_encoder_t* encoder, const char* name) {
-  return AddPlain(encoder, name, "json", "null", 4);
+  return Try(encoder, [name](Encoder* e) {
+    return e->AddPlain(name, "json", "null", rapidjson::kNullType);
+  });
 }
 
 const char* pps_encoder_buffer(pps_encoder_t* encoder) {
-  if (!IsComplete(encoder)) return nullptr;
-  encoder->text[encoder->length] = '\0';
-  return encoder->text;
+  const qnx::Buffer* const text = In(encoder)->Text();
+  return text == nullptr ? nullptr : text->GetString();
 }
 
 int pps_encoder_length(pps_encoder_t* encoder) {
-  return IsComplete(encoder) ? static_cast<int>(encoder->length) : 0;
+  const qnx::Buffer* const text = In(encoder)->Text();
+  return text == nullptr ? 0 : static_cast<int>(text->GetSize());
 }

@@ -39,7 +39,7 @@ bool FindAttribute(const std::string& object_text, const std::string& name, std:
   char* rest = text.data();
   pps_attrib_t attribute{};
   pps_status_t status;
-  while ((status = ppsparse(&rest, &attribute)) != PPS_END) {
+  while ((status = ppsparse(&rest, nullptr, nullptr, &attribute, 0)) != PPS_END) {
     if (status != PPS_ATTRIBUTE || name != attribute.attr_name) continue;
     const bool escaped = std::strcmp(attribute.encoding, "c") == 0;
     *value = escaped ? Unescape(attribute.value) : attribute.value;

@@ -58,9 +58,8 @@ std::string Quoted(const std::string& text);
 // its name, whatever was read before it.
 std::string Shown(pps_decoder_t* decoder);
 
-// Reads a text in every way: first with an operation a byte, whose low half chooses a call and
-// whose high half the name it is given; then from front to back, with every getter at every place.
-// JSON must read the same as the value of an attribute, and when no object is like the one before.
+// Reads a text with an operation a byte, whose low half chooses a call and whose high half the name
+// it is given; then from front to back. JSON must read the same as the value of an attribute.
 void Decode(const std::string& text, bool json, const std::string& operations);
 
 }  // namespace fuzz

@@ -51,7 +51,7 @@ std::vector<PpsLine> AttributesOf(std::string text) {
   char* position = &text[0];
   pps_attrib_t attribute = {};
   for (;;) {
-    const pps_status_t status = ppsparse(&position, &attribute);
+    const pps_status_t status = ppsparse(&position, nullptr, nullptr, &attribute, 0);
     if (status == PPS_END) return lines;
     if (status != PPS_ATTRIBUTE) continue;
     lines.push_back(PpsLine{attribute.attr_name, attribute.encoding, attribute.value});
