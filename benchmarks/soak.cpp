@@ -7,6 +7,7 @@
 #include <random>
 
 #include "setup.h"
+#include "wire/command_table.h"
 
 namespace {
 
@@ -41,84 +42,56 @@ setup::Bytes Text(const char* text) { return setup::Bytes(text, text + std::strl
 
 // --- packets ------------------------------------------------------------------------------------
 
-// Command, sub-command and parameters of one valid request of each kind. The calibration is not
-// among them.
-const struct {
-  std::uint8_t command;
-  std::uint8_t sub_command;
-  setup::Bytes parameters;
-} kRequests[] = {
-    {0, 0, {2}},
-    {0, 0, {6}},
-    {0, 0, {12}},
-    {0, 0, {1}},
-    {0, 0, {}},
-    {3, 0, {0}},
-    {3, 0, {1}},
-    {3, 1, {0, 2, 0, 3}},
-    {3, 2, {0}},
-    {3, 2, {1}},
-    {3, 2, {2}},
-    {3, 3, {}},
-    {3, 4, {}},
-    {3, 5, {}},
-    {3, 6, {}},
-    {3, 7, {3}},
-    {3, 8, {}},
-    {3, 9, {2}},
-    {3, 9, {4}},
-    {4, 0, Text("Korvandis")},
-    {4, 1, {1}},
-    {4, 2, {0}},
-    {4, 3, {0}},
-    {4, 3, {1}},
-    {4, 4, Text("0123456789")},
-    {4, 5, Text("4711")},
-    {4, 6, {1}},
-    {4, 7, {}},
-    {4, 11, {1}},
-    {4, 11, {0}},
-    {4, 13, {}},
-    {4, 14, {0x00, 0x1B, 0xDC, 0x0A, 0x0B, 0x0C}},
-    {5, 0, {}},
-    {5, 2, {}},
-    {5, 3, {}},
-    {5, 4, {}},
-    {5, 5, {}},
-    {5, 6, {1}},
-    {5, 6, {2}},
-    {5, 7, {}},
-    {7, 1, {}},
-    {7, 2, {}},
-    {7, 3, {}},
-    {7, 4, {}},
-    {7, 5, {}},
-    {7, 6, {}},
-    {7, 8, {}},
-    {7, 9, {}},
-    {7, 27, {}},
-    {7, 29, {}},
-    {10, 2, Text("ZM0123456789")},
-    {10, 3, {}},
-    {10, 10, Text("0123456789abcdef")},
-    {10, 11, {}},
-    {12, 0, {}},
-    {13, 0, {}},
-    {13, 1, {}},
-    {13, 2, {}},
-    {13, 3, {}},
-};
-const std::uint8_t kCommands[] = {0, 3, 4, 5, 7, 10, 12, 13};
-const setup::Bytes kCalibration = wire::BuildRequest(6, 4, {});
+const std::uint8_t kCalibrationCommand = 6;
+
+// A value of the parameter: any word, number or address, some text.
+setup::Bytes AnyValue(Random* random, const wire::ParameterSpec& parameter) {
+  static const char* const kTexts[] = {"4711", "0123456789", "ZM01 x"};
+  unsigned count = 0;
+  switch (parameter.kind) {
+    case wire::ParameterKind::kNone:
+      break;
+    case wire::ParameterKind::kText:
+      return Text(kTexts[Below(random, static_cast<unsigned>(std::size(kTexts)))]);
+    case wire::ParameterKind::kMac:
+      return RandomBytes(random, wire::kMacSize);
+    case wire::ParameterKind::kByte:
+      return {static_cast<std::uint8_t>(Below(random, parameter.high + 1))};
+    case wire::ParameterKind::kNumber:
+      return {0, static_cast<std::uint8_t>(Below(random, 10))};
+    case wire::ParameterKind::kChoice:
+      while (parameter.choices[count].word != nullptr) ++count;
+      return {parameter.choices[Below(random, count)].value};
+  }
+  return {};
+}
+
+const setup::Bytes kCalibration = wire::BuildRequest(kCalibrationCommand, 4, {});
 
 // Answered at once with an empty reply, and not among the packets.
 const std::uint8_t kVersionCommand = 7;
 const std::uint8_t kQuestionSubCommand = 255;
 const setup::Bytes kQuestion = wire::BuildRequest(kVersionCommand, kQuestionSubCommand, {});
 
+// Any row of the table but the calibration.
+const wire::CommandSpec& AnyCommand(Random* random) {
+  for (;;) {
+    const auto& row = wire::kCommands[Below(random, static_cast<unsigned>(wire::kCommandCount))];
+    if (row.command != kCalibrationCommand) return row;
+  }
+}
+
 setup::Bytes ValidPacket(Random* random) {
-  const auto& request = kRequests[Below(random, static_cast<unsigned>(std::size(kRequests)))];
-  return wire::BuildRequest(request.command, request.sub_command, request.parameters);
+  const wire::CommandSpec& row = AnyCommand(random);
+  setup::Bytes parameters;
+  if (row.selector != wire::kNoSelector) {
+    parameters.push_back(static_cast<std::uint8_t>(row.selector));
+  }
+  for (const wire::ParameterSpec& parameter : row.parameters) {
+    const setup::Bytes value = AnyValue(random, parameter);
+    parameters.insert(parameters.end(), value.begin(), value.end());
+  }
+  return wire::BuildRequest(row.command, row.sub_command, parameters);
 }
 
 // A command with whatever parameters, and text that means something to whoever reads it.
@@ -130,8 +103,7 @@ setup::Bytes WildPacket(Random* random) {
       RandomBytes(random, Below(random, 2) == 0 ? Below(random, 8) : Below(random, 255));
   if (Below(random, 2) == 0)
     parameters = Text(kTexts[Below(random, static_cast<unsigned>(std::size(kTexts)))]);
-  const std::uint8_t command =
-      kCommands[Below(random, static_cast<unsigned>(std::size(kCommands)))];
+  const std::uint8_t command = AnyCommand(random).command;
   const unsigned sub_command =
       Below(random, 4) == 0 ? Below(random, kQuestionSubCommand) : Below(random, 30);
   return wire::BuildRequest(command, static_cast<std::uint8_t>(sub_command), parameters);

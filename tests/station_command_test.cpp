@@ -1,7 +1,9 @@
 // The station's table: what is typed, the bytes that it becomes, and what replies mean.
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
+#include <map>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -315,19 +317,59 @@ TEST(StationCommandLine, HelpOnEveryLevel) {
   EXPECT_EQ(RunLine({"chip", "--help"}).out.find("--verify"), std::string::npos);
 }
 
-TEST(StationCommandLine, TheManualHasEveryWordAndOption) {
-  std::string page = support::ReadFile(support::SourceDir() + "/docs/man/station.1");
-  page.erase(std::remove(page.begin(), page.end(), '\\'), page.end());
-  for (const Command& command : Commands()) {
-    for (const std::string& word : Words(command.words)) {
-      // Repeat modes are its argument.
-      if (command.words.rfind("media repeat", 0) == 0 && word.size() == 1) continue;
-      EXPECT_TRUE(std::regex_search(page, std::regex("\\b" + word + "\\b"))) << command.words;
-    }
-    for (const Option& option : OptionsOf(command)) {
-      EXPECT_PRED2(Contains, page, option.name) << option.name;
+// The section of docs/protocol.md on each command number, its heading left out.
+std::map<int, std::string> ProtocolSections() {
+  std::istringstream page(support::ReadFile(support::SourceDir() + "/docs/protocol.md"));
+  std::map<int, std::string> sections;
+  std::string* section = nullptr;
+  for (std::string line; std::getline(page, line);) {
+    int number = 0;
+    if (std::sscanf(line.c_str(), "### %d:", &number) == 1) {
+      section = &sections[number];
+    } else if (line.rfind("##", 0) == 0) {
+      section = nullptr;
+    } else if (section != nullptr) {
+      *section += line + "\n";
     }
   }
+  return sections;
+}
+
+// The manual's list of the service's commands is made from the table; the rest is held against it.
+TEST(StationCommandLine, DocumentsListTheTable) {
+  std::string manual = support::ReadFile(support::SourceDir() + "/docs/man/station.1");
+  manual.erase(std::remove(manual.begin(), manual.end(), '\\'), manual.end());
+  for (const Command& command : Commands()) {
+    for (const std::string& word : Words(command.sent ? "" : command.words)) {
+      EXPECT_TRUE(std::regex_search(manual, std::regex("\\b" + word + "\\b"))) << command.words;
+    }
+    for (const Option& option : OptionsOf(command)) {
+      EXPECT_PRED2(Contains, manual, option.name) << command.words;
+    }
+  }
+  // Each sub-command of the table has a row or a sentence in the section of its number, and the
+  // words of a parameter stand there with their values. No section lists more than the table.
+  std::map<int, std::set<int>> listed;
+  for (const auto& [number, section] : ProtocolSections()) {
+    const std::regex row("(?:^|\\n)\\| ([0-9, ]+) \\||Sub-command ([0-9]+)");
+    for (std::sregex_iterator at(section.begin(), section.end(), row), end; at != end; ++at) {
+      std::istringstream subs((*at)[1].str() + (*at)[2].str());
+      for (int sub = 0; subs >> sub; subs.ignore()) listed[number].insert(sub);
+    }
+    if (Contains(section, "Any sub-command")) listed[number].insert(0);
+  }
+  listed[4].erase(6);  // "bt answer" and "bt hangup" once more
+  std::map<int, std::set<int>> table;
+  for (std::size_t i = 0; i < wire::kCommandCount; ++i) {
+    const wire::CommandSpec& row = wire::kCommands[i];
+    table[row.command].insert(row.sub_command);
+    const wire::Choice* choice = row.parameters[0].choices;
+    for (; choice != nullptr && choice->word != nullptr; ++choice) {
+      const std::string word = std::to_string(choice->value) + " " + choice->word;
+      EXPECT_PRED2(Contains, ProtocolSections()[row.command], word);
+    }
+  }
+  EXPECT_EQ(listed, table);
 }
 
 TEST(StationCommandLine, WrongUsageIsStatusTwoAndOneLine) {

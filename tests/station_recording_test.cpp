@@ -127,7 +127,7 @@ TEST(StationRecording, WiresharkNamesEveryCommand) {
     expected.push_back(command.words);
     if (command.reply == nullptr) continue;
     pcap += RecordingEntry(RecordingFormat::kPcap,
-                           {0, kFrom, Reply(command.number, command.sub_command, {})});
+                           {250000000, kFrom, Reply(command.number, command.sub_command, {})});
     expected.push_back(command.words + ":");
   }
   const std::pair<Bytes, const char*> replies[] = {
@@ -147,8 +147,8 @@ TEST(StationRecording, WiresharkNamesEveryCommand) {
   }
   root.AddFile("/t.pcap", pcap);
   const std::string run = "cd " + root.path() + " && HOME=" + root.path() +
-                          " tshark -X lua_script:" + support::SourceDir() +
-                          "/bench/station/dissector/korvandis.lua -r t.pcap ";
+                          " tshark -X lua_script:" + support::BinDir() +
+                          "/../share/korvandis.lua -r t.pcap ";
   ASSERT_EQ(std::system((run + "-T fields -e _ws.col.Info > info 2> errors").c_str()), 0)
       << support::ReadFile(root.path() + "/errors");
   std::istringstream info(support::ReadFile(root.path() + "/info"));
@@ -161,12 +161,20 @@ TEST(StationRecording, WiresharkNamesEveryCommand) {
   }
   EXPECT_FALSE(std::getline(info, line)) << line;
 
-  // Field values of one packet, and the mark on the damaged ones.
+  // Field values of one packet, its link to the request and the time since, and the mark on the
+  // damaged ones.
   ASSERT_EQ(std::system((run + "-Y 'korvandis.track == 300' -T fields -e korvandis.direction -e "
                                "korvandis.command -e korvandis.reply -e korvandis.folder > info")
                             .c_str()),
             0);
   EXPECT_EQ(support::ReadFile(root.path() + "/info"), "1\t3\t1\t2\n");
+  for (const char* filter : {"korvandis.response_to == 1", "korvandis.response_in == 2"}) {
+    ASSERT_EQ(std::system((run + "-2 -Y '" + filter + "' -T fields -e frame.number -e " +
+                           "korvandis.time >> links")
+                              .c_str()),
+              0);
+  }
+  EXPECT_EQ(support::ReadFile(root.path() + "/links"), "2\t0.250000000\n1\t\n");
   ASSERT_EQ(std::system((run + "-Y korvandis.malformed -T fields -e frame.len > info").c_str()), 0);
   EXPECT_EQ(support::ReadFile(root.path() + "/info"), "29\n4\n");
 }
