@@ -392,7 +392,7 @@ TEST(StationCommandLine, WithoutAUnitEveryCommandSaysSo) {
                            "wait 0", "gps watch", "usb", "record /dev/null"}) {
     const Ran ran = RunLine(Words(line));
     EXPECT_EQ(ran.status, 1) << line;
-    EXPECT_PRED2(Contains, ran.err, "no unit at '" + root.path() + "'");
+    EXPECT_PRED2(Contains, ran.err, "no unit runs below " + root.path());
     EXPECT_EQ(ran.err.find('\n'), ran.err.size() - 1) << ran.err;
   }
 }

@@ -342,7 +342,7 @@ TEST_F(StationRunTest, ASignalEndsTheRunWithItsRecord) {
 TEST_F(StationRunTest, WithoutAUnitTheRestIsSkipped) {
   unit_->Stop();
   EXPECT_EQ(RunText("phase P\nstep A\ndo version mpu\nstep B\ndo bt name\n"), 1);
-  EXPECT_PRED2(Contains, program_->Output(), "failed   A: no unit at");
+  EXPECT_PRED2(Contains, program_->Output(), "failed   A: no unit runs below");
   EXPECT_PRED2(Contains, program_->Output(), "skipped  B: there is no unit");
 }
 

@@ -130,6 +130,8 @@ TEST_F(PpsToolTest, ListsAndRemoves) {
   ExpectPrints({"ls"}, "zelmar/\n");
   ExpectPrints({"ls", "/pps/zelmar"}, "key\nsetting/\n");
   ExpectPrints({"ls", "zelmar/key"}, "/pps/zelmar/key\n");
+  ExpectPrints({"ls", "-R"}, "zelmar/\nzelmar/key\nzelmar/setting/\nzelmar/setting/systeminfo\n");
+  ExpectPrints({"ls", "zelmar/key", "-R"}, "/pps/zelmar/key\n");
   ExpectFails({"ls", "nowhere"}, "No such file or directory");
 
   EXPECT_EQ(Pps({"rm", kObject, "b", "a"}), 0) << Err();
@@ -172,9 +174,35 @@ TEST_F(PpsToolTest, WatchTellsChangesUntilInterrupted) {
   EXPECT_PRED2(Contains, gone.Errors(), "the unit is gone");
 }
 
+TEST_F(PpsToolTest, WatchFollowsADirectoryAndWhatComesBelowIt) {
+  WriteObject(kObject, "a::1");
+  WriteObject("/pps/services/one", "b::2");
+  Program watch(root_, "pps", {"watch", "services/one", "zelmar", "--times"});
+  const auto prints = [&](const std::string& text) {
+    return Eventually([&] { return Contains(watch.Output(), text); });
+  };
+  EXPECT_TRUE(prints(" /pps/services/one\n@one\nb::2\n"));
+  EXPECT_TRUE(prints(" /pps/zelmar/setting/systeminfo\n@systeminfo\na::1\n"));
+  WriteObject("/pps/zelmar/new/object", "c::3");
+  EXPECT_TRUE(prints(" /pps/zelmar/new/object\n@object\nc::3\n"));
+  EXPECT_EQ(Pps({"rm", "zelmar/new/object"}), 0);
+  EXPECT_TRUE(prints(" /pps/zelmar/new/object\n-@object\n"));
+  WriteObject("/pps/zelmar/new/object", "d::4");
+  EXPECT_TRUE(prints(" /pps/zelmar/new/object\n@object\nd::4\n"));
+  EXPECT_EQ(watch.Terminate(), 0);
+  EXPECT_EQ(watch.Errors(), "");
+
+  Program removed(root_, "pps", {"watch", kObject});
+  EXPECT_TRUE(Eventually([&] { return !removed.Output().empty(); }));
+  EXPECT_EQ(Pps({"rm", kObject}), 0);
+  EXPECT_EQ(removed.Wait(), 1);
+  EXPECT_PRED2(Contains, removed.Errors(), "was removed");
+}
+
 TEST_F(PpsToolTest, UsageAndAMissingUnit) {
-  for (const char* line : {"", "nonsense", "get", "get a b c", "set a", "watch a b", "ls a b",
-                           "-x ls", "--root", "-t get a"}) {
+  for (const char* line :
+       {"", "nonsense", "get", "get a b c", "set a", "watch", "ls a b", "-x ls", "--root",
+        "-t get a", "-R get a", "--times ls", "get a?delta", "watch a b?wait"}) {
     EXPECT_EQ(Pps(Arguments(line)), 2) << line;
     EXPECT_PRED2(Contains, Err(), "see 'pps --help'");
     EXPECT_EQ(Out(), "");
@@ -183,19 +211,41 @@ TEST_F(PpsToolTest, UsageAndAMissingUnit) {
   EXPECT_PRED2(Contains, Out(), "usage: pps");
   EXPECT_EQ(Pps({"ls", "--help"}), 0);
   unit_->Stop();
-  ExpectFails({"get", kObject}, "is the unit running");
-  EXPECT_EQ(Pps({"ls", "--root", "/nonexistent"}), 1);
 }
 
-TEST_F(PpsToolTest, AnOutputThatTakesNothingIsAFailure) {
-  WriteObject(kObject, "a::1");
+TEST_F(PpsToolTest, EveryToolSaysWhyThereIsNoUnit) {
+  unit_->Stop();
+  root_.AddFile("/file", "");
+  const std::pair<std::string, std::string> roots[] = {
+      {root_.path(), "no unit runs below " + root_.path()},
+      {"dev", "no unit runs below " + root_.path() + "/dev (HEADUNIT_ROOT is 'dev', relative"},
+      {root_.path() + "/file", "file is not a directory"},
+      {"/nonexistent", "the unit's root /nonexistent: No such file or directory"},
+  };
+  for (const auto& [root, reason] : roots) {
+    ::setenv("HEADUNIT_ROOT", root.c_str(), 1);
+    for (const std::vector<std::string>& line : std::vector<std::vector<std::string>>{
+             {"pps", "ls"}, {"sloginfo", "-t"}, {"station", "chip"}, {"headunit", "ctl", "help"}}) {
+      // The ring stays when the unit ends, and can be read.
+      if (line[0] == "sloginfo" && root == root_.path()) continue;
+      Program program(root_, line[0], {line.begin() + 1, line.end()});
+      EXPECT_EQ(program.Wait(), 1) << line[0];
+      EXPECT_PRED2(Contains, program.Errors(), reason) << line[0];
+    }
+  }
+}
+
+TEST_F(PpsToolTest, AnOutputThatTakesNothingIsAFailureWithItsReason) {
+  WriteObject(kObject, "big::" + std::string(200000, 'x'));
   Program full(root_, "pps", {"get", kObject}, [] {
     const int fd = ::open("/dev/full", O_WRONLY);
     ::dup2(fd, 1);
   });
   EXPECT_EQ(full.Wait(), 1);
+  EXPECT_EQ(full.Errors(), "pps: standard output: No space left on device\n");
   Program closed(root_, "pps", {"get", kObject}, [] { ::close(1); });
   EXPECT_EQ(closed.Wait(), 1);
+  EXPECT_EQ(closed.Errors(), "pps: standard output: Bad file descriptor\n");
 }
 
 class SloginfoTest : public ::testing::Test {
@@ -204,15 +254,17 @@ class SloginfoTest : public ::testing::Test {
     root_.AddFile("/dev/.keep", "");
     EXPECT_EQ(qnx::CreateSlogRing(root_.path() + "/dev/slog", 64), 0);
   }
-  // Logs a line in a process of its own: this one's idea of the ring is older than the test.
-  static void Log(int severity, const std::string& text) {
+  // Logs a line in a process of its own, whose number it returns: this one's idea of the ring is
+  // older than the test.
+  static pid_t Log(int severity, const std::string& text, int opcode = 0x1B1DC) {
     const pid_t child = ::fork();
     if (child == 0) {
-      slogf(0x1B1DC, severity, "%s", text.c_str());
+      slogf(opcode, severity, "%s", text.c_str());
       ::_exit(0);
     }
     int status = 0;
     ::waitpid(child, &status, 0);
+    return child;
   }
   std::string Sloginfo(const std::vector<std::string>& arguments) {
     Program program(root_, "sloginfo", arguments);
@@ -245,9 +297,27 @@ TEST_F(SloginfoTest, PrintsFiltersAndLimits) {
   EXPECT_PRED2(Contains, all, " error    0001b1dc ");
   EXPECT_PRED2(Contains, all, " debug1   0001b1dc ");
   EXPECT_EQ(Texts(Sloginfo({"-s", "error"})), "bad\n");
-  EXPECT_EQ(Texts(Sloginfo({"-s", "5"})), "bad\nlast\n");
+  EXPECT_EQ(Texts(Sloginfo({"-s", "info"})), "bad\nlast\n");
+  EXPECT_EQ(Texts(Sloginfo({"-s5"})), "last\n");
+  EXPECT_EQ(Texts(Sloginfo({"-s", "26"})), "bad\ntwo\\nlines\\x1B\n");
   EXPECT_EQ(Texts(Sloginfo({"-n", "1"})), "last\n");
   EXPECT_EQ(Sloginfo({"-n", "0"}), "");
+  EXPECT_PRED2(Contains, Sloginfo({"-hn1"}), "severity opcode      pid  text\n");
+
+  const std::string process = std::to_string(Log(_SLOG_INFO, "other", 77));
+  EXPECT_EQ(Texts(Sloginfo({"-m", "77"})), "other\n");
+  EXPECT_EQ(Texts(Sloginfo({"-m", "0x4d"})), "other\n");
+  EXPECT_EQ(Texts(Sloginfo({"-m", "0001b1dc", "--text", "a"})), "bad\nlast\n");
+  EXPECT_EQ(Texts(Sloginfo({"--process", process, "-n", "9"})), "other\n");
+  int year = 0;
+  unsigned microseconds = 0;
+  const std::string dated = Sloginfo({"-t", "-m77"});
+  EXPECT_EQ(std::sscanf(dated.c_str(), "%d-%*d-%*d %*d:%*d:%*d.%6u ", &year, &microseconds), 2);
+  EXPECT_GT(year, 2000) << dated;
+
+  EXPECT_EQ(Texts(Sloginfo({"-c", "-s", "error"})), "bad\n");
+  Log(_SLOG_INFO, "new");
+  EXPECT_EQ(Texts(Sloginfo({})), "new\n");
 }
 
 TEST_F(SloginfoTest, SaysHowManyLinesWereLost) {
@@ -281,7 +351,8 @@ TEST_F(SloginfoTest, FollowsAcrossARestartOfTheUnit) {
 }
 
 TEST_F(SloginfoTest, UsageAndAMissingLog) {
-  for (const char* line : {"-s", "-s loud", "-s 8", "-n -1", "-n x", "nonsense", "--root"}) {
+  for (const char* line : {"-s", "-s loud", "-s 8", "-n -1", "-m 0xg", "-m 123456789a",
+                           "--process me", "-x", "nonsense", "--root"}) {
     Program program(root_, "sloginfo", Arguments(line));
     EXPECT_EQ(program.Wait(), 2);
     EXPECT_PRED2(Contains, program.Errors(), "see 'sloginfo --help'");
@@ -294,7 +365,7 @@ TEST_F(SloginfoTest, UsageAndAMissingLog) {
   EXPECT_EQ(std::remove((root_.path() + "/dev/slog").c_str()), 0);
   Program missing(root_, "sloginfo", {"-f"});
   EXPECT_EQ(missing.Wait(), 1);
-  EXPECT_PRED2(Contains, missing.Errors(), "is the unit running");
+  EXPECT_PRED2(Contains, missing.Errors(), "no unit runs below");
 }
 
 }  // namespace

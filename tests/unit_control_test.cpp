@@ -215,7 +215,7 @@ TEST_F(ProfileTest, TheProgramSaysWhatIsWrongOnItsCommandLine) {
   EXPECT_EQ(1, host.Wait());
   Program nobody(root_, "headunit", {"ctl", "status"});
   EXPECT_EQ(1, nobody.Wait());
-  EXPECT_PRED2(Contains, nobody.Errors(), "no unit answers");
+  EXPECT_PRED2(Contains, nobody.Errors(), "no unit runs below");
 }
 
 TEST_F(ProfileTest, TheProgramRunsSavesAndEndsInOrder) {

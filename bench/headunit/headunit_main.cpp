@@ -18,6 +18,7 @@
 #include "headunit/unit.h"
 #include "platform/io.h"
 #include "qnx/bench_link.h"
+#include "qnx/unit_root.h"
 
 namespace {
 
@@ -164,12 +165,11 @@ int Control(const std::vector<std::string>& words) {
   std::string line;
   for (const std::string& word : words) line += (line.empty() ? "" : " ") + word;
   if (line.empty()) line = "help";
-  const char* const variable = std::getenv(kRootVariable);
-  if (variable == nullptr || *variable == '\0') return Fail("HEADUNIT_ROOT names no unit");
-
   const int fd = platform::open(qnx::kControlPath, O_RDWR);
   if (fd < 0) {
-    return Fail(std::string("no unit answers below ") + variable + ": " + std::strerror(errno));
+    const std::string error = std::strerror(errno);
+    const std::string reason = qnx::WhyNoUnit();
+    return Fail(reason.empty() ? error : reason);
   }
   std::string answer(kLongestAnswer, '\0');
   const ssize_t sent = platform::write(fd, line.data(), line.size());

@@ -132,6 +132,24 @@ int CreateSlogRing(const std::string& path, std::uint32_t slots) {
   return error;
 }
 
+int ClearSlogRing(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (fd < 0) return errno;
+  SlogHeader header{};
+  struct stat status;
+  int error = EINVAL;
+  if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode) &&
+      ::pread(fd, static_cast<void*>(&header), sizeof(header), 0) ==
+          static_cast<ssize_t>(sizeof(header)) &&
+      IsRing(header, static_cast<std::uint64_t>(status.st_size))) {
+    const std::uint64_t next = header.next;
+    const auto written = ::pwrite(fd, &next, sizeof(next), offsetof(SlogHeader, first));
+    error = written == static_cast<ssize_t>(sizeof(next)) ? 0 : errno;
+  }
+  ::close(fd);
+  return error;
+}
+
 SlogReader::~SlogReader() {
   if (map_ != nullptr) UnmapRing(map_, size_);
 }
@@ -165,6 +183,8 @@ SlogReader::Result SlogReader::Next(SlogLine* line, std::uint64_t* lost) {
   auto* slots = reinterpret_cast<SlogSlot*>(static_cast<char*>(map_) + sizeof(SlogHeader));
   const std::uint64_t count = (size_ - sizeof(SlogHeader)) / kSlogSlotSize;
   const std::uint64_t next = header->next.load(std::memory_order_acquire);
+  const std::uint64_t first = header->first.load(std::memory_order_acquire);
+  if (position_ < first) position_ = first;
   if (position_ >= next) return Result::kNothing;
   // An eighth of the ring as room keeps the reader clear of the writers after a loss.
   const std::uint64_t resume = next - (count - count / 8);

@@ -4,29 +4,20 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 #include "platform/io.h"
+#include "qnx/unit_root.h"
 
 namespace station {
 namespace {
 
 const int kControlMilliseconds = 2000;
 
-std::string UnitText() {
-  const char* root = std::getenv("HEADUNIT_ROOT");
-  return root != nullptr && *root != '\0' ? std::string("no unit at '") + root + "'"
-                                          : "no unit at '/' (HEADUNIT_ROOT is not set)";
-}
-
 // Why a connector could not be opened.
 std::string OpenProblem(const char* path, int error) {
-  if (error == ENOENT || error == ENOTDIR) {
-    return UnitText() + ": there is no " + path + "; start one with 'headunit'";
-  }
-  if (error == EIO) return UnitText() + ": nobody answers at " + path;
-  return UnitText() + ": " + path + ": " + std::strerror(error);
+  const std::string reason = qnx::WhyNoUnit();
+  return reason.empty() ? std::string(path) + ": " + std::strerror(error) : reason;
 }
 
 int RestMilliseconds(Clock::time_point deadline) {
@@ -139,7 +130,7 @@ bool Control(const std::string& line, std::string* answer) {
   if (platform::write(connection.get(), line.data(), line.size()) < 0 ||
       !PollFor(connection.get(), kControlMilliseconds) ||
       tools::ReadMessage(connection.get(), &message) <= 0) {
-    *answer = UnitText() + ": its control connector does not answer";
+    *answer = "the unit's control connector does not answer";
     return false;
   }
   const bool good = message == "ok" || message.rfind("ok ", 0) == 0;

@@ -6,5 +6,5 @@
 int main(int argc, char** argv) {
   tools::PrepareProgram();
   const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
-  return tools::FinishProgram(std::cout, station::Run(arguments, std::cout, std::cerr));
+  return tools::FinishProgram("station", station::Run(arguments, std::cout, std::cerr));
 }

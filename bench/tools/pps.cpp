@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/io.h"
+#include "pps_watch.h"
 #include "tools/pps_object.h"
 #include "tools/program.h"
 
@@ -20,10 +21,11 @@ using tools::kExitUsage;
 using tools::kExitWrong;
 
 const char kHelp[] =
-    R"(usage: pps ls [PATH]                     objects and directories, directories with '/' behind
+    R"(usage: pps ls [-R] [PATH]                objects and directories, directories with '/' behind
        pps get PATH [ATTRIBUTE]           an object's text, or one attribute's value
        pps set [-t] PATH ATTRIBUTE...     write attributes; the object is created when missing
-       pps watch PATH                     print changes until interrupted
+       pps watch [--times] PATH...        print changes until interrupted; of a directory: of
+                                          every object below it
        pps rm PATH [ATTRIBUTE...]         remove an object, or attributes of it
 
 PATH      with or without /pps in front: /pps/zelmar/system/key, zelmar/system/key
@@ -31,7 +33,9 @@ ATTRIBUTE of set is a PPS line or a shorter form for plain text:
             name:encoding:value   encoding is empty (text), n (number), b (boolean),
                                   c (text with C escapes) or json
             name=value            the text as it stands
-  -t      remove all other attributes first
+  -R           also what the directories hold
+  -t           remove all other attributes first
+  --times      the time of day above each change
   --root DIR   directory that stands for the unit's / (default: $HEADUNIT_ROOT)
   --help       this text
 
@@ -44,17 +48,6 @@ Exit status: 0 done, 1 the object or attribute is missing or nobody answers, 2 w
 int UsageError(const std::string& reason) {
   std::cerr << "pps: " << reason << "; see 'pps --help'\n";
   return kExitUsage;
-}
-
-int Failure(const std::string& path, int error) {
-  const char* reason = std::strerror(error);
-  if (error == EIO) reason = "the unit's PPS manager does not answer";
-  std::cerr << "pps: " << path << ": " << reason << '\n';
-  // Without a manager every object is missing; that is what the reader needs to know.
-  if (error == ENOENT && platform::access("/pps", F_OK) != 0) {
-    std::cerr << "pps: there is no /pps: is the unit running, and HEADUNIT_ROOT right?\n";
-  }
-  return kExitWrong;
 }
 
 // "zelmar/system/key", "/zelmar/system/key" and "/pps/zelmar/system/key" are the same object.
@@ -71,14 +64,17 @@ int Write(const std::string& path, int flags, const std::string& text) {
   return platform::write(file.get(), text.data(), text.size()) < 0 ? errno : 0;
 }
 
-int List(const std::string& path) {
+int List(const std::string& path, bool recursive) {
   std::string text;
-  const int error = tools::ReadObject(path, O_RDONLY | O_DIRECTORY, &text);
-  if (error == ENOTDIR) {
+  std::vector<std::string> names;
+  const int error = recursive ? tools::ListBelow(path, &names)
+                              : tools::ReadObject(path, O_RDONLY | O_DIRECTORY, &text);
+  if (error == ENOTDIR && platform::access(path.c_str(), F_OK) == 0) {
     std::cout << path << '\n';
     return kExitRight;
   }
-  if (error != 0) return Failure(path, error);
+  if (error != 0) return tools::ReportFailure(path, error);
+  for (const std::string& name : names) std::cout << name << '\n';
   std::cout << text;
   return kExitRight;
 }
@@ -86,7 +82,7 @@ int List(const std::string& path) {
 int Get(const std::string& path, const std::string* name) {
   std::string text;
   const int error = tools::ReadObject(path, O_RDONLY, &text);
-  if (error != 0) return Failure(path, error);
+  if (error != 0) return tools::ReportFailure(path, error);
   if (name == nullptr) {
     std::cout << text;
     if (!text.empty() && text.back() != '\n') std::cout << '\n';
@@ -151,36 +147,16 @@ int Set(const std::string& path, const std::vector<std::string>& attributes, boo
     if (!problem.empty()) return UsageError(problem);
   }
   const int error = Write(path, O_WRONLY | O_CREAT | (truncate ? O_TRUNC : 0), text);
-  return error == 0 ? kExitRight : Failure(path, error);
-}
-
-int Watch(const std::string& path) {
-  tools::Interrupt interrupt;
-  const tools::Descriptor file(platform::open((path + "?wait,delta").c_str(), O_RDONLY));
-  if (!file.is_open()) return Failure(path, errno);
-  std::string text;
-  while (std::cout.good()) {
-    if (!interrupt.Wait(file.get(), -1)) return kExitRight;
-    const int result = tools::ReadMessage(file.get(), &text);
-    if (result < 0) return Failure(path, errno);
-    if (result == 0) {
-      std::cerr << "pps: " << path << ": the unit is gone\n";
-      return kExitWrong;
-    }
-    std::cout << text;
-    if (text.back() != '\n') std::cout << '\n';
-    std::cout.flush();
-  }
-  return kExitWrong;
+  return error == 0 ? kExitRight : tools::ReportFailure(path, error);
 }
 
 int Remove(const std::string& path, const std::vector<std::string>& attributes) {
   if (attributes.empty()) {
-    return platform::unlink(path.c_str()) == 0 ? kExitRight : Failure(path, errno);
+    return platform::unlink(path.c_str()) == 0 ? kExitRight : tools::ReportFailure(path, errno);
   }
   std::string text;
   int error = tools::ReadObject(path, O_RDONLY, &text);
-  if (error != 0) return Failure(path, error);
+  if (error != 0) return tools::ReportFailure(path, error);
   std::string deletion;
   std::string value;
   for (const std::string& name : attributes) {
@@ -191,58 +167,91 @@ int Remove(const std::string& path, const std::vector<std::string>& attributes) 
     deletion += "-" + name + "\n";
   }
   error = Write(path, O_WRONLY, deletion);
-  return error == 0 ? kExitRight : Failure(path, error);
+  return error == 0 ? kExitRight : tools::ReportFailure(path, error);
 }
 
-int Run(std::vector<std::string> arguments) {
+struct CommandLine {
+  std::vector<std::string> words;  // command, path and what follows it
+  bool help = false;
   bool truncate = false;
-  std::vector<std::string> words;
+  bool recursive = false;
+  bool times = false;
+};
+
+// Returns what is wrong with the arguments, or nothing.
+std::string Parse(const std::vector<std::string>& arguments, CommandLine* line) {
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string& argument = arguments[i];
-    // Behind the path everything is an attribute, whatever it begins with.
-    if (words.size() >= 2 || argument.size() < 2 || argument[0] != '-') {
-      words.push_back(argument);
+    const std::string command = line->words.empty() ? "" : line->words[0];
+    // Behind a path everything is an attribute, whatever it begins with.
+    const bool takes_attributes = command != "ls" && command != "watch";
+    if ((takes_attributes && line->words.size() >= 2) || argument.size() < 2 ||
+        argument[0] != '-') {
+      line->words.push_back(argument);
     } else if (argument == "--help" || argument == "-h") {
-      std::cout << kHelp;
-      return kExitRight;
+      line->help = true;
     } else if (argument == "-t") {
-      truncate = true;
+      line->truncate = true;
+    } else if (argument == "-R") {
+      line->recursive = true;
+    } else if (argument == "--times") {
+      line->times = true;
     } else if (argument == "--root" && i + 1 < arguments.size()) {
       ::setenv("HEADUNIT_ROOT", arguments[++i].c_str(), 1);
     } else {
-      return UsageError("unknown option or missing value: '" + tools::Escape(argument) + "'");
+      return "unknown option or missing value: '" + tools::Escape(argument) + "'";
     }
   }
-  if (words.empty()) return UsageError("a command is needed: ls, get, set, watch or rm");
-  const std::string command = words[0];
+  return "";
+}
+
+// Returns what is wrong with the command and its options, or nothing.
+std::string Check(const CommandLine& line) {
+  if (line.words.empty()) return "a command is needed: ls, get, set, watch or rm";
+  const std::string& command = line.words[0];
+  const std::size_t rest = line.words.size() - 1;
   if (command != "ls" && command != "get" && command != "set" && command != "watch" &&
       command != "rm") {
-    return UsageError("unknown command '" + tools::Escape(command) + "'");
+    return "unknown command '" + tools::Escape(command) + "'";
   }
-  if (truncate && command != "set") return UsageError("-t belongs to set");
-  if (words.size() == 2 && (words[1] == "--help" || words[1] == "-h")) {
+  if (line.truncate && command != "set") return "-t belongs to set";
+  if (line.recursive && command != "ls") return "-R belongs to ls";
+  if (line.times && command != "watch") return "--times belongs to watch";
+  if (rest < 1 && command != "ls") return command + " needs a path";
+  if (rest > 1 && command == "ls") return "ls takes one path";
+  if (rest > 2 && command == "get") return "get takes a path and one attribute";
+  if (rest < 2 && command == "set") return "set needs at least one attribute";
+  const std::size_t paths = command == "watch" ? rest : std::min<std::size_t>(rest, 1);
+  for (std::size_t i = 1; i <= paths; ++i) {
+    if (line.words[i].find('?') == std::string::npos) continue;
+    return "'" + tools::Escape(line.words[i]) +
+           "': a path takes no '?' options here; 'pps get' reads an object once, 'pps watch' "
+           "follows "
+           "its changes";
+  }
+  return "";
+}
+
+int Run(const std::vector<std::string>& arguments) {
+  CommandLine line;
+  std::string problem = Parse(arguments, &line);
+  if (problem.empty() && line.help) {
     std::cout << kHelp;
     return kExitRight;
   }
-  if (command == "ls") {
-    if (words.size() > 2) return UsageError("ls takes one path");
-    return List(ObjectPath(words.size() == 2 ? words[1] : "/"));
-  }
-  if (words.size() < 2) return UsageError(command + " needs a path");
-  const std::string path = ObjectPath(words[1]);
-  const std::vector<std::string> rest(words.begin() + 2, words.end());
-  if (command == "get") {
-    if (rest.size() > 1) return UsageError("get takes a path and one attribute");
-    return Get(path, rest.empty() ? nullptr : &rest[0]);
-  }
-  if (command == "set") {
-    if (rest.empty()) return UsageError("set needs at least one attribute");
-    return Set(path, rest, truncate);
-  }
+  if (problem.empty()) problem = Check(line);
+  if (!problem.empty()) return UsageError(problem);
+  const std::string& command = line.words[0];
+  std::vector<std::string> rest(line.words.begin() + 1, line.words.end());
   if (command == "watch") {
-    if (!rest.empty()) return UsageError("watch takes one path");
-    return Watch(path);
+    for (std::string& path : rest) path = ObjectPath(path);
+    return tools::WatchObjects(rest, line.times);
   }
+  const std::string path = ObjectPath(rest.empty() ? "/" : rest[0]);
+  if (command == "ls") return List(path, line.recursive);
+  rest.erase(rest.begin());
+  if (command == "get") return Get(path, rest.empty() ? nullptr : &rest[0]);
+  if (command == "set") return Set(path, rest, line.truncate);
   return Remove(path, rest);
 }
 
@@ -251,5 +260,5 @@ int Run(std::vector<std::string> arguments) {
 int main(int argc, char** argv) {
   tools::PrepareProgram();
   const int status = Run(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
-  return tools::FinishProgram(std::cout, status);
+  return tools::FinishProgram("pps", status);
 }

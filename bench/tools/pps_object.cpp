@@ -1,9 +1,12 @@
 #include "tools/pps_object.h"
 
+#include <fcntl.h>
 #include <pps.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <sstream>
 
 #include "platform/io.h"
 #include "tools/program.h"
@@ -32,6 +35,25 @@ int ReadObject(const std::string& path, int flags, std::string* text) {
   int result;
   while ((result = ReadMessage(file.get(), &part)) > 0) *text += part;
   return result < 0 ? errno : 0;
+}
+
+int ListBelow(const std::string& path, std::vector<std::string>* names) {
+  std::vector<std::string> waiting = {""};  // the last one is listed next
+  while (!waiting.empty()) {
+    const std::string name = waiting.back();
+    waiting.pop_back();
+    if (!name.empty()) names->push_back(name);
+    if (!name.empty() && name.back() != '/') continue;
+    std::string text;
+    const int error = ReadObject(path + "/" + name, O_RDONLY | O_DIRECTORY, &text);
+    if (error == ENOENT && !name.empty()) continue;  // removed meanwhile
+    if (error != 0) return error;
+    std::istringstream lines(text);
+    const auto first = static_cast<std::ptrdiff_t>(waiting.size());
+    for (std::string line; std::getline(lines, line);) waiting.push_back(name + line);
+    std::reverse(waiting.begin() + first, waiting.end());
+  }
+  return 0;
 }
 
 bool FindAttribute(const std::string& object_text, const std::string& name, std::string* value) {

@@ -10,13 +10,59 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
+#include <iostream>
+#include <streambuf>
 
 namespace tools {
 
 struct Interrupt::Mask {
   sigset_t set;
 };
+
+namespace {
+
+// Standard output, which keeps the error number of the first write that failed.
+class OutputBuffer : public std::streambuf {
+ public:
+  int error() const { return error_; }
+
+ protected:
+  int_type overflow(int_type c) override {
+    if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
+    const char byte = traits_type::to_char_type(c);
+    return xsputn(&byte, 1) == 1 ? c : traits_type::eof();
+  }
+
+  std::streamsize xsputn(const char* text, std::streamsize size) override {
+    pending_.append(text, static_cast<std::size_t>(size));
+    const bool line = is_terminal_ && std::memchr(text, '\n', static_cast<std::size_t>(size));
+    return (!line && pending_.size() < kMostPending) || sync() == 0 ? size : 0;
+  }
+
+  int sync() override {
+    std::size_t written = 0;
+    while (error_ == 0 && written < pending_.size()) {
+      const ssize_t count =
+          ::write(STDOUT_FILENO, pending_.data() + written, pending_.size() - written);
+      if (count >= 0) written += static_cast<std::size_t>(count);
+      if (count < 0 && errno != EINTR) error_ = errno;
+    }
+    pending_.clear();
+    return error_ == 0 ? 0 : -1;
+  }
+
+ private:
+  static const std::size_t kMostPending = 65536;
+  const bool is_terminal_ = ::isatty(STDOUT_FILENO) == 1;
+  std::string pending_;
+  int error_ = 0;
+};
+
+OutputBuffer* g_output = nullptr;  // lives as long as std::cout
+
+}  // namespace
 
 void PrepareProgram() {
   for (int fd = 0; fd <= 2; ++fd) {
@@ -25,11 +71,14 @@ void PrepareProgram() {
     if (::open("/dev/null", fd == 0 ? O_WRONLY : O_RDONLY) < 0) return;
   }
   ::signal(SIGPIPE, SIG_IGN);
+  g_output = new OutputBuffer;
+  std::cout.rdbuf(g_output);
 }
 
-int FinishProgram(std::ostream& out, int status) {
-  out.flush();
-  if (out.good()) return status;
+int FinishProgram(const char* program, int status) {
+  std::cout.flush();
+  if (g_output->error() == 0) return status;
+  std::cerr << program << ": standard output: " << std::strerror(g_output->error()) << '\n';
   return status == kExitRight ? kExitWrong : status;
 }
 
@@ -100,14 +149,19 @@ int ReadMessage(int fd, std::string* message) {
   return taken > 0 ? 1 : 0;
 }
 
-std::string ClockTime(std::uint64_t nanoseconds) {
+std::string DateTime(std::uint64_t nanoseconds) {
   const auto seconds = static_cast<std::time_t>(nanoseconds / 1000000000U);
   std::tm parts{};
-  if (::localtime_r(&seconds, &parts) == nullptr) return "??:??:??.???";
-  char text[32];
-  std::snprintf(text, sizeof(text), "%02d:%02d:%02d.%03u", parts.tm_hour, parts.tm_min,
-                parts.tm_sec, static_cast<unsigned>(nanoseconds / 1000000U % 1000U));
+  ::localtime_r(&seconds, &parts);  // a time that it cannot tell is all zero
+  char text[64];
+  const std::size_t length = std::strftime(text, sizeof(text), "%F %T", &parts);
+  std::snprintf(text + length, sizeof(text) - length, ".%06u",
+                static_cast<unsigned>(nanoseconds / 1000U % 1000000U));
   return text;
+}
+
+std::string ClockTime(std::uint64_t nanoseconds) {
+  return DateTime(nanoseconds).substr(std::strlen("2026-11-23 "), std::strlen("12:34:56.789"));
 }
 
 }  // namespace tools

@@ -1,5 +1,5 @@
 // sloginfo: prints and follows the unit's log.
-#include <sys/slog.h>
+#include <getopt.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -7,10 +7,12 @@
 #include <cstring>
 #include <deque>
 #include <iostream>
+#include <limits>
+#include <set>
 #include <string>
-#include <vector>
 
 #include "qnx/slog_ring.h"
+#include "qnx/unit_root.h"
 #include "tools/program.h"
 
 namespace {
@@ -20,19 +22,27 @@ using tools::kExitUsage;
 using tools::kExitWrong;
 
 const char kHelp[] =
-    R"(usage: sloginfo [-f] [-s SEVERITY] [-n LINES] [--root DIR]
+    R"(usage: sloginfo [OPTION...]
 
 Prints the unit's log: time, severity, opcode, process and text, a line an entry.
 
-  -f            follow: print what is logged until interrupted, also after the unit restarts
-  -s SEVERITY   only this severity and graver ones: a number 0 to 7 or one of shutdown, critical,
-                error, warning, notice, info, debug1, debug2
-  -n LINES      only the last LINES lines (0 with -f: only new ones)
-  --root DIR    directory that stands for the unit's / (default: $HEADUNIT_ROOT)
-  --help        this text
+  -s SEVERITY    a name: this severity and graver ones; digits: exactly these (-s 2, -s 0123)
+                   0 shutdown  1 critical  2 error   3 warning
+                   4 notice    5 info      6 debug1  7 debug2
+  -m CODE        only this opcode: decimal, 0x and hexadecimal, or 8 digits as they are printed
+  --process PID  only this process
+  --text TEXT    only lines that hold TEXT
+  -n LINES       only the last LINES lines (0 with -w: only new ones)
+  -w, -f         wait for more: print what is logged until interrupted, also after the unit restarts
+  -t             date and time to the microsecond
+  -h             a first line that names the columns
+  -c             clear the log after printing it
+  --root DIR     directory that stands for the unit's / (default: $HEADUNIT_ROOT)
+  --help         this text
 
-A line "... N lines lost" stands where entries were overwritten before they could be read.
-Exit status: 0 printed, 1 there is no log, 2 wrong usage.
+-s, -m and --process may be repeated: a line of any of them is printed. A line "... N lines lost"
+stands where entries were overwritten before they could be read.
+Exit status: 0 printed, 1 there is no log or it cannot be printed, 2 wrong usage.
 )";
 
 const char* const kSeverities[] = {"shutdown", "critical", "error",  "warning",
@@ -42,7 +52,13 @@ const int kFollowMilliseconds = 50;  // rings cannot be waited for
 
 struct Options {
   bool follow = false;
-  unsigned severity = kSeverityCount - 1;  // highest number shown
+  bool clear = false;
+  bool headline = false;
+  bool dates = false;
+  std::set<std::uint32_t> severities;  // empty: all, as below
+  std::set<std::uint32_t> opcodes;
+  std::set<std::uint32_t> processes;
+  std::string text;
   bool limited = false;
   std::size_t lines = 0;  // when limited
 };
@@ -52,13 +68,38 @@ int UsageError(const std::string& reason) {
   return kExitUsage;
 }
 
-std::string Format(const qnx::SlogLine& line) {
-  const char* severity = line.severity < kSeverityCount ? kSeverities[line.severity] : "?";
-  char head[64];
-  std::snprintf(head, sizeof(head), " %-8s %08x %6u  ", severity, line.opcode, line.pid);
+std::string Columns(const char* severity, const char* opcode, const char* process) {
+  char text[64];
+  std::snprintf(text, sizeof(text), " %-8s %-8s %6s  ", severity, opcode, process);
+  return text;
+}
+
+std::string Headline(const Options& options) {
+  std::string line = options.dates ? "date and time" : "time";
+  line.resize(options.dates ? 26 : 12, ' ');
+  return line + Columns("severity", "opcode", "pid") + "text\n";
+}
+
+std::string Format(const Options& options, const qnx::SlogLine& line) {
+  char opcode[16];
+  std::snprintf(opcode, sizeof(opcode), "%08x", line.opcode);
   std::string text = line.text;
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
-  return tools::ClockTime(line.nanoseconds) + head + tools::Escape(text) + "\n";
+  const std::string time =
+      options.dates ? tools::DateTime(line.nanoseconds) : tools::ClockTime(line.nanoseconds);
+  return time +
+         Columns(line.severity < kSeverityCount ? kSeverities[line.severity] : "?", opcode,
+                 std::to_string(line.pid).c_str()) +
+         tools::Escape(text) + "\n";
+}
+
+bool Wants(const std::set<std::uint32_t>& wanted, std::uint32_t value) {
+  return wanted.empty() || wanted.count(value) != 0;
+}
+
+bool Wants(const Options& options, const qnx::SlogLine& line) {
+  return Wants(options.severities, line.severity) && Wants(options.opcodes, line.opcode) &&
+         Wants(options.processes, line.pid) && line.text.find(options.text) != std::string::npos;
 }
 
 // Prints what has been logged since the last call.
@@ -74,9 +115,9 @@ class Printer {
     std::uint64_t lost = 0;
     Result result;
     while (std::cout.good() && (result = reader->Next(&line, &lost)) != Result::kNothing) {
-      if (result == Result::kLine && line.severity > options_.severity) continue;
+      if (result == Result::kLine && !Wants(options_, line)) continue;
       if (result == Result::kLost && last) continue;  // older than what is asked for
-      std::string text = result == Result::kLine ? Format(line) : Lost(lost);
+      std::string text = result == Result::kLine ? Format(options_, line) : Lost(lost);
       if (!last) {
         std::cout << text;
         continue;
@@ -102,19 +143,24 @@ std::string RingPath() {
   return std::string(root != nullptr ? root : "") + qnx::kSlogPath;
 }
 
+int NoLog(const std::string& path, int error) {
+  std::string reason = path + ": " + (error == EINVAL ? "not a log ring" : std::strerror(error));
+  const std::string no_unit = error == EINVAL ? "" : qnx::WhyNoUnit();
+  std::cerr << "sloginfo: " << (no_unit.empty() ? reason : no_unit) << '\n';
+  return kExitWrong;
+}
+
 int Show(const Options& options) {
   const std::string path = RingPath();
   tools::Interrupt interrupt;
   qnx::SlogReader reader;
-  const int error = reader.Open(path);
-  if (error != 0) {
-    const char* reason = error == EINVAL ? "not a log ring" : std::strerror(error);
-    std::cerr << "sloginfo: " << path << ": " << reason
-              << (error == ENOENT ? ": is the unit running, and HEADUNIT_ROOT right?\n" : "\n");
-    return kExitWrong;
-  }
+  int error = reader.Open(path);
+  if (error != 0) return NoLog(path, error);
+  if (options.headline) std::cout << Headline(options);
   Printer printer(options);
   printer.Print(&reader, options.limited);
+  if (options.clear && std::cout.good()) error = qnx::ClearSlogRing(path);
+  if (error != 0) return NoLog(path, error);
   while (options.follow && std::cout.good()) {
     interrupt.Wait(-1, kFollowMilliseconds);
     if (interrupt.Pending()) break;
@@ -125,58 +171,102 @@ int Show(const Options& options) {
   return kExitRight;
 }
 
-bool ParseNumber(const std::string& text, unsigned long limit, unsigned long* value) {
-  if (text.empty() || text.size() > 9 ||
-      text.find_first_not_of("0123456789") != std::string::npos) {
+bool ParseNumber(const std::string& text, int base, unsigned long limit, unsigned long* value) {
+  const char* const digits = base == 16 ? "0123456789abcdefABCDEF" : "0123456789";
+  if (text.empty() || text.size() > 10 || text.find_first_not_of(digits) != std::string::npos) {
     return false;
   }
-  *value = std::stoul(text);
+  *value = std::stoul(text, nullptr, base);
   return *value <= limit;
 }
 
-bool ParseSeverity(const std::string& text, unsigned* severity) {
-  unsigned long number = 0;
-  if (ParseNumber(text, kSeverityCount - 1, &number)) {
-    *severity = static_cast<unsigned>(number);
+bool ParseSeverity(const std::string& text, std::set<std::uint32_t>* severities) {
+  if (!text.empty() && text.find_first_not_of("01234567") == std::string::npos) {
+    for (const char digit : text) severities->insert(static_cast<std::uint32_t>(digit - '0'));
     return true;
   }
-  for (unsigned i = 0; i < kSeverityCount; ++i) {
+  for (std::uint32_t i = 0; i < kSeverityCount; ++i) {
     if (text != kSeverities[i]) continue;
-    *severity = i;
+    for (std::uint32_t graver = 0; graver <= i; ++graver) severities->insert(graver);
     return true;
   }
   return false;
 }
 
-int Run(const std::vector<std::string>& arguments) {
+bool ParseOpcode(const std::string& text, unsigned long* opcode) {
+  const unsigned long limit = std::numeric_limits<std::uint32_t>::max();
+  if (text.compare(0, 2, "0x") == 0) return ParseNumber(text.substr(2), 16, limit, opcode);
+  return ParseNumber(text, text.size() == 8 ? 16 : 10, limit, opcode);
+}
+
+// Takes one option with its value. Returns what is wrong with it, or nothing.
+std::string TakeOption(int option, const std::string& value, Options* options) {
+  const std::string shown = "'" + tools::Escape(value) + "' ";
+  unsigned long number = 0;
+  switch (option) {
+    case 'c':
+      options->clear = true;
+      break;
+    case 'f':
+    case 'w':
+      options->follow = true;
+      break;
+    case 'h':
+      options->headline = true;
+      break;
+    case 't':
+      options->dates = true;
+      break;
+    case 's':
+      if (!ParseSeverity(value, &options->severities)) return shown + "is not a severity";
+      break;
+    case 'm':
+      if (!ParseOpcode(value, &number)) return shown + "is not an opcode";
+      options->opcodes.insert(static_cast<std::uint32_t>(number));
+      break;
+    case 'n':
+      if (!ParseNumber(value, 10, 999999999, &number)) return shown + "is not a number of lines";
+      options->limited = true;
+      options->lines = number;
+      break;
+    case 'p':
+      if (!ParseNumber(value, 10, 999999999, &number)) return shown + "is not a process number";
+      options->processes.insert(static_cast<std::uint32_t>(number));
+      break;
+    case 'e':
+      options->text = value;
+      break;
+    case 'r':
+      ::setenv("HEADUNIT_ROOT", value.c_str(), 1);
+      break;
+    default:
+      break;
+  }
+  return "";
+}
+
+int Run(int argc, char** argv) {
+  static const option kLong[] = {{"help", no_argument, nullptr, 'H'},
+                                 {"process", required_argument, nullptr, 'p'},
+                                 {"root", required_argument, nullptr, 'r'},
+                                 {"text", required_argument, nullptr, 'e'},
+                                 {nullptr, 0, nullptr, 0}};
   Options options;
-  for (std::size_t i = 0; i < arguments.size(); ++i) {
-    const std::string& argument = arguments[i];
-    if (argument == "--help" || argument == "-h") {
+  ::opterr = 0;
+  int found;
+  while ((found = ::getopt_long(argc, argv, ":cfhm:n:s:tw", kLong, nullptr)) != -1) {
+    const std::string word = tools::Escape(argv[::optind - 1]);
+    if (found == ':') return UsageError(word + " needs a value");
+    if (found == '?') return UsageError("unknown option '" + word + "'");
+    if (found == 'H') {
       std::cout << kHelp;
       return kExitRight;
     }
-    if (argument == "-f") {
-      options.follow = true;
-      continue;
-    }
-    if (argument != "-s" && argument != "-n" && argument != "--root") {
-      return UsageError("unknown argument '" + tools::Escape(argument) + "'");
-    }
-    if (i + 1 == arguments.size()) return UsageError(argument + " needs a value");
-    const std::string& value = arguments[++i];
-    unsigned long number = 0;
-    if (argument == "--root") {
-      ::setenv("HEADUNIT_ROOT", value.c_str(), 1);
-    } else if (argument == "-s" && !ParseSeverity(value, &options.severity)) {
-      return UsageError("unknown severity '" + tools::Escape(value) + "'");
-    } else if (argument == "-n") {
-      if (!ParseNumber(value, 999999999, &number)) {
-        return UsageError("'" + tools::Escape(value) + "' is not a number of lines");
-      }
-      options.limited = true;
-      options.lines = number;
-    }
+    const std::string problem = TakeOption(found, ::optarg != nullptr ? ::optarg : "", &options);
+    if (!problem.empty()) return UsageError(problem);
+  }
+  if (::optind < argc) {
+    return UsageError("unexpected argument '" + tools::Escape(argv[::optind]) + "'");
   }
   return Show(options);
 }
@@ -185,6 +275,5 @@ int Run(const std::vector<std::string>& arguments) {
 
 int main(int argc, char** argv) {
   tools::PrepareProgram();
-  const int status = Run(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
-  return tools::FinishProgram(std::cout, status);
+  return tools::FinishProgram("sloginfo", Run(argc, argv));
 }

@@ -20,7 +20,8 @@ struct SlogHeader {
   std::uint32_t slots;      // a power of two
   std::uint32_t slot_size;  // kSlogSlotSize
   std::atomic<std::uint64_t> next;
-  char reserved[40];
+  std::atomic<std::uint64_t> first;  // lines before this one were cleared: readers pass over them
+  char reserved[32];
 };
 static_assert(sizeof(SlogHeader) == 64, "the slots begin at offset 64");
 
@@ -47,6 +48,10 @@ struct SlogLine {
 // Creates an empty ring of `slots` lines (a power of two) at the host path `path`, replacing what
 // lies there in one step. Returns 0 or an error number.
 int CreateSlogRing(const std::string& path, std::uint32_t slots);
+
+// Makes readers of the ring at the host path `path` begin behind its newest line. Returns 0 or an
+// error number (EINVAL: not a ring).
+int ClearSlogRing(const std::string& path);
 
 // Reads a ring while others write to it. Not thread-safe itself.
 class SlogReader {

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <ostream>
 #include <string>
 
 #include "qnx/text.h"
@@ -17,11 +16,13 @@ const int kExitWrong = 1;  // an answer is missing or wrong, or there is nobody 
 const int kExitUsage = 2;  // the command line is wrong
 
 // Called first in main: descriptors 0 to 2 are open afterwards, so that a socket never takes their
-// place, and a closed pipe is an error of the stream instead of a signal.
+// place; a closed pipe is an error of the stream instead of a signal; std::cout keeps the reason
+// why it could not be written. A terminal gets each line at once.
 void PrepareProgram();
 
-// Ends main: flushes `out`. An output that could not be written turns `status` into kExitWrong.
-int FinishProgram(std::ostream& out, int status);
+// Ends main: flushes std::cout. An output that could not be written is reported with its reason on
+// standard error under the name `program`, and turns `status` into kExitWrong.
+int FinishProgram(const char* program, int status);
 
 // Collects SIGINT and SIGTERM while it lives, so that a loop can end in order. The calling thread's
 // mask is restored at the end. One at a time a process.
@@ -78,6 +79,9 @@ using qnx::Utf8Length;
 
 // "12:34:56.789" in local time.
 std::string ClockTime(std::uint64_t nanoseconds);
+
+// "2026-11-23 12:34:56.789012" in local time.
+std::string DateTime(std::uint64_t nanoseconds);
 
 }  // namespace tools
 
