@@ -15,5 +15,5 @@ set(KORVANDIS_EMULATOR /usr/bin/qemu-arm CACHE FILEPATH "Runs the programs of th
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-# No static PostgreSQL client is in Debian's armhf, and a line's record is not kept on a unit.
+# Not everything that a static PostgreSQL client needs is in Debian, and a unit keeps no record of a line.
 set(KORVANDIS_RECORDS OFF CACHE BOOL "Build the record store of the station (SOCI)")

@@ -3,13 +3,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
-#include <set>
+#include <sstream>
+#include <tuple>
 
 #include "records/database.h"
 #include "records/spool.h"
+#include "records/summary.h"
 #include "support/fixture.h"
 #include "support/postgres.h"
 
@@ -208,6 +211,95 @@ TEST_P(Records, AnIdentityBelongsToOneDevice) {
     got += WEXITSTATUS(status);
   }
   EXPECT_EQ(got, 1);
+}
+
+// A run of one device that measures `speed` (and a text), at a minute.
+records::Run Measured(const std::string& device, const std::string& station, int minute,
+                      Outcome outcome, double speed, double high = 10) {
+  records::Run run;
+  run.id = NewRunId();
+  run.device = device;
+  run.title = minute < 100 ? "Line" : "Other";
+  run.station = station;
+  run.start = kStart + std::chrono::minutes(minute);
+  run.seconds = minute;
+  run.outcome = outcome;
+  Step step;
+  step.name = "Drive";
+  step.outcome = outcome;
+  step.start = run.start;
+  step.measurements = {{"speed", "km/h", "", speed, kNone, high, "", Outcome::kPassed},
+                       {"name", "", "x", kNone, kNone, kNone, "", Outcome::kPassed}};
+  Step skipped;
+  skipped.name = "Never";
+  Phase phase;
+  phase.name = "P";
+  phase.steps = {step, skipped};
+  run.phases = {phase};
+  return run;
+}
+
+TEST_P(Records, TheSummaryCountsWhatIsThere) {
+  const auto database = Open(Address());
+  // The values are large beside their spread: sums of plain squares would find no spread.
+  const double kBase = 1e9;
+  const std::vector<records::Run> runs = {
+      Measured("A", "east", 1, Outcome::kFailed, kBase + 1, kBase + 9),
+      Measured("A", "west", 3, Outcome::kPassed, kBase + 2, kBase + 9),
+      Measured("B", "east", 2, Outcome::kPassed, kBase + 3, kBase + 9),
+      Measured("C", "east", 4, Outcome::kError, kBase + 6, kBase + 8),
+      Measured("", "east", 9, Outcome::kFailed, kNone),
+      Measured("D", "we,\"st", 5, Outcome::kAborted, kNone),
+      Measured("B", "east", 100, Outcome::kFailed, kBase + 100, kBase)};
+  // Not in the order of their times: a station that was cut off stores its runs later.
+  for (const std::size_t i : {6U, 1U, 0U, 5U, 2U, 4U, 3U})
+    ASSERT_EQ(database->Store(runs[i], nullptr), "");
+
+  Summary summary;
+  Filter filter;
+  filter.title = "Line";
+  ASSERT_EQ(Summarise(Address(), filter, &summary), "");
+  // A first failed, then passed; B passed; C and D never finished; one run has no device.
+  EXPECT_EQ(SummaryJson(summary),
+            R"({"runs":6,"devices":4,"passed":2,"failed":2,"errors":1,"aborted":1,)"
+            R"("first_pass_yield":0.5,"final_yield":1.0,"stations":[)"
+            R"({"station":"east","runs":4,"first_pass_yield":0.5,"seconds":3.0},)"
+            R"({"station":"we,\"st","runs":1,"first_pass_yield":null,"seconds":5.0},)"
+            R"({"station":"west","runs":1,"first_pass_yield":1.0,"seconds":3.0}],)"
+            R"("steps":[{"phase":"P","step":"Drive","runs":6,"failed":2,"errors":1}],)"
+            R"("measurements":[{"phase":"P","step":"Drive","name":"speed","unit":"km/h","count":4,)"
+            R"("mean":1000000003.0,"stddev":2.160246899469287,"min":1000000001.0,)"
+            R"("max":1000000006.0,"low":null,"high":1000000008.0,"cpk":0.7715167498104595}]})");
+  std::ostringstream csv;
+  WriteSummaryCsv(summary, csv);
+  EXPECT_PRED2(Contains, csv.str(), "\nstation,\"we,\"\"st\",,,,,1,");
+  EXPECT_PRED2(Contains, csv.str(), "\nstep,,P,Drive,,,6,,,2,1,");
+  std::istringstream rows(csv.str());
+  for (std::string row; std::getline(rows, row);) {
+    const auto commas = std::count(row.begin(), row.end(), ',');
+    EXPECT_EQ(commas, Contains(row, "we,") ? 23 : 22) << row;
+  }
+
+  for (const auto& [since, until, count] :
+       {std::tuple{"2025-11-23T10:03:00Z", "", 5}, std::tuple{"", "2025-11-23T10:03:00Z", 2},
+        std::tuple{"2025-11-23T10:04:00Z", "2025-11-23T10:05:00Z", 1},
+        std::tuple{"2030-01-01", "", 0}}) {
+    Filter times;
+    EXPECT_EQ(ParseMoment(since, &times.since), *since != '\0');
+    EXPECT_EQ(ParseMoment(until, &times.until), *until != '\0');
+    Summary part;
+    ASSERT_EQ(Summarise(Address(), times, &part), "");
+    EXPECT_EQ(part.runs, count) << since << ' ' << until;
+    EXPECT_EQ(part.steps.size(), count == 0 ? 0U : 1U);
+  }
+
+  std::vector<RunRow> rows_of_a;
+  Filter device;
+  device.device = "A";
+  ASSERT_EQ(database->List(device, 10, &rows_of_a), "");
+  ASSERT_EQ(rows_of_a.size(), 2U);
+  EXPECT_EQ(rows_of_a[0].station, "west") << "the newest first";
+  EXPECT_EQ(rows_of_a[1].failed, "P / Drive: ");
 }
 
 TEST(RecordFile, AWrongFileIsTold) {

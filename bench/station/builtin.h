@@ -15,6 +15,9 @@ int RunGpsWatch(Context& context);
 int RunSequenceFile(Context& context);
 int RecordTraffic(Context& context);
 int ReplayTraffic(Context& context);
+int RunRecords(Context& context);
+int RunHistory(Context& context);
+int RunSummary(Context& context);
 int RunCompletion(Context& context);
 
 }  // namespace station

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <optional>
 
 #include "builtin.h"
 #include "station/command.h"
@@ -25,19 +26,30 @@ int UsageError(std::ostream& err, const std::string& reason, const std::string& 
   return tools::kExitUsage;
 }
 
-// Every option of the table by its name; those of the same name take a value everywhere or nowhere.
-const Option* FindOption(const std::string& name) {
-  static const std::vector<Option> all = [] {
-    std::vector<Option> options = GlobalOptions();
-    for (const Command& command : Commands()) {
-      const std::vector<Option> more = OptionsOf(command);
-      options.insert(options.end(), more.begin(), more.end());
-    }
-    return options;
-  }();
-  const auto found = std::find_if(all.begin(), all.end(),
+// The longest beginning of `words` that is a command or a group.
+std::string HelpWords(const std::vector<std::string>& words) {
+  std::string longest;
+  std::string text;
+  for (const std::string& word : words) {
+    text += (text.empty() ? "" : " ") + word;
+    if (!CommandsUnder(text).empty()) longest = text;
+  }
+  return longest;
+}
+
+// An option by its name: of the command that the words in front of it are, else of any.
+std::optional<Option> FindOption(const std::string& name, const std::vector<std::string>& words) {
+  std::vector<Option> options;
+  const auto add = [&options](const Command& command) {
+    const std::vector<Option> more = OptionsOf(command);
+    options.insert(options.end(), more.begin(), more.end());
+  };
+  for (const Command* command : CommandsUnder(HelpWords(words))) add(*command);
+  options.insert(options.end(), GlobalOptions().begin(), GlobalOptions().end());
+  for (const Command& command : Commands()) add(command);
+  const auto found = std::find_if(options.begin(), options.end(),
                                   [&](const Option& option) { return name == option.name; });
-  return found == all.end() ? nullptr : &*found;
+  return found == options.end() ? std::nullopt : std::optional<Option>(*found);
 }
 
 bool Takes(const std::vector<Option>& options, const std::string& name) {
@@ -61,8 +73,8 @@ std::string SeparateOptions(const std::vector<std::string>& arguments, Arguments
     }
     const std::size_t equals = argument.find('=');
     const std::string name = argument == "-h" ? "--help" : argument.substr(0, equals);
-    const Option* option = FindOption(name);
-    if (option == nullptr) return "unknown option '" + tools::Escape(name) + "'";
+    const std::optional<Option> option = FindOption(name, separated->words);
+    if (!option) return "unknown option '" + tools::Escape(name) + "'";
     std::string value;
     if (option->value != nullptr) {
       if (equals == std::string::npos && i + 1 == arguments.size()) {
@@ -154,17 +166,6 @@ int PrintHelp(std::ostream& out, const std::string& words) {
            "wrong,\n2 wrong usage.\n";
   }
   return tools::kExitRight;
-}
-
-// The longest beginning of `words` that is a command or a group.
-std::string HelpWords(const std::vector<std::string>& words) {
-  std::string longest;
-  std::string text;
-  for (const std::string& word : words) {
-    text += (text.empty() ? "" : " ") + word;
-    if (!CommandsUnder(text).empty()) longest = text;
-  }
-  return longest;
 }
 
 int RunRequest(Context& context) {

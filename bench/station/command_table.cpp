@@ -165,7 +165,26 @@ Parameter Optional(Parameter parameter) {
   return parameter;
 }
 
+const Option kRecordOption = {
+    "--record", "DB",
+    "the record: an SQLite file or postgresql://... (default: $KORVANDIS_RECORD)"};
+
+// Options that select runs, and `more`.
+std::vector<Option> Selecting(const std::vector<Option>& more) {
+  std::vector<Option> options = {
+      kRecordOption,
+      {"--title", "TITLE", "only runs of the sequence with this title"},
+      {"--station", "NAME", "only runs of this station"},
+      {"--since", "TIME", "only runs that began then or later (2026-11-23, '2026-11-23 06:00')"},
+      {"--until", "TIME", "only runs that began earlier"}};
+  options.insert(options.end(), more.begin(), more.end());
+  return options;
+}
+
 std::vector<Command> MakeOwn() {
+  Parameter device{"DEVICE", Kind::kText};
+  device.low = 1;
+  device.high = 1000;
   Parameter bytes{"BYTE", Kind::kHexByte};
   bytes.optional = true;
   bytes.repeated = true;
@@ -192,6 +211,17 @@ std::vector<Command> MakeOwn() {
         {{"--fast", nullptr, "do not keep the recorded pauses"},
          {"--ignore", "COMMAND", "do not compare answers to commands that begin so (may be repeated)"}},
         "send the requests of a recording again and compare the answers"),
+    Own("records", RunRecords, {},
+        Selecting({{"--device", "DEVICE", "only runs of this unit"},
+                   {"--most", "COUNT", "so many runs, the newest first (default 20)"},
+                   {"--show", "RUN", "everything that was recorded of one run"},
+                   {"--pcap", "FILE", "with --show: write the packets of the run"}}),
+        "the runs of a record"),
+    Own("history", RunHistory, {device}, {kRecordOption}, "every run of a unit: where, when, how long, what failed"),
+    Own("summary", RunSummary, {},
+        Selecting({{"--json", nullptr, "print JSON"},
+                   {"--csv", nullptr, "print comma separated values"}}),
+        "yield, steps that fail, measurements near their limits"),
     Own("completion bash", RunCompletion, {}, {}, "print the completion script for bash"),
     Own("version", RunGroup, {}, {}, "all versions as a table; exit status 1 when one is missing"),
     Own("usb", RunGroup, {}, {}, "presence and synchronisation of the USB device"),

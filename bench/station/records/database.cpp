@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "qnx/text.h"
 #include "session.h"
-#include "tools/program.h"
 
 namespace records {
 namespace {
@@ -42,7 +42,7 @@ std::unique_ptr<Database> Database::Open(const std::string& address, Mode mode,
   std::unique_ptr<Database> database(new Database());
   Inside& inside = *database->inside_;
   inside.server = IsServer(address);
-  const std::string shown = "the record " + tools::Escape(WithoutPassword(address));
+  const std::string shown = "the record " + qnx::Escape(WithoutPassword(address));
   if (!inside.server) {
     const std::string wrong = CheckPath(address, mode);
     if (!wrong.empty()) {
@@ -122,7 +122,7 @@ void Bind(const Filter& filter, soci::statement* statement) {
 std::string Storable(const std::string& text) {
   std::string storable;
   for (std::size_t at = 0; at < text.size();) {
-    const std::size_t length = tools::Utf8Length(std::string_view(text).substr(at));
+    const std::size_t length = qnx::Utf8Length(std::string_view(text).substr(at));
     if (length == 0 || text[at] == '\0') {
       char code[8];
       std::snprintf(code, sizeof(code), "\\x%02X", static_cast<unsigned char>(text[at]));
@@ -144,7 +144,7 @@ std::string Reason(const std::exception& error) {
     if (c == '\n') c = ' ';
   }
   text.erase(text.find_last_not_of(' ') + 1);
-  return tools::Escape(text);
+  return qnx::Escape(text);
 }
 
 }  // namespace records

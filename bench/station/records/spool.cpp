@@ -13,6 +13,7 @@
 #include <sstream>
 #include <vector>
 
+#include "qnx/text.h"
 #include "records/database.h"
 #include "tools/program.h"
 
@@ -115,13 +116,13 @@ void CatchUp(Database* database, const std::string& path, Stored* result) {
       Spool broken(path + ".broken");
       problem = broken.OpenForAppending();
       if (problem.empty()) problem = broken.Append(line);
-      AddSentence("a line of " + tools::Escape(path) + " is not a whole run and was moved to " +
-                      tools::Escape(path) + ".broken",
+      AddSentence("a line of " + qnx::Escape(path) + " is not a whole run and was moved to " +
+                      qnx::Escape(path) + ".broken",
                   &result->problem);
     }
     all = all && problem.empty();
     if (!problem.empty()) {
-      AddSentence("a run of " + tools::Escape(path) + " is still not stored: " + problem,
+      AddSentence("a run of " + qnx::Escape(path) + " is still not stored: " + problem,
                   &result->problem);
     }
   }
@@ -151,9 +152,9 @@ Stored StoreRun(const std::string& address, const Run& run) {
   std::string reason = spool.OpenForAppending();
   if (reason.empty()) reason = spool.Append(RunJson(run));
   AddSentence(problem, &result.problem);
-  AddSentence(reason.empty() ? "the run is kept in " + tools::Escape(path) +
+  AddSentence(reason.empty() ? "the run is kept in " + qnx::Escape(path) +
                                    " and will be stored with the next one"
-                             : "the run is lost, " + tools::Escape(path) + ": " + reason,
+                             : "the run is lost, " + qnx::Escape(path) + ": " + reason,
               &result.problem);
   return result;
 }

@@ -5,8 +5,8 @@
 #include <tuple>
 
 #include "hex.h"
+#include "qnx/text.h"
 #include "session.h"
-#include "tools/program.h"
 
 namespace records {
 namespace {
@@ -230,7 +230,7 @@ std::string Database::Claim(const std::string& kind, const std::string& value,
         soci::use(kind), soci::use(compared), soci::use(safe_device), soci::into(other),
         soci::into(since);
     if (inside_->sql.got_data() && !allow) {
-      return kind + " '" + tools::Escape(value) + "' belongs to device '" + tools::Escape(other) +
+      return kind + " '" + qnx::Escape(value) + "' belongs to device '" + qnx::Escape(other) +
              "' since " + since;
     }
     inside_->sql << "INSERT INTO identity VALUES (:kind, :value, :device, :now) ON CONFLICT DO"

@@ -1,0 +1,238 @@
+// `station records`, `station history` and `station summary`.
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+
+#include "builtin.h"
+#include "qnx/text.h"
+#include "records/database.h"
+#include "records/summary.h"
+#include "station/packet_text.h"
+#include "station/recording.h"
+#include "tools/program.h"
+
+namespace station {
+namespace {
+
+const long kMostRuns = 20;
+const long kMostHistory = 100000;
+
+int UsageError(Context& context, const std::string& reason) {
+  const std::string& words = context.invocation.command->words;
+  context.err << "station: " << words << ": " << reason << "; see 'station " << words
+              << " --help'\n";
+  return tools::kExitUsage;
+}
+
+int Complain(Context& context, const std::string& problem) {
+  context.err << "station: " << context.invocation.command->words << ": " << problem << '\n';
+  return tools::kExitWrong;
+}
+
+// The record that is asked; empty when the command line and the environment name none.
+std::string Address(const Context& context) {
+  const char* variable = std::getenv("KORVANDIS_RECORD");
+  return context.invocation.Get("--record", variable == nullptr ? "" : variable);
+}
+
+bool Coloured(const Context& context) {
+  const char* no_colour = std::getenv("NO_COLOR");
+  return &context.out == &std::cout && ::isatty(STDOUT_FILENO) != 0 &&
+         (no_colour == nullptr || *no_colour == '\0');
+}
+
+// Takes the runs that the options select. Returns what is wrong with them, or nothing.
+std::string TakeFilter(const Context& context, records::Filter* filter) {
+  const Invocation& invocation = context.invocation;
+  if (Address(context).empty()) return "--record DB is missing, and KORVANDIS_RECORD is not set";
+  filter->title = invocation.Get("--title");
+  filter->station = invocation.Get("--station");
+  filter->device = invocation.Get("--device");
+  for (const auto& [option, time] :
+       {std::pair{"--since", &filter->since}, std::pair{"--until", &filter->until}}) {
+    if (invocation.Has(option) && !records::ParseMoment(invocation.Get(option), time)) {
+      return std::string(option) + " needs a time such as 2026-11-23 or '2026-11-23 06:00', not " +
+             qnx::Quoted(invocation.Get(option));
+    }
+  }
+  return "";
+}
+
+std::string Seconds(double seconds, int places = 1) {
+  char text[40];
+  std::snprintf(text, sizeof(text), "%.*f s", places, seconds);
+  return text;
+}
+
+std::string Verdict(const Context& context, const std::string& outcome) {
+  std::string text = outcome;
+  text.resize(std::max<std::size_t>(text.size(), 8), ' ');
+  if (!Coloured(context)) return text;
+  const char* code = outcome == "passed" ? "32" : outcome == "skipped" ? "33" : "31";
+  return std::string("\033[") + code + "m" + text + "\033[0m";
+}
+
+void PrintRow(Context& context, const records::RunRow& run) {
+  context.out << run.number << "  " << Verdict(context, run.outcome) << ' '
+              << records::ZoneText(run.started, run.zone_minutes) << "  " << Seconds(run.seconds)
+              << "  " << qnx::Escape(run.station) << "  "
+              << (run.device.empty() ? "-" : qnx::Escape(run.device)) << "  "
+              << qnx::Escape(run.title) << '\n';
+  std::size_t start = 0;
+  while (start < run.failed.size()) {
+    const std::size_t end = std::min(run.failed.find('\n', start), run.failed.size());
+    context.out << "    " << qnx::Escape(run.failed.substr(start, end - start)) << '\n';
+    start = end + 1;
+  }
+}
+
+int List(Context& context, const records::Filter& filter, long most) {
+  std::string problem;
+  const auto database =
+      records::Database::Open(Address(context), records::Database::Mode::kRead, &problem);
+  std::vector<records::RunRow> rows;
+  if (database != nullptr) problem = database->List(filter, static_cast<std::size_t>(most), &rows);
+  if (!problem.empty()) return Complain(context, problem);
+  for (const records::RunRow& row : rows) PrintRow(context, row);
+  if (!rows.empty()) return tools::kExitRight;
+  return Complain(context, "no run is recorded that fits");
+}
+
+void ShowStep(Context& context, const records::Step& step) {
+  context.out << "  " << Verdict(context, records::OutcomeText(step.outcome)) << ' '
+              << qnx::Escape(step.name);
+  if (!step.command.empty()) context.out << ": " << qnx::Escape(step.command);
+  if (step.outcome != records::Outcome::kSkipped) {
+    context.out << ", " << Seconds(step.seconds, 3);
+    if (step.attempts > 1) context.out << ", " << step.attempts << " attempts";
+  }
+  context.out << '\n';
+  if (!step.problem.empty()) context.out << "             " << qnx::Escape(step.problem) << '\n';
+  for (const records::Measurement& measurement : step.measurements) {
+    context.out << "             " << qnx::Escape(measurement.name) << ' '
+                << qnx::Escape(measurement.text) << (measurement.unit.empty() ? "" : " ")
+                << qnx::Escape(measurement.unit);
+    if (!measurement.expected.empty()) {
+      context.out << ", expected " << qnx::Escape(measurement.expected);
+    }
+    context.out << '\n';
+  }
+}
+
+std::uint64_t Nanoseconds(records::Time time) {
+  return static_cast<std::uint64_t>(
+      std::chrono::duration_cast<std::chrono::nanoseconds>(time.time_since_epoch()).count());
+}
+
+qnx::Direction DirectionOf(const records::Packet& packet) {
+  return packet.from_service ? qnx::Direction::kFromService : qnx::Direction::kToService;
+}
+
+void Show(Context& context, const records::Run& run) {
+  char crc[16];
+  std::snprintf(crc, sizeof(crc), "%08X", run.sequence_crc);
+  context.out << qnx::Escape(run.title) << ", device "
+              << (run.device.empty() ? "-" : qnx::Escape(run.device)) << ": "
+              << Verdict(context, records::OutcomeText(run.outcome)) << "\nrun " << run.id
+              << "\nbegan " << records::ZoneText(records::UtcText(run.start), run.zone_minutes)
+              << ", took " << Seconds(run.seconds, 3) << "\nstation " << qnx::Escape(run.station)
+              << ", program " << qnx::Escape(run.program) << "\nsequence "
+              << qnx::Escape(run.sequence) << ", CRC-32 " << crc << '\n';
+  for (const auto& [name, value] : run.values) {
+    context.out << "value " << qnx::Escape(name) << " = " << qnx::Escape(value) << '\n';
+  }
+  for (const records::Phase& phase : run.phases) {
+    context.out << '\n' << qnx::Escape(phase.name) << '\n';
+    for (const records::Step& step : phase.steps) ShowStep(context, step);
+  }
+  if (!run.packets.empty()) context.out << "\nPackets\n";
+  for (const records::Packet& packet : run.packets) {
+    context.out << "  " << tools::ClockTime(Nanoseconds(packet.time))
+                << (packet.from_service ? " < " : " > ") << Hex(packet.bytes) << "  # "
+                << DescribePacket(DirectionOf(packet), packet.bytes) << '\n';
+  }
+  if (!run.log.empty()) context.out << "\nLog of the unit\n";
+  for (const records::LogLine& line : run.log) {
+    context.out << "  " << tools::ClockTime(Nanoseconds(line.time)) << "  " << line.severity << "  "
+                << qnx::Escape(line.text) << '\n';
+  }
+}
+
+int WritePcap(Context& context, const records::Run& run, const std::string& path) {
+  if (run.packets.empty()) return Complain(context, "the record has no packets of this run");
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << RecordingHead(RecordingFormat::kPcap);
+  for (const records::Packet& packet : run.packets) {
+    file << RecordingEntry(
+        RecordingFormat::kPcap,
+        RecordedPacket{Nanoseconds(packet.time), DirectionOf(packet), packet.bytes});
+  }
+  file.close();
+  if (!file.good()) return Complain(context, qnx::Quoted(path) + " cannot be written");
+  context.out << run.packets.size() << " packets in " << qnx::Escape(path) << '\n';
+  return tools::kExitRight;
+}
+
+}  // namespace
+
+int RunRecords(Context& context) {
+  const Invocation& invocation = context.invocation;
+  records::Filter filter;
+  const std::string wrong = TakeFilter(context, &filter);
+  if (!wrong.empty()) return UsageError(context, wrong);
+  long most = kMostRuns;
+  if (invocation.Has("--most") &&
+      !qnx::ParseNumber(invocation.Get("--most"), 1, kMostHistory, &most)) {
+    return UsageError(context, "--most needs a number of runs");
+  }
+  if (!invocation.Has("--show")) {
+    if (invocation.Has("--pcap")) return UsageError(context, "--pcap needs --show RUN");
+    return List(context, filter, most);
+  }
+  std::string problem;
+  const auto database =
+      records::Database::Open(Address(context), records::Database::Mode::kRead, &problem);
+  if (database == nullptr) return Complain(context, problem);
+  records::Run run;
+  if (!database->Load(invocation.Get("--show"), &run, &problem)) {
+    if (problem.empty()) problem = "there is no run " + qnx::Quoted(invocation.Get("--show"));
+    return Complain(context, problem);
+  }
+  if (invocation.Has("--pcap")) return WritePcap(context, run, invocation.Get("--pcap"));
+  Show(context, run);
+  return tools::kExitRight;
+}
+
+int RunHistory(Context& context) {
+  records::Filter filter;
+  const std::string wrong = TakeFilter(context, &filter);
+  if (!wrong.empty()) return UsageError(context, wrong);
+  filter.device = context.invocation.arguments[0];
+  return List(context, filter, kMostHistory);
+}
+
+int RunSummary(Context& context) {
+  const Invocation& invocation = context.invocation;
+  records::Filter filter;
+  const std::string wrong = TakeFilter(context, &filter);
+  if (!wrong.empty()) return UsageError(context, wrong);
+  if (invocation.Has("--json") && invocation.Has("--csv")) {
+    return UsageError(context, "--json and --csv exclude each other");
+  }
+  records::Summary summary;
+  const std::string problem = records::Summarise(Address(context), filter, &summary);
+  if (!problem.empty()) return Complain(context, problem);
+  if (invocation.Has("--json")) {
+    context.out << records::SummaryJson(summary) << '\n';
+  } else if (invocation.Has("--csv")) {
+    records::WriteSummaryCsv(summary, context.out);
+  } else {
+    records::WriteSummaryText(summary, Coloured(context), context.out);
+  }
+  return tools::kExitRight;
+}
+
+}  // namespace station
