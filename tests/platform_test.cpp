@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <iterator>
@@ -204,6 +205,79 @@ TEST(OpenTest, AnOpenFileOutlivesItsManagerWithoutASignal) {
   EXPECT_EQ(platform::read(fd, text, 4), 10);
   EXPECT_STREQ(text, "last");
   EXPECT_EQ(::read(fd, text, sizeof(text)), 0);
+  ::close(fd);
+}
+
+// Signals the calling thread every 20 ms, which interrupts each wait that is not taken up again.
+class Interruptions {
+ public:
+  Interruptions() : caller_(::pthread_self()) {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    ::sigaction(SIGUSR1, &action, &before_);
+    thread_ = std::thread([this] {
+      while (!over_) {
+        std::this_thread::sleep_for(milliseconds(20));
+        ::pthread_kill(caller_, SIGUSR1);
+      }
+    });
+  }
+  ~Interruptions() {
+    over_ = true;
+    thread_.join();
+    ::sigaction(SIGUSR1, &before_, nullptr);
+  }
+
+ private:
+  const pthread_t caller_;
+  struct sigaction before_;
+  std::atomic<bool> over_{false};
+  std::thread thread_;
+};
+
+TEST(OpenTest, AnInterruptedCallGoesOnUntilItsDeadline) {
+  TempRoot root;
+  FakeManager pps(root, "/pps");
+  const std::string large(150 * 1024, 'x');
+  const auto pause = [] { std::this_thread::sleep_for(milliseconds(300)); };
+  std::optional<Connection> kept;
+  Beside manager([&] {
+    std::optional<FakeManager::Opening> opening = pps.Accept();
+    pause();
+    opening->connection.Answer(0);
+    pause();
+    opening->connection.Send("text");
+    pause();
+    while (opening->connection.Receive(milliseconds(300))) continue;  // makes room for the writer
+    Bytes answer(4 + sizeof(sysinfo_param_t), 0);
+    opening->connection.Send(answer);
+    kept = std::move(opening->connection);  // silent from here on
+  });
+  const Interruptions interruptions;
+  const int fd = platform::open("/pps/a", O_RDWR);
+  ASSERT_GE(fd, 0) << std::strerror(errno);
+  char text[8] = {0};
+  EXPECT_EQ(platform::read(fd, text, sizeof(text)), 4);
+  // More than the queue holds, so a write waits for the manager.
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_EQ(platform::write(fd, large.data(), large.size()), static_cast<ssize_t>(large.size()));
+  }
+  sysinfo_param_t record;
+  EXPECT_EQ(::devctl(fd, kGet, &record, sizeof(record), nullptr), 0);
+
+  const auto takes_two_seconds = [](const std::function<void()>& call) {
+    const auto start = steady_clock::now();
+    call();
+    const auto taken = steady_clock::now() - start;
+    EXPECT_GE(taken, milliseconds(1900));
+    EXPECT_LT(taken, milliseconds(2000 + 500 * KORVANDIS_PATIENCE));
+  };
+  takes_two_seconds([&] {
+    EXPECT_EQ(platform::read(fd, text, sizeof(text)), -1);
+    EXPECT_EQ(errno, EAGAIN);
+  });
+  takes_two_seconds([] { EXPECT_EQ(platform::open("/pps/b", O_RDWR), -1); });
+  takes_two_seconds([&] { EXPECT_EQ(::devctl(fd, kGet, &record, sizeof(record), nullptr), EIO); });
   ::close(fd);
 }
 

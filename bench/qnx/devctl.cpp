@@ -5,6 +5,8 @@
 #include <cstring>
 #include <new>
 
+#include "deadline.h"
+#include "platform/io.h"
 #include "qnx/manager_protocol.h"
 
 namespace {
@@ -14,16 +16,16 @@ const std::size_t kInlineAnswer = 1024;
 
 // Receives one answer: its error number, then up to `size` bytes at `data`. The number of data
 // bytes goes to *received. Returns 0 or the reason why there is no answer.
-int ReceiveAnswer(int fd, std::int32_t* error, void* data, std::size_t size,
+int ReceiveAnswer(int fd, long deadline, std::int32_t* error, void* data, std::size_t size,
                   std::size_t* received) {
   iovec parts[2] = {{error, sizeof(*error)}, {data, size}};
   msghdr message{};
   message.msg_iov = parts;
   message.msg_iovlen = 2;
-  ssize_t count;
-  do {
-    count = ::recvmsg(fd, &message, 0);
-  } while (count < 0 && errno == EINTR);
+  ssize_t count = ::recvmsg(fd, &message, 0);
+  while (count < 0 && errno == EINTR && qnx::WaitAgain(fd, POLLIN, deadline)) {
+    count = ::recvmsg(fd, &message, MSG_DONTWAIT);
+  }
   if (count < static_cast<ssize_t>(sizeof(*error))) {
     // Late or garbled: what may still come must not be taken for the answer to a later request.
     ::shutdown(fd, SHUT_RDWR);
@@ -40,7 +42,12 @@ int Exchange(int fd, std::uint32_t dcmd, void* data, std::size_t size, char* ans
   msghdr message{};
   message.msg_iov = parts;
   message.msg_iovlen = 2;
-  if (::sendmsg(fd, &message, MSG_NOSIGNAL) < 0) {
+  const long deadline = qnx::NowMs() + platform::kManagerTimeoutMs;
+  ssize_t sent = ::sendmsg(fd, &message, MSG_NOSIGNAL);
+  while (sent < 0 && errno == EINTR && qnx::WaitAgain(fd, POLLOUT, deadline)) {
+    sent = ::sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+  }
+  if (sent < 0) {
     if (errno == ENOTSOCK) return ENOTTY;
     return errno == EBADF ? EBADF : EIO;
   }
@@ -48,7 +55,7 @@ int Exchange(int fd, std::uint32_t dcmd, void* data, std::size_t size, char* ans
   const bool delivers = (dcmd & DEVDIR_FROM) != 0;
   std::int32_t error = 0;
   std::size_t received = 0;
-  const int failure = ReceiveAnswer(fd, &error, answer, delivers ? size : 0, &received);
+  const int failure = ReceiveAnswer(fd, deadline, &error, answer, delivers ? size : 0, &received);
   if (failure != 0) return failure;
   if (error != 0 || !delivers) return error;
   if (received < size) return EIO;

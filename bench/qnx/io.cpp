@@ -1,6 +1,5 @@
 #include "platform/io.h"
 
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -10,13 +9,17 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 
+#include "deadline.h"
 #include "qnx/manager_protocol.h"
+#include "qnx/remove.h"
 #include "resolve.h"
 
 namespace platform {
 namespace {
+
+using qnx::NowMs;
+using qnx::WaitAgain;
 
 // What connecting may take before it is counted against the wait for the answer.
 const int kLatenessMs = 50;
@@ -70,24 +73,11 @@ bool LimitWaits(int fd) {
          LimitWait(fd, SO_SNDTIMEO, kManagerTimeoutMs);
 }
 
-long NowMs() {
-  timespec now;
-  ::clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * 1000 + now.tv_nsec / 1000000;
-}
-
-// After an interruption: waits until `fd` is ready for `event` or `deadline` of NowMs is over,
-// which is false with EAGAIN.
-bool WaitAgain(int fd, short event, long deadline) {
-  pollfd wait = {fd, event, 0};
-  int ready;
-  do {
-    const long left = deadline - NowMs();
-    ready = ::poll(&wait, 1, left > 0 ? static_cast<int>(left) : 0);
-  } while (ready < 0 && errno == EINTR);
-  if (ready > 0) return true;
-  errno = EAGAIN;
-  return false;
+// For a call that was interrupted: limits its next wait to the time left until `deadline`; false
+// when none is left.
+bool LimitWaitUntil(int fd, int option, long deadline) {
+  const long left = deadline - NowMs();
+  return left > 0 && LimitWait(fd, option, left);
 }
 
 // The manager's answer, an error number, until `deadline` of NowMs; EIO when it gives none.
@@ -97,10 +87,10 @@ int TakeAnswer(int fd, long deadline) {
   const bool late = left < kManagerTimeoutMs - kLatenessMs;
   if (late && (left <= 0 || !LimitWait(fd, SO_RCVTIMEO, left))) return EIO;
   std::int32_t answer = 0;
-  ssize_t received;
-  do {
-    received = ::recv(fd, &answer, sizeof(answer), MSG_TRUNC);
-  } while (received < 0 && errno == EINTR);
+  ssize_t received = ::recv(fd, &answer, sizeof(answer), MSG_TRUNC);
+  while (received < 0 && errno == EINTR && WaitAgain(fd, POLLIN, deadline)) {
+    received = ::recv(fd, &answer, sizeof(answer), MSG_TRUNC | MSG_DONTWAIT);
+  }
   if (late && !LimitWaits(fd)) return EIO;
   return received == static_cast<ssize_t>(sizeof(answer)) && answer >= 0 ? answer : EIO;
 }
@@ -111,11 +101,19 @@ int Ask(const qnx::ResolvedPath& target, qnx::RequestKind kind, int flags, mode_
   const long deadline = NowMs() + kManagerTimeoutMs;
   Descriptor connection(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
   if (connection.get() < 0 || !LimitWaits(connection.get())) return -1;
-  if (ConnectTo(connection.get(), target.path) != 0) {
+  bool interrupted = false;
+  while (ConnectTo(connection.get(), target.path) != 0) {
+    if (errno == EINTR && LimitWaitUntil(connection.get(), SO_SNDTIMEO, deadline)) {
+      interrupted = true;
+      continue;
+    }
     // Nobody listens any more, or nobody accepts.
-    if (errno == ECONNREFUSED || errno == EAGAIN || errno == EINPROGRESS) errno = EIO;
+    if (errno == ECONNREFUSED || errno == EAGAIN || errno == EINPROGRESS || errno == EINTR) {
+      errno = EIO;
+    }
     return -1;
   }
+  if (interrupted && !LimitWaits(connection.get())) return -1;
 
   qnx::ManagerRequest request{static_cast<std::uint32_t>(kind), static_cast<std::uint32_t>(flags),
                               static_cast<std::uint32_t>(mode)};
@@ -124,6 +122,7 @@ int Ask(const qnx::ResolvedPath& target, qnx::RequestKind kind, int flags, mode_
   msghdr message{};
   message.msg_iov = parts;
   message.msg_iovlen = 2;
+  // Into an empty queue, so it never waits.
   if (::sendmsg(connection.get(), &message, MSG_NOSIGNAL) < 0) {
     errno = EIO;
     return -1;
@@ -158,13 +157,6 @@ int access(const char* path, int mode) {
   return ::access(target.path, mode);
 }
 
-int unlink(const char* path) {
-  qnx::ResolvedPath target;
-  if (!qnx::Resolve(path, &target)) return -1;
-  if (target.rest != nullptr) return AskOnly(target, qnx::RequestKind::kUnlink, 0);
-  return ::unlink(target.path);
-}
-
 ssize_t read(int fd, void* data, std::size_t size) {
   const long deadline = NowMs() + kManagerTimeoutMs;
   ssize_t received = ::recv(fd, data, size, MSG_TRUNC);
@@ -186,3 +178,14 @@ ssize_t write(int fd, const void* data, std::size_t size) {
 }
 
 }  // namespace platform
+
+namespace qnx {
+
+int Remove(const char* path) {
+  ResolvedPath target;
+  if (!Resolve(path, &target)) return -1;
+  if (target.rest != nullptr) return platform::AskOnly(target, RequestKind::kUnlink, 0);
+  return ::unlink(target.path);
+}
+
+}  // namespace qnx

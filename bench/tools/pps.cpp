@@ -11,6 +11,7 @@
 
 #include "platform/io.h"
 #include "pps_watch.h"
+#include "qnx/remove.h"
 #include "tools/pps_object.h"
 #include "tools/program.h"
 
@@ -152,7 +153,7 @@ int Set(const std::string& path, const std::vector<std::string>& attributes, boo
 
 int Remove(const std::string& path, const std::vector<std::string>& attributes) {
   if (attributes.empty()) {
-    return platform::unlink(path.c_str()) == 0 ? kExitRight : tools::ReportFailure(path, errno);
+    return qnx::Remove(path.c_str()) == 0 ? kExitRight : tools::ReportFailure(path, errno);
   }
   std::string text;
   int error = tools::ReadObject(path, O_RDONLY, &text);

@@ -30,10 +30,6 @@ int open(const char* path, int oflag, mode_t mode = 0);
 // Tests `path` as access(2) does. Returns 0, or -1 with errno as for open.
 int access(const char* path, int mode);
 
-// Removes the object or file at `path`. Returns 0, or -1 with errno as for open. For the tools: the
-// service removes nothing.
-int unlink(const char* path);
-
 // Reads from `fd` into the `size` bytes at `data`; on a manager's file one message. Returns the
 // number of bytes read, 0 at the end and for an empty message, or -1 with errno (EAGAIN when
 // nothing comes in time). What becomes of a message that does not fit differs between systems: its
