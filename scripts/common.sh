@@ -45,9 +45,9 @@ need() {
   rm -f "$log"
 }
 
-BASE_PACKAGES="g++ cmake ninja-build googletest libre2-dev rapidjson-dev libsoci-dev libsqlite3-dev libpq-dev"
+BASE_PACKAGES="g++ cmake ninja-build googletest libre2-dev libpugixml-dev rapidjson-dev libsoci-dev libsqlite3-dev libpq-dev"
 # The same libraries for 32-bit ARM, from Debian's armhf beside this machine's own.
-ARM_PACKAGES="libre2-dev:armhf"
+ARM_PACKAGES="libre2-dev:armhf libpugixml-dev:armhf"
 # What the tests of the package and of the dissector run.
 TEST_PACKAGES="dpkg-dev file procps tshark"
 # What only the tests of the record store need and is large: ./check --all installs it.

@@ -192,7 +192,7 @@ TEST_F(StationLinkTest, WaitsForTheService) {
   Program impatient(root_, "station", {"wait", "0"});
   Connection connection = control.Grant();
   connection.Receive();
-  connection.Send(std::string("ok stations 1 service 10"));
+  connection.Send(std::string("ok stations 1 service 0"));
   EXPECT_EQ(impatient.Wait(), 1);
   EXPECT_PRED2(Contains, impatient.Errors(), "the service is not connected");
 }

@@ -5,7 +5,7 @@
 #include <sstream>
 #include <thread>
 
-#include "station/sequence.h"
+#include "station/expectation.h"
 #include "station/sequence_run.h"
 #include "support/fixture.h"
 #include "tools/pps_object.h"
@@ -17,17 +17,45 @@ using support::Contains;
 
 const char kStep[] = "phase P\nstep S\n";
 
-std::vector<std::string> Errors(const std::string& text, const Values& given = {},
-                                const std::set<std::string>& phases = {}) {
-  Sequence sequence;
-  const std::vector<std::string> errors = ParseSequence(text, &sequence);
-  return errors.empty() ? CheckSequence(sequence, given, phases) : errors;
+// A sequence and the files it includes, in place of files of the host.
+using Files = std::map<std::string, std::string>;
+
+std::vector<Mistake> Read(const Files& files, Sequence* sequence) {
+  return ReadSequence(
+      "test.seq",
+      [&](const std::string& path, std::string* text) -> std::string {
+        const auto file = files.find(path);
+        if (file == files.end()) return "there is no " + path;
+        *text = file->second;
+        return "";
+      },
+      sequence);
 }
 
-std::string Joined(const std::vector<std::string>& errors) {
+// "LINE: reason" for each mistake, with the file in front of it when it is an included one.
+std::string Joined(const Sequence& sequence, std::vector<Mistake> mistakes) {
+  SortMistakes(&mistakes);
   std::string text;
-  for (const std::string& error : errors) text += error + "\n";
+  for (const Mistake& mistake : mistakes) {
+    if (mistake.place.file > 0) text += sequence.files[mistake.place.file] + ":";
+    if (mistake.place.line > 0) text += std::to_string(mistake.place.line) + ": ";
+    text += mistake.reason + "\n";
+  }
   return text;
+}
+
+std::string Errors(const Files& files, const Values& given = {},
+                   const std::set<std::string>& phases = {}) {
+  Sequence sequence;
+  std::vector<Mistake> mistakes = Read(files, &sequence);
+  const std::vector<Mistake> more = CheckSequence(sequence, given, phases);
+  mistakes.insert(mistakes.end(), more.begin(), more.end());
+  return Joined(sequence, mistakes);
+}
+
+std::string Errors(const std::string& text, const Values& given = {},
+                   const std::set<std::string>& phases = {}) {
+  return Errors(Files{{"test.seq", text}}, given, phases);
 }
 
 TEST(StationSequence, TakesEverythingThatAFileMaySay) {
@@ -62,8 +90,8 @@ TEST(StationSequence, TakesEverythingThatAFileMaySay) {
       "  expect version matches [a-z]{2}{serial}\n"
       "  retry 1 time";
   Sequence sequence;
-  EXPECT_EQ(Joined(ParseSequence(text, &sequence)), "");
-  EXPECT_EQ(Joined(CheckSequence(sequence, {{"serial", "42"}}, {})), "");
+  EXPECT_EQ(Joined(sequence, Read({{"test.seq", text}}, &sequence)), "");
+  EXPECT_EQ(Joined(sequence, CheckSequence(sequence, {{"serial", "42"}}, {})), "");
   EXPECT_EQ(sequence.title, "The title");
   EXPECT_EQ(sequence.values.at("name").text, "Bench 1");
   ASSERT_EQ(sequence.phases.size(), 2U);
@@ -90,22 +118,22 @@ TEST(StationSequence, ErrorsNameTheLineAndTheReason) {
   std::vector<std::pair<std::string, std::string>> errors = {
       {"", "there is no phase"},
       {"nonsense\nphase P\nstep S\nwait 1 s", "1: unknown word 'nonsense'"},
-      {"step S", "1: a step belongs into a phase"},
+      {"step S", "1: a step must be inside a phase"},
       {"phase P\nphase Q\nstep S\nwait 1 s", "1: phase 'P' has no steps"},
       {"phase P\nstep S\nwait 1 s\nphase P\nstep S\nwait 1 s", "4: phase 'P' is there already"},
-      {"phase P\nexpect x is y", "2: 'expect' belongs into a step"},
+      {"phase P\nexpect x is y", "2: 'expect' must be inside a step"},
       {"phase P\nstep S", "2: step 'S' does nothing"},
       {"phase P\nstep", "2: step needs a name"},
-      {"device {nobody}\nphase P\nstep S\nwait 1 s", "1: nothing in front of this gives a value"},
+      {"device {nobody}\nphase P\nstep S\nwait 1 s", "1: no earlier step defines the value"},
       {"value 1\nphase P\nstep S\nwait 1 s", "1: '1' is not a name"},
-      {"value a\nvalue a = 1\nphase P\nstep S\nwait 1 s", "2: value 'a' is there already"},
-      {"phase P\nstep S\nwait 1 s\nvalue a = 1", "4: values are declared in front"},
+      {"value a\nvalue a = 1\nphase P\nstep S\nwait 1 s", "2: value 'a' is declared already"},
+      {"phase P\nstep S\nwait 1 s\nvalue a = 1", "4: values must be declared before"},
       {"phase " + std::string(5000, 'x'), "1: the line is too long"},
   };
   const std::pair<const char*, const char*> in_step[] = {
       // bars part those of one error
       {"do nonsense", "3: unknown command 'nonsense'"},
-      {"do version", "3: 'version' is no command that is sent"},
+      {"do version", "3: 'version' is not a command that is sent"},
       {"do bt name 'open", "3: a quote ' is not closed"},
       {"do media jump 1", "3: 'media jump' takes FOLDER TRACK"},
       {"do source tape", "3: 'source': NAME 'tape' is none of"},
@@ -129,7 +157,7 @@ TEST(StationSequence, ErrorsNameTheLineAndTheReason) {
        "4: retry needs"},
       {"do chip\ntimeout 0 s", "4: timeout needs"},
       {"do chip\nstop", "4: it reads: stop on failure"},
-      {"do bt name {nobody}", "3: nothing in front of this gives a value"},
+      {"do bt name {nobody}", "3: no earlier step defines the value"},
       {"do chip\x01", "3: control characters"},
   };
   for (const auto& [bodies, error] : in_step) {
@@ -137,10 +165,10 @@ TEST(StationSequence, ErrorsNameTheLineAndTheReason) {
     for (std::string body; std::getline(all, body, '|');) errors.emplace_back(kStep + body, error);
   }
   for (const auto& [text, error] : errors) {
-    EXPECT_PRED2(Contains, Joined(Errors(text)), error) << text;
+    EXPECT_PRED2(Contains, Errors(text), error) << text;
   }
   // All of them at once, in the order of the lines.
-  EXPECT_EQ(Joined(Errors("phase P\nstep S\nfoo\ndo bar\n")),
+  EXPECT_EQ(Errors("phase P\nstep S\nfoo\ndo bar\n"),
             "3: unknown word 'foo'\n4: unknown command 'bar'\n");
 }
 
@@ -149,19 +177,15 @@ TEST(StationSequence, ValuesAreKnownBeforeAnythingIsSent) {
       "value serial\nvalue low = 3\nphase Keep\nstep S\ndo version mpu\nkeep version as mpu\n"
       "phase Use\nstep S\ndo bt name {mpu}\nstep T\ndo serial {serial}\n"
       "step U\ndo gps speed\nexpect speed at least {low}\n";
-  EXPECT_EQ(Joined(Errors(text, {{"serial", "1"}})), "");
-  EXPECT_PRED2(Contains, Joined(Errors(text)), "value 'serial' is missing");
-  EXPECT_PRED2(Contains, Joined(Errors(text, {{"serial", std::string(21, '1')}})),
-               "11: 'serial': TEXT");
-  EXPECT_PRED2(Contains, Joined(Errors(text, {{"serial", "1"}, {"low", "x"}})),
-               "14: '{low}' is not a numb");
-  EXPECT_PRED2(Contains, Joined(Errors(text, {{"serial", "1"}, {"other", ""}})),
-               "no value 'other'");
-  EXPECT_PRED2(Contains, Joined(Errors(text, {{"serial", "1"}}, {"Nowhere"})),
-               "no phase 'Nowhere'");
+  EXPECT_EQ(Errors(text, {{"serial", "1"}}), "");
+  EXPECT_PRED2(Contains, Errors(text), "value 'serial' is missing");
+  EXPECT_PRED2(Contains, Errors(text, {{"serial", std::string(21, '1')}}), "11: 'serial': TEXT");
+  EXPECT_PRED2(Contains, Errors(text, {{"serial", "1"}, {"low", "x"}}), "14: 'x' is not a number");
+  EXPECT_PRED2(Contains, Errors(text, {{"serial", "1"}, {"other", ""}}), "no value 'other'");
+  EXPECT_PRED2(Contains, Errors(text, {{"serial", "1"}}, {"Nowhere"}), "no phase 'Nowhere'");
   // What another phase would have kept is missing when only this one runs.
-  EXPECT_EQ(Joined(Errors(text, {{"serial", "1"}}, {"Use"})),
-            "9: nothing in front of this gives a value 'mpu'\n");
+  EXPECT_EQ(Errors(text, {{"serial", "1"}}, {"Use"}),
+            "9: no earlier step defines the value 'mpu'\n");
 }
 
 TEST(StationSequence, ExpectationsHoldAtTheirEdges) {
@@ -172,7 +196,7 @@ TEST(StationSequence, ExpectationsHoldAtTheirEdges) {
     Sequence sequence;
     const std::string command =
         info.numeric ? "do gps speed\nexpect speed " : "do chip\nexpect verdict ";
-    EXPECT_EQ(Joined(ParseSequence(kStep + command + expected, &sequence)), "") << expected;
+    EXPECT_EQ(Joined(sequence, Read({{"test.seq", kStep + command + expected}}, &sequence)), "");
     std::string problem;
     return Holds(sequence.phases.at(0).steps.at(0).expectations.at(0),
                  Field{&info, text, ParseNumber(text)}, {{"v", "5"}}, &problem);
@@ -241,8 +265,10 @@ TEST_F(StationRunTest, KeepsValuesVerifiesAndReports) {
   EXPECT_PRED2(Contains, output, "passed   Write: verified\n");
   EXPECT_PRED2(Contains, output,
                "failed   Wrong: version is 'M<1>&\"', not 'other' (3 attempts)\n");
-  EXPECT_PRED2(Contains, output, "4 passed, 1 failed, 0 skipped in ");
-  EXPECT_PRED2(Contains, output, ", device 42: FAILED\n");
+  EXPECT_PRED2(Contains, output, "4 passed, 1 failed, 0 errors, 0 skipped in ");
+  EXPECT_PRED2(Contains, output,
+               ", device 42: FAILED\n  failed   Two / Wrong: version is 'M<1>&\"', not 'other'\n"
+               "           expected: version 'other'\n");
   EXPECT_EQ(output.find('\033'), std::string::npos) << "no colours in a file";
 
   // The record is JSON that a strict reader takes, and says the same.
@@ -255,10 +281,10 @@ TEST_F(StationRunTest, KeepsValuesVerifiesAndReports) {
   }
 
   const std::string junit = support::ReadFile(junit_path);
-  EXPECT_PRED2(Contains, junit,
-               "<testsuites name=\"A &lt;run&gt;\" tests=\"5\" failures=\"1\" skipped=\"0\"");
-  EXPECT_PRED2(Contains, junit,
-               "<failure message=\"version is 'M&lt;1&gt;&amp;&quot;', not 'other'\"/>");
+  EXPECT_PRED2(
+      Contains, junit,
+      "<testsuites name=\"A &lt;run>\" tests=\"5\" failures=\"1\" errors=\"0\" skipped=\"0\"");
+  EXPECT_PRED2(Contains, junit, "<testcase classname=\"A &lt;run>.Two\" name=\"Wrong\"");
 }
 
 TEST_F(StationRunTest, AnOldValueProvesNothing) {
@@ -284,14 +310,13 @@ TEST_F(StationRunTest, StopsWhereAFailureMakesTheRestUseless) {
   EXPECT_EQ(RunText("phase P\nstep A\ndo version mpu\nexpect version is x\nstop on failure\n"
                     "step B\ndo bt name never\nphase Q\nstep C\nwait 100 s\n"),
             1);
-  EXPECT_PRED2(Contains, program_->Output(), "1 failed, 2 skipped");
-  EXPECT_PRED2(Contains, program_->Output(), "skipped  C: 'A' failed");
+  EXPECT_PRED2(Contains, program_->Output(),
+               "2 steps skipped: 'A' failed\n\n0 passed, 1 failed, 0 errors, 2 skipped");
   EXPECT_EQ(support::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname"), ":Old");
-  // A step whose value was never kept fails by itself.
+  // A step whose value was never kept is not to blame.
   EXPECT_EQ(RunText("phase P\nstep A\ndo version os\nkeep version as v\nstep B\ndo bt name {v}\n"),
             1);
-  EXPECT_PRED2(Contains, program_->Output(),
-               "there is no value 'v': the step that keeps it failed");
+  EXPECT_PRED2(Contains, program_->Output(), "1 step skipped: there is no value 'v'");
 }
 
 TEST_F(StationRunTest, RetriesUntilTheUnitIsReady) {
@@ -332,18 +357,66 @@ TEST_F(StationRunTest, ASignalEndsTheRunWithItsRecord) {
     EXPECT_TRUE(support::Eventually([&] { return Contains(program.Output(), "\nP\n"); }));
     std::this_thread::sleep_for(support::milliseconds(200));
     program.Signal(SIGINT);
-    EXPECT_EQ(program.Wait(), 1);
-    EXPECT_PRED2(Contains, program.Output(), "failed   A: interrupted\n");
-    EXPECT_PRED2(Contains, program.Output(), "skipped  B: interrupted\n");
+    EXPECT_EQ(program.Wait(), 130);
+    EXPECT_PRED2(Contains, program.Output(), "aborted  A: interrupted\n");
+    EXPECT_PRED2(Contains, program.Output(), "1 step skipped: interrupted\n");
     EXPECT_TRUE(tools::IsJson(support::ReadFile(json)));
   }
 }
 
+TEST_F(StationRunTest, ATeardownRunsWhateverHappened) {
+  const std::string teardown =
+      "phase Back always\nstep T\ndo bt name Back\nstep U\nwait 100 s\nstep V\ndo bt name Late\n";
+  root_.AddFile("/test.seq", "phase P\nstep A\nwait 100 s\nstep B\ndo bt name B\n" + teardown);
+  support::Program program(root_, "station", {"run", root_.path() + "/test.seq"});
+  EXPECT_TRUE(support::Eventually([&] { return Contains(program.Output(), "\nP\n"); }));
+  program.Signal(SIGINT);
+  EXPECT_TRUE(support::Eventually([&] { return Contains(program.Output(), "passed   T\n"); }));
+  program.Signal(SIGINT);
+  EXPECT_EQ(program.Wait(), 130);
+  EXPECT_PRED2(Contains, program.Output(), "aborted  U: interrupted\n\n2 steps skipped");
+  EXPECT_EQ(support::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname"), ":Back");
+  EXPECT_EQ(RunText("phase P\nstep A\ndo version mpu\nexpect version is x\nstop on failure\n"
+                    "step B\nwait 100 s\nphase Q always\nstep C\ndo bt name\nphase R\nstep D\n"
+                    "wait 100 s\n"),
+            1);
+  EXPECT_PRED2(Contains, program_->Output(), "passed   C: Back\n\n2 steps skipped: 'A' failed\n");
+}
+
+TEST_F(StationRunTest, OneRunAtATimeHasTheUnit) {
+  root_.AddFile("/first.seq", "phase P\nstep A\nwait 100 s\n");
+  support::Program first(root_, "station", {"run", root_.path() + "/first.seq"});
+  EXPECT_TRUE(support::Eventually([&] { return Contains(first.Output(), "\nP\n"); }));
+  const std::string text = "phase P\nstep A\ndo bt name\n";
+  EXPECT_EQ(RunText(text), 3);
+  EXPECT_PRED2(Contains, program_->Errors(),
+               "another run has the unit: process " + std::to_string(first.pid()) + ", started 20");
+  EXPECT_EQ(program_->Output(), "");
+  EXPECT_EQ(RunText(text, {"--list"}), 0);
+  first.Signal(SIGKILL);
+  first.Wait();
+  EXPECT_EQ(RunText(text), 0) << program_->Errors();
+}
+
+TEST_F(StationRunTest, ASilentServiceIsNoFailureOfTheUnit) {
+  StopService();
+  const std::string junit = root_.path() + "/record.xml";
+  EXPECT_EQ(RunText("title T\nphase P\nstep A\ndo version mpu\ntimeout 0.1 s\nstep B\n"
+                    "do bt name x\nverify\ntimeout 0.1 s\nstep C\nwait for service 0 s\n"
+                    "stop on failure\nstep D\ndo bt name\n",
+                    {"--junit", junit}),
+            3);
+  EXPECT_PRED2(Contains, program_->Output(), "0 passed, 0 failed, 3 errors, 1 skipped");
+  EXPECT_PRED2(Contains, support::ReadFile(junit),
+               "tests=\"4\" failures=\"0\" errors=\"3\" skipped=\"1\"");
+  EXPECT_PRED2(Contains, support::ReadFile(junit), "<error message=\"no answer within 0.1 s");
+}
+
 TEST_F(StationRunTest, WithoutAUnitTheRestIsSkipped) {
   unit_->Stop();
-  EXPECT_EQ(RunText("phase P\nstep A\ndo version mpu\nstep B\ndo bt name\n"), 1);
-  EXPECT_PRED2(Contains, program_->Output(), "failed   A: no unit runs below");
-  EXPECT_PRED2(Contains, program_->Output(), "skipped  B: there is no unit");
+  EXPECT_EQ(RunText("phase P\nstep A\ndo version mpu\nstep B\ndo bt name\n"), 3);
+  EXPECT_PRED2(Contains, program_->Output(), "error    A: no unit runs below");
+  EXPECT_PRED2(Contains, program_->Output(), "1 step skipped: there is no unit");
 }
 
 }  // namespace

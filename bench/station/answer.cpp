@@ -17,6 +17,7 @@ namespace {
 const std::size_t kPositionSize = 16;
 const std::size_t kSatelliteSize = 4;
 const std::size_t kStoredSatellites = 24;
+const double kHighestPair = 65535;  // each number of a pair
 const std::size_t kSatellitesForFix = 4;
 
 struct Satellite {
@@ -206,7 +207,7 @@ Answer DecodeAngle(const ReplyFormat& format, const Bytes& data) {
 }  // namespace
 
 ReplyFormat FormatOf(const wire::ReplySpec& spec) {
-  const std::vector<FieldInfo> text = {{spec.field, "", false}};
+  const std::vector<FieldInfo> text = {{spec.field, "", false, spec.choices}};
   const std::vector<FieldInfo> number = {{spec.field, "", true}};
   switch (spec.kind) {
     case wire::ReplyKind::kNone:
@@ -221,17 +222,29 @@ ReplyFormat FormatOf(const wire::ReplySpec& spec) {
     case wire::ReplyKind::kVerdict:
       return {text, DecodeVerdict, nullptr, &spec};
     case wire::ReplyKind::kByte:
-      return {number, DecodeByte, nullptr, &spec};
+      return {{{spec.field, "", true, nullptr, 0, static_cast<double>(spec.high)}},
+              DecodeByte,
+              nullptr,
+              &spec};
     case wire::ReplyKind::kNumberPair:
-      return {{{"folder", "", true}, {"track", "", true}}, DecodeNumberPair, nullptr, &spec};
+      return {{{"folder", "", true, nullptr, 0, kHighestPair},
+               {"track", "", true, nullptr, 0, kHighestPair}},
+              DecodeNumberPair,
+              nullptr,
+              &spec};
     case wire::ReplyKind::kSatellites:
-      return {{{"count", "", true}, {"strongest", "dBHz", true}, {"fourth", "dBHz", true}},
+      return {{{"count", "", true, nullptr, 0, kStoredSatellites},
+               {"strongest", "dBHz", true},
+               {"fourth", "dBHz", true}},
               DecodeSatellites,
               SatelliteTable,
               &spec};
     case wire::ReplyKind::kPosition:
-      return {
-          {{"longitude", "deg", true}, {"latitude", "deg", true}}, DecodePosition, nullptr, &spec};
+      return {{{"longitude", "deg", true, nullptr, -180, 180},
+               {"latitude", "deg", true, nullptr, -90, 90}},
+              DecodePosition,
+              nullptr,
+              &spec};
     case wire::ReplyKind::kSpeed:
       return {number, DecodeSpeed, nullptr, &spec};
     case wire::ReplyKind::kAngle:

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <sstream>
 
 #include "platform/io.h"
 #include "qnx/unit_root.h"
@@ -139,15 +140,31 @@ bool Control(const std::string& line, std::string* answer) {
   return good;
 }
 
-bool ServiceConnected(std::string* reason) {
+int CountServices(std::string* reason) {
   std::string answer;
   if (!Control("status", &answer)) {
     *reason = answer;
-    return false;
+    return -1;
   }
-  if ((" " + answer + " ").find(" service 1 ") != std::string::npos) return true;
-  *reason = "the unit is up, but the service is not connected";
-  return false;
+  std::istringstream words(answer);
+  for (std::string word; words >> word;) {
+    int count = 0;
+    if (word == "service" && words >> count) return count;
+  }
+  *reason = "the unit does not say whether the service is connected";
+  return -1;
+}
+
+bool ServiceConnected(std::string* reason) {
+  const int count = CountServices(reason);
+  if (count == 0) *reason = "the unit is up, but the service is not connected";
+  return count > 0;
+}
+
+std::string SeveralServices() {
+  std::string reason;
+  const int count = CountServices(&reason);
+  return count > 1 ? std::to_string(count) + " services are connected to the unit" : "";
 }
 
 std::string Monitor::Open() {

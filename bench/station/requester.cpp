@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <thread>
 
 #include "qnx/text.h"
@@ -17,6 +18,7 @@ namespace {
 const char kNowPlaying[] = "/pps/zelmar/navigator/nowplaying";
 const char kNowPlayingAttribute[] = "zmplaysource";
 const std::chrono::milliseconds kProofPause(50);
+const double kNoNumber = std::numeric_limits<double>::quiet_NaN();
 
 // A question that changes nothing: the version of the MPU software.
 const std::uint8_t kBarrierCommand = 7;
@@ -146,8 +148,6 @@ Exchange Requester::Perform(const Invocation& invocation, bool verify) {
 
 void Requester::Prove(const Invocation& invocation, Exchange* exchange) {
   const auto deadline = Clock::now() + Seconds(timeout_);
-  exchange->outcome = Exchange::Outcome::kUnproven;
-  std::string found;
   bool carried_out = false;
   do {
     // The service works off requests in order, so a reading command comes behind the write; an
@@ -163,6 +163,7 @@ void Requester::Prove(const Invocation& invocation, Exchange* exchange) {
       return same == nullptr;
     });
     if (proof == proofs.end()) {
+      exchange->outcome = Exchange::Outcome::kUnproven;
       exchange->problem = "sent, but it cannot be proven ";
       exchange->problem += failure == nullptr ? "while the source is " + qnx::Quoted(source)
                                               : "by '" + std::string(failure) +
@@ -174,18 +175,14 @@ void Requester::Prove(const Invocation& invocation, Exchange* exchange) {
     if (proof->object != nullptr && !carried_out) {
       const Exchange question = Send(kBarrierCommand, kBarrierSubCommand, {}, true);
       if (question.reply.empty()) {
+        exchange->outcome = question.outcome;
         exchange->problem = "sent, but perhaps not carried out: " + question.problem;
         return;
       }
       carried_out = true;
     }
-    if (ProofHolds(invocation, *proof, &found)) {
-      exchange->outcome = Exchange::Outcome::kRight;
-      exchange->proof = found;
-      return;
-    }
-  } while (AwaitNextLook(deadline));
-  exchange->problem = "sent, but " + found;
+    LookAtProof(invocation, *proof, exchange);
+  } while (!exchange->right() && AwaitNextLook(deadline));
 }
 
 bool Requester::AwaitNextLook(Clock::time_point deadline) const {
@@ -198,35 +195,41 @@ bool Requester::AwaitNextLook(Clock::time_point deadline) const {
   return Clock::now() < deadline;
 }
 
-bool Requester::ProofHolds(const Invocation& invocation, const Proof& proof, std::string* found) {
+void Requester::LookAtProof(const Invocation& invocation, const Proof& proof, Exchange* exchange) {
+  exchange->read_back.clear();
   Answer answer;
-  std::string where = proof.object != nullptr ? proof.object : proof.command;
+  const std::string where = proof.object != nullptr ? proof.object : proof.command;
   if (proof.command != nullptr) {
-    const Exchange exchange = Perform(Reading(proof), false);
-    if (exchange.reply.empty()) {
-      *found = "'" + where + "': " + exchange.problem;
-      return false;
+    const Exchange question = Perform(Reading(proof), false);
+    if (question.reply.empty()) {
+      exchange->outcome = question.outcome;
+      exchange->problem = "sent, but '" + where + "': " + question.problem;
+      return;
     }
-    answer = exchange.answer;
+    answer = question.answer;
   }
   std::string shown;
   bool holds = true;
   for (const Proof::Expected& expected : proof.expected) {
-    std::string value;
+    ReadBack read{expected.field, "", Fill(expected.value, invocation.arguments), kNoNumber};
     bool there = false;
     if (proof.command != nullptr) {
       const Field* field = FindField(answer, expected.field);
       there = field != nullptr;
-      if (there) value = field->text;
+      if (there) read.text = field->text;
+      if (there && field->info->numeric) read.number = field->number;
     } else {
-      there = ReadAttribute(proof.object, expected.field, &value);
+      there = ReadAttribute(proof.object, expected.field, &read.text);
     }
-    holds = holds && there && value == Fill(expected.value, invocation.arguments);
-    shown += (shown.empty() ? "" : ", ") + std::string(expected.field) + " is " +
-             (there ? "'" + qnx::Escape(value) + "'" : "missing");
+    holds = holds && there && read.text == read.expected;
+    shown += (shown.empty() ? "" : ", ") + read.name + " is " +
+             (there ? "'" + qnx::Escape(read.text) + "'" : "missing");
+    if (there) exchange->read_back.push_back(read);
   }
-  *found = "in " + where + " " + shown;
-  return holds;
+  shown = "in " + where + " " + shown;
+  exchange->outcome = holds ? Exchange::Outcome::kRight : Exchange::Outcome::kUnproven;
+  exchange->problem = holds ? "" : "sent, but " + shown;
+  exchange->proof = holds ? shown : "";
 }
 // NOLINTEND(misc-no-recursion)
 

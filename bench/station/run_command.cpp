@@ -1,78 +1,78 @@
 // `station run`.
+#include <limits.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <fstream>
 #include <iostream>
-#include <sstream>
+#include <random>
 
 #include "builtin.h"
 #include "files.h"
-#include "station/sequence_run.h"
+#include "run_listing.h"
+#include "run_lock.h"
+#include "run_report.h"
+#include "sequence_text.h"
+#include "station/link.h"
+#include "station/progress.h"
 
 namespace station {
 namespace {
+
+// Exit statuses of a run beside tools::kExitRight, kExitWrong (the unit failed) and kExitUsage.
+const int kExitError = 3;
+const int kExitInterrupted = 130;
 
 int UsageError(Context& context, const std::string& reason) {
   context.err << "station: run: " << reason << "; see 'station run --help'\n";
   return tools::kExitUsage;
 }
 
-void List(const Sequence& sequence, const std::set<std::string>& phases, std::ostream& out) {
-  if (!sequence.title.empty()) out << tools::Escape(sequence.title) << '\n';
-  for (const auto& [name, value] : sequence.values) {
-    out << "value " << name
-        << (value.required ? ", to be given" : " = " + tools::Escape(value.text)) << '\n';
-  }
-  for (const Phase& phase : sequence.phases) {
-    if (!phases.empty() && phases.count(phase.name) == 0) continue;
-    out << '\n' << tools::Escape(phase.name) << '\n';
-    for (const Step& step : phase.steps) {
-      out << "  " << tools::Escape(step.name);
-      std::string command;
-      for (const std::string& word : step.words) command += (command.empty() ? ": " : " ") + word;
-      out << tools::Escape(command) << '\n';
-    }
+int StationError(Context& context, const std::string& reason) {
+  context.err << "station: run: " << reason << '\n';
+  return kExitError;
+}
+
+int ExitStatus(records::Outcome outcome) {
+  switch (outcome) {
+    case records::Outcome::kPassed:
+      return tools::kExitRight;
+    case records::Outcome::kFailed:
+      return tools::kExitWrong;
+    case records::Outcome::kAborted:
+      return kExitInterrupted;
+    default:
+      return kExitError;
   }
 }
 
-// What a run would send and expect, as far as it is known beforehand.
-void DryRun(const Sequence& sequence, const std::set<std::string>& phases, const Values& values,
-            std::ostream& out) {
-  for (const Phase& phase : sequence.phases) {
-    if (!phases.empty() && phases.count(phase.name) == 0) continue;
-    out << tools::Escape(phase.name) << '\n';
-    for (const Step& step : phase.steps) {
-      out << "  " << tools::Escape(step.name) << '\n';
-      if (step.command == nullptr) continue;
-      std::vector<std::string> words;
-      std::string missing;
-      for (const std::string& word : step.words) {
-        std::string filled;
-        std::string absent;
-        if (!FillValues(word, values, &filled, &absent)) missing = absent;
-        words.push_back(filled);
-      }
-      Invocation invocation;
-      if (!missing.empty()) {
-        out << "    sends " << step.command->words << " with the value {" << missing << "}\n";
-      } else if (ParseInvocation(words, &invocation).empty()) {
-        const Bytes packet = wire::BuildRequest(step.command->number, step.command->sub_command,
-                                                EncodeParameters(invocation));
-        out << "    sends " << CommandLine(invocation) << ": "
-            << Hex(packet.data() + wire::kHeaderSize, packet.size() - wire::kHeaderSize) << '\n';
-      }
-      for (const Expectation& expectation : step.expectations) {
-        out << "    expects " << expectation.field << ' '
-            << tools::Escape(DescribeExpectation(expectation, values)) << '\n';
-      }
+// What the options say of the values and phases. Returns what is wrong, or nothing.
+std::string ReadOptions(const Invocation& invocation, Values* given,
+                        std::set<std::string>* phases) {
+  for (const auto& [name, value] : invocation.options) {
+    if (name == "--only") phases->insert(value);
+    if (name != "--set") continue;
+    const std::size_t equals = value.find('=');
+    if (equals == std::string::npos || equals == 0) {
+      return "--set needs NAME=VALUE, not " + Quoted(value);
     }
+    (*given)[value.substr(0, equals)] = value.substr(equals + 1);
+  }
+  return "";
+}
+
+// Writes every mistake with its place.
+void ShowMistakes(Context& context, const Sequence& sequence,
+                  const std::vector<Mistake>& mistakes) {
+  for (const Mistake& mistake : mistakes) {
+    context.err << "station: " << tools::Escape(sequence.files[mistake.place.file]) << ':';
+    if (mistake.place.line > 0) context.err << mistake.place.line << ':';
+    context.err << ' ' << mistake.reason << '\n';
   }
 }
 
-// Opens the file of a record before anything is sent; a run is not lost to a wrong path. True when
+// Opens the file of a report before anything is sent; a run is not lost to a wrong path. True when
 // there is nothing to open.
-bool OpenRecord(Context& context, const std::string& option, std::ofstream* file) {
+bool OpenReport(Context& context, const std::string& option, std::ofstream* file) {
   if (!context.invocation.Has(option)) return true;
   const std::string path = context.invocation.Get(option);
   file->open(path);
@@ -81,7 +81,7 @@ bool OpenRecord(Context& context, const std::string& option, std::ofstream* file
   return false;
 }
 
-bool CloseRecord(Context& context, const std::string& option, std::ofstream* file) {
+bool CloseReport(Context& context, const std::string& option, std::ofstream* file) {
   if (!file->is_open()) return true;
   file->close();
   if (file->good()) return true;
@@ -90,63 +90,90 @@ bool CloseRecord(Context& context, const std::string& option, std::ofstream* fil
   return false;
 }
 
+std::string RandomId() {
+  std::random_device random;
+  Bytes bytes;
+  for (int i = 0; i < 16; ++i) bytes.push_back(static_cast<std::uint8_t>(random()));
+  std::string id;
+  for (const char c : Hex(bytes)) {
+    if (c != ' ') id += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  }
+  return id;
+}
+
+std::string HostName() {
+  char name[HOST_NAME_MAX + 1] = "";
+  return ::gethostname(name, sizeof(name) - 1) == 0 ? name : "";
+}
+
+int RunOnce(Context& context, const Sequence& sequence, const Values& given,
+            const std::set<std::string>& phases) {
+  std::ofstream junit;
+  std::ofstream json;
+  if (!OpenReport(context, "--junit", &junit) || !OpenReport(context, "--json", &json)) {
+    return tools::kExitUsage;
+  }
+  records::Run run;
+  run.id = RandomId();
+  run.station = context.invocation.Get("--station", HostName());
+  run.program = KORVANDIS_VERSION;
+  RunOptions options;
+  options.phases = phases;
+  options.timeout = context.timeout;
+  options.allow_several = context.invocation.Has("--allow-several");
+  Progress progress(context.out, &context.out == &std::cout ? StandardConsole() : Console{});
+  options.observers.push_back(&progress);
+  tools::Interrupt interrupt;
+  RunSequence(sequence, given, options, &interrupt, &run);
+  if (junit.is_open()) WriteJunit(run, junit);
+  if (json.is_open()) WriteJson(run, json);
+  const bool junit_written = CloseReport(context, "--junit", &junit);
+  const bool json_written = CloseReport(context, "--json", &json);
+  const int status = ExitStatus(run.outcome);
+  const bool lost = !junit_written || !json_written;
+  return lost && status == tools::kExitRight ? kExitError : status;
+}
+
 }  // namespace
 
 int RunSequenceFile(Context& context) {
   const Invocation& invocation = context.invocation;
-  const std::string& path = invocation.arguments[0];
-  std::string text;
-  const std::string problem = ReadFile(path, &text);
-  if (!problem.empty()) return UsageError(context, problem);
-
   Values given;
   std::set<std::string> phases;
-  for (const auto& [name, value] : invocation.options) {
-    if (name == "--only") phases.insert(value);
-    if (name != "--set") continue;
-    const std::size_t equals = value.find('=');
-    if (equals == std::string::npos || equals == 0) {
-      return UsageError(context, "--set needs NAME=VALUE, not '" + tools::Escape(value) + "'");
-    }
-    given[value.substr(0, equals)] = value.substr(equals + 1);
-  }
+  const std::string wrong = ReadOptions(invocation, &given, &phases);
+  if (!wrong.empty()) return UsageError(context, wrong);
 
   Sequence sequence;
-  std::vector<std::string> errors = ParseSequence(text, &sequence);
+  std::string text;
+  const std::string& path = invocation.arguments[0];
+  const std::string unreadable = ReadFile(path, &text);
+  if (!unreadable.empty()) return UsageError(context, unreadable);
+  std::vector<Mistake> mistakes = ReadSequence(path, ReadFile, &sequence);
   const bool list = invocation.Has("--list");
-  if (errors.empty() && !list) errors = CheckSequence(sequence, given, phases);
-  for (const std::string& error : errors) {
-    const bool in_file = error[0] >= '0' && error[0] <= '9';
-    context.err << "station: " << tools::Escape(path) << (in_file ? ":" : ": ") << error << '\n';
+  if (!list) {
+    const std::vector<Mistake> more = CheckSequence(sequence, given, phases);
+    mistakes.insert(mistakes.end(), more.begin(), more.end());
   }
-  if (!errors.empty()) return tools::kExitUsage;
+  SortMistakes(&mistakes);
+  ShowMistakes(context, sequence, mistakes);
+  if (!mistakes.empty()) return tools::kExitUsage;
   if (list) {
-    List(sequence, phases, context.out);
+    ListSequence(sequence, phases, context.out);
     return tools::kExitRight;
   }
   if (invocation.Has("--dry-run")) {
-    DryRun(sequence, phases, StartValues(sequence, given), context.out);
+    ShowDryRun(sequence, phases, StartValues(sequence, given), context.out);
     return tools::kExitRight;
   }
 
-  std::ofstream junit;
-  std::ofstream json;
-  if (!OpenRecord(context, "--junit", &junit) || !OpenRecord(context, "--json", &json)) {
-    return tools::kExitUsage;
+  RunLock lock;
+  const std::string taken = lock.Take();
+  if (!taken.empty()) return StationError(context, taken);
+  const std::string several = invocation.Has("--allow-several") ? "" : SeveralServices();
+  if (!several.empty()) {
+    return StationError(context, several + ": end the others, or run with --allow-several");
   }
-  const bool terminal = &context.out == &std::cout && ::isatty(STDOUT_FILENO) != 0;
-  const char* no_colour = std::getenv("NO_COLOR");
-  const bool colour = terminal && (no_colour == nullptr || *no_colour == '\0');
-  tools::Interrupt interrupt;
-  Progress progress(context.out, terminal, colour);
-  const RunRecord record =
-      RunSequence(sequence, given, phases, context.timeout, &interrupt, &progress);
-  if (junit.is_open()) WriteJunit(record, junit);
-  if (json.is_open()) WriteJson(record, json);
-  const bool junit_written = CloseRecord(context, "--junit", &junit);
-  const bool json_written = CloseRecord(context, "--json", &json);
-  const bool written = junit_written && json_written;
-  return record.verdict == Verdict::kPassed && written ? tools::kExitRight : tools::kExitWrong;
+  return RunOnce(context, sequence, given, phases);
 }
 
 }  // namespace station

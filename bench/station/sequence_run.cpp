@@ -2,13 +2,20 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <limits>
+#include <ctime>
+
+#include "sequence_text.h"
+#include "station/expectation.h"
+#include "station/requester.h"
+#include "step_judge.h"
 
 namespace station {
 namespace {
 
+using records::Outcome;
+
 const int kServicePause = 100;  // milliseconds between two looks for the service
+const char kInterrupted[] = "interrupted";
 
 double Since(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
@@ -16,264 +23,277 @@ double Since(Clock::time_point start) {
 
 int Milliseconds(double seconds) { return static_cast<int>(std::lround(seconds * 1000)); }
 
-double LimitValue(const std::string& text, const Values& values) {
-  std::string filled;
-  std::string missing;
-  if (text.empty() || !FillValues(text, values, &filled, &missing)) {
-    return std::numeric_limits<double>::quiet_NaN();
+// The worst outcome of what belongs together. A unit that failed has failed, whatever else went
+// wrong; nothing is known about what was only skipped.
+Outcome Worst(const std::vector<Outcome>& outcomes) {
+  for (const Outcome worst :
+       {Outcome::kAborted, Outcome::kFailed, Outcome::kError, Outcome::kPassed}) {
+    if (std::find(outcomes.begin(), outcomes.end(), worst) != outcomes.end()) return worst;
   }
-  return ParseNumber(filled);
+  return Outcome::kSkipped;
+}
+
+int ZoneMinutes(records::Time time) {
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+  std::tm parts{};
+  return ::localtime_r(&seconds, &parts) == nullptr ? 0 : static_cast<int>(parts.tm_gmtoff / 60);
 }
 
 // One run over the phases.
 class Runner {
  public:
-  Runner(const Values& values, double timeout, tools::Interrupt* interrupt, Progress* progress)
+  Runner(const Values& values, const RunOptions& options, tools::Interrupt* interrupt,
+         records::Run* run)
       : values_(values),
-        timeout_(timeout),
+        options_(options),
         interrupt_(interrupt),
-        progress_(progress),
-        requester_(timeout, interrupt) {}
+        run_(run),
+        requester_(options.timeout, interrupt) {}
 
-  PhaseRecord RunPhase(const Phase& phase) {
+  void RunPhase(const Phase& phase) {
+    // The signal that interrupted the run does not end its teardown; a second one does.
+    interrupt_->Tolerate(phase.always ? 1 : 0);
+    teardown_ = phase.always;
+    stopped_in_teardown_.clear();
     const auto start = Clock::now();
-    PhaseRecord record;
+    run_->phases.emplace_back();
+    records::Phase& record = run_->phases.back();
     record.name = phase.name;
-    progress_->BeginPhase(phase.name);
+    record.start = std::chrono::system_clock::now();
+    Tell([&](RunObserver* observer) { observer->BeginPhase(record); });
+    std::vector<Outcome> outcomes;
     for (const Step& step : phase.steps) {
-      record.steps.push_back(RunStep(step));
-      progress_->EndStep(record.steps.back(), Since(start_));
-      const Verdict verdict = record.steps.back().verdict;
-      if (verdict == Verdict::kFailed) record.verdict = Verdict::kFailed;
-      if (verdict == Verdict::kPassed && record.verdict == Verdict::kSkipped) {
-        record.verdict = Verdict::kPassed;
-      }
+      record.steps.emplace_back();
+      const std::string answer = RunStep(step, &record.steps.back());
+      outcomes.push_back(record.steps.back().outcome);
+      Tell([&](RunObserver* observer) { observer->EndStep(record.steps.back(), answer); });
     }
+    record.outcome = Worst(outcomes);
     record.seconds = Since(start);
-    return record;
+    Tell([&](RunObserver* observer) { observer->EndPhase(record); });
+    interrupt_->Tolerate(0);
   }
 
   const Values& values() const { return values_; }
+  bool interrupted() const { return interrupted_; }
 
- private:
-  StepRecord RunStep(const Step& step) {
-    StepRecord record;
-    record.step = &step;
-    if (!stopped_.empty()) {
-      record.message = stopped_;
-      return record;
-    }
-    const auto start = Clock::now();
-    record.verdict = Verdict::kFailed;
-    const bool waited = RunWaits(step, &record);
-    if (waited && step.command == nullptr) record.verdict = Verdict::kPassed;
-    if (waited && step.command != nullptr) RunAttempts(step, &record);
-    record.seconds = Since(start);
-    if (record.verdict == Verdict::kFailed && step.stop_on_failure && stopped_.empty()) {
-      stopped_ = "'" + step.name + "' failed";
-    }
-    if (interrupt_->Pending()) {
-      stopped_ = "interrupted";
-      if (record.verdict == Verdict::kFailed) record.message = "interrupted";
-    }
-    return record;
+  template <typename Call>
+  void Tell(Call call) const {
+    for (RunObserver* observer : options_.observers) call(observer);
   }
 
-  bool RunWaits(const Step& step, StepRecord* record) {
-    progress_->BeginStep(step.name, 1, Since(start_));
+ private:
+  // Why steps are skipped, empty when they are not.
+  std::string& stopped() { return teardown_ ? stopped_in_teardown_ : stopped_; }
+
+  // Returns the answer as a person reads it.
+  std::string RunStep(const Step& step, records::Step* record) {
+    record->name = step.name;
+    record->start = std::chrono::system_clock::now();
+    record->problem = stopped();
+    if (record->problem.empty()) record->problem = MissingValues(step);
+    if (!record->problem.empty()) return "";
+    const auto start = Clock::now();
+    record->outcome = Outcome::kPassed;
+    std::string answer;
+    RunWaits(step, record);
+    if (record->outcome == Outcome::kPassed && step.command != nullptr) {
+      answer = RunAttempts(step, record);
+    }
+    if (record->outcome == Outcome::kPassed && !step.question.empty()) AskPerson(step, record);
+    record->seconds = Since(start);
+    if (interrupt_->Pending()) {
+      interrupted_ = true;
+      stopped() = kInterrupted;
+      if (record->outcome != Outcome::kPassed) {
+        record->outcome = Outcome::kAborted;
+        record->problem = kInterrupted;
+        record->expected.clear();
+        record->measurements.clear();
+      }
+    } else if (record->outcome != Outcome::kPassed && step.stop_on_failure && stopped().empty()) {
+      stopped() = "'" + step.name + "' " +
+                  (record->outcome == Outcome::kFailed ? "failed" : "ended with an error");
+    }
+    return answer;
+  }
+
+  // The step that keeps a value did not pass: this one cannot run, and it is not to blame.
+  std::string MissingValues(const Step& step) const {
+    std::string filled;
+    std::string missing;
+    for (const std::string& word : step.words) {
+      if (missing.empty()) FillValues(word, values_, &filled, &missing);
+    }
+    for (const Expectation& expectation : step.expectations) {
+      if (missing.empty()) missing = MissingValue(expectation, values_);
+    }
+    if (missing.empty()) FillValues(step.question, values_, &filled, &missing);
+    if (missing.empty()) return "";
+    return "there is no value '" + missing + "', the step that keeps it did not pass";
+  }
+
+  void RunWaits(const Step& step, records::Step* record) {
+    Tell([&](RunObserver* observer) { observer->BeginStep(*record); });
     for (const Wait& wait : step.waits) {
       if (!wait.for_service) {
         interrupt_->Wait(-1, Milliseconds(wait.seconds));
-        if (interrupt_->Pending()) return false;
-        continue;
+      } else {
+        AwaitService(Clock::now() + Seconds(wait.seconds), record);
       }
-      const auto deadline = Clock::now() + Seconds(wait.seconds);
-      while (!ServiceConnected(&record->message)) {
-        if (Clock::now() >= deadline) return false;
-        interrupt_->Wait(-1, kServicePause);
-        if (interrupt_->Pending()) return false;
-      }
-      record->message.clear();
+      if (interrupt_->Pending()) record->outcome = Outcome::kAborted;
+      if (record->outcome != Outcome::kPassed) return;
     }
-    return true;
   }
 
-  void RunAttempts(const Step& step, StepRecord* record) {
-    std::vector<std::string> words;
-    for (const std::string& word : step.words) {
-      std::string filled;
-      std::string missing;
-      if (!FillValues(word, values_, &filled, &missing)) {
-        record->message = "there is no value '" + missing + "': the step that keeps it failed";
+  void AwaitService(Clock::time_point deadline, records::Step* record) {
+    while (!ServiceConnected(&record->problem)) {
+      if (Clock::now() >= deadline) {
+        record->outcome = Outcome::kError;
         return;
       }
-      words.push_back(filled);
-    }
-    Invocation invocation;
-    record->message = ParseInvocation(words, &invocation);
-    if (!record->message.empty()) return;
-    record->command = CommandLine(invocation);
-    requester_.set_timeout(step.timeout > 0 ? step.timeout : timeout_);
-    for (int attempt = 1; attempt <= step.retries + 1; ++attempt) {
-      if (attempt > 1) {
-        interrupt_->Wait(-1, Milliseconds(step.retry_pause));
-        if (interrupt_->Pending()) return;
-        progress_->BeginStep(step.name, attempt, Since(start_));
-      }
-      record->attempts = attempt;
-      if (RunAttempt(step, invocation, record)) {
-        record->verdict = Verdict::kPassed;
-        return;
-      }
+      interrupt_->Wait(-1, kServicePause);
       if (interrupt_->Pending()) return;
     }
+    record->problem = options_.allow_several ? "" : SeveralServices();
+    if (!record->problem.empty()) record->outcome = Outcome::kError;
   }
 
-  bool RunAttempt(const Step& step, const Invocation& invocation, StepRecord* record) {
-    const Exchange exchange = requester_.Perform(invocation, step.verify);
-    record->message = exchange.problem;
-    record->request = exchange.request;
-    record->reply = exchange.reply;
-    record->answer = exchange.proof.empty() ? Describe(exchange.answer) : "verified";
-    record->measurements.clear();
-    bool passed = exchange.right();
-    for (const Expectation& expectation : step.expectations) {
-      const Field* field = FindField(exchange.answer, expectation.field);
-      if (field == nullptr) continue;  // the reply is wrong as a whole
-      const Measurement measurement = Measure(expectation, *field, record);
-      passed = passed && measurement.passed;
-      record->measurements.push_back(measurement);
+  // Returns the answer as a person reads it.
+  std::string RunAttempts(const Step& step, records::Step* record) {
+    std::vector<std::string> words;
+    std::string missing;
+    for (const std::string& word : step.words) {
+      words.emplace_back();
+      FillValues(word, values_, &words.back(), &missing);
     }
-    for (const Keep& keep : step.keeps) {
-      const Field* field = FindField(exchange.answer, keep.field);
-      if (passed && field != nullptr) values_[keep.name] = field->text;
+    Invocation invocation;
+    // A value that an earlier answer gave may not fit.
+    record->problem = ParseInvocation(words, &invocation);
+    record->outcome = Outcome::kFailed;
+    if (!record->problem.empty()) return "";
+    record->command = CommandLine(invocation);
+    if (options_.refuse != nullptr) record->problem = options_.refuse(invocation, *run_);
+    record->outcome = Outcome::kError;
+    if (!record->problem.empty()) return "";
+    requester_.set_timeout(step.timeout > 0 ? step.timeout : options_.timeout);
+    for (int attempt = 1;; ++attempt) {
+      record->attempts = attempt;
+      if (attempt > 1) Tell([&](RunObserver* observer) { observer->BeginStep(*record); });
+      const Exchange exchange = requester_.Perform(invocation, step.verify);
+      JudgeStep(step, exchange, values_, record);
+      if (record->outcome == Outcome::kPassed) {
+        for (const Keep& keep : step.keeps) {
+          const Field* field = FindField(exchange.answer, keep.field);
+          if (field != nullptr) values_[keep.name] = field->text;
+        }
+        return exchange.proof.empty() ? Describe(exchange.answer) : "verified";
+      }
+      // Without a unit every later step would only wait for nothing.
+      if (exchange.outcome == Exchange::Outcome::kUnreachable && step.retries == 0) {
+        stopped_ = "there is no unit";
+      }
+      if (attempt > step.retries || interrupt_->Pending()) return "";
+      interrupt_->Wait(-1, Milliseconds(step.retry_pause));
+      if (interrupt_->Pending()) return "";
     }
-    // Without a unit every later step would only wait for nothing.
-    if (exchange.outcome == Exchange::Outcome::kUnreachable && step.retries == 0) {
-      stopped_ = "there is no unit";
-    }
-    return passed;
   }
 
-  Measurement Measure(const Expectation& expectation, const Field& field, StepRecord* record) {
-    Measurement measurement;
-    measurement.field = expectation.field;
-    measurement.text = field.text;
-    measurement.number = ParseNumber(field.text);
-    measurement.unit = field.info->unit;
-    measurement.expectation = &expectation;
-    measurement.expected = DescribeExpectation(expectation, values_);
-    measurement.low = LimitValue(expectation.low, values_);
-    measurement.high = LimitValue(expectation.high, values_);
-    std::string problem;
-    measurement.passed = Holds(expectation, field, values_, &problem);
-    if (!measurement.passed && record->message.empty()) {
-      record->message =
-          expectation.field + " is '" + tools::Escape(field.text) + "', not " +
-          (problem.empty() ? tools::Escape(measurement.expected) : "decidable: " + problem);
+  void AskPerson(const Step& step, records::Step* record) {
+    std::string question;
+    std::string missing;
+    FillValues(step.question, values_, &question, &missing);
+    Tell([](RunObserver* observer) { observer->BeginQuestion(); });
+    Person::Reply reply = Person::Reply::kNone;
+    record->problem = "there is nobody to ask: " + Quoted(question);
+    if (options_.person != nullptr) reply = options_.person->Ask(question, &record->problem);
+    records::Measurement measurement;
+    measurement.name = "answer";
+    measurement.text = reply == Person::Reply::kYes ? "yes" : "no";
+    measurement.expected = "'yes'";
+    if (reply == Person::Reply::kNone) {
+      record->outcome = Outcome::kError;
+      return;
     }
-    return measurement;
+    if (record->command.empty()) record->command = "confirm " + question;
+    record->problem.clear();
+    if (reply == Person::Reply::kNo) {
+      measurement.outcome = Outcome::kFailed;
+      record->outcome = Outcome::kFailed;
+      record->problem = "answered with no: " + Quoted(question);
+      record->expected = "answer 'yes'";
+    }
+    record->measurements.push_back(measurement);
   }
 
   Values values_;
-  const double timeout_;
+  const RunOptions& options_;
   tools::Interrupt* interrupt_;
-  Progress* progress_;
+  records::Run* run_;
   Requester requester_;
-  std::string stopped_;  // why everything behind is skipped
-  const Clock::time_point start_ = Clock::now();
+  std::string stopped_;
+  std::string stopped_in_teardown_;
+  bool teardown_ = false;
+  bool interrupted_ = false;
 };
 
 }  // namespace
 
-const char* VerdictText(Verdict verdict) {
-  if (verdict == Verdict::kPassed) return "passed";
-  return verdict == Verdict::kFailed ? "failed" : "skipped";
+const char* OutcomeText(Outcome outcome) {
+  switch (outcome) {
+    case Outcome::kPassed:
+      return "passed";
+    case Outcome::kFailed:
+      return "failed";
+    case Outcome::kError:
+      return "error";
+    case Outcome::kAborted:
+      return "aborted";
+    case Outcome::kSkipped:
+      break;
+  }
+  return "skipped";
 }
 
-int RunRecord::Count(Verdict counted) const {
+int CountSteps(const std::vector<records::Phase>& phases, Outcome outcome) {
   long count = 0;
-  for (const PhaseRecord& phase : phases) {
+  for (const records::Phase& phase : phases) {
     count += std::count_if(phase.steps.begin(), phase.steps.end(),
-                           [&](const StepRecord& step) { return step.verdict == counted; });
+                           [&](const records::Step& step) { return step.outcome == outcome; });
   }
   return static_cast<int>(count);
 }
 
-RunRecord RunSequence(const Sequence& sequence, const Values& given,
-                      const std::set<std::string>& phases, double timeout,
-                      tools::Interrupt* interrupt, Progress* progress) {
-  RunRecord record;
-  record.title = sequence.title;
-  record.start = std::chrono::system_clock::now();
+void RunSequence(const Sequence& sequence, const Values& given, const RunOptions& options,
+                 tools::Interrupt* interrupt, records::Run* record) {
   const auto start = Clock::now();
+  const Values values = StartValues(sequence, given);
+  std::string missing;
+  record->title = sequence.title;
+  record->values = values;
+  FillValues(sequence.device, values, &record->device, &missing);
+  record->sequence = sequence.files.empty() ? "" : sequence.files[0];
+  record->sequence_crc = sequence.crc;
+  record->start = std::chrono::system_clock::now();
+  record->zone_minutes = ZoneMinutes(record->start);
   const auto chosen = [&](const Phase& phase) {
-    return phases.empty() || phases.count(phase.name) != 0;
+    return options.phases.empty() || options.phases.count(phase.name) != 0;
   };
   std::size_t steps = 0;
   for (const Phase& phase : sequence.phases) steps += chosen(phase) ? phase.steps.size() : 0;
-  progress->Begin(sequence.title, steps);
-  Runner runner(StartValues(sequence, given), timeout, interrupt, progress);
+  Runner runner(values, options, interrupt, record);
+  runner.Tell([&](RunObserver* observer) { observer->BeginRun(*record, steps); });
   for (const Phase& phase : sequence.phases) {
-    if (chosen(phase)) record.phases.push_back(runner.RunPhase(phase));
+    if (chosen(phase)) runner.RunPhase(phase);
   }
-  record.values = runner.values();
-  std::string missing;
-  FillValues(sequence.device, record.values, &record.device, &missing);
-  const bool all = record.Count(Verdict::kFailed) == 0 && record.Count(Verdict::kSkipped) == 0;
-  record.verdict = all ? Verdict::kPassed : Verdict::kFailed;
-  record.seconds = Since(start);
-  progress->End(record);
-  return record;
-}
-
-void Progress::Begin(const std::string& title, std::size_t steps) {
-  steps_ = steps;
-  out_ << (title.empty() ? "Sequence" : tools::Escape(title)) << ", " << steps << " steps"
-       << std::endl;
-}
-
-void Progress::BeginPhase(const std::string& name) {
-  out_ << '\n' << tools::Escape(name) << std::endl;
-}
-
-void Progress::BeginStep(const std::string& name, int attempt, double elapsed) {
-  if (!terminal_) return;
-  char head[64];
-  std::snprintf(head, sizeof(head), "\r\033[K  [%zu/%zu] %.1f s  ", done_ + 1, steps_, elapsed);
-  out_ << head << tools::Escape(name);
-  if (attempt > 1) out_ << " (attempt " << attempt << ')';
-  out_ << std::flush;
-}
-
-void Progress::EndStep(const StepRecord& record, double elapsed) {
-  ++done_;
-  char time[32];
-  std::snprintf(time, sizeof(time), "%7.1f s  ", elapsed);
-  if (terminal_) out_ << "\r\033[K";
-  out_ << time << Coloured(record.verdict, VerdictText(record.verdict))
-       << (record.verdict == Verdict::kSkipped ? "  " : "   ") << tools::Escape(record.step->name);
-  const std::string& detail = record.verdict == Verdict::kPassed ? record.answer : record.message;
-  if (!detail.empty()) out_ << ": " << detail;
-  if (record.attempts > 1) out_ << " (" << record.attempts << " attempts)";
-  out_ << std::endl;
-}
-
-void Progress::End(const RunRecord& record) {
-  char time[32];
-  std::snprintf(time, sizeof(time), "%.1f s", record.seconds);
-  out_ << '\n'
-       << record.Count(Verdict::kPassed) << " passed, " << record.Count(Verdict::kFailed)
-       << " failed, " << record.Count(Verdict::kSkipped) << " skipped in " << time;
-  if (!record.device.empty()) out_ << ", device " << tools::Escape(record.device);
-  out_ << ": " << Coloured(record.verdict, record.verdict == Verdict::kPassed ? "PASSED" : "FAILED")
-       << std::endl;
-}
-
-std::string Progress::Coloured(Verdict verdict, const std::string& text) const {
-  if (!colour_) return text;
-  const char* code = verdict == Verdict::kPassed ? "32" : verdict == Verdict::kFailed ? "31" : "33";
-  return std::string("\033[") + code + "m" + text + "\033[0m";
+  record->values = runner.values();
+  FillValues(sequence.device, record->values, &record->device, &missing);
+  std::vector<Outcome> outcomes;
+  for (const records::Phase& phase : record->phases) outcomes.push_back(phase.outcome);
+  if (runner.interrupted()) outcomes.push_back(Outcome::kAborted);
+  record->outcome = Worst(outcomes);
+  record->seconds = Since(start);
+  runner.Tell([&](RunObserver* observer) { observer->EndRun(*record); });
 }
 
 }  // namespace station

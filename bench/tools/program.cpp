@@ -100,9 +100,9 @@ Interrupt::~Interrupt() {
 bool Interrupt::Pending() {
   signalfd_siginfo info;
   while (::read(signals_, &info, sizeof(info)) == static_cast<ssize_t>(sizeof(info))) {
-    pending_ = true;
+    ++count_;
   }
-  return pending_;
+  return count_ > tolerated_;
 }
 
 bool Interrupt::Wait(int fd, int milliseconds) {
@@ -118,9 +118,9 @@ bool Interrupt::Wait(int fd, int milliseconds) {
     }
     const int ready = ::poll(files, 2, rest);
     if (Pending()) return false;
-    if (ready > 0) return files[1].revents != 0;
+    if (ready > 0 && files[1].revents != 0) return true;
     if (ready == 0) return false;
-    if (errno != EINTR) return false;
+    if (ready < 0 && errno != EINTR) return false;
   }
 }
 

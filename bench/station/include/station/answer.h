@@ -3,6 +3,7 @@
 #define KORVANDIS_STATION_ANSWER_H
 
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,10 @@ struct FieldInfo {
   const char* name;
   const char* unit;  // "" when there is none
   bool numeric;      // can be held against limits
+  // Where the field cannot be everything: its words, or its range.
+  const wire::Choice* choices = nullptr;
+  double lowest = -std::numeric_limits<double>::infinity();
+  double highest = std::numeric_limits<double>::infinity();
 };
 
 struct Field {

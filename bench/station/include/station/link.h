@@ -65,6 +65,12 @@ bool Control(const std::string& line, std::string* answer);
 // there is no unit.
 bool ServiceConnected(std::string* reason);
 
+// Number of services that are connected to the unit; -1 with the reason when there is no unit.
+int CountServices(std::string* reason);
+
+// Why a test would not know which service answers it: several are connected. Empty when not.
+std::string SeveralServices();
+
 // Follows every packet on the MCU link.
 class Monitor {
  public:

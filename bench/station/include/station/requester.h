@@ -9,6 +9,14 @@
 
 namespace station {
 
+// One value that the proof of a write read back.
+struct ReadBack {
+  std::string name;  // field of the reading command's reply, or attribute of the object
+  std::string text;
+  std::string expected;
+  double number;  // NaN when it is a text
+};
+
 // What became of one request.
 struct Exchange {
   enum class Outcome {
@@ -16,16 +24,17 @@ struct Exchange {
     kWrong,        // answered, and the answer is wrong
     kUnanswered,   // no answer in time
     kUnreachable,  // not even sent
-    kUnproven,     // sent, and the proof failed
+    kUnproven,     // sent, and what was read back is something else
   };
   Outcome outcome = Outcome::kUnreachable;
-  std::string problem;   // one line, empty when right
-  Bytes request;         // whole packet
-  Bytes reply;           // whole packet, empty when none
-  wire::Reply parsed{};  // the reply, when it is well-formed
-  Answer answer;         // when the command has a reply
-  std::string proof;     // what proved a write, empty when nothing was asked
-  double seconds = 0;    // from sending to the end
+  std::string problem;              // one line, empty when right
+  Bytes request;                    // whole packet
+  Bytes reply;                      // whole packet, empty when none
+  wire::Reply parsed{};             // the reply, when it is well-formed
+  Answer answer;                    // when the command has a reply
+  std::string proof;                // what proved a write, empty when nothing was asked
+  std::vector<ReadBack> read_back;  // what the last look at the proof found
+  double seconds = 0;               // from sending to the end
 
   bool right() const { return outcome == Outcome::kRight; }
 };
@@ -50,7 +59,8 @@ class Requester {
 
  private:
   void Prove(const Invocation& invocation, Exchange* exchange);
-  bool ProofHolds(const Invocation& invocation, const Proof& proof, std::string* found);
+  // Looks at the proof once: outcome, problem or proof, and what was read back.
+  void LookAtProof(const Invocation& invocation, const Proof& proof, Exchange* exchange);
   void TakeReply(std::uint8_t number, std::uint8_t sub_command, Exchange* exchange);
 
   // Waits before the next look at a proof; false when there is no more time.

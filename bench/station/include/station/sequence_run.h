@@ -2,100 +2,65 @@
 #ifndef KORVANDIS_STATION_SEQUENCE_RUN_H
 #define KORVANDIS_STATION_SEQUENCE_RUN_H
 
-#include <chrono>
-#include <ostream>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
 
-#include "station/requester.h"
+#include "station/run_record.h"
 #include "station/sequence.h"
+#include "tools/program.h"
 
 namespace station {
 
-enum class Verdict { kPassed, kFailed, kSkipped };
+// "passed", "failed", "error", "aborted", "skipped".
+const char* OutcomeText(records::Outcome outcome);
 
-// "passed", "failed", "skipped".
-const char* VerdictText(Verdict verdict);
+// Number of steps with this outcome.
+int CountSteps(const std::vector<records::Phase>& phases, records::Outcome outcome);
 
-// One value that came back, with what was expected of it.
-struct Measurement {
-  std::string field;
-  std::string text;
-  double number = 0;  // NaN when the text is no number
-  std::string unit;
-  const Expectation* expectation = nullptr;
-  std::string expected;      // as a person reads it
-  double low = 0, high = 0;  // limits, NaN when there is none
-  bool passed = false;
-};
-
-struct StepRecord {
-  const Step* step = nullptr;
-  Verdict verdict = Verdict::kSkipped;
-  std::string command;   // as typed, values filled in
-  std::string message;   // why it failed or was skipped
-  std::string answer;    // as a person reads it
-  Bytes request, reply;  // of the last attempt
-  int attempts = 0;
-  double seconds = 0;
-  std::vector<Measurement> measurements;  // of the last attempt
-};
-
-struct PhaseRecord {
-  std::string name;
-  Verdict verdict = Verdict::kSkipped;
-  double seconds = 0;
-  std::vector<StepRecord> steps;
-};
-
-// Refers to the sequence, which has to outlive it.
-struct RunRecord {
-  std::string title;
-  std::string device;
-  Values values;  // at the end
-  std::chrono::system_clock::time_point start;
-  double seconds = 0;
-  Verdict verdict = Verdict::kSkipped;
-  std::vector<PhaseRecord> phases;
-
-  int Count(Verdict counted) const;
-};
-
-// Shows how a run goes: a line a step; on a terminal also the step that is under way, and colours.
-class Progress {
+// Follows a run as it happens. All calls come from the thread that runs it. What a call is given is
+// as far as it is known by then.
+class RunObserver {
  public:
-  Progress(std::ostream& out, bool terminal, bool colour)
-      : out_(out), terminal_(terminal), colour_(colour) {}
-
-  void Begin(const std::string& title, std::size_t steps);
-  void BeginPhase(const std::string& name);
-  void BeginStep(const std::string& name, int attempt, double elapsed);
-  void EndStep(const StepRecord& record, double elapsed);
-  void End(const RunRecord& record);
-
- private:
-  std::string Coloured(Verdict verdict, const std::string& text) const;
-
-  std::ostream& out_;
-  const bool terminal_;
-  const bool colour_;
-  std::size_t steps_ = 0;
-  std::size_t done_ = 0;
+  virtual ~RunObserver() = default;
+  virtual void BeginRun(const records::Run& /*run*/, std::size_t /*steps*/) {}
+  virtual void BeginPhase(const records::Phase& /*phase*/) {}
+  // Once for each attempt; the step has its name and start.
+  virtual void BeginStep(const records::Step& /*step*/) {}
+  // The step waits for a person.
+  virtual void BeginQuestion() {}
+  // `answer`: what came back, as a person reads it.
+  virtual void EndStep(const records::Step& /*step*/, const std::string& /*answer*/) {}
+  virtual void EndPhase(const records::Phase& /*phase*/) {}
+  virtual void EndRun(const records::Run& /*run*/) {}
 };
 
-// Runs the phases named in `phases`, none: all. The sequence has been checked. A signal that
-// `interrupt` collects ends the run after the current step.
-RunRecord RunSequence(const Sequence& sequence, const Values& given,
-                      const std::set<std::string>& phases, double timeout,
-                      tools::Interrupt* interrupt, Progress* progress);
+// Answers the questions of `confirm`.
+class Person {
+ public:
+  enum class Reply { kYes, kNo, kNone };
+  virtual ~Person() = default;
+  // kNone with *problem when there is no answer: nobody to ask, no more answers, an interrupt.
+  virtual Reply Ask(const std::string& question, std::string* problem) = 0;
+};
 
-// The record as JUnit XML: a test suite a phase, a test case a step.
-void WriteJunit(const RunRecord& record, std::ostream& out);
+struct RunOptions {
+  std::set<std::string> phases;         // names of those that are run; none: all
+  double timeout = 2;                   // seconds, longest wait for a reply
+  bool allow_several = false;           // run although several services are connected
+  Person* person = nullptr;             // null: every question is an error
+  std::vector<RunObserver*> observers;  // called in this order
+  // Asked before each request is sent: why it must not be, or nothing. A reason is an error of the
+  // step. May be empty.
+  std::function<std::string(const Invocation& request, const records::Run& run)> refuse;
+};
 
-// The record as JSON: device under test, phases, steps, measurements with limits and outcome,
-// times.
-void WriteJson(const RunRecord& record, std::ostream& out);
+// Runs a sequence that has been checked. `record` holds what is known before the run (id, station,
+// program) and takes the rest. A signal that `interrupt` collects aborts the step under way and
+// skips the others, except in phases that always run; a second signal ends those too.
+void RunSequence(const Sequence& sequence, const Values& given, const RunOptions& options,
+                 tools::Interrupt* interrupt, records::Run* record);
 
 }  // namespace station
 

@@ -33,8 +33,12 @@ class Interrupt {
   Interrupt(const Interrupt&) = delete;
   Interrupt& operator=(const Interrupt&) = delete;
 
-  // True once a signal came.
+  // True once a signal came that is not tolerated.
   bool Pending();
+
+  // From now on the first `signals` signals, counted from the beginning, have no effect on Pending
+  // and Wait; one more has.
+  void Tolerate(int signals) { tolerated_ = signals; }
 
   // Waits up to `milliseconds` (-1: no limit) for `fd` (-1: none) to become readable or to be hung
   // up. Returns true when it did; false at the end of the time or on a signal.
@@ -42,7 +46,8 @@ class Interrupt {
 
  private:
   int signals_ = -1;
-  bool pending_ = false;
+  int count_ = 0;
+  int tolerated_ = 0;
   struct Mask;
   std::unique_ptr<Mask> saved_;
 };

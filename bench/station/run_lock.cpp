@@ -1,0 +1,65 @@
+#include "run_lock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+namespace station {
+namespace {
+
+const char kLockFile[] = "/.station-run";
+const mode_t kEverybody = 0666;  // whoever runs the station
+
+std::string RootDirectory() {
+  const char* root = std::getenv("HEADUNIT_ROOT");
+  return root == nullptr ? "" : root;
+}
+
+std::string NowText() {
+  const std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  char text[32] = "";
+  if (::localtime_r(&now, &parts) != nullptr) {
+    std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &parts);
+  }
+  return text;
+}
+
+}  // namespace
+
+RunLock::~RunLock() {
+  // The next run must not be told of this one.
+  if (file_.is_open() && ::ftruncate(file_.get(), 0) != 0) return;
+}
+
+std::string RunLock::Take() {
+  const std::string path = RootDirectory() + kLockFile;
+  tools::Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kEverybody));
+  if (!file.is_open() && (errno == ENOENT || errno == ENOTDIR)) return "";
+  if (!file.is_open()) {
+    return "the unit cannot be locked: " + tools::Escape(path) + ": " + std::strerror(errno);
+  }
+  if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+    char text[64] = "";
+    const ssize_t size = ::read(file.get(), text, sizeof(text) - 1);
+    const std::string holder(text, size > 0 ? static_cast<std::size_t>(size) : 0);
+    return "another run has the unit" + (holder.empty() ? "" : ": " + tools::Escape(holder));
+  }
+  // Another user's run may take the unit next.
+  ::fchmod(file.get(), kEverybody);
+  const std::string holder = "process " + std::to_string(::getpid()) + ", started " + NowText();
+  if (::ftruncate(file.get(), 0) != 0 ||
+      ::pwrite(file.get(), holder.data(), holder.size(), 0) < 0) {
+    return "the unit cannot be locked: " + tools::Escape(path) + ": " + std::strerror(errno);
+  }
+  file_ = std::move(file);
+  return "";
+}
+
+}  // namespace station

@@ -1,0 +1,409 @@
+// Reads sequences and the files they include. Limit files are read in sequence_limits.cpp.
+#include <algorithm>
+#include <cmath>
+
+#include "sequence_limits.h"
+#include "sequence_text.h"
+#include "station/pattern.h"
+#include "station/sequence.h"
+#include "tools/program.h"
+
+namespace station {
+namespace {
+
+const int kMostRetries = 10000;
+const std::size_t kLongestLine = 2000;
+const std::size_t kMostFiles = 100;
+const double kLongestTime = 3600;  // seconds, of any one time in a file
+
+// "2 s": seconds.
+bool ParseTime(const std::string& text, double* seconds) {
+  std::string rest = text;
+  *seconds = ParseNumber(TakeWord(&rest));
+  return rest == "s" && *seconds >= 0 && *seconds <= kLongestTime;
+}
+
+// CRC-32 as in Ethernet and zip, continued from `crc`.
+std::uint32_t Crc32(std::uint32_t crc, const std::string& text) {
+  const std::uint32_t kPolynomial = 0xEDB88320U;
+  crc = ~crc;
+  for (const char c : text) {
+    crc ^= static_cast<unsigned char>(c);
+    for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ ((crc & 1U) != 0 ? kPolynomial : 0U);
+  }
+  return ~crc;
+}
+
+// `path` as it stands in the file `from`.
+std::string BesideFile(const std::string& from, const std::string& path) {
+  const std::size_t slash = from.rfind('/');
+  if (path[0] == '/' || slash == std::string::npos) return path;
+  return from.substr(0, slash + 1) + path;
+}
+
+// One pass over the lines of all files.
+class Parser {
+ public:
+  Parser(const SourceReader& read, Sequence* sequence) : read_(read), sequence_(sequence) {}
+
+  std::vector<Mistake> Parse(const std::string& path) {
+    ReadLines(path);
+    FinishPhase();
+    for (const Limit& limit : limits_) {
+      const std::string problem = ApplyLimit(limit, sequence_);
+      if (!problem.empty()) MistakeAt(limit.place, problem);
+    }
+    place_ = Place{};
+    if (sequence_->phases.empty() && whole_) Wrong("there is no phase");
+    return std::move(mistakes_);
+  }
+
+ private:
+  void Wrong(const std::string& reason) { MistakeAt(place_, reason); }
+  void MistakeAt(const Place& place, const std::string& reason) {
+    mistakes_.push_back({place, reason});
+  }
+
+  // Opens a file that `place_` names; false when it cannot be read.
+  bool Open(const std::string& path, std::string* text) {
+    if (sequence_->files.size() >= kMostFiles) {
+      Wrong("more than " + std::to_string(kMostFiles) + " files");
+      return false;
+    }
+    const std::string problem = read_(path, text);
+    if (!problem.empty()) {
+      Wrong(problem);
+      return false;
+    }
+    place_ = Place{sequence_->files.size(), 0};
+    sequence_->files.push_back(path);
+    sequence_->crc = Crc32(sequence_->crc, *text);
+    return true;
+  }
+
+  // NOLINTNEXTLINE(misc-no-recursion): as deep as there are files.
+  void ReadLines(const std::string& path) {
+    std::string text;
+    open_.push_back(path);
+    const Place outer = place_;
+    if (Open(path, &text)) {
+      for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = std::min(text.find('\n', start), text.size());
+        ++place_.line;
+        ParseLine(Trim(text.substr(start, end - start)));
+        start = end + 1;
+      }
+    } else {
+      whole_ = false;
+    }
+    place_ = outer;
+    open_.pop_back();
+  }
+
+  // NOLINTNEXTLINE(misc-no-recursion)
+  void ParseLine(std::string rest) {
+    if (rest.empty() || rest[0] == '#') return;
+    const bool control = std::any_of(rest.begin(), rest.end(),
+                                     [](char c) { return c != '\t' && tools::IsControl(c); });
+    if (control) return Wrong("control characters");
+    if (rest.size() > kLongestLine) return Wrong("the line is too long");
+    const std::string keyword = TakeWord(&rest);
+    using Handler = void (Parser::*)(const std::string&);
+    static const std::map<std::string, Handler> outside = {
+        {"title", &Parser::ParseTitle}, {"device", &Parser::ParseDevice},
+        {"value", &Parser::ParseValue}, {"include", &Parser::ParseInclude},
+        {"phase", &Parser::ParsePhase}, {"limits", &Parser::ParseLimitFile},
+        {"step", &Parser::ParseStep}};
+    static const std::map<std::string, Handler> inside = {
+        {"do", &Parser::ParseDo},          {"expect", &Parser::ParseExpect},
+        {"keep", &Parser::ParseKeep},      {"wait", &Parser::ParseWait},
+        {"retry", &Parser::ParseRetry},    {"timeout", &Parser::ParseTimeout},
+        {"verify", &Parser::ParseVerify},  {"stop", &Parser::ParseStop},
+        {"confirm", &Parser::ParseConfirm}};
+    if (const auto found = outside.find(keyword); found != outside.end()) {
+      (this->*found->second)(rest);
+    } else if (const auto part = inside.find(keyword); part != inside.end()) {
+      if (!in_step_) return Wrong(Quoted(keyword) + " must be inside a step");
+      (this->*part->second)(rest);
+    } else {
+      Wrong("unknown word " + Quoted(keyword));
+    }
+  }
+
+  // An included file gives way to the ones that include it: a variant says what it needs before the
+  // include.
+  bool GivesWayTo(const Place& earlier) const {
+    return earlier.file != place_.file &&
+           std::find(open_.begin(), open_.end(), sequence_->files[earlier.file]) != open_.end();
+  }
+
+  void ParseTitle(const std::string& rest) {
+    if (rest.empty()) return Wrong("title needs a text");
+    if (sequence_->title.empty()) {
+      sequence_->title = rest;
+      title_place_ = place_;
+    } else if (!GivesWayTo(title_place_)) {
+      Wrong("a second title");
+    }
+  }
+
+  void ParseDevice(const std::string& rest) {
+    if (rest.empty()) return Wrong("device needs a text");
+    if (sequence_->device.empty()) {
+      sequence_->device = rest;
+      sequence_->device_place = place_;
+    } else if (!GivesWayTo(sequence_->device_place)) {
+      Wrong("a second device");
+    }
+  }
+
+  void ParseValue(const std::string& text) {
+    if (!sequence_->phases.empty()) return Wrong("values must be declared before the phases");
+    std::string rest = text;
+    const std::string name = rest.substr(0, rest.find_first_of(" \t="));
+    rest = Trim(rest.substr(name.size()));
+    if (!IsName(name)) return Wrong(Quoted(name) + " is not a name");
+    Value value;
+    value.place = place_;
+    if (rest[0] == '=') {
+      value.required = false;
+      value.text = Trim(rest.substr(1));
+    } else if (TakePrefix("matches", &rest)) {
+      value.pattern = rest;
+      const Pattern pattern(rest);
+      if (rest.empty() || !pattern.problem().empty()) {
+        Wrong("'" + AsWritten(rest) + "' is not a pattern" +
+              (rest.empty() ? "" : ": " + pattern.problem()));
+      }
+    } else if (!rest.empty()) {
+      Wrong("it reads: value NAME, value NAME = TEXT or value NAME matches PATTERN");
+    }
+    const auto [known, added] = sequence_->values.emplace(name, value);
+    if (added) {
+      sequence_->value_names.push_back(name);
+    } else if (!GivesWayTo(known->second.place)) {
+      Wrong("value " + Quoted(name) + " is declared already");
+    }
+  }
+
+  // NOLINTNEXTLINE(misc-no-recursion)
+  void ParseInclude(const std::string& rest) {
+    FinishStep();
+    if (rest.empty()) return Wrong("include needs a file");
+    const std::string path = BesideFile(sequence_->files[place_.file], rest);
+    if (std::find(open_.begin(), open_.end(), path) != open_.end()) {
+      return Wrong(Quoted(rest) + " includes itself");
+    }
+    ReadLines(path);
+  }
+
+  void ParseLimitFile(const std::string& rest) {
+    FinishStep();
+    if (rest.empty()) return Wrong("limits needs a file");
+    const Place outer = place_;
+    std::string text;
+    if (Open(BesideFile(sequence_->files[place_.file], rest), &text)) {
+      ReadLimits(text, place_.file, &limits_, &mistakes_);
+    }
+    place_ = outer;
+  }
+
+  void ParsePhase(const std::string& rest) {
+    FinishPhase();
+    Phase phase;
+    phase.place = place_;
+    phase.name = rest;
+    const std::string kAlways = "always";
+    const std::size_t blank = rest.find_last_of(" \t");
+    if (blank != std::string::npos && rest.substr(blank + 1) == kAlways) {
+      phase.always = true;
+      phase.name = Trim(rest.substr(0, blank));
+    }
+    if (phase.name.empty()) return Wrong("phase needs a name");
+    for (const Phase& other : sequence_->phases) {
+      if (phase.name == other.name) Wrong("phase " + Quoted(phase.name) + " is there already");
+    }
+    sequence_->phases.push_back(phase);
+  }
+
+  void ParseStep(const std::string& rest) {
+    FinishStep();
+    if (sequence_->phases.empty()) return Wrong("a step must be inside a phase");
+    if (rest.empty()) Wrong("step needs a name");
+    Step step;
+    step.place = place_;
+    step.name = rest;
+    sequence_->phases.back().steps.push_back(step);
+    in_step_ = true;
+  }
+
+  Step& step() { return sequence_->phases.back().steps.back(); }
+
+  void ParseDo(const std::string& rest) {
+    if (step().command_place.line != 0) return Wrong("a second command in one step");
+    step().command_place = place_;
+    const std::string problem = SplitWords(rest, &step().words);
+    if (!problem.empty()) return Wrong(problem);
+    std::size_t count = 0;
+    const std::string mismatch = MatchCommand(step().words, &step().command, &count);
+    if (!mismatch.empty()) return Wrong(mismatch);
+    if (!step().command->sent) {
+      step().command = nullptr;
+      Wrong(Quoted(rest) + " is not a command that is sent to the service");
+    }
+  }
+
+  void ParseExpect(const std::string& text) {
+    std::string rest = text;
+    Expectation expectation;
+    expectation.place = place_;
+    expectation.field = TakeWord(&rest);
+    if (TakePrefix("is", &rest)) {
+      expectation.kind = Expectation::Kind::kIs;
+      // Quotes keep blanks at the ends.
+      const bool quoted = rest.size() >= 2 && rest.front() == '"' && rest.back() == '"';
+      expectation.texts.push_back(quoted ? rest.substr(1, rest.size() - 2) : rest);
+    } else if (TakePrefix("one of", &rest)) {
+      expectation.kind = Expectation::Kind::kOneOf;
+      const std::string problem = SplitWords(rest, &expectation.texts);
+      if (!problem.empty()) return Wrong(problem);
+      if (expectation.texts.empty()) return Wrong("'one of' needs at least one word");
+    } else if (TakePrefix("matches", &rest)) {
+      expectation.kind = Expectation::Kind::kMatches;
+      if (rest.empty()) return Wrong("'matches' needs a pattern");
+      expectation.texts.push_back(rest);
+    } else if (!ParseLimits(rest, &expectation)) {
+      return Wrong(
+          "expect FIELD needs one of: is TEXT, one of WORD..., matches PATTERN, from LOW to HIGH, "
+          "at least LOW, at most HIGH");
+    }
+    step().expectations.push_back(expectation);
+  }
+
+  static bool ParseLimits(std::string rest, Expectation* expectation) {
+    expectation->kind = Expectation::Kind::kLimits;
+    if (TakePrefix("from", &rest)) {
+      expectation->low = TakeWord(&rest);
+      if (!TakePrefix("to", &rest)) return false;
+      expectation->high = TakeWord(&rest);
+    } else if (TakePrefix("at least", &rest)) {
+      expectation->low = TakeWord(&rest);
+    } else if (TakePrefix("at most", &rest)) {
+      expectation->high = TakeWord(&rest);
+    } else {
+      return false;
+    }
+    expectation->unit = rest;
+    return !expectation->low.empty() || !expectation->high.empty();
+  }
+
+  void ParseKeep(const std::string& text) {
+    std::string rest = text;
+    Keep keep;
+    keep.field = TakeWord(&rest);
+    if (!TakePrefix("as", &rest) || !IsName(rest)) return Wrong("keep needs FIELD as NAME");
+    keep.name = rest;
+    step().keeps.push_back(keep);
+  }
+
+  void ParseWait(const std::string& text) {
+    std::string rest = text;
+    Wait wait{};
+    wait.for_service = TakePrefix("for service", &rest);
+    if (!ParseTime(rest, &wait.seconds)) Wrong("wait needs a time like 2 s, up to 3600 s");
+    step().waits.push_back(wait);
+  }
+
+  void ParseRetry(const std::string& text) {
+    std::string rest = text;
+    const double count = ParseNumber(TakeWord(&rest));
+    const bool whole = count >= 1 && count <= kMostRetries && std::floor(count) == count;
+    const bool times = TakePrefix("times", &rest) || TakePrefix("time", &rest);
+    double pause = 0;
+    if (!whole || !times ||
+        (!rest.empty() && (!TakePrefix("every", &rest) || !ParseTime(rest, &pause)))) {
+      return Wrong("retry needs COUNT times, or COUNT times every SECONDS s");
+    }
+    step().retries = static_cast<int>(count);
+    step().retry_pause = pause;
+  }
+
+  void ParseTimeout(const std::string& rest) {
+    if (!ParseTime(rest, &step().timeout) || step().timeout <= 0) {
+      Wrong("timeout needs a time like 5 s, up to 3600 s");
+    }
+  }
+
+  void ParseVerify(const std::string& rest) {
+    if (!rest.empty()) return Wrong("verify takes nothing");
+    step().verify = true;
+  }
+
+  void ParseStop(const std::string& rest) {
+    if (rest != "on failure") return Wrong("it reads: stop on failure");
+    step().stop_on_failure = true;
+  }
+
+  void ParseConfirm(const std::string& rest) {
+    if (rest.empty()) return Wrong("confirm needs a question");
+    if (!step().question.empty()) return Wrong("a second question in one step");
+    step().question = rest;
+  }
+
+  void FinishPhase() {
+    FinishStep();
+    if (!sequence_->phases.empty() && sequence_->phases.back().steps.empty()) {
+      MistakeAt(sequence_->phases.back().place,
+                "phase " + Quoted(sequence_->phases.back().name) + " has no steps");
+    }
+  }
+
+  // What can only be told once the whole step is there.
+  void FinishStep() {
+    if (!in_step_) return;
+    in_step_ = false;
+    Step& done = step();
+    if (done.command_place.line == 0) {
+      if (done.waits.empty() && done.question.empty()) {
+        MistakeAt(done.place, "step " + Quoted(done.name) + " does nothing");
+      }
+      if (!done.expectations.empty() || !done.keeps.empty() || done.verify) {
+        MistakeAt(done.place,
+                  "step " + Quoted(done.name) + " has no command to expect anything of");
+      }
+      return;
+    }
+    if (done.command == nullptr) return;  // reported already
+    if (done.verify && done.command->proofs.empty()) {
+      MistakeAt(done.command_place, Quoted(done.command->words) + " cannot be verified");
+    }
+    for (Expectation& expectation : done.expectations) {
+      const std::string problem = CheckField(*done.command, &expectation);
+      if (!problem.empty()) MistakeAt(expectation.place, problem);
+    }
+    for (const Keep& keep : done.keeps) {
+      if (FindInfo(*done.command, keep.field) == nullptr) {
+        MistakeAt(done.place, "keep: " + NoField(*done.command, keep.field));
+      }
+    }
+  }
+
+  const SourceReader& read_;
+  Sequence* sequence_;
+  std::vector<Mistake> mistakes_;
+  std::vector<Limit> limits_;
+  std::vector<std::string> open_;  // the file that is being read and those that include it
+  Place place_;
+  Place title_place_;
+  bool in_step_ = false;
+  bool whole_ = true;  // every included file could be read
+};
+
+}  // namespace
+
+std::vector<Mistake> ReadSequence(const std::string& path, const SourceReader& read,
+                                  Sequence* sequence) {
+  return Parser(read, sequence).Parse(path);
+}
+
+}  // namespace station
