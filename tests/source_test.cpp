@@ -1,8 +1,10 @@
 // The current source, and the switching command.
+#include <algorithm>
 #include <regex>
 #include <set>
 
 #include "support/recorder.h"
+#include "wire/command_table.h"
 
 namespace support {
 namespace {
@@ -30,9 +32,12 @@ class Sources : public RecordedService {
 };
 
 TEST_F(Sources, ReadTheCurrentOne) {
-  const std::pair<std::string, int> known[] = {{"xxrusb", 4}, {"zmbtaudio", 13}, {"\xff\xfesd", 2}};
-  for (const auto& [name, id] : known) {
-    Expect("zmplaysource::" + name + "\n", Known(name, id), id);
+  int id = 0;
+  for (const std::string& name : Arguments(
+           "none disc sd usb rusb radio hdradio dab sxm tv aux1 aux2 bttel btaudio ipod camera "
+           "navi pandora iheadradio tpms cdc dar linker tsp ptt asr mpu svc")) {
+    Expect("zmplaysource::\xff\xfe" + name + "\n", Known("\xff\xfe" + name, id), id);
+    ++id;
   }
   const std::string longest = "zm" + std::string(249, 'a');
   for (const std::string& value :
@@ -62,9 +67,13 @@ TEST_F(Sources, ReadTheCurrentOne) {
 }
 
 TEST_F(Sources, AskTheLauncherOncePerRequest) {
-  static const std::map<int, std::string> kNames = {
-      {1, "zmradio"}, {2, "zmdisc"}, {4, "zmaux2"},  {6, "zmusb"},   {7, "zmbttel"},
-      {9, "zmaux1"},  {12, "zmsd"},  {13, "zmnavi"}, {18, "zmipod"}, {28, "zmbtaudio"}};
+  std::map<int, std::string> names;  // the applications', by code
+  const auto* const row =
+      std::find_if(wire::kCommands, wire::kCommands + wire::kCommandCount,
+                   [](const wire::CommandSpec& spec) { return spec.command == kSource; });
+  for (const wire::Choice* name = row->parameters[0].choices; name->word != nullptr; ++name) {
+    names[name->value] = std::string("zm") + name->word;
+  }
   std::set<std::string> ids;
   for (int code = 1; code < 256; ++code) {
     // Neither the sub-command nor what follows the code matters.
@@ -74,7 +83,7 @@ TEST_F(Sources, AskTheLauncherOncePerRequest) {
     const std::regex request(
         "rwc 666 /services/app-launcher @app-launcher\nreq:json:\\{\"id\":([0-9]+),"
         "\"cmd\":\"launch zelmarapp\",\"app\":\"" +
-        (kNames.count(code) != 0 ? kNames.at(code) : "") + "\",\"dat\":\"\"\\}\n");
+        names[code] + "\",\"dat\":\"\"\\}\n");
     std::smatch match;
     ASSERT_TRUE(std::regex_match(asked[1], match, request)) << asked[1];
     ids.insert(match[1]);
