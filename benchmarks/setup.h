@@ -142,11 +142,8 @@ class Process {
     Fail("the process is gone");
   }
 
-  int Descriptors() const {
-    int count = 0;
-    for ([[maybe_unused]] const auto& entry : fs::directory_iterator(Directory() + "/fd")) ++count;
-    return count;
-  }
+  int Descriptors() const { return Entries("/fd"); }
+  int Threads() const { return Entries("/task"); }
 
   // The sum over all threads of the number that `take` finds in a line of the thread's `file`.
   template <typename Take>
@@ -176,6 +173,10 @@ class Process {
   }
 
  private:
+  int Entries(const char* folder) const {
+    return static_cast<int>(std::distance(fs::directory_iterator(Directory() + folder), {}));
+  }
+
   std::string Directory() const { return "/proc/" + std::to_string(pid_); }
 
   pid_t pid_ = -1;

@@ -1,13 +1,18 @@
-// Mixed packets, valid and hostile, against the service and a whole unit: the rate, and what both
-// hold in memory and descriptors after a tenth of the packets and at the end, which must be equal.
+// Mixed packets, valid and hostile, against the service and a whole unit, while now and then the
+// PPS manager restarts, the service is stopped and continued, and nobody reads its standard error:
+// the rate, and what both hold in memory, descriptors and threads after a tenth of the packets and
+// at the end, which must be equal.
 //
 // Usage: soak [PACKETS [SEED]]. The packets are drawn once and sent again and again, so whatever
 // they leave behind in the unit's objects is there after the first tenth, and what grows behind it
 // is lost. Exit status 1 when something grows.
+#include <sys/stat.h>
+
+#include <atomic>
 #include <random>
 
+#include "requests.h"
 #include "setup.h"
-#include "wire/command_table.h"
 
 namespace {
 
@@ -15,6 +20,10 @@ const long kPackets = 1000000;
 const long kRounds = 50;          // how often each packet is sent
 const long kBatch = 64;           // packets in front of a question that shows that all are done
 const double kMemoryGoal = 4096;  // KiB
+
+// One in each round. They take turns, so the first tenth has each of them.
+enum Trouble { kPpsRestart, kStopAndContinue, kUndrained, kTroubles };
+const long kTroubleBatches = 5;  // for as long it goes on
 
 // Descriptors must be equal exactly. So must memory in use, to these many KiB: a buffer that once
 // took the longest message, or a queue that was once longer, is no leak. In a million packets a
@@ -42,31 +51,7 @@ setup::Bytes Text(const char* text) { return setup::Bytes(text, text + std::strl
 
 // --- packets ------------------------------------------------------------------------------------
 
-const std::uint8_t kCalibrationCommand = 6;
-
-// A value of the parameter: any word, number or address, some text.
-setup::Bytes AnyValue(Random* random, const wire::ParameterSpec& parameter) {
-  static const char* const kTexts[] = {"4711", "0123456789", "ZM01 x"};
-  unsigned count = 0;
-  switch (parameter.kind) {
-    case wire::ParameterKind::kNone:
-      break;
-    case wire::ParameterKind::kText:
-      return Text(kTexts[Below(random, static_cast<unsigned>(std::size(kTexts)))]);
-    case wire::ParameterKind::kMac:
-      return RandomBytes(random, wire::kMacSize);
-    case wire::ParameterKind::kByte:
-      return {static_cast<std::uint8_t>(Below(random, parameter.high + 1))};
-    case wire::ParameterKind::kNumber:
-      return {0, static_cast<std::uint8_t>(Below(random, 10))};
-    case wire::ParameterKind::kChoice:
-      while (parameter.choices[count].word != nullptr) ++count;
-      return {parameter.choices[Below(random, count)].value};
-  }
-  return {};
-}
-
-const setup::Bytes kCalibration = wire::BuildRequest(kCalibrationCommand, 4, {});
+const setup::Bytes kCalibration = wire::BuildRequest(setup::kKeyCommand, 4, {});
 
 // Answered at once with an empty reply, and not among the packets.
 const std::uint8_t kVersionCommand = 7;
@@ -77,21 +62,13 @@ const setup::Bytes kQuestion = wire::BuildRequest(kVersionCommand, kQuestionSubC
 const wire::CommandSpec& AnyCommand(Random* random) {
   for (;;) {
     const auto& row = wire::kCommands[Below(random, static_cast<unsigned>(wire::kCommandCount))];
-    if (row.command != kCalibrationCommand) return row;
+    if (row.command != setup::kKeyCommand) return row;
   }
 }
 
 setup::Bytes ValidPacket(Random* random) {
   const wire::CommandSpec& row = AnyCommand(random);
-  setup::Bytes parameters;
-  if (row.selector != wire::kNoSelector) {
-    parameters.push_back(static_cast<std::uint8_t>(row.selector));
-  }
-  for (const wire::ParameterSpec& parameter : row.parameters) {
-    const setup::Bytes value = AnyValue(random, parameter);
-    parameters.insert(parameters.end(), value.begin(), value.end());
-  }
-  return wire::BuildRequest(row.command, row.sub_command, parameters);
+  return setup::RequestOf(row, Below(random, 256));
 }
 
 // A command with whatever parameters, and text that means something to whoever reads it.
@@ -160,10 +137,12 @@ struct Held {
   long resident;  // KiB
   long in_use;    // KiB
   int descriptors;
+  int threads;
 };
 
 Held Look(const setup::Process& process) {
-  return {process.Memory("Rss"), process.Memory("Anonymous"), process.Descriptors()};
+  return {process.Memory("Rss"), process.Memory("Anonymous"), process.Descriptors(),
+          process.Threads()};
 }
 
 // Asks the unit itself, which gives back first what it can.
@@ -188,13 +167,52 @@ void AwaitIdle(const setup::Process& process) {
   setup::Fail("the unit does not come to rest");
 }
 
+// The service's standard error: a pipe that is read, or not for a while.
+class Errors {
+ public:
+  explicit Errors(std::string path) : path_(std::move(path)) {
+    if (::mkfifo(path_.c_str(), 0600) != 0) setup::Fail("no pipe " + path_);
+    fd_ = ::open(path_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    reader_ = std::thread([this] {
+      std::vector<char> bytes(1 << 16);
+      while (!ends_) {
+        if (drained_ && ::read(fd_, bytes.data(), bytes.size()) > 0) continue;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
+    });
+  }
+  ~Errors() {
+    ends_ = true;
+    reader_.join();
+    ::close(fd_);
+  }
+  Errors(const Errors&) = delete;
+  Errors& operator=(const Errors&) = delete;
+
+  const std::string& path() const { return path_; }
+  void SetDrained(bool drained) { drained_ = drained; }
+
+ private:
+  const std::string path_;
+  int fd_ = -1;
+  std::atomic<bool> drained_{true};
+  std::atomic<bool> ends_{false};
+  std::thread reader_;
+};
+
 class Soak {
  public:
-  Soak(const setup::Unit& unit, const setup::Process& service) : unit_(unit), service_(service) {}
+  // `round` is how many packets there are, each sent once in a round.
+  Soak(const setup::Unit& unit, const setup::Process& service, Errors* errors, long round)
+      : unit_(unit), service_(service), errors_(errors), batches_(round / kBatch) {}
 
   // Sends packets in their order until there were `count` in all, and returns when all are done.
   void SendUntil(const std::vector<setup::Bytes>& packets, long count) {
     while (next_ < count) {
+      const long batch = next_ / kBatch;
+      if (next_ % kBatch == 0 && batch % batches_ == batches_ / 2) {
+        Begin(static_cast<Trouble>(batch / batches_ % kTroubles));
+      }
       station_.Send(packets[static_cast<std::size_t>(next_) % packets.size()]);
       if (++next_ % kBatch == 0) Settle();
     }
@@ -203,34 +221,66 @@ class Soak {
 
   // What both hold once nothing is under way any more.
   std::pair<Held, Held> LookAtBoth() {
+    End();
+    Settle();
     AwaitIdle(unit_.process());
     return {Look(service_), Look(unit_)};
   }
 
  private:
+  void Begin(Trouble trouble) {
+    End();
+    trouble_ = trouble;
+    left_ = kTroubleBatches;
+    if (trouble == kPpsRestart) Tell("pps down");
+    if (trouble == kUndrained) errors_->SetDrained(false);
+  }
+
+  void End() {
+    if (trouble_ == kPpsRestart) Tell("pps up");
+    errors_->SetDrained(true);
+    trouble_ = kTroubles;
+  }
+
+  void Tell(const char* line) const {
+    const std::string answer = unit_.Ask(line);
+    if (answer.compare(0, 2, "ok") != 0) setup::Fail(answer);
+  }
+
   void Settle() {
+    if (trouble_ == kStopAndContinue) {
+      ::kill(service_.pid(), SIGSTOP);
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      ::kill(service_.pid(), SIGCONT);
+    }
     station_.Send(kQuestion);
     for (;;) {
       wire::Reply reply{};
       if (!wire::ParseReply(station_.Receive(), &reply)) setup::Fail("a reply that is none");
-      if (reply.command == kVersionCommand && reply.sub_command == kQuestionSubCommand) return;
+      if (reply.command == kVersionCommand && reply.sub_command == kQuestionSubCommand) break;
     }
+    if (trouble_ != kTroubles && --left_ == 0) End();
   }
 
   const setup::Unit& unit_;
   const setup::Process& service_;
+  Errors* const errors_;
+  const long batches_;  // of a round
   setup::Station station_;
   long next_ = 0;
+  Trouble trouble_ = kTroubles;  // none
+  long left_ = 0;                // batches until it ends
 };
 
 bool Compare(const char* who, const Held& before, const Held& after) {
-  const bool same =
-      after.descriptors == before.descriptors && after.in_use <= before.in_use + kSameMemory;
-  char text[128];
-  std::snprintf(text, sizeof(text),
-                "%ld to %ld KiB in use, %ld to %ld resident, %d to %d descriptors", before.in_use,
-                after.in_use, before.resident, after.resident, before.descriptors,
-                after.descriptors);
+  const bool same = after.descriptors == before.descriptors && after.threads == before.threads &&
+                    after.in_use <= before.in_use + kSameMemory;
+  char text[160];
+  std::snprintf(
+      text, sizeof(text),
+      "%ld to %ld KiB in use, %ld to %ld resident, %d to %d descriptors, %d to %d threads",
+      before.in_use, after.in_use, before.resident, after.resident, before.descriptors,
+      after.descriptors, before.threads, after.threads);
   setup::Row(std::string("soak: what the ") + who + " holds at 10 % and at the end", text, "equal",
              same);
   return same;
@@ -242,12 +292,14 @@ int Run(int argc, char** argv) {
   const setup::Unit unit;
   // The calibration is over at once: its length is the script's, not the service's.
   std::ofstream(unit.root() + "/zmapps/etc/calib-recalibrate.sh") << "#!/bin/sh\n";
-  const setup::Process service(unit.root(), {setup::BinaryPath("korvandis")});
+  Errors errors(unit.root() + "/errors");
+  const setup::Process service(unit.root(), {setup::BinaryPath("korvandis")}, "/dev/null",
+                               errors.path());
   unit.WaitForService(true);
 
-  const std::vector<setup::Bytes> drawn =
-      DrawPackets(std::max(1L, packets / kRounds), static_cast<unsigned>(seed));
-  Soak soak(unit, service);
+  const long round = std::max(2 * kBatch * kTroubleBatches, packets / kRounds);
+  const std::vector<setup::Bytes> drawn = DrawPackets(round, static_cast<unsigned>(seed));
+  Soak soak(unit, service, &errors, round);
   const auto start = setup::Clock::now();
   std::vector<std::pair<Held, Held>> looks;
   for (long tenth = 1; tenth <= 10; ++tenth) {
