@@ -106,6 +106,18 @@ TEST_F(StationLinkTest, RawShowsAnyReply) {
   EXPECT_EQ(program_->Wait(), 0);
   EXPECT_PRED2(Contains, program_->Output(),
                "E3 02 AB\n  reply to command 99, sub-command 2: AB\n");
+  // A command that is known to have no reply is not waited for, unless that is asked.
+  for (const std::vector<std::string>& more : {std::vector<std::string>{}, {"--wait", "0.1"}}) {
+    std::vector<std::string> arguments = {"raw", "4", "11", "1", "--timeout", "30"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    Start(arguments);
+    EXPECT_EQ(link_->Receive(), wire::BuildRequest(4, 11, {1}));
+    EXPECT_EQ(program_->Wait(milliseconds(5000)), 0);
+    EXPECT_PRED2(Contains, program_->Output(), "bt on\nno answer, and none is expected");
+  }
+  Start({"raw", "99", "1", "--wait", "0.1"});
+  EXPECT_EQ(program_->Wait(milliseconds(5000)), 1);
+  EXPECT_PRED2(Contains, program_->Errors(), "some commands are not answered\n");
 }
 
 TEST_F(StationLinkTest, TheWholeTableIsAskedThoughOneIsMissing) {

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <iostream>
 
 #include "station/packet_text.h"
@@ -11,8 +12,9 @@
 namespace station {
 namespace {
 
-const double kDefaultWait = 10;  // seconds
-const int kWaitPause = 100;      // milliseconds between two looks for the service
+const double kDefaultWait = 10;    // seconds
+const double kLongestTime = 3600;  // seconds
+const int kWaitPause = 100;        // milliseconds between two looks for the service
 
 std::string Padded(const std::string& text, std::size_t width) {
   return text.size() >= width ? text : text + std::string(width - text.size(), ' ');
@@ -27,6 +29,37 @@ Invocation Question(const Command& command) {
 int Complain(Context& context, const std::string& problem) {
   context.err << "station: " << context.invocation.command->words << ": " << problem << '\n';
   return tools::kExitWrong;
+}
+
+int UsageError(Context& context, const std::string& problem) {
+  const std::string& words = context.invocation.command->words;
+  context.err << "station: " << words << ": " << problem << "; see 'station " << words
+              << " --help'\n";
+  return tools::kExitUsage;
+}
+
+// Puts the option's value into *seconds when it is given; false, and says so, when it is wrong.
+bool TakeSeconds(Context& context, const char* option, double least, double* seconds) {
+  if (!context.invocation.Has(option)) return true;
+  *seconds = ParseNumber(context.invocation.Get(option));
+  if (*seconds >= least && *seconds <= kLongestTime) return true;
+  char text[64];
+  std::snprintf(text, sizeof(text), " needs a number of seconds from %g to %g", least,
+                kLongestTime);
+  UsageError(context, option + std::string(text));
+  return false;
+}
+
+// True when the table has the command and none of its rows a reply.
+bool IsSilent(std::uint8_t number, std::uint8_t sub_command) {
+  bool known = false;
+  for (const Command& command : Commands()) {
+    const bool same =
+        command.sent && command.number == number && command.sub_command == sub_command;
+    known = known || same;
+    if (same && command.reply != nullptr) return false;
+  }
+  return known;
 }
 
 }  // namespace
@@ -67,16 +100,19 @@ int RunGroup(Context& context) {
 
 int RunRaw(Context& context) {
   const std::vector<std::string>& arguments = context.invocation.arguments;
-  const Bytes parameters = EncodeParameters(context.invocation);
-  if (parameters.size() - 2 > wire::kMaxParameters) {
-    context.err << "station: raw: more than " << wire::kMaxParameters
-                << " parameter bytes; see 'station raw --help'\n";
-    return tools::kExitUsage;
+  const Bytes bytes = EncodeParameters(context.invocation);
+  const Bytes parameters(bytes.begin() + 2, bytes.end());
+  if (parameters.size() > wire::kMaxParameters) {
+    return UsageError(context,
+                      "more than " + std::to_string(wire::kMaxParameters) + " parameter bytes");
   }
-  Requester requester(context.timeout, nullptr);
-  const Exchange exchange = requester.Send(parameters[0], parameters[1],
-                                           Bytes(parameters.begin() + 2, parameters.end()), true);
-  if (!exchange.request.empty() && exchange.outcome != Exchange::Outcome::kUnreachable) {
+  double wait = context.timeout;
+  if (!TakeSeconds(context, "--wait", 0, &wait)) return tools::kExitUsage;
+  const bool silent = IsSilent(bytes[0], bytes[1]);
+  Requester requester(wait, nullptr);
+  const Exchange exchange =
+      requester.Send(bytes[0], bytes[1], parameters, !silent || context.invocation.Has("--wait"));
+  if (exchange.outcome != Exchange::Outcome::kUnreachable) {
     context.out << "> " << Hex(exchange.request) << '\n'
                 << "  " << DescribePacket(qnx::Direction::kToService, exchange.request) << '\n';
   }
@@ -85,18 +121,14 @@ int RunRaw(Context& context) {
                 << "  " << DescribePacket(qnx::Direction::kFromService, exchange.reply) << '\n';
   }
   context.out.flush();
-  if (exchange.right()) return tools::kExitRight;
-  Invocation known;
-  const bool silent = exchange.outcome == Exchange::Outcome::kUnanswered &&
-                      DecodeRequest(parameters[0], parameters[1],
-                                    Bytes(parameters.begin() + 2, parameters.end()), &known) &&
-                      known.command->reply == nullptr;
-  if (silent) {
-    context.out << "no answer, and none is expected\n";
+  const bool unanswered = exchange.outcome == Exchange::Outcome::kUnanswered;
+  if (silent && exchange.reply.empty() && (exchange.right() || unanswered)) {
+    context.out << "no answer, and none is expected: the service does not answer this command\n";
     return tools::kExitRight;
   }
+  if (exchange.right()) return tools::kExitRight;
   context.err << "station: raw " << arguments[0] << ' ' << arguments[1] << ": " << exchange.problem
-              << '\n';
+              << (unanswered ? "; some commands are not answered" : "") << '\n';
   return tools::kExitWrong;
 }
 
@@ -143,12 +175,8 @@ int RunWait(Context& context) {
 }
 
 int RunGpsWatch(Context& context) {
-  const double every = ParseNumber(context.invocation.Get("--every", "1"));
-  if (!(every >= 0.05 && every <= 3600)) {
-    context.err << "station: --every needs a number of seconds from 0.05; see 'station gps watch "
-                   "--help'\n";
-    return tools::kExitUsage;
-  }
+  double every = 1;
+  if (!TakeSeconds(context, "--every", 0.05, &every)) return tools::kExitUsage;
   tools::Interrupt interrupt;
   Requester requester(context.timeout, &interrupt);
   std::vector<Invocation> questions;

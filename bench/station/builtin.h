@@ -19,6 +19,7 @@ int RunRecords(Context& context);
 int RunHistory(Context& context);
 int RunSummary(Context& context);
 int RunCompletion(Context& context);
+int RunCommands(Context& context);  // the commands that a sequence may use
 
 }  // namespace station
 

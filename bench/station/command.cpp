@@ -30,11 +30,7 @@ std::string Usage(const std::string& words) {
   for (const Command& command : Commands()) {
     if (command.words != words) continue;
     usage += usage.empty() ? Quoted(words) + " takes" : " or";
-    for (const Parameter& parameter : command.parameters) {
-      usage += std::string(parameter.optional ? " [" : " ") + parameter.name +
-               (parameter.repeated ? "..." : "") + (parameter.optional ? "]" : "");
-    }
-    if (command.parameters.empty()) usage += " no argument";
+    usage += command.parameters.empty() ? " no argument" : ParameterText(command);
   }
   return usage;
 }
@@ -68,6 +64,15 @@ std::string UnknownCommand(const std::vector<std::string>& words) {
 std::string Invocation::Get(const std::string& option, const std::string& otherwise) const {
   const auto range = options.equal_range(option);
   return range.first == range.second ? otherwise : std::prev(range.second)->second;
+}
+
+std::string ParameterText(const Command& command) {
+  std::string text;
+  for (const Parameter& parameter : command.parameters) {
+    const std::string name = std::string(parameter.name) + (parameter.repeated ? "..." : "");
+    text += parameter.optional ? " [" + name + "]" : " " + name;
+  }
+  return text;
 }
 
 std::vector<Option> OptionsOf(const Command& command) {

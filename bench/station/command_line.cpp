@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "builtin.h"
+#include "help.h"
 #include "station/command.h"
 #include "station/requester.h"
 
@@ -24,17 +25,6 @@ int UsageError(std::ostream& err, const std::string& reason, const std::string& 
   err << "station: " << reason << "; see 'station " << words << (words.empty() ? "" : " ")
       << "--help'\n";
   return tools::kExitUsage;
-}
-
-// The longest beginning of `words` that is a command or a group.
-std::string HelpWords(const std::vector<std::string>& words) {
-  std::string longest;
-  std::string text;
-  for (const std::string& word : words) {
-    text += (text.empty() ? "" : " ") + word;
-    if (!CommandsUnder(text).empty()) longest = text;
-  }
-  return longest;
 }
 
 // An option by its name: of the command that the words in front of it are, else of any.
@@ -89,85 +79,6 @@ std::string SeparateOptions(const std::vector<std::string>& arguments, Arguments
   return "";
 }
 
-std::string ParameterText(const Command& command) {
-  std::string text;
-  for (const Parameter& parameter : command.parameters) {
-    const std::string name = std::string(parameter.name) + (parameter.repeated ? "..." : "");
-    text += parameter.optional ? " [" + name + "]" : " " + name;
-  }
-  return text;
-}
-
-void PrintRows(std::ostream& out, const std::vector<std::pair<std::string, std::string>>& rows) {
-  std::size_t width = 0;
-  for (const auto& [left, right] : rows) width = std::max(width, left.size());
-  for (const auto& [left, right] : rows) {
-    out << "  " << left << std::string(width - left.size() + 2, ' ') << right << '\n';
-  }
-}
-
-std::string OptionText(const Option& option) {
-  return std::string(option.name) +
-         (option.value != nullptr ? std::string(" ") + option.value : "");
-}
-
-// Details of one row: the words that an argument may be, the options, the fields of its reply.
-void PrintDetails(std::ostream& out, const Command& command) {
-  for (const Parameter& parameter : command.parameters) {
-    if (parameter.choices == nullptr) continue;
-    out << '\n' << parameter.name << " is one of:";
-    for (const wire::Choice* choice = parameter.choices; choice->word != nullptr; ++choice) {
-      out << ' ' << choice->word;
-    }
-    out << '\n';
-  }
-  if (command.reply != nullptr) {
-    out << "\nThe answer has:";
-    for (const FieldInfo& field : command.reply->fields) {
-      out << ' ' << field.name;
-      if (*field.unit != '\0') out << " (" << field.unit << ')';
-    }
-    out << '\n';
-  }
-}
-
-// Help on everything under `words`; on the whole program when there are none.
-int PrintHelp(std::ostream& out, const std::string& words) {
-  std::vector<const Command*> commands = CommandsUnder(words);
-  if (words.empty()) {
-    for (const Command& command : Commands()) commands.push_back(&command);
-  }
-  out << "usage: station " << (words.empty() ? "COMMAND" : words)
-      << " [ARGUMENT...] [OPTION...]\n\n";
-  if (words.empty())
-    out << "The test station of a head unit: sends test commands, shows the replies.\n\n";
-  std::vector<std::pair<std::string, std::string>> rows;
-  rows.reserve(commands.size());
-  for (const Command* command : commands) {
-    rows.emplace_back(command->words + ParameterText(*command), command->help);
-  }
-  PrintRows(out, rows);
-  if (!words.empty() && commands.front()->words == commands.back()->words) {
-    for (const Command* command : commands) PrintDetails(out, *command);
-  }
-  rows.clear();
-  for (const Command* command : commands) {
-    for (const Option& option : OptionsOf(*command)) {
-      const auto row = std::make_pair(OptionText(option), std::string(option.help));
-      const bool known = std::find(rows.begin(), rows.end(), row) != rows.end();
-      if (!known && !words.empty()) rows.push_back(row);
-    }
-  }
-  for (const Option& option : GlobalOptions()) rows.emplace_back(OptionText(option), option.help);
-  out << "\nOptions:\n";
-  PrintRows(out, rows);
-  if (words.empty()) {
-    out << "\n'station COMMAND --help' tells more. Exit status: 0 right, 1 an answer is missing or "
-           "wrong,\n2 wrong usage.\n";
-  }
-  return tools::kExitRight;
-}
-
 int RunRequest(Context& context) {
   const Command& command = *context.invocation.command;
   Requester requester(context.timeout, nullptr);
@@ -207,7 +118,8 @@ int Run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
     if (!separated.words.empty() && words.empty()) {
       return UsageError(err, "unknown command '" + tools::Escape(separated.words[0]) + "'");
     }
-    return PrintHelp(out, words);
+    PrintHelp(out, words);
+    return tools::kExitRight;
   }
 
   Invocation invocation;

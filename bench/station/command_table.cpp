@@ -135,6 +135,7 @@ Command OfService(const wire::CommandSpec& spec) {
   }
   if (spec.reply.kind == wire::ReplyKind::kNone) {
     command.proofs = ProofsOf(spec);
+    if (command.proofs.empty()) command.needs = Needs::kUnit;
   } else {
     formats.push_back(FormatOf(spec.reply));
     command.reply = &formats.back();
@@ -181,6 +182,11 @@ std::vector<Option> Selecting(const std::vector<Option>& more) {
   return options;
 }
 
+Command Needing(Needs needs, Command command) {
+  command.needs = needs;
+  return command;
+}
+
 std::vector<Command> MakeOwn() {
   Parameter device{"DEVICE", Kind::kText};
   device.low = 1;
@@ -190,12 +196,13 @@ std::vector<Command> MakeOwn() {
   bytes.repeated = true;
   // clang-format off
   return {
-    Own("wait", RunWait, {Optional(Number("SECONDS", Kind::kSeconds, 0, 3600))}, {},
-        "wait until the service is connected (10 seconds unless given)"),
-    Own("raw", RunRaw, {Number("COMMAND", Kind::kByte, 0, 255), Number("SUB", Kind::kByte, 0, 255), bytes}, {},
+    Needing(Needs::kUnit, Own("wait", RunWait, {Optional(Number("SECONDS", Kind::kSeconds, 0, 3600))}, {},
+        "wait until the service is connected (10 seconds unless given)")),
+    Own("raw", RunRaw, {Number("COMMAND", Kind::kByte, 0, 255), Number("SUB", Kind::kByte, 0, 255), bytes},
+        {{"--wait", "SECONDS", "wait that long for a reply, also of a command that is known to have none"}},
         "send any request (numbers decimal, bytes hexadecimal) and show the reply"),
-    Own("monitor", RunMonitor, {}, {{"--whole", nullptr, "show the whole packet, not only what follows the header"}},
-        "follow the traffic between the MCU and the service until interrupted"),
+    Needing(Needs::kUnit, Own("monitor", RunMonitor, {}, {{"--whole", nullptr, "show the whole packet, not only what follows the header"}},
+        "follow the traffic between the MCU and the service until interrupted")),
     Own("run", RunSequenceFile, {Parameter{"FILE", Kind::kFile}},
         {{"--set", "NAME=VALUE", "give a value of the sequence (may be repeated)"},
          {"--only", "PHASE", "run only this phase (may be repeated)"},
@@ -206,25 +213,27 @@ std::vector<Command> MakeOwn() {
          {"--station", "NAME", "name of this station in the records (default: the host's name)"},
          {"--allow-several", nullptr, "run although several services are connected to the unit"}},
         "run a test sequence"),
-    Own("record", RecordTraffic, {Parameter{"FILE", Kind::kFile}},
+    Needing(Needs::kUnit, Own("record", RecordTraffic, {Parameter{"FILE", Kind::kFile}},
         {{"--pcap", nullptr, "write a pcap file (link type 147) instead of text"}},
-        "record the traffic between the MCU and the service until interrupted"),
+        "record the traffic between the MCU and the service until interrupted")),
     Own("replay", ReplayTraffic, {Parameter{"FILE", Kind::kFile}},
         {{"--fast", nullptr, "do not keep the recorded pauses"},
          {"--ignore", "COMMAND", "do not compare answers to commands that begin so (may be repeated)"}},
         "send the requests of a recording again and compare the answers"),
-    Own("records", RunRecords, {},
+    Needing(Needs::kNothing, Own("records", RunRecords, {},
         Selecting({{"--device", "DEVICE", "only runs of this unit"},
                    {"--most", "COUNT", "so many runs, the newest first (default 20)"},
                    {"--show", "RUN", "everything that was recorded of one run"},
                    {"--pcap", "FILE", "with --show: write the packets of the run"}}),
-        "the runs of a record"),
-    Own("history", RunHistory, {device}, {kRecordOption}, "every run of a unit: where, when, how long, what failed"),
-    Own("summary", RunSummary, {},
+        "the runs of a record")),
+    Needing(Needs::kNothing, Own("history", RunHistory, {device}, {kRecordOption}, "every run of a unit: where, when, how long, what failed")),
+    Needing(Needs::kNothing, Own("summary", RunSummary, {},
         Selecting({{"--json", nullptr, "print JSON"},
                    {"--csv", nullptr, "print comma separated values"}}),
-        "yield, steps that fail, measurements near their limits"),
-    Own("completion bash", RunCompletion, {}, {}, "print the completion script for bash"),
+        "yield, steps that fail, measurements near their limits")),
+    Needing(Needs::kNothing, Own("completion bash", RunCompletion, {}, {}, "print the completion script for bash")),
+    Needing(Needs::kNothing, Own("commands", RunCommands, {}, {},
+        "list the commands that a sequence may use, and the fields of their answers")),
     Own("version", RunGroup, {}, {}, "all versions as a table; exit status 1 when one is missing"),
     Own("usb", RunGroup, {}, {}, "presence and synchronisation of the USB device"),
     Own("sd", RunGroup, {}, {}, "presence and synchronisation of the SD card"),
@@ -251,8 +260,9 @@ const std::vector<Command>& Commands() {
 
 const std::vector<Option>& GlobalOptions() {
   static const std::vector<Option> options = {
-      {"--timeout", "SECONDS", "longest wait for a reply (default 5)"},
-      {"--root", "DIR", "directory that stands for the unit's / (default: $HEADUNIT_ROOT)"},
+      {"--timeout", "SECONDS", "longest wait for a reply (default 5)", Needs::kReplies},
+      {"--root", "DIR", "directory that stands for the unit's / (default: $HEADUNIT_ROOT)",
+       Needs::kUnit},
       {"--help", nullptr, "what this command does and takes"},
   };
   return options;

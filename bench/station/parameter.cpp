@@ -75,6 +75,29 @@ Parameter MakeParameter(const wire::ParameterSpec& spec) {
   return Parameter{spec.name, kind, spec.low, spec.high, spec.choices};
 }
 
+std::string DescribeParameter(const Parameter& parameter) {
+  const std::string high = std::to_string(parameter.high);
+  const std::string range = " from " + std::to_string(parameter.low) + " to " + high;
+  switch (parameter.kind) {
+    case Kind::kText:
+      return "a text of up to " + high + " bytes";
+    case Kind::kMac:
+      return "a MAC address";
+    case Kind::kByte:
+    case Kind::kNumber:
+      return "a number" + range;
+    case Kind::kChoice:
+      return "one of " + WordList(parameter.choices);
+    case Kind::kHexByte:
+      return "a byte in hexadecimal";
+    case Kind::kSeconds:
+      return "seconds" + range;
+    case Kind::kFile:
+      break;
+  }
+  return "a file";
+}
+
 std::string CheckArgument(const Parameter& parameter, const std::string& text,
                           std::string* normal) {
   const std::string shown = std::string(parameter.name) + " " + qnx::Quoted(text);

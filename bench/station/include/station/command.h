@@ -15,11 +15,15 @@
 
 namespace station {
 
+// What a command needs; each more than the one before.
+enum class Needs { kNothing, kUnit, kReplies };
+
 // Option of the station's own commands, "--only PHASE".
 struct Option {
   const char* name;   // with its dashes
   const char* value;  // name of its value, null when it takes none
   const char* help;
+  Needs matters = Needs::kNothing;  // help shows it for commands that need this or more
 };
 
 // How a write is proven: by the reply to another command, or by an object of the unit.
@@ -65,6 +69,8 @@ struct Command {
   const ReplyFormat* reply = nullptr;  // null: the service does not answer
   std::vector<Proof> proofs;           // the first that applies is used
 
+  Needs needs = Needs::kReplies;
+
   // Commands of the station itself.
   int (*run)(Context& context) = nullptr;
   std::vector<Option> options;
@@ -82,6 +88,9 @@ const std::vector<Command>& Commands();
 
 // Options that every command takes.
 const std::vector<Option>& GlobalOptions();
+
+// The parameters of a command, each with a blank in front: " COMMAND SUB [BYTE...]".
+std::string ParameterText(const Command& command);
 
 // Options of `command`, without the global ones.
 std::vector<Option> OptionsOf(const Command& command);

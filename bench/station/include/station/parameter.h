@@ -34,6 +34,9 @@ struct Parameter {
 // The parameter of a row of the service's commands; `spec` is not of the kind kNone.
 Parameter MakeParameter(const wire::ParameterSpec& spec);
 
+// What an argument may be: "a number from 0 to 6".
+std::string DescribeParameter(const Parameter& parameter);
+
 // Checks `text` and puts its normal form into *normal: a number without leading zeros, a MAC
 // address in upper case. Returns what is wrong, or nothing.
 std::string CheckArgument(const Parameter& parameter, const std::string& text, std::string* normal);
