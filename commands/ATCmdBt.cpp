@@ -3,7 +3,6 @@
 #include <fcntl.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -12,6 +11,7 @@
 #include "platform/io.h"
 #include "platform/logbase.h"
 #include "platform/pps_guards.h"
+#include "platform/print.h"
 #include "wire/hex.h"
 
 namespace {
@@ -85,7 +85,7 @@ bool CmdBtChgName::Dial(const pkg* record) {
   if (!ParameterText(record, number, sizeof(number))) return true;
   const platform::Descriptor object(platform::open(kHandsfreeControl, O_WRONLY, kPPSMode));
   if (!object.IsOpen()) {
-    std::fprintf(stderr, "open(/pps/services/handsfree/control) failed\n");
+    platform::PrintError("open(/pps/services/handsfree/control) failed\n");
     return false;
   }
   platform::Encoder encoder;

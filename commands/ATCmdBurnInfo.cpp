@@ -4,11 +4,11 @@
 #include <fcntl.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 #include "platform/descriptor.h"
 #include "platform/io.h"
+#include "platform/print.h"
 #include "wire/devices.h"
 
 namespace {
@@ -50,12 +50,12 @@ bool Read(const Identity& identity, sysinfo_param_t* record) {
   *record = sysinfo_param_t();
   const platform::Descriptor driver(platform::open(kDevice, O_RDWR));
   if (!driver.IsOpen()) {
-    std::fprintf(stderr, "open /dev/sysinfo failed!\n");
+    platform::PrintError("open /dev/sysinfo failed!\n");
     return false;
   }
   const int error = Request(driver.Get(), identity.get, record);
   if (error != 0) {
-    std::fprintf(stderr, "%s: devctl failed, errno=%d \n", identity.getDcmd, error);
+    platform::PrintError("%s: devctl failed, errno=%d \n", identity.getDcmd, error);
     return false;
   }
   record->length = std::max(0, std::min(record->length, kIdentitySize));
@@ -66,23 +66,24 @@ bool Write(const Identity& identity, const char* text, int length) {
   sysinfo_param_t record = sysinfo_param_t();
   std::size_t const size = std::strlen(text);
   if (size > sizeof(record.uuid)) {
-    std::printf("%s: identity of %d bytes does not fit %d \n", identity.setName,
-                static_cast<int>(size), kIdentitySize);
+    platform::PrintOutput("%s: identity of %d bytes does not fit %d \n", identity.setName,
+                          static_cast<int>(size), kIdentitySize);
     return false;
   }
   std::memcpy(record.uuid, text, size);
   record.length = length != 0 ? length : kUUIDLength;
   const platform::Descriptor driver(platform::open(kDevice, O_RDWR));
   if (!driver.IsOpen()) {
-    std::printf("%s: open /dev/sysinfo failed! \n", identity.setName);
+    platform::PrintOutput("%s: open /dev/sysinfo failed! \n", identity.setName);
     return false;
   }
   const int error = Request(driver.Get(), identity.set, &record);
   if (error != 0) {
-    std::printf("%s: %s: devctl failed, errno=%d \n", identity.setName, identity.setDcmd, error);
+    platform::PrintOutput("%s: %s: devctl failed, errno=%d \n", identity.setName, identity.setDcmd,
+                          error);
     return false;
   }
-  std::printf("%s: success \n", identity.setName);
+  platform::PrintOutput("%s: success \n", identity.setName);
   return true;
 }
 
@@ -113,7 +114,7 @@ bool CmdBurnInfo::Work(pkg* record) {
 }
 
 void CmdBurnInfo::WriteMachineSN(const pkg* record) {
-  std::fprintf(stderr, "cmd_UUID_sub_write(cmd:'%d') \n", m_subCmd);
+  platform::PrintError("cmd_UUID_sub_write(cmd:'%d') \n", m_subCmd);
   char text[kTextSize];
   ParameterText(record, text, sizeof(text));
   SetMachineSN(text, kMachineSNLength);
@@ -123,7 +124,7 @@ void CmdBurnInfo::WriteMachineSN(const pkg* record) {
 }
 
 void CmdBurnInfo::WriteUUID(const pkg* record) {
-  std::fprintf(stderr, "cmd_UUID_sub_write(cmd:'%d') \n", m_subCmd);
+  platform::PrintError("cmd_UUID_sub_write(cmd:'%d') \n", m_subCmd);
   char text[kTextSize];
   ParameterText(record, text, sizeof(text));
   SetUUID(text, kUUIDLength);
@@ -131,7 +132,7 @@ void CmdBurnInfo::WriteUUID(const pkg* record) {
 
 // Replies with an identity, or with as many zero bytes as it nominally has.
 void CmdBurnInfo::SendIdentity(bool (CmdBurnInfo::*read)(unsigned char*, int&), int nominalLength) {
-  std::fprintf(stderr, "cmd_UUID_sub_read!(cmd:'%d') \n", m_subCmd);
+  platform::PrintError("cmd_UUID_sub_read!(cmd:'%d') \n", m_subCmd);
   unsigned char identity[sizeof(sysinfo_param_t().uuid)] = {0};
   int length = 0;
   if (!(this->*read)(identity, length)) length = nominalLength;
@@ -141,7 +142,7 @@ void CmdBurnInfo::SendIdentity(bool (CmdBurnInfo::*read)(unsigned char*, int&), 
 bool CmdBurnInfo::GetUUID(unsigned char* identity, int& length) {
   sysinfo_param_t record;
   if (!Read(kUUID, &record)) return false;
-  std::fprintf(stderr, "param.length = %d UUID(%.*s)\n", record.length, kIdentitySize, record.uuid);
+  platform::PrintError("param.length = %d UUID(%.*s)\n", record.length, kIdentitySize, record.uuid);
   std::memcpy(identity, record.uuid, sizeof(record.uuid));
   length = record.length;
   return true;

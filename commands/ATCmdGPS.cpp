@@ -11,6 +11,7 @@
 #include "misc.h"
 #include "platform/logbase.h"
 #include "platform/pps_guards.h"
+#include "platform/print.h"
 
 namespace {
 
@@ -179,7 +180,7 @@ bool CmdGPS::SendMsg2Navi(E_NAVI_MSG_CMD command) {
 void CmdGPS::GetAngle(char* buffer) {
   char object[kObjectSize];
   if (!ReadText(kNaviStatus, object, sizeof(object))) return;
-  std::fprintf(stderr, "read buf is(\n'%s') \n", object);
+  platform::PrintError("read buf is(\n'%s') \n", object);
 
   platform::Decoder decoder;
   int msg = 0;
@@ -193,20 +194,20 @@ void CmdGPS::GetAngle(char* buffer) {
     }
     pps_decoder_pop(decoder.Get());
   }
-  std::fprintf(stderr, "msg('%d' \n", msg);
+  platform::PrintError("msg('%d' \n", msg);
 
   // The text may be longer than the reply: its angle is taken out before it is cut. It came out of
   // the object's text, so it fits.
   char angle[sizeof(object) + sizeof(kNoAngle)] = {0};
   if (dat != nullptr) {
     CopyText(angle, sizeof(object), dat);
-    std::fprintf(stderr, "dat(%s) \n", dat);
+    platform::PrintError("dat(%s) \n", dat);
   } else {
-    std::fprintf(stderr, "dat is NULL\xEF\xBC\x81 \n");
+    platform::PrintError("dat is NULL\xEF\xBC\x81 \n");
   }
   const int status = pps_decoder_status(decoder.Get(), true);
   if (status != PPS_DECODER_OK) {
-    std::fprintf(stderr, "pps_decoder_*() failed.pps_decoder_status (%d)\n", status);
+    platform::PrintError("pps_decoder_*() failed.pps_decoder_status (%d)\n", status);
   }
   if (dat == nullptr) return;
   GetAngleStr(angle);
@@ -215,12 +216,12 @@ void CmdGPS::GetAngle(char* buffer) {
 
 void CmdGPS::GetAngleStr(char* text) {
   if (text == nullptr) return;
-  std::fprintf(stderr, "frmStr(%s) \n", text);
+  platform::PrintError("frmStr(%s) \n", text);
   const char* const last = std::strrchr(text, '=');
   if (last == nullptr) {
     std::memcpy(text, kNoAngle, sizeof(kNoAngle));
     return;
   }
   std::memmove(text, last + 1, std::strlen(last + 1) + 1);
-  std::fprintf(stderr, "strExt(%s) \n", text);
+  platform::PrintError("strExt(%s) \n", text);
 }

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 
 #include "i2c_devctl.h"
 #include "misc.h"
+#include "platform/print.h"
 
 namespace {
 
@@ -29,7 +29,7 @@ std::size_t const kReceiveSize = 128;
 bool CmdMacAuth::Work(pkg* record) {
   if (!GetHead(record)) return false;
   if (m_subCmd != MAC_AUTH_READ_CHIP_ID) return true;
-  std::fprintf(stderr, "cmd_sub_read(cmd:'%d') \n", m_subCmd);
+  platform::PrintError("cmd_sub_read(cmd:'%d') \n", m_subCmd);
   const unsigned char verdict = static_cast<unsigned char>(read_chip_id());
   Reply(&verdict, 1);
   return true;
@@ -47,9 +47,9 @@ int CmdMacAuth::read_chip_id() {
   // A part that was not seen has not passed.
   if (result != 0) return 0;
   if (!std::equal(kIdentity, kIdentity + sizeof(kIdentity), received)) {
-    std::puts("failed ");
+    platform::PrintOutput("failed \n");
     return 0;
   }
-  std::puts("success ");
+  platform::PrintOutput("success \n");
   return 1;
 }

@@ -2,11 +2,10 @@
 
 #include <fcntl.h>
 
-#include <cstdio>
-
 #include "ATMedia.h"
 #include "ATSrc.h"
 #include "platform/logbase.h"
+#include "platform/print.h"
 
 namespace {
 
@@ -60,14 +59,14 @@ unsigned char Low(int value) { return static_cast<unsigned char>(value & 0xFF); 
 }  // namespace
 
 bool CmdMedia::Work(pkg* record) {
-  std::fprintf(stderr, "CmdMedia::Work? \n");
+  platform::PrintError("CmdMedia::Work? \n");
   if (!GetHead(record)) return false;
-  std::fprintf(stderr, "CmdMedia::Work! \n");
+  platform::PrintError("CmdMedia::Work! \n");
   const unsigned char* const parameters = record->Parameters();
 
   Src src;
   src.GetNowPlaying();
-  std::fprintf(stderr, "src.m_srcID is('%d') \n", src.m_srcID);
+  platform::PrintError("src.m_srcID is('%d') \n", src.m_srcID);
   CommMedia common;
   MediaDISC discPlayer;
   MediaUsbSD usbSdPlayer;

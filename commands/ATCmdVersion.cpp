@@ -3,13 +3,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 #include "misc.h"
 #include "platform/io.h"
 #include "platform/logbase.h"
 #include "platform/pps_guards.h"
+#include "platform/print.h"
 
 namespace {
 
@@ -51,7 +51,7 @@ int CmdVer::SendVer(VER_SUB_CMD subCommand) {
   const auto entry = m_verMap.find(subCommand);
   if (entry == m_verMap.end()) {
     Reply(nullptr, 0);
-    std::fprintf(stderr, "VER_SUB_CMD is not define!('%d') \n", subCommand);
+    platform::PrintError("VER_SUB_CMD is not define!('%d') \n", subCommand);
     return 0;
   }
   LOGBASE(LOG_LEV_DEBUG, "SendVer", "m_subCmd = %d\n", subCommand);
@@ -59,7 +59,9 @@ int CmdVer::SendVer(VER_SUB_CMD subCommand) {
     return SendNaviInfo();
   }
 
-  infoExchg info = infoExchg();
+  infoExchg info;
+  info.verStr[0] = '\0';
+  info.verLen = 0;
   CopyText(info.path, sizeof(info.path), entry->second.path);
   CopyText(info.attr, sizeof(info.attr), entry->second.attr);
   CopyText(info.ver, sizeof(info.ver), entry->second.ver);
@@ -80,9 +82,9 @@ int CmdVer::SendNaviInfo() {
 }
 
 bool CmdVer::GetVerStr(infoExchg& info) {
-  std::fprintf(stderr, "path is('%s') \n", info.path);
-  std::fprintf(stderr, "attr is('%s') \n", info.attr);
-  std::fprintf(stderr, "ver is('%s') \n", info.ver);
+  platform::PrintError("path is('%s') \n", info.path);
+  platform::PrintError("attr is('%s') \n", info.attr);
+  platform::PrintError("ver is('%s') \n", info.ver);
   char text[kObjectSize];
   if (!ReadText(info.path, text, sizeof(text))) return false;
   ReportText(text);
@@ -102,7 +104,7 @@ bool CmdVer::GetVerStr(infoExchg& info) {
 
   CopyText(info.verStr, sizeof(info.verStr), found);
   info.verLen = static_cast<int>(std::strlen(info.verStr));
-  std::fprintf(stderr, "verStr is('%s') \n", found);
-  std::fprintf(stderr, "verLen is('%d') \n", static_cast<int>(std::strlen(found)));
+  platform::PrintError("verStr is('%s') \n", found);
+  platform::PrintError("verLen is('%d') \n", static_cast<int>(std::strlen(found)));
   return true;
 }

@@ -12,6 +12,7 @@
 #include "platform/io.h"
 #include "platform/logbase.h"
 #include "platform/pps_guards.h"
+#include "platform/print.h"
 
 const char* const DISC_CMD_cmd = "cmd";
 const char* const DISC_CMD_param1 = "param1";
@@ -102,7 +103,7 @@ bool Media::WriteDiscCommand(int command, int param1, int param2, bool report) {
   char value[kValueSize] = {0};
   std::snprintf(value, sizeof(value), "json:{\"%s\":%d,\"%s\":%d,\"%s\":%d}", DISC_CMD_cmd, command,
                 DISC_CMD_param1, param1, DISC_CMD_param2, param2);
-  if (report) std::fprintf(stderr, "wirtepps buf is('%s') \n", value);
+  if (report) platform::PrintError("wirtepps buf is('%s') \n", value);
   return WritePPS(kDiscControl, "zmcmd", value);
 }
 
@@ -121,7 +122,7 @@ int MediaDISC::Pause() { return Publish(kDiscPause, 1, 0); }
 int MediaDISC::Stop() { return Publish(kDiscStop, 1, 0); }
 
 int MediaDISC::JumpTo(unsigned short folder, unsigned short number) {
-  std::fprintf(stderr, "JumpTo(folde:%d,number:'%d') \n", folder, number);
+  platform::PrintError("JumpTo(folde:%d,number:'%d') \n", folder, number);
   return Publish(kDiscJump, number, folder);
 }
 
@@ -139,7 +140,7 @@ bool MediaDISC::GetSongNo(int& songNo, int& folder) {
     }
     pps_decoder_pop(decoder.Get());
   }
-  std::fprintf(stderr, "read fileId is('%d') songNo[%d] \n", folder, songNo);
+  platform::PrintError("read fileId is('%d') songNo[%d] \n", folder, songNo);
   return true;
 }
 
@@ -153,7 +154,7 @@ void MediaDISC::AskRepeatMode(unsigned char mode) {
 }
 
 int MediaUsbSD::Press(const char* operation, unsigned char key) {
-  std::fprintf(stderr, "do('%s') \n", operation);
+  platform::PrintError("do('%s') \n", operation);
   return SendKey(key) ? 1 : 0;
 }
 
@@ -167,7 +168,7 @@ int MediaUsbSD::JumpTo(unsigned short folder, unsigned short number) {
   const int index = number != 0 ? number - 1 : 0;
   char value[kValueSize] = {0};
   std::snprintf(value, sizeof(value), "json:{\"folderid\":%d,\"index\":%d}", folder, index);
-  std::fprintf(stderr, "goto(folder[%d],index[%d]') \n", folder, index);
+  platform::PrintError("goto(folder[%d],index[%d]') \n", folder, index);
   return WritePPS(kAutotestControl, "autotest_play", value) ? 1 : 0;
 }
 

@@ -1,10 +1,10 @@
 #include "ATSrc.h"
 
-#include <cstdio>
 #include <cstring>
 
 #include "misc.h"
 #include "platform/pps_guards.h"
+#include "platform/print.h"
 
 namespace NXQ {
 namespace ZMCAR {
@@ -83,22 +83,22 @@ void Src::GetNowPlaying() {
     pps_decoder_pop(decoder.Get());
   }
   if (source == nullptr) return;
-  std::fprintf(stderr, "read decoder bufGet is('%s') \n", source);
+  platform::PrintError("read decoder bufGet is('%s') \n", source);
   if (std::strlen(source) < kPrefixSize) return;
 
   const char* const name = source + kPrefixSize;
   if (std::strlen(name) >= sizeof(m_srcName)) {
-    std::fprintf(stderr, "zmplaysource of %d bytes does not fit \n",
-                 static_cast<int>(std::strlen(source)));
+    platform::PrintError("zmplaysource of %d bytes does not fit \n",
+                         static_cast<int>(std::strlen(source)));
     return;
   }
   CopyText(m_srcName, sizeof(m_srcName), name);
-  std::fprintf(stderr, "m_srcName is('%s') \n", m_srcName);
+  platform::PrintError("m_srcName is('%s') \n", m_srcName);
   unsigned char id = 0;
   if (!m_nameIdMap.GetIDByName(m_srcName, id)) {
-    std::fprintf(stderr, "GetIDByName fail \n");
+    platform::PrintError("GetIDByName fail \n");
     return;
   }
   m_srcID = id;
-  std::fprintf(stderr, "m_srcID is('%d') \n", m_srcID);
+  platform::PrintError("m_srcID is('%d') \n", m_srcID);
 }

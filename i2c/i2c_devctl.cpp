@@ -5,12 +5,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "platform/descriptor.h"
 #include "platform/io.h"
+#include "platform/print.h"
 #include "wire/devices.h"
+#include "wire/hex.h"
 
 namespace {
 
@@ -20,6 +21,11 @@ std::uint32_t const kStop = 1;
 // A device with 7-bit register addresses and 9-bit values, sent as two bytes.
 std::uint32_t const kNineBitSlave = 0x1A;
 std::uint32_t const kNineBitLength = 2;
+
+const char kNoBytes[] = "0 length";
+std::size_t const kShownByte = 3;                              // characters
+std::size_t const kBytesSize = kShownByte * kI2cDataSize + 1;  // of a data area as text
+static_assert(kBytesSize >= sizeof(kNoBytes), "it takes the place of the bytes");
 
 unsigned char LowByte(std::uint32_t value) { return static_cast<unsigned char>(value & 0xFF); }
 
@@ -37,9 +43,9 @@ bool Transfer(int handle, std::uint32_t dcmd, Record* record, const char* failur
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     const int result = Request(handle, dcmd, record);
     if (result == 0) return true;
-    if (verbose != 0) std::printf("%s ret=%d \n", failure, result);
+    if (verbose != 0) platform::PrintOutput("%s ret=%d \n", failure, result);
   }
-  if (verbose != 0) std::puts(exhausted);
+  if (verbose != 0) platform::PrintOutput("%s\n", exhausted);
   return false;
 }
 
@@ -57,19 +63,36 @@ std::uint32_t PutRegister(unsigned char* area, std::uint32_t reg, std::uint32_t 
 // A register width that is neither 1 nor 2 has no layout on the bus.
 bool IsWidth(const char* function, std::uint32_t width) {
   if (width == 1 || width == 2) return true;
-  std::fprintf(stderr, "%s: register width %u is not 1 or 2 \n", function, width);
+  platform::PrintError("%s: register width %u is not 1 or 2 \n", function, width);
   return false;
 }
 
-// The tail of every verbose line: the header bytes, ": ", `shown` bytes of the data area, a line
-// end.
+// Puts `count` bytes into `text` as i2c_show_buf prints them, and returns the place behind them.
+char* PutBytes(char* text, const unsigned char* bytes, std::size_t count) {
+  if (count == 0) {
+    std::memcpy(text, kNoBytes, sizeof(kNoBytes));
+    return text + sizeof(kNoBytes) - 1;
+  }
+  for (std::size_t i = 0; i < count; ++i) {
+    *text++ = wire::HexDigit(bytes[i] >> 4U);
+    *text++ = wire::HexDigit(bytes[i]);
+    *text++ = ' ';
+  }
+  *text = '\0';
+  return text;
+}
+
+// Prints the second line of a verbose request: the header bytes, ": ", `shown` bytes of the data
+// area.
 template <class Record>
 void ShowRecord(const Record& record, std::uint32_t shown) {
-  i2c_show_buf(reinterpret_cast<const unsigned char*>(&record.header),
-               static_cast<int>(sizeof(record.header)));
-  std::printf(": ");
-  i2c_show_buf(record.data, static_cast<int>(shown));
-  std::printf("\n");
+  char line[kBytesSize + kShownByte * sizeof(record.header) + sizeof(": ")];
+  char* end =
+      PutBytes(line, reinterpret_cast<const unsigned char*>(&record.header), sizeof(record.header));
+  *end++ = ':';
+  *end++ = ' ';
+  PutBytes(end, record.data, shown);
+  platform::PrintOutput("%s\n", line);
 }
 
 }  // namespace
@@ -77,13 +100,13 @@ void ShowRecord(const Record& record, std::uint32_t shown) {
 int open_i2c(const char* path, std::uint32_t speed, int verbose) {
   platform::Descriptor bus(platform::open(path, O_RDWR));
   if (!bus.IsOpen()) {
-    std::printf("open_i2c(): open %s failed, error=%s \n", path, std::strerror(errno));
+    platform::PrintOutput("open_i2c(): open %s failed, error=%s \n", path, std::strerror(errno));
     return -1;
   }
-  if (verbose != 0) std::printf("speed=%d \n", static_cast<int>(speed));
+  if (verbose != 0) platform::PrintOutput("speed=%d \n", static_cast<int>(speed));
   const int error = Request(bus.Get(), DCMD_I2C_SET_BUS_SPEED, &speed);
   if (error != 0) {
-    std::printf("open_i2c(): set speed failed, error=%s \n", std::strerror(error));
+    platform::PrintOutput("open_i2c(): set speed failed, error=%s \n", std::strerror(error));
     return -1;
   }
   return bus.Release();
@@ -96,7 +119,7 @@ int i2c_write(int handle, std::uint32_t slave, std::uint32_t reg, std::uint32_t 
   if (!IsWidth("i2c_write()", width)) return -1;
   const bool nineBit = slave == kNineBitSlave;
   if (length > kI2cDataSize - width) {
-    std::fprintf(stderr, "i2c_write(): send too large (%u bytes) \n", length);
+    platform::PrintError("i2c_write(): send too large (%u bytes) \n", length);
     return -1;
   }
 
@@ -118,8 +141,8 @@ int i2c_write(int handle, std::uint32_t slave, std::uint32_t reg, std::uint32_t 
   }
 
   if (verbose != 0) {
-    std::printf("i2c_write(): handle=0x%x, slave=0x%x, reg=0x%x, size=%d \n",
-                static_cast<unsigned>(handle), slave, reg, static_cast<int>(length));
+    platform::PrintOutput("i2c_write(): handle=0x%x, slave=0x%x, reg=0x%x, size=%d \n",
+                          static_cast<unsigned>(handle), slave, reg, static_cast<int>(length));
     std::uint32_t const shown = length + (width == 2 || nineBit ? 2 : 1);
     ShowRecord(record, shown < kI2cDataSize ? shown : kI2cDataSize);
   }
@@ -132,7 +155,7 @@ int i2c_write(int handle, std::uint32_t slave, std::uint32_t reg, std::uint32_t 
 int i2c_read(int handle, std::uint32_t slave, std::uint32_t reg, std::uint32_t width,
              unsigned char* destination, std::uint32_t length, int verbose) {
   if (length > kI2cDataSize) {
-    std::fprintf(stderr, "i2c_read(): recv too large (%d bytes) \n", static_cast<int>(length));
+    platform::PrintError("i2c_read(): recv too large (%d bytes) \n", static_cast<int>(length));
     return -1;
   }
   if (i2c_write(handle, slave, reg, width, nullptr, 0, verbose) != 0) return -1;
@@ -140,8 +163,8 @@ int i2c_read(int handle, std::uint32_t slave, std::uint32_t reg, std::uint32_t w
   I2cTransfer record = I2cTransfer();
   record.header = {slave, I2C_ADDRFMT_7BIT, length, kStop};
   if (verbose != 0) {
-    std::printf("i2c_read(): handle=0x%x, slave=0x%x, size=%d \n", static_cast<unsigned>(handle),
-                slave, static_cast<int>(length));
+    platform::PrintOutput("i2c_read(): handle=0x%x, slave=0x%x, size=%d \n",
+                          static_cast<unsigned>(handle), slave, static_cast<int>(length));
     ShowRecord(record, length);
   }
   if (!Transfer(handle, DCMD_I2C_RECV, &record, "i2c_read(): read value failed.",
@@ -156,15 +179,15 @@ int i2c_send_recv(int handle, std::uint32_t slave, std::uint32_t reg, std::uint3
                   unsigned char* destination, std::uint32_t length, int verbose) {
   if (!IsWidth("i2c_send_recv()", width)) return -1;
   if (length > kI2cDataSize) {
-    std::fprintf(stderr, "i2c_send_recv(): recv too large (%d bytes) \n", static_cast<int>(length));
+    platform::PrintError("i2c_send_recv(): recv too large (%d bytes) \n", static_cast<int>(length));
     return -1;
   }
   I2cSendRecv record = I2cSendRecv();
   record.header = {slave, I2C_ADDRFMT_7BIT, width, length, kStop};
   PutRegister(record.data, reg, width);
   if (verbose != 0) {
-    std::printf("i2c_send_recv(): slave=0x%x, reg=0x%x, size=%d \n", slave, reg,
-                static_cast<int>(length));
+    platform::PrintOutput("i2c_send_recv(): slave=0x%x, reg=0x%x, size=%d \n", slave, reg,
+                          static_cast<int>(length));
     ShowRecord(record, length);
   }
   if (!Transfer(handle, DCMD_I2C_SENDRECV, &record, "i2c_send_recv(): DCMD_I2C_SENDRECV failed.",
@@ -177,10 +200,15 @@ int i2c_send_recv(int handle, std::uint32_t slave, std::uint32_t reg, std::uint3
 
 void i2c_show_buf(const unsigned char* bytes, int count) {
   if (count < 1) {
-    std::printf("0 length");
+    platform::PrintOutput("%s", kNoBytes);
     return;
   }
-  for (int i = 0; i < count; ++i) std::printf("%02x ", bytes[i]);
+  char text[kBytesSize];
+  for (int shown = 0; shown < count; shown += static_cast<int>(kI2cDataSize)) {
+    const int part = std::min(count - shown, static_cast<int>(kI2cDataSize));
+    PutBytes(text, bytes + shown, static_cast<std::size_t>(part));
+    platform::PrintOutput("%s", text);
+  }
 }
 
 bool isDataValid(const unsigned char* bytes, int count) {

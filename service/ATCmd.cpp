@@ -12,6 +12,7 @@
 #include "platform/io.h"
 #include "platform/logbase.h"
 #include "platform/pps_guards.h"
+#include "platform/print.h"
 #include "wire/at_packet.h"
 
 namespace {
@@ -63,8 +64,8 @@ int Cmd::Reply(const unsigned char* data, int len) {
       m_subCmd};
   std::memcpy(payload, head, sizeof(head));
   if (len > 0) std::memcpy(payload + sizeof(head), data, static_cast<std::size_t>(len));
-  std::fprintf(stderr, "inBuf('%.*s') \n", len,
-               reinterpret_cast<const char*>(payload + sizeof(head)));
+  platform::PrintError("inBuf('%.*s') \n", len,
+                       reinterpret_cast<const char*>(payload + sizeof(head)));
   return m_mcu->SendCtrCmd(wire::kLinkType, payload, len + static_cast<int>(sizeof(head)));
 }
 
@@ -90,9 +91,9 @@ int Cmd::WritePPS(const char* path, const char* name, unsigned char value, int o
   pps_encoder_end_object(encoder.Get());
   const char* const text = pps_encoder_buffer(encoder.Get());
   if (text != nullptr) {
-    std::fprintf(stderr, "pps_encoder_buffer is('%s') \n", text);
+    platform::PrintError("pps_encoder_buffer is('%s') \n", text);
   } else {
-    std::fprintf(stderr, "pps_encoder_buffer is(null) \n");
+    platform::PrintError("pps_encoder_buffer is(null) \n");
   }
   WriteEncoded(object.Get(), &encoder);
   LOGBASE(LOG_LEV_INFO, "WritePPS", "%s", line);
@@ -116,7 +117,7 @@ int Cmd::GetPPSIntVal(const char* path, const char* name, int& value) {
   pps_decoder_push(decoder.Get(), nullptr);
   pps_decoder_get_int(decoder.Get(), name, &value);
   pps_decoder_pop(decoder.Get());
-  std::fprintf(stderr, "read decoder val is('%d') \n", value);
+  platform::PrintError("read decoder val is('%d') \n", value);
   return 1;
 }
 
@@ -136,7 +137,7 @@ int Cmd::GetPPSStringVal(const char* path, const char* name, std::string& value)
     return 0;
   }
   if (found == nullptr) return 0;
-  std::fprintf(stderr, "read decoder val is('%s') \n", found);
+  platform::PrintError("read decoder val is('%s') \n", found);
   value = found;
   return 1;
 }

@@ -5,12 +5,12 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "platform/descriptor.h"
 #include "platform/io.h"
 #include "platform/pps_guards.h"
+#include "platform/print.h"
 
 std::uint32_t GetTimeTick() {
   static timespec stmv = {0, 0};
@@ -36,7 +36,7 @@ bool CopyText(char* buffer, std::size_t size, const char* text) {
 
 int OpenOrReport(const char* path, int oflag, int mode) {
   const int fd = platform::open(path, oflag, static_cast<mode_t>(mode));
-  if (fd < 0) std::fprintf(stderr, "open('%s') failed: %s\n", path, std::strerror(errno));
+  if (fd < 0) platform::PrintError("open('%s') failed: %s\n", path, std::strerror(errno));
   return fd;
 }
 
@@ -56,4 +56,4 @@ bool WriteEncoded(int fd, platform::Encoder* encoder) {
   return true;
 }
 
-void ReportText(const char* text) { std::fprintf(stderr, "read buf is('%s') \n", text); }
+void ReportText(const char* text) { platform::PrintError("read buf is('%s') \n", text); }

@@ -5,23 +5,23 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 
 #include "ATController.h"
 #include "platform/logbase.h"
+#include "platform/print.h"
 
 namespace {
 
 const char kName[] = "Korvandis";
 const char kVersion[] = "V1.0.0.1Build2015-01-29";
 
-void PrintVersion() { std::printf("%s:%s\n", kName, kVersion); }
+void PrintVersion() { platform::PrintOutput("%s:%s\n", kName, kVersion); }
 
 void usage() {
   PrintVersion();
-  std::puts("  -v    get version");
-  std::puts("  -h    get help");
+  platform::PrintOutput("  -v    get version\n");
+  platform::PrintOutput("  -h    get help\n");
 }
 
 // Acts on the first option only, and then ends the process. Returns when there is none.
@@ -66,14 +66,13 @@ void WaitForTermination(const sigset_t& termination) {
 
 int main(int argc, char** argv) {
   HoldStandardStreams();
-  // Whoever reads the output, through a pipe too, sees each line when it is written.
-  std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   get_options(argc, argv);
 
   // An ignored SIGCHLD, inherited from whoever started us, would take the children's status away.
   ::signal(SIGCHLD, SIG_DFL);
   // The other end of standard output or error may go; that must not end the service.
   ::signal(SIGPIPE, SIG_IGN);
+  platform::WatchStreams();
   sigset_t termination;
   if (!BlockTermination(&termination)) {
     LOGBASE(LOG_LEV_DEBUG, "main", "pthread_sigmask() failed.\r\n");
