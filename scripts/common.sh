@@ -23,6 +23,33 @@ missing() {
   done | paste -sd ' '
 }
 
+# progress LABEL LOG: copies standard input to the file LOG and tells on standard error how far it is: on a terminal in
+# one line that moves, elsewhere with a line at each quarter of a build and at each part of an installation.
+progress() {
+  local label=$1 line quarter part shown=
+  while IFS= read -r line; do
+    printf '%s\n' "$line" >&3
+    if [ -t 2 ]; then
+      printf '\r\e[K%s' "$label: ${line:0:$((${COLUMNS:-80} - ${#label} - 3))}" >&2
+      continue
+    fi
+    part=
+    case $line in
+      "["*/*"] "*)
+        line=${line%%]*} line=${line#[}
+        quarter=$((4 * ${line%/*} / ${line#*/}))
+        [ "$quarter" = 0 ] || part="$((25 * quarter)) %"
+        ;;
+      "Get:"*) part=downloading ;;
+      "Unpacking "*) part=unpacking ;;
+      "Setting up "*) part="setting up" ;;
+    esac
+    if [ -n "$part" ] && [ "$part" != "$shown" ]; then echo "$label: $part" >&2; fi
+    shown=${part:-$shown}
+  done 3>"$2"
+  [ ! -t 2 ] || printf '\r\e[K' >&2
+}
+
 # need PACKAGE...: installs what is missing when it may, otherwise says in one line what to install.
 need() {
   local packages
@@ -32,17 +59,18 @@ need() {
     echo "$(basename "$0"): please install: apt-get install $packages" >&2
     return 1
   fi
-  echo "installing $packages"
-  local log
-  log=$(mktemp)
-  if ! { as_root apt-get update && as_root env DEBIAN_FRONTEND=noninteractive \
-         apt-get install -y --no-install-recommends $packages; } >"$log" 2>&1 </dev/null; then
+  local log=$PROJECT_DIR/build/install.log
+  mkdir -p "$PROJECT_DIR/build"
+  echo "installing $packages (log: build/install.log)" >&2
+  # The first command finishes what an interrupted installation began. Lists that cannot be fetched stay as they are.
+  if ! { as_root dpkg --configure -a && { as_root apt-get update || true; } &&
+         as_root env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=120 install -y \
+           --no-install-recommends $packages; } 2>&1 </dev/null |
+       progress installing "$log"; then
     tail -n 5 "$log" >&2
-    rm -f "$log"
     echo "$(basename "$0"): please install: apt-get install $packages" >&2
     return 1
   fi
-  rm -f "$log"
 }
 
 BASE_PACKAGES="g++ cmake ninja-build googletest libre2-dev libpugixml-dev rapidjson-dev libsoci-dev libsqlite3-dev libpq-dev"
@@ -50,10 +78,11 @@ BASE_PACKAGES="g++ cmake ninja-build googletest libre2-dev libpugixml-dev rapidj
 ARM_PACKAGES="libre2-dev:armhf libpugixml-dev:armhf"
 # What the tests of the package and of the dissector run.
 TEST_PACKAGES="dpkg-dev file procps tshark"
-# What only the tests of the record store need and is large: ./check --all installs it.
-LARGE_PACKAGES="postgresql chromium"
+# What only tests and benchmarks need and is large: ./check --all installs it.
+LARGE_PACKAGES="postgresql chromium chromium-driver redis-server valgrind lintian"
 
-# build DIRECTORY [CMAKE-OPTION...] [-- TARGET...]: configures and builds, quietly unless it fails.
+# build DIRECTORY [CMAKE-OPTION...] [-- TARGET...]: configures and builds. What a build that was interrupted has done
+# is kept.
 build() {
   local directory=$1 options=() log
   shift
@@ -61,8 +90,9 @@ build() {
   [ $# -gt 0 ] && shift
   mkdir -p "$directory"
   log=$directory/build.log
+  echo "building (log: ${log#"$PROJECT_DIR"/})" >&2
   if ! { cmake -S "$PROJECT_DIR" -B "$directory" -G Ninja "${options[@]}" &&
-         cmake --build "$directory" ${1:+--target "$@"}; } >"$log" 2>&1; then
+         cmake --build "$directory" ${1:+--target "$@"}; } 2>&1 </dev/null | progress building "$log"; then
     grep -E 'error|Error|FAILED' "$log" | head -n 40 >&2
     echo "build failed, all of it is in ${log#"$PROJECT_DIR"/}" >&2
     return 1
