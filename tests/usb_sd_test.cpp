@@ -170,21 +170,11 @@ TEST_F(Hostile, BytesBehindTheRecordAreNoParameters) {
   }
 }
 
-TEST_F(Hostile, ObjectsOfAnyTextAndSize) {
-  const std::string nothing = "00|00 00 00 00|00|00|00|00|00|00|";
-  for (const std::string& text :
-       Lines{"\n\n:\n::\n:::\n@\n-\n", std::string(4096, ':'), "\xff\xfe\x80\x81",
-             "zmplaysource::zmdisc\ntrackinfo:json:" + std::string(900, '['), "zm_sync:c:\\",
-             std::string("zm_sync:c:finish\\x\0\n", 19), "msgres:json:{\"dat\":\"=\\ud800\"",
-             "zmplaysource::%s%n%n%n%n\nzm_sync::%n%s\nzmusb:n:%n\n"}) {
-    for (const std::string& object : objects_) pps_->Hold(object, text);
-    EXPECT_EQ(Answers(), nothing) << text.substr(0, 80);
-  }
-  // Plain files may be as large as they like: the front of each is read.
+TEST_F(Hostile, PlainFilesMayBeAsLargeAsTheyLike) {
   const std::string large(3 << 20, 'x');
   pps_.reset();
   for (const std::string& object : objects_) root_.AddFile("/pps" + object, large);
-  EXPECT_EQ(Answers(), nothing);
+  EXPECT_EQ(Answers(), "00|00 00 00 00|00|00|00|00|00|00|");
   const std::string front =
       "zmplaysource::zmdisc\ndisc:n:7\ndiscstate:n:22\nzmregion:n:5\nzmusb:n:1\nzmsd:n:1\n"
       "zm_sync::finish\ntrackinfo:json:{\"curmediaid\":300,\"parentFolder\":2}\n"

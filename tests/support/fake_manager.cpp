@@ -10,6 +10,12 @@
 #include <filesystem>
 
 namespace support {
+namespace {
+
+const int kWaitingClients = 8;
+
+}  // namespace
+
 std::optional<Bytes> Connection::Receive(milliseconds limit) const {
   if (!WaitReadable(fd_, limit)) return std::nullopt;
   Bytes message(2 * wire::kMaxPacket);
@@ -46,7 +52,7 @@ FakeManager::FakeManager(const TempRoot& root, const std::string& path)
   ::unlink(path_.c_str());
   std::strncpy(address.sun_path, name.c_str(), sizeof(address.sun_path) - 1);
   if (::bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
-      ::listen(fd_, 8) != 0) {
+      ::listen(fd_, kWaitingClients) != 0) {
     ADD_FAILURE() << path_ << ": " << std::strerror(errno);
   }
   ::close(directory);

@@ -25,6 +25,14 @@ namespace {
 const std::uint8_t kEchoCommand = 7;
 const std::uint8_t kEchoSubCommand = 255;
 
+const std::size_t kLongestObject = 1 << 20;
+const int kMostDescriptors = 256;  // of a test, which its programs must not inherit
+const milliseconds kPollInterval(2);
+
+// Exit statuses of a child that could not become its program, as a shell has them.
+const int kCannotRun = 126;
+const int kNotFound = 127;
+
 std::chrono::steady_clock::time_point Deadline(milliseconds limit) {
   return std::chrono::steady_clock::now() + limit;
 }
@@ -64,7 +72,7 @@ bool Eventually(const std::function<bool()>& condition, milliseconds limit) {
   const auto deadline = Deadline(limit * kPatience);
   while (!condition()) {
     if (std::chrono::steady_clock::now() >= deadline) return false;
-    std::this_thread::sleep_for(milliseconds(2));
+    std::this_thread::sleep_for(kPollInterval);
   }
   return true;
 }
@@ -86,16 +94,6 @@ int CountDescriptors(pid_t pid) {
   const auto directory = "/proc/" + std::to_string(pid) + "/fd";
   for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory)) ++count;
   return count;
-}
-
-long ResidentKib(pid_t pid) {
-  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-  std::string word;
-  while (status >> word) {
-    long kib = 0;
-    if (word == "VmRSS:" && status >> kib) return kib;
-  }
-  return -1;
 }
 
 TempRoot::TempRoot() {
@@ -146,11 +144,11 @@ Program::Program(const TempRoot& root, const std::string& name,
     ::dup2(::open("/dev/null", O_RDONLY), STDIN_FILENO);
     ::dup2(output, STDOUT_FILENO);
     ::dup2(errors, STDERR_FILENO);
-    for (int fd = STDERR_FILENO + 1; fd < 256; ++fd) ::close(fd);
-    if (::chdir(root.path().c_str()) != 0) ::_exit(126);
+    for (int fd = STDERR_FILENO + 1; fd < kMostDescriptors; ++fd) ::close(fd);
+    if (::chdir(root.path().c_str()) != 0) ::_exit(kCannotRun);
     if (before_exec) before_exec();
     ::execvp(argv[0], argv.data());
-    ::_exit(127);
+    ::_exit(kNotFound);
   }
 }
 
@@ -270,7 +268,7 @@ void Station::Do(std::uint8_t command, std::uint8_t sub_command, const Bytes& pa
 std::optional<std::string> ReadObject(const std::string& path) {
   const int fd = platform::open(path.c_str(), O_RDONLY);
   if (fd < 0) return std::nullopt;
-  std::string text(1 << 20, '\0');
+  std::string text(kLongestObject, '\0');
   const ssize_t count = ::read(fd, text.data(), text.size());
   ::close(fd);
   text.resize(count > 0 ? static_cast<std::size_t>(count) : 0);

@@ -1,7 +1,7 @@
 // What tests run on: a temporary root, a unit below it, the service as a process of its
 // own, and a station on the unit's test connector.
-#ifndef SUPPORT_FIXTURE_H
-#define SUPPORT_FIXTURE_H
+#ifndef KORVANDIS_TESTS_SUPPORT_FIXTURE_H
+#define KORVANDIS_TESTS_SUPPORT_FIXTURE_H
 
 #include <gtest/gtest.h>
 #include <sys/types.h>
@@ -53,9 +53,8 @@ std::string ReadFile(const std::string& path);
 std::string SourceDir();
 std::string BinDir();
 
-// Number of open descriptors of a process; resident memory in KiB.
+// Number of open descriptors of a process.
 int CountDescriptors(pid_t pid);
-long ResidentKib(pid_t pid);
 
 // Waits until `fd` has something to read; false when it has nothing within `limit`.
 bool WaitReadable(int fd, milliseconds limit);
@@ -199,4 +198,4 @@ class ServiceOnUnit : public ::testing::Test {
 
 }  // namespace support
 
-#endif  // SUPPORT_FIXTURE_H
+#endif  // KORVANDIS_TESTS_SUPPORT_FIXTURE_H

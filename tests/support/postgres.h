@@ -1,6 +1,6 @@
 // A private PostgreSQL server on a Unix socket in a directory of its own.
-#ifndef SUPPORT_POSTGRES_H
-#define SUPPORT_POSTGRES_H
+#ifndef KORVANDIS_TESTS_SUPPORT_POSTGRES_H
+#define KORVANDIS_TESTS_SUPPORT_POSTGRES_H
 
 #include <sys/types.h>
 
@@ -35,4 +35,4 @@ class Postgres {
 
 }  // namespace support
 
-#endif  // SUPPORT_POSTGRES_H
+#endif  // KORVANDIS_TESTS_SUPPORT_POSTGRES_H
