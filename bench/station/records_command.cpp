@@ -223,13 +223,21 @@ int RunSummary(Context& context) {
     return UsageError(context, "--json and --csv exclude each other");
   }
   records::Summary summary;
-  const std::string problem = records::Summarise(Address(context), filter, &summary);
+  std::string problem = records::Summarise(Address(context), filter, &summary);
   if (!problem.empty()) return Complain(context, problem);
+  if (invocation.Has("--html")) {
+    const std::string path = invocation.Get("--html");
+    std::ofstream file(path, std::ios::trunc);
+    problem = records::WriteSummaryPage(Address(context), filter, summary, file);
+    file.close();
+    if (problem.empty() && !file.good()) problem = qnx::Quoted(path) + " cannot be written";
+    if (!problem.empty()) return Complain(context, problem);
+  }
   if (invocation.Has("--json")) {
     context.out << records::SummaryJson(summary) << '\n';
   } else if (invocation.Has("--csv")) {
     records::WriteSummaryCsv(summary, context.out);
-  } else {
+  } else if (!invocation.Has("--html")) {
     records::WriteSummaryText(summary, Coloured(context), context.out);
   }
   return tools::kExitRight;

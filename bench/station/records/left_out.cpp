@@ -34,4 +34,8 @@ std::string Summarise(const std::string& address, const Filter&, Summary*) {
   return problem;
 }
 
+std::string WriteSummaryPage(const std::string&, const Filter&, const Summary&, std::ostream&) {
+  return "";
+}
+
 }  // namespace records

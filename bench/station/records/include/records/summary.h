@@ -73,6 +73,11 @@ std::string SummaryJson(const Summary& summary);
 void WriteSummaryCsv(const Summary& summary, std::ostream& out);
 void WriteSummaryText(const Summary& summary, bool colour, std::ostream& out);
 
+// A page that opens without a network: the summary, and figures of it over time. Returns an empty
+// text, or why it is not whole.
+std::string WriteSummaryPage(const std::string& address, const Filter& filter,
+                             const Summary& summary, std::ostream& out);
+
 }  // namespace records
 
 #endif  // KORVANDIS_RECORDS_SUMMARY_H
