@@ -13,6 +13,8 @@
 #include "records/database.h"
 #include "records/spool.h"
 #include "records/summary.h"
+#include "station/command_line.h"
+#include "station/recording.h"
 #include "support/fixture.h"
 #include "support/postgres.h"
 
@@ -333,6 +335,95 @@ TEST(RecordTimes, AreReadAsAPersonWritesThem) {
     EXPECT_FALSE(ParseMoment(text, &utc)) << text;
   }
   EXPECT_EQ(ZoneText("2026-11-22T23:59:00.000Z", 90), "2026-11-23 01:29:00 +01:30");
+}
+
+// `station run --record` against a unit, and what the station tells of it afterwards.
+class RecordedRuns : public support::ServiceOnUnit {
+ protected:
+  RecordedRuns() : ServiceOnUnit(support::WholeUnit()) {
+    root_.AddFile("/line.seq",
+                  "title Line\ndevice {board}\nvalue board\nvalue uuid\nvalue low = 0\n"
+                  "phase Identity\nstep Serial\n  do serial {board}\n"
+                  "step UUID\n  do uuid {uuid}\n  verify\n"
+                  "phase Position\nstep Speed\n  do gps speed\n  expect speed from {low} to 200\n");
+  }
+
+  // Exit status of `station` with these arguments; output and errors in out_.
+  int Station(const std::string& line) {
+    std::ostringstream out;
+    const int status = station::Run(support::Arguments(line), out, out);
+    out_ = out.str();
+    return status;
+  }
+  int RunLine(const std::string& board, const std::string& uuid, const std::string& more = "") {
+    return Station("run " + root_.path() + "/line.seq --record " + record_ +
+                   " --station S1 --set board=" + board + " --set uuid=" + uuid + " " + more);
+  }
+
+  const std::string record_ = root_.path() + "/line.db";
+  std::string out_;
+};
+
+TEST_F(RecordedRuns, KeepWhatAPersonAsksForLater) {
+  EXPECT_EQ(RunLine("B1", "U1"), 0) << out_;
+  EXPECT_PRED2(Contains, out_, "Recorded as run 1\n");
+  EXPECT_EQ(RunLine("B2", "U2", "--set low=100"), 1);
+
+  // The last run failed: its packets and what the service logged meanwhile are there.
+  EXPECT_EQ(Station("records --show 2 --record " + record_), 0);
+  for (const char* part :
+       {"Line, device B2: failed", "station S1, program 1.", "line.seq, CRC-32 ", "value uuid = U2",
+        "passed   UUID: uuid U2", "text U2", "failed   Speed: gps speed", "not from 100 to 200",
+        " > 09 00 00 00 ", "# gps speed", "_KRV_[CmdWork]-CmdWork for m_cmd=5,m_subCmd= 3\n"}) {
+    EXPECT_PRED2(Contains, out_, part);
+  }
+  EXPECT_EQ(Station("records --show 2 --pcap " + root_.path() + "/run.pcap --record " + record_),
+            0);
+  std::vector<station::RecordedPacket> packets;
+  EXPECT_EQ(station::ParseRecording(support::ReadFile(root_.path() + "/run.pcap"), &packets), "");
+  EXPECT_EQ(packets.size(), 6U) << "two writes, two questions and their replies";
+  // A run that passed has neither.
+  EXPECT_EQ(Station("records --show 1 --record " + record_), 0);
+  EXPECT_EQ(out_.find("Packets"), std::string::npos);
+  EXPECT_EQ(Station("records --show 1 --pcap x --record " + record_), 1);
+  EXPECT_EQ(Station("records --show 3 --record " + record_), 1);
+
+  EXPECT_EQ(Station("history B2 --record " + record_), 0);
+  EXPECT_PRED2(Contains, out_, "S1  B2  Line\n    Position / Speed: speed is");
+  EXPECT_EQ(out_.find("B1"), std::string::npos);
+  ::setenv("KORVANDIS_RECORD", record_.c_str(), 1);
+  EXPECT_EQ(Station("summary"), 0);
+  ::unsetenv("KORVANDIS_RECORD");
+  EXPECT_PRED2(Contains, out_, "First-pass yield 50.0 %, final yield 50.0 %, of 2 devices");
+  EXPECT_PRED2(Contains, out_, "1       0        2  Position / Speed");
+  EXPECT_EQ(Station("summary"), 2) << "no record is named";
+  EXPECT_EQ(Station("summary --since yesterday --record " + record_), 2);
+  EXPECT_EQ(Station("records --pcap x --record " + record_), 2);
+}
+
+TEST_F(RecordedRuns, NoTwoDevicesGetOneIdentity) {
+  EXPECT_EQ(RunLine("B1", "U1"), 0) << out_;
+  EXPECT_EQ(RunLine("B2", "U1"), 3);
+  EXPECT_PRED2(Contains, out_, "uuid 'U1' belongs to device 'B1'");
+  EXPECT_EQ(RunLine("B1", "U1"), 0) << "a unit may be tested again: " << out_;
+  EXPECT_EQ(RunLine("B2", "U2"), 0) << out_;
+  EXPECT_EQ(RunLine("B3", "U2"), 3);
+  EXPECT_EQ(Station("uuid"), 0);
+  EXPECT_EQ(out_, "U2\n") << "nothing was written for B3";
+  EXPECT_EQ(RunLine("B3", "U1", "--allow-duplicate"), 0) << out_;
+}
+
+TEST_F(RecordedRuns, ARunThatIsNotStoredIsAnError) {
+  std::filesystem::create_directory(record_);
+  EXPECT_EQ(RunLine("B1", "U1"), 3);
+  EXPECT_PRED2(Contains, out_, "the record cannot be asked whether another device has this serial");
+  EXPECT_EQ(RunLine("B1", "U1", "--allow-duplicate"), 3) << "it passed, and is not recorded";
+  EXPECT_PRED2(Contains, out_,
+               "not recorded: the record " + record_ + ": it is not a file; the run is kept in");
+  EXPECT_EQ(RunLine("B1", "U1", "--allow-duplicate --set low=100"), 1);
+  std::filesystem::remove(record_);
+  EXPECT_EQ(RunLine("B1", "U1"), 0);
+  EXPECT_PRED2(Contains, out_, "Recorded as run 4, with 3 that waited\n");
 }
 
 }  // namespace

@@ -211,6 +211,8 @@ std::vector<Command> MakeOwn() {
          {"--junit", "FILE", "write the record as JUnit XML"},
          {"--json", "FILE", "write the record as JSON"},
          {"--station", "NAME", "name of this station in the records (default: the host's name)"},
+         kRecordOption,
+         {"--allow-duplicate", nullptr, "burn in an identity although the record knows it of another device"},
          {"--allow-several", nullptr, "run although several services are connected to the unit"}},
         "run a test sequence"),
     Needing(Needs::kUnit, Own("record", RecordTraffic, {Parameter{"FILE", Kind::kFile}},

@@ -10,6 +10,7 @@
 #include "qnx/text.h"
 #include "records/database.h"
 #include "records/summary.h"
+#include "run_keeper.h"
 #include "station/packet_text.h"
 #include "station/recording.h"
 #include "tools/program.h"
@@ -32,12 +33,6 @@ int Complain(Context& context, const std::string& problem) {
   return tools::kExitWrong;
 }
 
-// The record that is asked; empty when the command line and the environment name none.
-std::string Address(const Context& context) {
-  const char* variable = std::getenv("KORVANDIS_RECORD");
-  return context.invocation.Get("--record", variable == nullptr ? "" : variable);
-}
-
 bool Coloured(const Context& context) {
   const char* no_colour = std::getenv("NO_COLOR");
   return &context.out == &std::cout && ::isatty(STDOUT_FILENO) != 0 &&
@@ -47,7 +42,8 @@ bool Coloured(const Context& context) {
 // Takes the runs that the options select. Returns what is wrong with them, or nothing.
 std::string TakeFilter(const Context& context, records::Filter* filter) {
   const Invocation& invocation = context.invocation;
-  if (Address(context).empty()) return "--record DB is missing, and KORVANDIS_RECORD is not set";
+  if (RecordAddress(context.invocation).empty())
+    return "--record DB is missing, and KORVANDIS_RECORD is not set";
   filter->title = invocation.Get("--title");
   filter->station = invocation.Get("--station");
   filter->device = invocation.Get("--device");
@@ -91,8 +87,8 @@ void PrintRow(Context& context, const records::RunRow& run) {
 
 int List(Context& context, const records::Filter& filter, long most) {
   std::string problem;
-  const auto database =
-      records::Database::Open(Address(context), records::Database::Mode::kRead, &problem);
+  const auto database = records::Database::Open(RecordAddress(context.invocation),
+                                                records::Database::Mode::kRead, &problem);
   std::vector<records::RunRow> rows;
   if (database != nullptr) problem = database->List(filter, static_cast<std::size_t>(most), &rows);
   if (!problem.empty()) return Complain(context, problem);
@@ -156,8 +152,9 @@ void Show(Context& context, const records::Run& run) {
   }
   if (!run.log.empty()) context.out << "\nLog of the unit\n";
   for (const records::LogLine& line : run.log) {
+    const std::string text = line.text.substr(0, line.text.find_last_not_of(" \n") + 1);
     context.out << "  " << tools::ClockTime(Nanoseconds(line.time)) << "  " << line.severity << "  "
-                << qnx::Escape(line.text) << '\n';
+                << qnx::Escape(text) << '\n';
   }
 }
 
@@ -193,8 +190,8 @@ int RunRecords(Context& context) {
     return List(context, filter, most);
   }
   std::string problem;
-  const auto database =
-      records::Database::Open(Address(context), records::Database::Mode::kRead, &problem);
+  const auto database = records::Database::Open(RecordAddress(context.invocation),
+                                                records::Database::Mode::kRead, &problem);
   if (database == nullptr) return Complain(context, problem);
   records::Run run;
   if (!database->Load(invocation.Get("--show"), &run, &problem)) {
@@ -223,12 +220,12 @@ int RunSummary(Context& context) {
     return UsageError(context, "--json and --csv exclude each other");
   }
   records::Summary summary;
-  std::string problem = records::Summarise(Address(context), filter, &summary);
+  std::string problem = records::Summarise(RecordAddress(context.invocation), filter, &summary);
   if (!problem.empty()) return Complain(context, problem);
   if (invocation.Has("--html")) {
     const std::string path = invocation.Get("--html");
     std::ofstream file(path, std::ios::trunc);
-    problem = records::WriteSummaryPage(Address(context), filter, summary, file);
+    problem = records::WriteSummaryPage(RecordAddress(context.invocation), filter, summary, file);
     file.close();
     if (problem.empty() && !file.good()) problem = qnx::Quoted(path) + " cannot be written";
     if (!problem.empty()) return Complain(context, problem);

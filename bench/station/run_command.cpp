@@ -8,6 +8,7 @@
 
 #include "builtin.h"
 #include "files.h"
+#include "run_keeper.h"
 #include "run_listing.h"
 #include "run_lock.h"
 #include "run_report.h"
@@ -123,6 +124,11 @@ int RunOnce(Context& context, const Sequence& sequence, const Values& given,
   options.allow_several = context.invocation.Has("--allow-several");
   Progress progress(context.out, &context.out == &std::cout ? StandardConsole() : Console{});
   options.observers.push_back(&progress);
+  RunKeeper keeper(context);
+  options.observers.push_back(&keeper);
+  options.refuse = [&keeper](const Invocation& request, const records::Run& so_far) {
+    return keeper.Refuse(request, so_far);
+  };
   tools::Interrupt interrupt;
   RunSequence(sequence, given, options, &interrupt, &run);
   if (junit.is_open()) WriteJunit(run, junit);
@@ -130,7 +136,8 @@ int RunOnce(Context& context, const Sequence& sequence, const Values& given,
   const bool junit_written = CloseReport(context, "--junit", &junit);
   const bool json_written = CloseReport(context, "--json", &json);
   const int status = ExitStatus(run.outcome);
-  const bool lost = !junit_written || !json_written;
+  const bool kept = keeper.Keep(&run);
+  const bool lost = !junit_written || !json_written || !kept;
   return lost && status == tools::kExitRight ? kExitError : status;
 }
 
