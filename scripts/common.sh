@@ -73,11 +73,12 @@ need() {
   fi
 }
 
-BASE_PACKAGES="g++ cmake ninja-build googletest libre2-dev libpugixml-dev rapidjson-dev libsoci-dev libsqlite3-dev libpq-dev"
+# What a build and a package need.
+BASE_PACKAGES="g++ cmake ninja-build googletest libre2-dev libpugixml-dev rapidjson-dev libsoci-dev libsqlite3-dev libpq-dev dpkg-dev file"
 # The same libraries for 32-bit ARM, from Debian's armhf beside this machine's own.
 ARM_PACKAGES="libre2-dev:armhf libpugixml-dev:armhf"
 # What the tests of the package and of the dissector run.
-TEST_PACKAGES="dpkg-dev file procps tshark"
+TEST_PACKAGES="procps tshark"
 # What only tests and benchmarks need and is large: ./check --all installs it.
 LARGE_PACKAGES="postgresql chromium chromium-driver redis-server valgrind lintian"
 

@@ -246,6 +246,18 @@ std::string Name(const ::testing::TestParamInfo<std::string>& info) {
   return name;
 }
 
+TEST(Readme, NamesEveryRoom) {
+  const std::string text = ReadFile(SourceDir() + "/README.md");
+  for (const char* directory : {"", "bench/"}) {
+    for (const auto& entry : fs::directory_iterator(SourceDir() + "/" + directory)) {
+      const std::string room = directory + entry.path().filename().string() + "/";
+      const bool is_room =
+          entry.is_directory() && room[0] != '.' && room.compare(0, 5, "build") != 0;
+      EXPECT_TRUE(!is_room || room == "bench/" || Contains(text, "`" + room + "`")) << room;
+    }
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(All, DocsTest, ::testing::ValuesIn(Documents()), Name);
 
 }  // namespace
