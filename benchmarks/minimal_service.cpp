@@ -13,10 +13,8 @@
 // everything else that the service can do.
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
-#include <sys/un.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -25,7 +23,7 @@
 #include <string>
 #include <string_view>
 
-#include "qnx/manager_protocol.h"
+#include "qnx/manager_socket.h"
 #include "qnx/slog_ring.h"
 #include "wire/at_packet.h"
 
@@ -40,18 +38,13 @@ std::string g_root;
 // --- a resource manager -------------------------------------------------------------------------
 
 int Open(const std::string& socket_path, std::string_view rest, std::uint32_t flags) {
-  const int fd = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (socket_path.size() >= sizeof(address.sun_path)) std::exit(1);
-  std::memcpy(address.sun_path, socket_path.c_str(), socket_path.size());
-  if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) std::exit(1);
-  qnx::ManagerRequest request{static_cast<std::uint32_t>(qnx::RequestKind::kOpen), flags, 0};
-  iovec parts[2] = {{&request, sizeof(request)}, {const_cast<char*>(rest.data()), rest.size()}};
-  std::int32_t answer = -1;
-  if (::writev(fd, parts, 2) < 0 || ::read(fd, &answer, sizeof(answer)) < 0) std::exit(1);
-  if (answer != 0) std::exit(1);
-  return fd;
+  qnx::Descriptor connection = qnx::NewManagerSocket();
+  if (qnx::ConnectToManager(connection.get(), socket_path.c_str()) != 0 ||
+      !qnx::SendRequest(connection.get(), qnx::RequestKind::kOpen, flags, 0, rest) ||
+      qnx::ReceiveAnswer(connection.get()) != 0) {
+    std::exit(1);
+  }
+  return connection.Release();
 }
 
 // --- the log ring -------------------------------------------------------------------------------

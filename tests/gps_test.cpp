@@ -33,7 +33,7 @@ bool IsClosed(const Connection& connection) {
 std::future<FakeManager::Opening> Await(FakeManager* pps, int error = 0) {
   return std::async(std::launch::async, [pps, error] {
     auto opening = pps->Accept();
-    if (!opening) return FakeManager::Opening{{}, "nobody opened", Connection(-1)};
+    if (!opening) return FakeManager::Opening{{}, Connection()};
     opening->connection.Answer(error);
     return std::move(*opening);
   });

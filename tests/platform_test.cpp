@@ -68,10 +68,10 @@ TEST(OpenTest, AsksTheFirstSocketOfThePathForTheRest) {
     EXPECT_GE(fd, 0) << std::strerror(errno);
     EXPECT_EQ(::fcntl(fd, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
     ASSERT_TRUE(opening);
-    EXPECT_EQ(opening->request.kind, 1u);
+    EXPECT_EQ(opening->request.kind, qnx::RequestKind::kOpen);
     EXPECT_EQ(opening->request.flags, static_cast<std::uint32_t>(c.flags));
     EXPECT_EQ(opening->request.mode, 0640u);
-    EXPECT_EQ(opening->rest, c.rest);
+    EXPECT_EQ(opening->request.rest, c.rest);
     EXPECT_EQ(platform::write(fd, "abc", 3), 3);
     EXPECT_EQ(opening->connection.Receive(), Text("abc"));
     ::close(fd);
@@ -84,7 +84,7 @@ TEST(OpenTest, RelativePathsStartAtTheWorkingDirectory) {
   ASSERT_EQ(::chdir(root.path().c_str()), 0);
   std::string rest;
   {
-    Beside manager([&] { rest = pps.Accept()->rest; });
+    Beside manager([&] { rest = pps.Accept()->request.rest; });
     EXPECT_EQ(platform::open("pps/zelmar/media/zmsd/status", O_RDONLY), -1);
   }
   EXPECT_EQ(errno, EIO);
@@ -186,7 +186,7 @@ TEST(OpenTest, ReachesSocketsBehindAnyPathLength) {
     fd = platform::open((path + "/x").c_str(), O_RDWR);
   }
   ASSERT_GE(fd, 0) << std::strerror(errno);
-  EXPECT_EQ(opening->rest, "/x");
+  EXPECT_EQ(opening->request.rest, "/x");
   ::close(fd);
 }
 

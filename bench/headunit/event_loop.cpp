@@ -69,7 +69,7 @@ EventLoop::EventLoop() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 EventLoop::~EventLoop() { Stop(); }
 
 std::string EventLoop::Start() {
-  if (!poller_.valid() || !wake_.valid()) return std::string("epoll: ") + std::strerror(errno);
+  if (!poller_.valid() || !wake_.is_open()) return std::string("epoll: ") + std::strerror(errno);
   poller_.Remove(wake_.get());
   const bool watched = poller_.Add(wake_.get(), EPOLLIN, [this](std::uint32_t) {
     std::uint64_t count = 0;

@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "unique_fd.h"
+#include "qnx/descriptor.h"
 
 namespace headunit {
 
@@ -29,7 +29,7 @@ class Poller {
   Poller(const Poller&) = delete;
   Poller& operator=(const Poller&) = delete;
 
-  bool valid() const { return epoll_.valid(); }
+  bool valid() const { return epoll_.is_open(); }
   int fd() const { return epoll_.get(); }
 
   // Watches `fd` for the EPOLL* events. False when the host refuses; nothing is kept then.
@@ -53,7 +53,7 @@ class Poller {
     std::shared_ptr<Handler> handler;
   };
 
-  UniqueFd epoll_;
+  qnx::Descriptor epoll_;
   std::uint32_t next_serial_ = 0;
   std::unordered_map<int, Entry> entries_;
 };
@@ -98,7 +98,7 @@ class EventLoop {
   int RunTimers();  // milliseconds to the next timer, -1 when there is none
 
   Poller poller_;
-  UniqueFd wake_;
+  qnx::Descriptor wake_;
   TimerId last_timer_ = 0;
   std::map<TimerKey, Task> timers_;
   std::unordered_map<TimerId, Clock::time_point> due_;

@@ -34,7 +34,7 @@ void OpenFile::WatchQueue() {
   poller_->Modify(socket_.get(), watching_ ? kQueueEvents : kReadEvents);
 }
 
-void OpenFile::Attach(UniqueFd socket, Poller* poller) {
+void OpenFile::Attach(qnx::Descriptor socket, Poller* poller) {
   socket_ = std::move(socket);
   poller_ = poller;
   outbox_.Attach(socket_.get());

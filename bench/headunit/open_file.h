@@ -10,7 +10,7 @@
 
 #include "event_loop.h"
 #include "outbox.h"
-#include "unique_fd.h"
+#include "qnx/descriptor.h"
 
 namespace headunit {
 
@@ -46,11 +46,11 @@ class OpenFile {
  private:
   friend class ResourceManager;
 
-  void Attach(UniqueFd socket, Poller* poller);
+  void Attach(qnx::Descriptor socket, Poller* poller);
   void Detach();
 
   const std::uint32_t flags_;
-  UniqueFd socket_;
+  qnx::Descriptor socket_;
   Poller* poller_ = nullptr;
   Outbox outbox_;
   bool watching_ = false;

@@ -57,9 +57,4 @@ const SharedText& ObjectChange::Delta() {
   return delta_;
 }
 
-const SharedText& TextOf(PpsObject* object) {
-  if (!object->text) object->text = Share(FormatPpsObject(object->name, object->attributes));
-  return object->text;
-}
-
 }  // namespace headunit

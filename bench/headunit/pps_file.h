@@ -8,22 +8,10 @@
 #include <vector>
 
 #include "open_file.h"
-#include "pps_manager.h"
+#include "pps_path.h"
+#include "pps_tree.h"
 
 namespace headunit {
-
-const std::size_t kDefaultBacklog = 256 * 1024;  // bytes that may wait for a reader
-
-// What follows '?' in a path.
-struct PpsOptions {
-  bool wait = false;
-  bool delta = false;
-  bool server = false;
-  std::size_t backlog = kDefaultBacklog;
-};
-
-// The object's whole text, formed anew when it changed.
-const SharedText& TextOf(PpsObject* object);
 
 // A change of an object as its followers are told of it, formed when the first of them needs it.
 class ObjectChange {

@@ -4,57 +4,20 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <utility>
 
 #include "log.h"
 #include "pps_file.h"
+#include "pps_path.h"
 
 namespace headunit {
 namespace {
 
-const std::size_t kMostObjects = 65536;  // and directories: bounds what a runaway client can create
-const std::size_t kBytesPerKilobyte = 1024;
-const std::size_t kLargestBacklog = 64 * 1024;        // kilobytes
 const std::size_t kLargestObject = 64 * 1024 * 1024;  // bytes of names and values
-
-PpsOptions ParseOptions(const std::string& text) {
-  static const std::string kBacklog = "backlog=";
-  PpsOptions options;
-  for (std::size_t begin = 0; begin <= text.size();) {
-    const std::size_t end = std::min(text.find(',', begin), text.size());
-    const std::string option = text.substr(begin, end - begin);
-    begin = end + 1;
-    if (option == "wait") options.wait = true;
-    if (option == "delta") options.delta = true;
-    if (option == "server") options.server = true;
-    if (option.compare(0, kBacklog.size(), kBacklog) != 0) continue;
-    char* rest = nullptr;
-    const char* const digits = option.c_str() + kBacklog.size();
-    const unsigned long kilobytes = std::strtoul(digits, &rest, 10);
-    if (*digits < '0' || *digits > '9' || *rest != '\0') continue;
-    options.backlog = std::min<std::size_t>(kilobytes, kLargestBacklog) * kBytesPerKilobyte;
-  }
-  return options;
-}
-
-std::string ParentOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
-std::string NameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
-
-bool StartsWith(const std::string& text, const std::string& head) {
-  return text.compare(0, head.size(), head) == 0;
-}
 
 PpsFile* AsPps(OpenFile* file) { return static_cast<PpsFile*>(file); }
 
 }  // namespace
-
-struct PpsManager::Request {
-  std::string path;
-  bool directory_only = false;  // ended with a slash
-  PpsOptions options;
-};
 
 PpsManager::PpsManager(EventLoop* loop, std::string path)
     : ResourceManager(loop, std::move(path)) {}
@@ -62,22 +25,22 @@ PpsManager::PpsManager(EventLoop* loop, std::string path)
 PpsManager::~PpsManager() { Close(); }
 
 std::string PpsManager::Load(const std::string& path, const std::string& text) {
-  Request request;
-  if (ParseRequest(path, &request) != 0 || request.path.empty() ||
-      CheckWay(request.path) == ENOTDIR || IsDirectory(request.path)) {
+  PpsRequest request;
+  if (ParsePpsRequest(path, &request) != 0 || request.path.empty() ||
+      tree_.CheckWay(request.path) == ENOTDIR || tree_.IsDirectory(request.path)) {
     return "not a name for an object";
   }
   PpsText parsed;
   const std::size_t bad_line = ParsePpsText(text, &parsed);
   if (bad_line != 0) return "line " + std::to_string(bad_line) + " is no PPS line";
-  PpsObject* const object = CreateObject(request.path);
+  PpsObject* const object = tree_.Create(request.path);
   if (object == nullptr) return "too many objects";
   return Apply(object, std::move(parsed.changes), nullptr) ? "" : "too large";
 }
 
 void PpsManager::SetDelay(const std::string& path, std::chrono::milliseconds delay) {
-  Request request;
-  if (ParseRequest(path, &request) != 0) return;
+  PpsRequest request;
+  if (ParsePpsRequest(path, &request) != 0) return;
   if (delay > std::chrono::milliseconds::zero()) {
     delays_[request.path] = delay;
   } else {
@@ -93,111 +56,41 @@ void PpsManager::ClearFaults() {
 
 std::chrono::milliseconds PpsManager::Delay(const std::string& rest) {
   if (delays_.empty()) return std::chrono::milliseconds::zero();
-  Request request;
-  if (ParseRequest(rest, &request) != 0) return std::chrono::milliseconds::zero();
+  PpsRequest request;
+  if (ParsePpsRequest(rest, &request) != 0) return std::chrono::milliseconds::zero();
   const auto delay = delays_.find(request.path);
   return delay == delays_.end() ? std::chrono::milliseconds::zero() : delay->second;
-}
-
-// --- paths --------------------------------------------------------------------------------------
-
-int PpsManager::ParseRequest(const std::string& rest, Request* request) {
-  const std::size_t options = rest.find('?');
-  if (options != std::string::npos) request->options = ParseOptions(rest.substr(options + 1));
-  const std::string path = rest.substr(0, options);
-
-  request->directory_only = path.empty() || path.back() == '/';
-  for (std::size_t begin = 0; begin < path.size();) {
-    const std::size_t end = std::min(path.find('/', begin), path.size());
-    const std::string name = path.substr(begin, end - begin);
-    begin = end + 1;
-    if (name.empty() || name == ".") continue;
-    if (name == "..") {
-      if (!request->path.empty()) request->path = ParentOf(request->path);
-      continue;
-    }
-    if (name.size() > NAME_MAX) return ENAMETOOLONG;
-    if (name.find('\n') != std::string::npos) return EINVAL;  // would break the "@name" line
-    request->path += '/';
-    request->path += name;
-  }
-  return 0;
-}
-
-int PpsManager::CheckWay(const std::string& path) const {
-  for (std::size_t end = path.find('/', 1); end != std::string::npos;
-       end = path.find('/', end + 1)) {
-    const std::string above = path.substr(0, end);
-    if (objects_.count(above) != 0) return ENOTDIR;
-    if (!IsDirectory(above)) return ENOENT;
-  }
-  return 0;
-}
-
-PpsObject* PpsManager::FindObject(const std::string& path) const {
-  const auto entry = objects_.find(path);
-  return entry == objects_.end() ? nullptr : entry->second.get();
-}
-
-PpsObject* PpsManager::CreateObject(const std::string& path) {
-  if (PpsObject* const object = FindObject(path)) return object;
-  if (objects_.size() >= kMostObjects || directories_.size() >= kMostObjects) return nullptr;
-  for (std::string above = ParentOf(path); !above.empty(); above = ParentOf(above)) {
-    directories_.insert(above);
-  }
-  auto object = std::make_unique<PpsObject>();
-  object->name = NameOf(path);
-  return (objects_[path] = std::move(object)).get();
-}
-
-std::string PpsManager::ListDirectory(const std::string& path) const {
-  const std::string head = path + "/";
-  std::set<std::string> names;
-  for (auto entry = directories_.lower_bound(head);
-       entry != directories_.end() && StartsWith(*entry, head); ++entry) {
-    if (entry->find('/', head.size()) == std::string::npos) {
-      names.insert(entry->substr(head.size()) + "/");
-    }
-  }
-  for (auto entry = objects_.lower_bound(head);
-       entry != objects_.end() && StartsWith(entry->first, head); ++entry) {
-    if (entry->first.find('/', head.size()) == std::string::npos) {
-      names.insert(entry->first.substr(head.size()));
-    }
-  }
-  std::string list;
-  for (const std::string& name : names) list += name + "\n";
-  return list;
 }
 
 // --- requests -----------------------------------------------------------------------------------
 
 int PpsManager::OnOpen(const std::string& rest, std::uint32_t flags,
                        std::unique_ptr<OpenFile>* file) {
-  Request request;
-  const int error = ParseRequest(rest, &request);
+  PpsRequest request;
+  const int error = ParsePpsRequest(rest, &request);
   if (error != 0) return error;
   if ((flags & O_ACCMODE) == O_ACCMODE) return EINVAL;
 
-  const int way = CheckWay(request.path);
+  const int way = tree_.CheckWay(request.path);
   const bool create = (flags & O_CREAT) != 0;
   if (way != 0 && !(way == ENOENT && create)) return way;
-  if (request.path.empty() || IsDirectory(request.path)) return OpenDirectory(request, flags, file);
+  if (request.path.empty() || tree_.IsDirectory(request.path))
+    return OpenDirectory(request, flags, file);
   return OpenObject(request, flags, file);
 }
 
-int PpsManager::OpenDirectory(const Request& request, std::uint32_t flags,
+int PpsManager::OpenDirectory(const PpsRequest& request, std::uint32_t flags,
                               std::unique_ptr<OpenFile>* file) {
   if ((flags & O_DIRECTORY) == 0 || (flags & O_ACCMODE) != O_RDONLY || (flags & O_CREAT) != 0) {
     return EISDIR;
   }
-  *file = std::make_unique<PpsFile>(flags, ListDirectory(request.path));
+  *file = std::make_unique<PpsFile>(flags, tree_.List(request.path));
   return 0;
 }
 
-int PpsManager::OpenObject(const Request& request, std::uint32_t flags,
+int PpsManager::OpenObject(const PpsRequest& request, std::uint32_t flags,
                            std::unique_ptr<OpenFile>* file) {
-  PpsObject* object = FindObject(request.path);
+  PpsObject* object = tree_.Find(request.path);
   const bool create = (flags & O_CREAT) != 0;
   if (object == nullptr && !create) return ENOENT;
   if (object == nullptr && request.directory_only) return EISDIR;
@@ -205,7 +98,7 @@ int PpsManager::OpenObject(const Request& request, std::uint32_t flags,
   if (object != nullptr && create && (flags & O_EXCL) != 0) return EEXIST;
   if (request.options.server && object != nullptr && object->server != nullptr) return EBUSY;
 
-  if (object == nullptr) object = CreateObject(request.path);
+  if (object == nullptr) object = tree_.Create(request.path);
   if (object == nullptr) return ENOSPC;
   auto opened = std::make_unique<PpsFile>(flags, request.options, object, ++last_id_);
   if ((flags & O_TRUNC) != 0 && object->server == nullptr) Truncate(object, opened.get());
@@ -244,33 +137,33 @@ void PpsManager::BecomeServer(PpsFile* server) {
 }
 
 int PpsManager::OnAccess(const std::string& rest, std::uint32_t) {
-  Request request;
-  const int error = ParseRequest(rest, &request);
+  PpsRequest request;
+  const int error = ParsePpsRequest(rest, &request);
   if (error != 0) return error;
-  const int way = CheckWay(request.path);
+  const int way = tree_.CheckWay(request.path);
   if (way != 0) return way;
-  if (request.path.empty() || IsDirectory(request.path)) return 0;
-  if (FindObject(request.path) == nullptr) return ENOENT;
+  if (request.path.empty() || tree_.IsDirectory(request.path)) return 0;
+  if (tree_.Find(request.path) == nullptr) return ENOENT;
   return request.directory_only ? ENOTDIR : 0;
 }
 
 int PpsManager::OnUnlink(const std::string& rest) {
-  Request request;
-  const int error = ParseRequest(rest, &request);
+  PpsRequest request;
+  const int error = ParsePpsRequest(rest, &request);
   if (error != 0) return error;
-  const int way = CheckWay(request.path);
+  const int way = tree_.CheckWay(request.path);
   if (way != 0) return way;
   if (request.path.empty()) return EBUSY;
-  if (IsDirectory(request.path)) {
-    if (!ListDirectory(request.path).empty()) return ENOTEMPTY;
-    directories_.erase(request.path);
+  if (tree_.IsDirectory(request.path)) {
+    if (!tree_.List(request.path).empty()) return ENOTEMPTY;
+    tree_.Remove(request.path);
     return 0;
   }
-  PpsObject* const object = FindObject(request.path);
+  PpsObject* const object = tree_.Find(request.path);
   if (object == nullptr) return ENOENT;
   if (request.directory_only) return ENOTDIR;
   for (PpsFile* const file : object->files) file->Orphan();
-  objects_.erase(request.path);
+  tree_.Remove(request.path);
   return 0;
 }
 

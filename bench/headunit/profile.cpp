@@ -11,7 +11,7 @@
 #include <sstream>
 #include <system_error>
 
-#include "unique_fd.h"
+#include "qnx/descriptor.h"
 
 namespace headunit {
 namespace {
@@ -66,16 +66,16 @@ std::string InstallFiles(const std::string& profile, const std::string& root) {
   });
 }
 
-std::string SaveObjects(const PpsManager& pps, const std::string& folder) {
+std::string SaveObjects(const PpsTree& objects, const std::string& folder) {
   std::error_code made;
   fs::create_directories(folder + "/pps", made);
   if (made) return folder + ": " + made.message();
   std::string failure;
-  pps.ForEachObject([&](const std::string& path, const PpsAttributes& attributes) {
+  objects.ForEach([&](const std::string& path, const PpsObject& object) {
     if (!failure.empty()) return;
     const fs::path file(folder + "/pps" + path);
     std::string text;
-    for (const auto& attribute : attributes)
+    for (const auto& attribute : object.attributes)
       text += attribute.first + ":" + attribute.second + "\n";
     std::error_code error;
     fs::create_directories(file.parent_path(), error);
@@ -99,8 +99,8 @@ bool ReadWholeFile(const std::string& path, std::string* text) {
 
 bool ReplaceFile(const std::string& path, const std::string& text, bool durable) {
   const std::string fresh = path + ".new";
-  UniqueFd file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-  if (!file.valid()) return false;
+  qnx::Descriptor file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+  if (!file.is_open()) return false;
   for (std::size_t done = 0; done < text.size();) {
     const ssize_t count = write(file.get(), text.data() + done, text.size() - done);
     if (count < 0 && errno == EINTR) continue;

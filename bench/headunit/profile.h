@@ -22,7 +22,7 @@ std::string InstallFiles(const std::string& profile, const std::string& root);
 
 // Writes every object as a file below <folder>/pps, so that the folder is a profile. Returns an
 // empty text or why it failed.
-std::string SaveObjects(const PpsManager& pps, const std::string& folder);
+std::string SaveObjects(const PpsTree& objects, const std::string& folder);
 
 // The whole file, or false.
 bool ReadWholeFile(const std::string& path, std::string* text);

@@ -12,8 +12,9 @@
 #include <vector>
 
 #include "event_loop.h"
+#include "listener.h"
 #include "open_file.h"
-#include "unique_fd.h"
+#include "qnx/manager_socket.h"
 
 namespace headunit {
 
@@ -28,15 +29,13 @@ class ResourceManager {
   ResourceManager(const ResourceManager&) = delete;
   ResourceManager& operator=(const ResourceManager&) = delete;
 
-  // Creates the directories above and listens. A socket that nobody serves any more is replaced.
-  // Returns an empty text, or why not: somebody serves it, something else lies there, the host
-  // refuses.
+  // Listens; see Listener::Bind.
   std::string Bind();
 
   // Removes the socket and hangs up on everybody. May be repeated; Bind brings it back.
   void Close();
 
-  bool bound() const { return listener_.valid(); }
+  bool bound() const { return listener_.bound(); }
   std::size_t open_files() const { return files_.size(); }
 
   // While stalled, requests are accepted and never answered. The end of it hangs up on those that
@@ -66,9 +65,6 @@ class ResourceManager {
   // How long the answer to a request for `rest` is held back.
   virtual std::chrono::milliseconds Delay(const std::string& rest);
 
-  // The client takes data again.
-  virtual void OnWritable(OpenFile* file);
-
   EventLoop* loop() { return loop_; }
 
   // Calls visit(OpenFile*) for each open file. It must not close one.
@@ -80,26 +76,21 @@ class ResourceManager {
  private:
   // A connection whose request has not come or not been answered yet.
   struct Opening {
-    UniqueFd socket;
+    qnx::Descriptor socket;
     EventLoop::TimerId timer = 0;
-    std::uint32_t kind = 0;
-    std::uint32_t flags = 0;
-    std::string rest;
+    qnx::OpeningRequest request;
     bool answered_later = false;
   };
   using OpeningHandle = std::list<Opening>::iterator;
 
-  std::string PrepareSocket();
-  void WatchListener();
-  void Accept();
+  void TakeConnection(qnx::Descriptor socket);
   bool WatchOpening(OpeningHandle opening, std::uint32_t events);
 
   // Reads the request and answers it, now or later. False when it has not come yet.
   bool TakeRequest(OpeningHandle opening);
-  int ReadRequest(Opening* opening);  // EAGAIN: not there yet, EPIPE: the client is gone
   void Serve(OpeningHandle opening);
   void Answer(OpeningHandle opening, int error, std::unique_ptr<OpenFile> file);
-  UniqueFd TakeSocket(OpeningHandle opening);
+  qnx::Descriptor TakeSocket(OpeningHandle opening);
   void Drop(OpeningHandle opening);
 
   // Takes in what lies in the open files now, not what a busy client adds meanwhile.
@@ -112,9 +103,7 @@ class ResourceManager {
   void CloseFile(OpenFile* file);
 
   EventLoop* const loop_;
-  const std::string path_;
-  UniqueFd listener_;
-  EventLoop::TimerId accept_timer_ = 0;
+  Listener listener_;
   bool stalled_ = false;
   std::list<Opening> openings_;
   std::uint64_t barrier_ = 0;  // number of the last barrier

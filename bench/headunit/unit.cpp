@@ -13,6 +13,7 @@
 #include <system_error>
 #include <utility>
 
+#include "control_connector.h"
 #include "control_table.h"
 #include "event_loop.h"
 #include "i2c_bus.h"
@@ -21,10 +22,10 @@
 #include "pps_manager.h"
 #include "profile.h"
 #include "qnx/bench_link.h"
+#include "qnx/descriptor.h"
 #include "qnx/slog_ring.h"
 #include "services/service_set.h"
 #include "sysinfo_device.h"
-#include "unique_fd.h"
 #include "wire/at_packet.h"
 
 namespace headunit {
@@ -61,7 +62,7 @@ struct Unit::Impl {
         stations(&managers, options.root + qnx::kStationPath, &mcu),
         sysinfo(&managers, options.root + kSysInfoPath, State() + kSysInfoStore),
         i2c(&managers, options.root + kI2cPath),
-        control_table(ControlledParts{&pps, &mcu, &stations, &sysinfo, &i2c}),
+        control_table(ControlledParts{&pps, &mcu, &stations, &sysinfo, &i2c, nullptr}),
         control(&managers, options.root + qnx::kControlPath, &control_table) {
     mcu.SetPresence([this](std::size_t openers) { OnPresence(openers); });
   }
@@ -79,7 +80,7 @@ struct Unit::Impl {
   void OnPresence(std::size_t openers);
 
   const UnitOptions options;
-  UniqueFd lock;  // on the root, held while the unit runs
+  qnx::Descriptor lock;  // on the root, held while the unit runs
   EventLoop managers;
   PpsManager pps;
   McuDevice mcu;
@@ -107,7 +108,7 @@ std::string Unit::Impl::TakeRoot() {
   }
   if (error) return options.root + ": " + error.message();
   lock.Reset(open(options.root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!lock.valid()) return options.root + ": " + std::strerror(errno);
+  if (!lock.is_open()) return options.root + ": " + std::strerror(errno);
   if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
     return options.root + ": " +
            (errno == EWOULDBLOCK ? "another unit runs below it" : std::strerror(errno));

@@ -3,15 +3,12 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
-#include <sys/un.h>
 
 #include <cerrno>
 #include <climits>
-#include <cstdio>
-#include <cstring>
 
 #include "deadline.h"
-#include "qnx/manager_protocol.h"
+#include "qnx/manager_socket.h"
 #include "qnx/remove.h"
 #include "resolve.h"
 
@@ -23,45 +20,6 @@ using qnx::WaitAgain;
 
 // What connecting may take before it is counted against the wait for the answer.
 const int kLatenessMs = 50;
-
-// Owns a descriptor until it is released; closing keeps errno.
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ < 0) return;
-    const int saved = errno;
-    ::close(fd_);
-    errno = saved;
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return fd_; }
-  int release() {
-    const int fd = fd_;
-    fd_ = -1;
-    return fd;
-  }
-
- private:
-  int fd_;
-};
-
-// Connects to the socket at `path`. A path too long for an address is reached through a descriptor
-// of the socket itself.
-int ConnectTo(int fd, const char* path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  const std::size_t length = std::strlen(path);
-  if (length < sizeof(address.sun_path)) {
-    std::memcpy(address.sun_path, path, length + 1);
-    return ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-  }
-  Descriptor target(::open(path, O_PATH | O_CLOEXEC));
-  if (target.get() < 0) return -1;
-  std::snprintf(address.sun_path, sizeof(address.sun_path), "/proc/self/fd/%d", target.get());
-  return ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-}
 
 bool LimitWait(int fd, int option, long ms) {
   const timeval limit = {ms / 1000, (ms % 1000) * 1000};
@@ -86,23 +44,22 @@ int TakeAnswer(int fd, long deadline) {
   // The connection's own limit does unless connecting took its time.
   const bool late = left < kManagerTimeoutMs - kLatenessMs;
   if (late && (left <= 0 || !LimitWait(fd, SO_RCVTIMEO, left))) return EIO;
-  std::int32_t answer = 0;
-  ssize_t received = ::recv(fd, &answer, sizeof(answer), MSG_TRUNC);
-  while (received < 0 && errno == EINTR && WaitAgain(fd, POLLIN, deadline)) {
-    received = ::recv(fd, &answer, sizeof(answer), MSG_TRUNC | MSG_DONTWAIT);
+  int answer = qnx::ReceiveAnswer(fd);
+  while (answer < 0 && errno == EINTR && WaitAgain(fd, POLLIN, deadline)) {
+    answer = qnx::ReceiveAnswer(fd, MSG_DONTWAIT);
   }
   if (late && !LimitWaits(fd)) return EIO;
-  return received == static_cast<ssize_t>(sizeof(answer)) && answer >= 0 ? answer : EIO;
+  return answer >= 0 ? answer : EIO;
 }
 
 // Asks the manager of `target` for the rest of the path. Returns the connection when it is granted,
 // -1 with errno otherwise.
 int Ask(const qnx::ResolvedPath& target, qnx::RequestKind kind, int flags, mode_t mode) {
   const long deadline = NowMs() + kManagerTimeoutMs;
-  Descriptor connection(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  if (connection.get() < 0 || !LimitWaits(connection.get())) return -1;
+  qnx::Descriptor connection = qnx::NewManagerSocket();
+  if (!connection.is_open() || !LimitWaits(connection.get())) return -1;
   bool interrupted = false;
-  while (ConnectTo(connection.get(), target.path) != 0) {
+  while (qnx::ConnectToManager(connection.get(), target.path) != 0) {
     if (errno == EINTR && LimitWaitUntil(connection.get(), SO_SNDTIMEO, deadline)) {
       interrupted = true;
       continue;
@@ -115,15 +72,9 @@ int Ask(const qnx::ResolvedPath& target, qnx::RequestKind kind, int flags, mode_
   }
   if (interrupted && !LimitWaits(connection.get())) return -1;
 
-  qnx::ManagerRequest request{static_cast<std::uint32_t>(kind), static_cast<std::uint32_t>(flags),
-                              static_cast<std::uint32_t>(mode)};
-  iovec parts[2] = {{&request, sizeof(request)},
-                    {const_cast<char*>(target.rest), std::strlen(target.rest)}};
-  msghdr message{};
-  message.msg_iov = parts;
-  message.msg_iovlen = 2;
   // Into an empty queue, so it never waits.
-  if (::sendmsg(connection.get(), &message, MSG_NOSIGNAL) < 0) {
+  if (!qnx::SendRequest(connection.get(), kind, static_cast<std::uint32_t>(flags),
+                        static_cast<std::uint32_t>(mode), target.rest)) {
     errno = EIO;
     return -1;
   }
@@ -132,13 +83,13 @@ int Ask(const qnx::ResolvedPath& target, qnx::RequestKind kind, int flags, mode_
     errno = error;
     return -1;
   }
-  return connection.release();
+  return connection.Release();
 }
 
 // Asks and hangs up: for requests that are over with their answer.
 int AskOnly(const qnx::ResolvedPath& target, qnx::RequestKind kind, int flags) {
-  const Descriptor connection(Ask(target, kind, flags, 0));
-  return connection.get() < 0 ? -1 : 0;
+  const qnx::Descriptor connection(Ask(target, kind, flags, 0));
+  return connection.is_open() ? 0 : -1;
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -122,31 +121,6 @@ bool Interrupt::Wait(int fd, int milliseconds) {
     if (ready == 0) return false;
     if (ready < 0 && errno != EINTR) return false;
   }
-}
-
-void Descriptor::Reset(int fd) {
-  if (fd_ >= 0) ::close(fd_);
-  fd_ = fd;
-}
-
-int ReadMessage(int fd, std::string* message) {
-  const std::size_t kPart = 65536;
-  // The size of the waiting message; for a plain file, which has none, one part.
-  ssize_t size = ::recv(fd, nullptr, 0, MSG_PEEK | MSG_TRUNC);
-  // Reported once when the other side closed with unread messages; what it sent is still there.
-  if (size < 0 && errno == ECONNRESET) size = ::recv(fd, nullptr, 0, MSG_PEEK | MSG_TRUNC);
-  if (size < 0) {
-    if (errno != ENOTSOCK) return -1;
-    size = static_cast<ssize_t>(kPart);
-  }
-  message->resize(size > 0 ? static_cast<std::size_t>(size) : 1);
-  ssize_t taken;
-  do {
-    taken = ::read(fd, message->data(), message->size());
-  } while (taken < 0 && errno == EINTR);
-  if (taken < 0) return -1;
-  message->resize(static_cast<std::size_t>(taken));
-  return taken > 0 ? 1 : 0;
 }
 
 std::string DateTime(std::uint64_t nanoseconds) {

@@ -6,25 +6,21 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
 #include <memory>
 
 #include "event_loop.h"
 #include "input.h"
 #include "pps_manager.h"
-#include "qnx/manager_protocol.h"
+#include "qnx/manager_socket.h"
 #include "qnx/slog_ring.h"
 #include "temp_root.h"
-#include "unique_fd.h"
 
 namespace {
 
 const int kConnections = 6;
-const std::size_t kLongestMessage = 1 << 18;
 
 enum Operation {
   kOpen,       // a byte of flags, the path
@@ -75,53 +71,42 @@ class Connection {
  public:
   void Request(Manager* manager, const std::string& message) {
     HangUp(manager);
-    socket_.Reset(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const std::string path = Manager::Path();
-    fuzz::Require(path.size() < sizeof(address.sun_path), "the path of the socket fits");
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    fuzz::Require(
-        ::connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0,
-        "the manager takes connections");
+    socket_ = qnx::NewManagerSocket(SOCK_NONBLOCK);
+    fuzz::Require(qnx::ConnectToManager(socket_.get(), Manager::Path().c_str()) == 0,
+                  "the manager takes connections");
     fuzz::Require(::send(socket_.get(), message.data(), message.size(), MSG_NOSIGNAL) >= 0,
                   "a request can be sent");
     manager->Turn();
-    std::int32_t answer = -1;
-    const ssize_t size = ::recv(socket_.get(), &answer, sizeof(answer), 0);
-    fuzz::Require(size == static_cast<ssize_t>(sizeof(answer)), "each request is answered");
-    fuzz::Require(answer >= 0, "an answer is an error number");
+    const int answer = qnx::ReceiveAnswer(socket_.get());
+    fuzz::Require(answer >= 0, "each request is answered by an error number");
     if (answer != 0) HangUp(manager);
   }
 
   void Write(Manager* manager, const std::string& message) {
-    if (!socket_.valid()) return;
+    if (!socket_.is_open()) return;
     ::send(socket_.get(), message.data(), message.size(), MSG_NOSIGNAL);
     manager->Turn();
   }
 
   // Reads whole messages until none is left. Each is text that a reader can take apart.
   void Read(Manager* manager) {
-    if (!socket_.valid()) return;
-    static std::string buffer(kLongestMessage, '\0');
-    for (;;) {
-      const ssize_t size = ::recv(socket_.get(), buffer.data(), buffer.size(), 0);
-      if (size <= 0) break;
-      const auto length = static_cast<std::size_t>(size);
-      fuzz::Require(std::memchr(buffer.data(), 0, length) == nullptr, "no text has a zero byte");
-      fuzz::Require(buffer[length - 1] == '\n', "every text ends with its last line");
+    if (!socket_.is_open()) return;
+    std::string text;
+    while (qnx::ReadMessage(socket_.get(), &text) > 0) {
+      fuzz::Require(text.find('\0') == text.npos, "no text has a zero byte");
+      fuzz::Require(text.back() == '\n', "every text ends with its last line");
     }
     manager->Turn();
   }
 
   void HangUp(Manager* manager) {
-    if (!socket_.valid()) return;
+    if (!socket_.is_open()) return;
     socket_.Reset();
     manager->Turn();
   }
 
  private:
-  headunit::UniqueFd socket_;
+  qnx::Descriptor socket_;
 };
 
 std::string Message(qnx::RequestKind kind, std::uint32_t flags, const std::string& path) {

@@ -2,21 +2,15 @@
 #ifndef KORVANDIS_TESTS_SUPPORT_FAKE_MANAGER_H
 #define KORVANDIS_TESTS_SUPPORT_FAKE_MANAGER_H
 
-#include "qnx/manager_protocol.h"
+#include "qnx/manager_socket.h"
 #include "support/fixture.h"
 
 namespace support {
 
-// One accepted connection. Closed when the object goes.
+// One connection, from either side. Closed when the object goes.
 class Connection {
  public:
-  explicit Connection(int fd) : fd_(fd) {}
-  ~Connection() { Close(); }
-  Connection(Connection&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
-  Connection& operator=(Connection&& other) noexcept {
-    std::swap(fd_, other.fd_);
-    return *this;
-  }
+  explicit Connection(int fd = -1) : socket_(fd) {}
 
   // The next message; nothing at the end of file or when none comes within `limit`.
   std::optional<Bytes> Receive(milliseconds limit = kSoon) const;
@@ -24,11 +18,11 @@ class Connection {
   void Send(const std::string& text) const { Send(Text(text)); }
   // One 4-byte error number.
   void Answer(std::int32_t error) const;
-  void Close();
-  int fd() const { return fd_; }
+  void Close() { socket_.Reset(); }
+  int fd() const { return socket_.get(); }
 
  private:
-  int fd_;
+  qnx::Descriptor socket_;
 };
 
 class FakeManager {
@@ -41,8 +35,7 @@ class FakeManager {
   FakeManager& operator=(const FakeManager&) = delete;
 
   struct Opening {
-    qnx::ManagerRequest request;
-    std::string rest;
+    qnx::OpeningRequest request;
     Connection connection;
   };
   // Accepts a connection and reads its opening request; nothing within `limit` otherwise.
@@ -52,7 +45,7 @@ class FakeManager {
 
  private:
   std::string path_;
-  int fd_;
+  qnx::Descriptor socket_;
 };
 
 }  // namespace support

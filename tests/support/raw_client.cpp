@@ -1,43 +1,34 @@
 #include "support/raw_client.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
 
-#include "qnx/manager_protocol.h"
-
 namespace support {
+namespace {
+
 const char kPps[] = "/pps";
+const std::uint32_t kMode = 0666;  // of objects that an open creates
+
+}  // namespace
 
 RawClient::RawClient(const std::string& socket_path)
-    : Connection(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
+    : Connection(qnx::NewManagerSocket().Release()) {
   const std::string path = std::getenv("HEADUNIT_ROOT") + socket_path;
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  const int target = open(path.c_str(), O_PATH | O_CLOEXEC);
-  const std::string short_path = "/proc/self/fd/" + std::to_string(target);
-  std::strcpy(address.sun_path, short_path.c_str());
-  const int result = connect(fd(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-  if (target >= 0) close(target);
-  if (result != 0) Close();
+  if (qnx::ConnectToManager(fd(), path.c_str()) != 0) Close();
 }
 
 RawClient::RawClient(const std::string& socket_path, const std::string& rest, int flags,
                      std::uint32_t kind)
     : RawClient(socket_path) {
-  Send(OpeningRequest(kind, static_cast<std::uint32_t>(flags), rest));
+  qnx::SendRequest(fd(), static_cast<qnx::RequestKind>(kind), static_cast<std::uint32_t>(flags),
+                   kMode, rest);
   TakeAnswer();
 }
 
 int RawClient::TakeAnswer(milliseconds limit) {
-  std::int32_t error = 0;
-  const std::optional<std::string> message = Receive(limit);
-  if (!message || message->size() != sizeof(error)) return answer_ = -1;
-  std::memcpy(&error, message->data(), sizeof(error));
-  return answer_ = error;
+  return answer_ = connected() && WaitReadable(fd(), limit) ? qnx::ReceiveAnswer(fd()) : -1;
 }
 
 bool RawClient::Send(const std::string& message) const {
@@ -46,11 +37,10 @@ bool RawClient::Send(const std::string& message) const {
 }
 
 std::optional<std::string> RawClient::Receive(milliseconds limit) const {
-  if (!connected() || !WaitReadable(fd(), limit)) return std::nullopt;
-  const ssize_t size = recv(fd(), nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
-  if (size < 0) return std::nullopt;
-  std::string message(static_cast<std::size_t>(size), '\0');
-  if (recv(fd(), &message[0], message.size(), MSG_DONTWAIT) != size) return std::nullopt;
+  std::string message;
+  if (!connected() || !WaitReadable(fd(), limit) || qnx::ReadMessage(fd(), &message) < 0) {
+    return std::nullopt;
+  }
   return message;
 }
 
@@ -60,7 +50,7 @@ bool RawClient::AtEnd(milliseconds limit) const {
 }
 
 std::string OpeningRequest(std::uint32_t kind, std::uint32_t flags, const std::string& rest) {
-  const qnx::ManagerRequest request = {kind, flags, 0666};
+  const qnx::ManagerRequest request = {kind, flags, kMode};
   std::string message(sizeof(request), '\0');
   std::memcpy(&message[0], &request, sizeof(request));
   return message + rest;

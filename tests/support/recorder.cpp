@@ -17,11 +17,10 @@ namespace {
 // closed.
 const char kBarrier[] = "/barrier-of-recorder";
 
-bool IsOpen(const qnx::ManagerRequest& request) {
-  return request.kind == static_cast<std::uint32_t>(qnx::RequestKind::kOpen);
-}
+bool IsOpen(const qnx::OpeningRequest& request) { return request.kind == qnx::RequestKind::kOpen; }
 
-std::string Describe(const qnx::ManagerRequest& request, const std::string& object) {
+std::string Describe(const qnx::OpeningRequest& request) {
+  const std::string& object = request.rest;
   if (!IsOpen(request)) return "access " + object;
   static const char* const kAccess[] = {"r", "w", "rw", "?"};
   std::ostringstream text;
@@ -38,7 +37,7 @@ std::string Describe(const qnx::ManagerRequest& request, const std::string& obje
 // else is served meanwhile.
 bool IsAbandoned(const FakeManager::Opening& opening) {
   if (WaitReadable(opening.connection.fd(), kSoon)) return false;
-  ADD_FAILURE() << "not closed: " << Describe(opening.request, opening.rest);
+  ADD_FAILURE() << "not closed: " << Describe(opening.request);
   return true;
 }
 
@@ -104,13 +103,13 @@ Lines Recorder::Take() {
 }
 
 void Recorder::Serve(FakeManager::Opening opening) {
-  const qnx::ManagerRequest& request = opening.request;
-  const bool is_there = opening.rest.empty() || (request.flags & O_CREAT) != 0;
-  std::string event = Describe(request, opening.rest);
+  const qnx::OpeningRequest& request = opening.request;
+  const bool is_there = request.rest.empty() || (request.flags & O_CREAT) != 0;
+  std::string event = Describe(request);
   Object object = {"", IsOpen(request) && !is_there ? ENOENT : 0};
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    const auto held = objects_.find(opening.rest);
+    const auto held = objects_.find(request.rest);
     if (held != objects_.end()) object = held->second;
   }
   // Sent before the answer it would be taken for the answer; the client reads only after it.
@@ -129,7 +128,7 @@ void Recorder::Serve(FakeManager::Opening opening) {
       if (reply) opening.connection.Send(*reply);
     }
   }
-  if (opening.rest == kBarrier) return;
+  if (request.rest == kBarrier) return;
   const std::lock_guard<std::mutex> lock(mutex_);
   events_.push_back(event);
 }

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <pps.h>
 #include <sys/epoll.h>
-#include <sys/socket.h>
 
 #include <cerrno>
 #include <chrono>
@@ -14,20 +13,13 @@
 
 #include "../log.h"
 #include "platform/io.h"
+#include "qnx/manager_socket.h"
 
 namespace headunit {
 namespace {
 
 const std::chrono::milliseconds kRetryPause{200};
 const mode_t kObjectMode = 0666;
-
-// Reads one message of any size. False at end of file, after an error, or when there is none.
-bool TakeMessage(int fd, std::string* message) {
-  const ssize_t size = recv(fd, nullptr, 0, MSG_PEEK | MSG_TRUNC);
-  if (size <= 0) return false;
-  message->resize(static_cast<std::size_t>(size));
-  return recv(fd, &(*message)[0], message->size(), MSG_DONTWAIT) == size;
-}
 
 // Releases a decoder on every path.
 struct Decoder {
@@ -59,10 +51,10 @@ std::vector<PpsLine> AttributesOf(std::string text) {
 }
 
 bool ReadObject(const char* path, std::vector<PpsLine>* attributes) {
-  const UniqueFd file(platform::open(path, O_RDONLY));
-  if (!file.valid()) return false;
+  const qnx::Descriptor file(platform::open(path, O_RDONLY));
+  if (!file.is_open()) return false;
   std::string text;
-  if (TakeMessage(file.get(), &text)) *attributes = AttributesOf(std::move(text));
+  if (qnx::ReadMessage(file.get(), &text) > 0) *attributes = AttributesOf(std::move(text));
   return true;
 }
 
@@ -87,8 +79,8 @@ int ReadNumber(const char* path, const std::string& name, int fallback) {
 }
 
 bool Publish(const char* path, const std::string& lines) {
-  const UniqueFd file(platform::open(path, O_WRONLY | O_CREAT, kObjectMode));
-  if (file.valid() && platform::write(file.get(), lines.data(), lines.size()) >= 0) return true;
+  const qnx::Descriptor file(platform::open(path, O_WRONLY | O_CREAT, kObjectMode));
+  if (file.is_open() && platform::write(file.get(), lines.data(), lines.size()) >= 0) return true;
   Log(_SLOG_ERROR, "%s cannot be written: %s", path, std::strerror(errno));
   return false;
 }
@@ -125,13 +117,13 @@ PpsSubscription::PpsSubscription(EventLoop* loop, std::string path, bool text_at
 
 PpsSubscription::~PpsSubscription() {
   loop_->CancelTimer(timer_);
-  if (file_.valid()) loop_->poller().Remove(file_.get());
+  if (file_.is_open()) loop_->poller().Remove(file_.get());
 }
 
 void PpsSubscription::Start() {
   timer_ = 0;
   file_.Reset(platform::open(path_.c_str(), O_RDWR | O_CREAT, kObjectMode));
-  if (!file_.valid()) {
+  if (!file_.is_open()) {
     Retry();
     return;
   }
@@ -146,7 +138,7 @@ void PpsSubscription::Start() {
 }
 
 bool PpsSubscription::Write(const std::string& text) {
-  return file_.valid() && platform::write(file_.get(), text.data(), text.size()) >= 0;
+  return file_.is_open() && platform::write(file_.get(), text.data(), text.size()) >= 0;
 }
 
 void PpsSubscription::Retry() {
@@ -155,7 +147,7 @@ void PpsSubscription::Retry() {
 
 void PpsSubscription::OnReady() {
   std::string text;
-  if (!TakeMessage(file_.get(), &text)) {
+  if (qnx::ReadMessage(file_.get(), &text) <= 0) {
     loop_->poller().Remove(file_.get());
     file_.Reset();
     Retry();

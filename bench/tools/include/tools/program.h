@@ -9,6 +9,8 @@
 
 #include "qnx/text.h"
 
+#include "qnx/manager_socket.h"
+
 namespace tools {
 
 const int kExitRight = 0;
@@ -52,30 +54,8 @@ class Interrupt {
   std::unique_ptr<Mask> saved_;
 };
 
-// Owns a descriptor and closes it.
-class Descriptor {
- public:
-  explicit Descriptor(int fd = -1) : fd_(fd) {}
-  ~Descriptor() { Reset(-1); }
-  Descriptor(Descriptor&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    if (this != &other) {
-      Reset(other.fd_);
-      other.fd_ = -1;
-    }
-    return *this;
-  }
-  int get() const { return fd_; }
-  bool is_open() const { return fd_ >= 0; }
-  void Reset(int fd);
-
- private:
-  int fd_;
-};
-
-// Takes the next message of an open file of the unit, however long, or the next part of a plain
-// file. Returns 1 with the text, 0 at the end of file, -1 with errno.
-int ReadMessage(int fd, std::string* message);
+using qnx::Descriptor;
+using qnx::ReadMessage;
 
 using qnx::Escape;
 using qnx::IsControl;
