@@ -7,9 +7,8 @@
 #include <memory>
 #include <string>
 
-#include "qnx/text.h"
-
 #include "qnx/manager_socket.h"
+#include "qnx/text.h"
 
 namespace tools {
 
