@@ -24,6 +24,7 @@ const double kMemoryGoal = 4096;  // KiB
 // One in each round. They take turns, so the first tenth has each of them.
 enum Trouble { kPpsRestart, kStopAndContinue, kUndrained, kTroubles };
 const long kTroubleBatches = 5;  // for as long it goes on
+const int kPipe = 4096;          // bytes of standard error that wait, full after a few packets
 
 // Descriptors must be equal exactly. So must memory in use, to these many KiB: a buffer that once
 // took the longest message, or a queue that was once longer, is no leak. In a million packets a
@@ -173,6 +174,7 @@ class Errors {
   explicit Errors(std::string path) : path_(std::move(path)) {
     if (::mkfifo(path_.c_str(), 0600) != 0) setup::Fail("no pipe " + path_);
     fd_ = ::open(path_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    ::fcntl(fd_, F_SETPIPE_SZ, kPipe);
     reader_ = std::thread([this] {
       std::vector<char> bytes(1 << 16);
       while (!ends_) {
