@@ -86,7 +86,8 @@ bool WriteRest(Stream* stream, int patience) {
   return true;
 }
 
-void FormatText(Stream* stream, const char* format, va_list arguments) {
+__attribute__((format(printf, 2, 0))) void FormatText(Stream* stream, const char* format,
+                                                      va_list arguments) {
   const int needed = std::vsnprintf(stream->text, kTextSize, format, arguments);
   std::size_t const length = needed > 0 ? static_cast<std::size_t>(needed) : 0;
   stream->done = 0;
@@ -95,7 +96,8 @@ void FormatText(Stream* stream, const char* format, va_list arguments) {
 }
 
 // With the mutex held. The number of dropped texts when the stream takes texts again, otherwise 0.
-unsigned PrintLocked(Stream* stream, const char* format, va_list arguments) {
+__attribute__((format(printf, 2, 0))) unsigned PrintLocked(Stream* stream, const char* format,
+                                                           va_list arguments) {
   // The rest of a text that the stream took in part comes first.
   if (stream->stalled && !WriteRest(stream, 0)) {
     ++stream->dropped;
@@ -115,7 +117,8 @@ unsigned PrintLocked(Stream* stream, const char* format, va_list arguments) {
   return dropped;
 }
 
-void Print(Stream* stream, const char* format, va_list arguments) {
+__attribute__((format(printf, 2, 0))) void Print(Stream* stream, const char* format,
+                                                 va_list arguments) {
   ::pthread_mutex_lock(&stream->mutex);
   const unsigned dropped = PrintLocked(stream, format, arguments);
   ::pthread_mutex_unlock(&stream->mutex);
