@@ -380,7 +380,9 @@ TEST_F(RecordedRuns, KeepWhatAPersonAsksForLater) {
   EXPECT_EQ(Station("records --show 2 --pcap " + root_.path() + "/run.pcap --record " + record_),
             0);
   std::vector<station::RecordedPacket> packets;
-  EXPECT_EQ(station::ParseRecording(support::ReadFile(root_.path() + "/run.pcap"), &packets), "");
+  std::string cut;
+  EXPECT_EQ(station::ParseRecording(support::ReadFile(root_.path() + "/run.pcap"), &packets, &cut),
+            "");
   EXPECT_EQ(packets.size(), 6U) << "two writes, two questions and their replies";
   // A run that passed has neither.
   EXPECT_EQ(Station("records --show 1 --record " + record_), 0);

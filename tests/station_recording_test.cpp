@@ -1,5 +1,8 @@
 // Recordings: their formats, their replay, and what Wireshark makes of them.
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <sstream>
@@ -21,9 +24,12 @@ const auto kFrom = qnx::Direction::kFromService;
 
 using support::Reply;
 
+// What is wrong with a recording, or where it is cut.
 std::string ParseProblem(const std::string& text) {
   std::vector<RecordedPacket> packets;
-  return ParseRecording(text, &packets);
+  std::string cut;
+  const std::string problem = ParseRecording(text, &packets, &cut);
+  return problem.empty() ? cut : problem;
 }
 
 TEST(StationRecording, BothFormatsReadBackAsWritten) {
@@ -37,7 +43,8 @@ TEST(StationRecording, BothFormatsReadBackAsWritten) {
     std::string text = RecordingHead(format);
     for (const RecordedPacket& packet : packets) text += RecordingEntry(format, packet);
     std::vector<RecordedPacket> read;
-    ASSERT_EQ(ParseRecording(text, &read), "");
+    std::string cut;
+    ASSERT_EQ(ParseRecording(text, &read, &cut) + cut, "");
     ASSERT_EQ(read.size(), packets.size());
     for (std::size_t i = 0; i < packets.size(); ++i) {
       EXPECT_EQ(read[i].nanoseconds, packets[i].nanoseconds);
@@ -64,7 +71,9 @@ TEST(StationRecording, DamagedFilesAreRefusedWithTheirPlace) {
   }
   EXPECT_PRED2(Contains, ParseProblem("# x\n1.000000000 = 00"), "line 2: > or <");
   EXPECT_PRED2(Contains, ParseProblem("1.000000000 > "), "line 1: a packet has");
-  EXPECT_PRED2(Contains, ParseProblem("1.000000000 > 00 01"), "line 1: the recording is cut");
+  EXPECT_EQ(ParseProblem("1.000000000 > 00 01"), "the file is cut in line 1; played up to there");
+  EXPECT_EQ(ParseProblem("1.000000000 > 00 #\n1.000000000 > 0"),
+            "the file is cut in line 2; played up to there");
   for (const std::string text : {"0", "0G", "00\t0"}) {
     EXPECT_PRED2(Contains, ParseProblem("1.000000000 > " + text), "line 1: bytes are two");
   }
@@ -78,13 +87,22 @@ TEST(StationRecording, DamagedFilesAreRefusedWithTheirPlace) {
   const std::string whole =
       head + RecordingEntry(RecordingFormat::kPcap, {1, kTo, wire::BuildRequest(7, 1, {})});
   for (std::size_t size = 4; size < whole.size(); ++size) {
-    if (size == head.size()) continue;
-    EXPECT_NE(ParseProblem(whole.substr(0, size)), "") << size;
+    const std::string problem = ParseProblem(whole.substr(0, size));
+    if (size < head.size()) {
+      EXPECT_EQ(problem, "the pcap file's head is cut") << size;
+    } else if (size > head.size()) {
+      EXPECT_EQ(problem, "the file is cut in packet 1 at byte 24; played up to there") << size;
+    }
   }
   EXPECT_EQ(ParseProblem(head), "");
   std::string other = whole;
   other[20] = 1;
-  EXPECT_EQ(ParseProblem(other), "a pcap file of another link type");
+  EXPECT_PRED2(Contains, ParseProblem(other), "a pcap file of link type 1, not 147");
+  other = whole;
+  ++other[head.size() + 12];
+  EXPECT_EQ(ParseProblem(other), "packet 1 at byte 24: cut by a snap length");
+  EXPECT_PRED2(Contains, ParseProblem("\n\r\r\n"), "a pcapng file");
+  EXPECT_PRED2(Contains, ParseProblem("\xA1\xB2\x3C\x4D"), "in big-endian order");
   other = whole;
   other[head.size() + 16] = 2;
   EXPECT_PRED2(Contains, ParseProblem(other), "no direction");
@@ -179,6 +197,15 @@ TEST(StationRecording, WiresharkNamesEveryCommand) {
   EXPECT_EQ(support::ReadFile(root.path() + "/info"), "29\n4\n");
 }
 
+// True when the program has blocked SIGINT, to collect it.
+bool CollectsSignals(const support::Program& program) {
+  const std::string status =
+      support::ReadFile("/proc/" + std::to_string(program.pid()) + "/status");
+  const std::size_t at = status.find("SigBlk:");
+  if (at == std::string::npos) return false;
+  return (std::strtoull(status.c_str() + at + 7, nullptr, 16) & 1ULL << (SIGINT - 1)) != 0;
+}
+
 class StationReplayTest : public support::ServiceOnUnit {
  protected:
   StationReplayTest() : ServiceOnUnit(support::WholeUnit()) {}
@@ -226,7 +253,49 @@ TEST_F(StationReplayTest, AChangedUnitIsToldStepByStep) {
   EXPECT_PRED2(Contains, replay->Output(), "\n    8  DIFFERS   version zmos\n");
   EXPECT_PRED2(Contains, replay->Output(), "version zmos: NEW [34 ");
   EXPECT_PRED2(Contains, replay->Output(), "\n    9  same      version touch\n");
-  EXPECT_PRED2(Contains, replay->Output(), "\n10 requests, 10 answers compared, 1 differ\n");
+  const std::string& end = replay->Output().substr(replay->Output().find("\nDifferences:\n"));
+  EXPECT_PRED2(Contains, end, "\n    8  DIFFERS   version zmos\n");
+  EXPECT_PRED2(Contains, end, "\n10 requests, 10 answers compared, 1 differ\n");
+}
+
+TEST_F(StationReplayTest, ARecordingIsKeptAndItsEndIsTold) {
+  root_.AddFile("/kept", "kept");
+  support::Program kept(root_, "station", {"record", root_.path() + "/kept"});
+  EXPECT_EQ(kept.Wait(), 1);
+  EXPECT_PRED2(Contains, kept.Errors(), "/kept': exists already; --force overwrites it\n");
+  support::Program full(root_, "station", {"record", "/dev/full"});
+  EXPECT_EQ(full.Wait(), 1);
+  EXPECT_PRED2(Contains, full.Errors(), "'/dev/full': No space left on device\n");
+  // A FIFO that nothing reads, and an output that nothing drains: a signal ends both waits.
+  const std::string unread = root_.path() + "/unread";
+  const std::string full_pipe = root_.path() + "/full";
+  for (const std::string& path : {unread, full_pipe}) ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  support::Program fifo(root_, "station", {"record", unread});
+  const int end = ::open(full_pipe.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  const Bytes filling(4096);
+  while (::write(end, filling.data(), filling.size()) > 0) {
+  }
+  support::Program monitor(root_, "station", {"monitor"},
+                           [] { ::dup2(::open("full", O_RDWR), STDOUT_FILENO); });
+  EXPECT_TRUE(
+      support::Eventually([&] { return CollectsSignals(fifo) && CollectsSignals(monitor); }));
+  for (int i = 0; i < 10; ++i) {
+    std::this_thread::sleep_for(support::milliseconds(50));
+    station_->Ask(7, 1);  // something to show
+  }
+  for (support::Program* program : {&fifo, &monitor}) {
+    EXPECT_TRUE(program->IsRunning());
+    program->Signal(SIGINT);
+    EXPECT_EQ(program->Wait(support::milliseconds(5000)), 1);
+    EXPECT_PRED2(Contains, program->Errors(), "nterrupted");
+  }
+  ::close(end);
+  support::Program record(root_, "station", {"record", "--force", root_.path() + "/kept"});
+  EXPECT_TRUE(support::Eventually(
+      [&] { return support::ReadFile(root_.path() + "/kept").rfind("# korv", 0) == 0; }));
+  unit_->Stop();
+  EXPECT_EQ(record.Wait(), 1);
+  EXPECT_PRED2(Contains, record.Errors(), "the unit is gone");
 }
 
 TEST_F(StationReplayTest, MissingAndUnexpectedAnswersAreDifferences) {

@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <fstream>
 
 #include "builtin.h"
 #include "files.h"
+#include "output_file.h"
 #include "station/link.h"
 #include "station/packet_text.h"
 #include "station/recording.h"
@@ -23,8 +23,6 @@ int Complain(Context& context, const std::string& problem) {
   context.err << "station: " << context.invocation.command->words << ": " << problem << '\n';
   return tools::kExitWrong;
 }
-
-std::string Quoted(const std::string& path) { return "'" + tools::Escape(path) + "'"; }
 
 // Plays the requests of a recording and compares the answers.
 class Replay {
@@ -51,6 +49,12 @@ class Replay {
     }
     link_.Collect(kLateReplyMilliseconds);
     ReportUnexpected();
+    if (!differing_.empty()) context_.out << "\nDifferences:\n" << differing_ << '\n';
+    if (moved_) {
+      context_.out << "Positions, speeds and satellites change from moment to moment: '--ignore "
+                      "gps' does not "
+                      "compare them.\n";
+    }
     context_.out << exchanges.size() << " requests, " << compared_ << " answers compared, "
                  << differences_ << " differ\n";
     return differences_ == 0 ? tools::kExitRight : tools::kExitWrong;
@@ -93,10 +97,8 @@ class Replay {
       if (!link_.Send(exchange.request).empty()) return false;
     }
     ++compared_;
-    ++differences_;
-    Line("DIFFERS", request);
-    context_.out << "                 recorded  " << Shown(exchange.reply)
-                 << "\n                 now       " << Shown(packet) << std::endl;
+    Differs(request, "                 recorded  " + Shown(exchange.reply) +
+                         "\n                 now       " + Shown(packet) + "\n");
     return true;
   }
 
@@ -113,8 +115,7 @@ class Replay {
     for (const Bytes& packet : link_.TakePassedOver()) {
       const std::string text = DescribePacket(qnx::Direction::kFromService, packet);
       if (Ignored(text)) continue;
-      ++differences_;
-      Line("DIFFERS", "an answer that was not recorded: " + text);
+      Differs("an answer that was not recorded: " + text, "");
     }
   }
 
@@ -125,9 +126,22 @@ class Replay {
   }
 
   void Line(const char* verdict, const std::string& text) {
+    context_.out << Head(verdict) << text << std::endl;
+  }
+
+  std::string Head(const char* verdict) const {
     char head[48];
     std::snprintf(head, sizeof(head), "%5zu  %-8s  ", number_, verdict);
-    context_.out << head << text << std::endl;
+    return head;
+  }
+
+  // Tells a difference now, and keeps it for the end.
+  void Differs(const std::string& text, const std::string& details) {
+    ++differences_;
+    moved_ = moved_ || text.rfind("gps ", 0) == 0;
+    const std::string lines = Head("DIFFERS") + text + "\n" + details;
+    differing_ += lines;
+    context_.out << lines << std::flush;
   }
 
   Context& context_;
@@ -136,6 +150,8 @@ class Replay {
   std::size_t number_ = 0;
   int compared_ = 0;
   int differences_ = 0;
+  std::string differing_;
+  bool moved_ = false;
 };
 
 std::uint64_t NanosecondsSinceEpoch() {
@@ -154,34 +170,34 @@ int RecordTraffic(Context& context) {
   Monitor monitor;
   const std::string problem = monitor.Open();
   if (!problem.empty()) return Complain(context, problem);
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file << RecordingHead(format) << std::flush;
+  OutputFile file(&interrupt);
+  std::string failed = file.Open(path, context.invocation.Has("--force"));
+  if (failed.empty()) failed = file.Write(RecordingHead(format));
   std::size_t count = 0;
   bool lost = false;
+  bool gone = false;
   std::uint64_t end = UINT64_MAX;  // of the recording: the interruption, once it came
-  while (file.good()) {
+  while (failed.empty()) {
     if (end == UINT64_MAX && !interrupt.Wait(monitor.fd(), -1)) end = NanosecondsSinceEpoch();
     if (end != UINT64_MAX && !monitor.HasPacket(kLastPacketMilliseconds)) break;
     qnx::MonitorHead head{};
     RecordedPacket packet{};
-    if (!monitor.Read(&head, &packet.packet)) {
-      context.err << "station: record: the unit is gone\n";
-      break;
-    }
-    if (head.nanoseconds > end) break;
+    gone = !monitor.Read(&head, &packet.packet);
+    if (gone || head.nanoseconds > end) break;
     if (head.direction == qnx::kMonitorLost) {
       lost = true;
-      if (format == RecordingFormat::kText) file << "# here packets are missing\n";
+      if (format == RecordingFormat::kText) failed = file.Write("# here packets are missing\n");
     }
     if (head.direction > 1 || packet.packet.empty()) continue;
     packet.nanoseconds = head.nanoseconds;
     packet.direction = static_cast<qnx::Direction>(head.direction);
-    file << RecordingEntry(format, packet) << std::flush;
-    ++count;
+    failed = file.Write(RecordingEntry(format, packet));
+    if (failed.empty()) ++count;
   }
-  if (!file.good()) return Complain(context, Quoted(path) + " cannot be written");
+  if (!failed.empty()) return Complain(context, failed);
   context.out << count << " packets in " << tools::Escape(path) << '\n';
   if (lost) return Complain(context, "packets are missing, it was too slow");
+  if (gone) return Complain(context, "the unit is gone");
   return tools::kExitRight;
 }
 
@@ -190,16 +206,19 @@ int ReplayTraffic(Context& context) {
   std::string text;
   std::string problem = ReadFile(path, &text);
   std::vector<RecordedPacket> packets;
+  std::string cut;
   if (problem.empty()) {
-    problem = ParseRecording(text, &packets);
-    if (!problem.empty()) problem = Quoted(path) + ": " + problem;
+    problem = ParseRecording(text, &packets, &cut);
+    if (!problem.empty()) problem = tools::Quoted(path) + ": " + problem;
   }
   if (!problem.empty()) {
     context.err << "station: replay: " << problem << "; see 'station replay --help'\n";
     return tools::kExitUsage;
   }
+  if (!cut.empty())
+    context.err << "station: replay: " << tools::Quoted(path) << ": " << cut << '\n';
   const std::vector<RecordedExchange> exchanges = PairExchanges(packets);
-  if (exchanges.empty()) return Complain(context, Quoted(path) + " holds no requests");
+  if (exchanges.empty()) return Complain(context, tools::Quoted(path) + " holds no requests");
   tools::Interrupt interrupt;
   return Replay(context, &interrupt).Run(exchanges);
 }

@@ -42,23 +42,52 @@ std::uint32_t WordAt(const std::string& bytes, std::size_t offset) {
   return wire::LoadLe32(raw);
 }
 
-std::string ParsePcap(const std::string& bytes, std::vector<RecordedPacket>* packets) {
+// What a capture file is that this reads none of; empty when its first word tells nothing.
+const char* OtherCapture(std::uint32_t magic) {
+  switch (magic) {
+    case 0x0A0D0D0A:
+      return "a pcapng file, not pcap: convert it with 'editcap -F nsecpcap'";
+    case 0x4D3CB2A1:
+    case 0xD4C3B2A1:
+      return "a pcap file in big-endian order: convert it with 'editcap -F nsecpcap'";
+    case 0xA1B2CD34:
+    case 0x34CDB2A1:
+      return "a modified pcap file, not pcap: convert it with 'editcap -F nsecpcap'";
+    default:
+      return "";
+  }
+}
+
+std::string ParsePcap(const std::string& bytes, std::vector<RecordedPacket>* packets,
+                      std::string* cut) {
   const std::uint64_t unit = WordAt(bytes, 0) == kNanosecondMagic ? 1 : 1000;
   if (bytes.size() < kFileHead) return "the pcap file's head is cut";
-  if (WordAt(bytes, kLinkTypeOffset) != kLinkType) return "a pcap file of another link type";
+  const std::uint32_t link_type = WordAt(bytes, kLinkTypeOffset);
+  if (link_type != kLinkType) {
+    return "a pcap file of link type " + std::to_string(link_type) + ", not " +
+           std::to_string(kLinkType) + " as 'station record --pcap' writes";
+  }
   std::size_t at = kFileHead;
   while (at < bytes.size()) {
-    if (bytes.size() - at < kPacketHead)
-      return "the pcap file is cut at byte " + std::to_string(at);
+    const std::string place =
+        "packet " + std::to_string(packets->size() + 1) + " at byte " + std::to_string(at);
+    const std::size_t left = bytes.size() - at;
+    const std::size_t size = left < kPacketHead ? 0 : WordAt(bytes, at + 8);
+    if (left >= kPacketHead) {
+      if (size < 1 || size > 1 + wire::kMaxPacket) {
+        return place + ": a length of " + std::to_string(size) + " bytes";
+      }
+      if (WordAt(bytes, at + 12) != size) return place + ": cut by a snap length";
+    }
+    if (left < kPacketHead || left - kPacketHead < size) {
+      *cut = "the file is cut in " + place + "; played up to there";
+      return "";
+    }
     const std::uint64_t seconds = WordAt(bytes, at);
     const std::uint64_t fraction = WordAt(bytes, at + 4);
-    const std::size_t size = WordAt(bytes, at + 8);
     at += kPacketHead;
-    if (size < 1 || size > 1 + wire::kMaxPacket || bytes.size() - at < size) {
-      return "the pcap file is cut or wrong at byte " + std::to_string(at);
-    }
     const auto direction = static_cast<unsigned char>(bytes[at]);
-    if (direction > 1) return "no direction at byte " + std::to_string(at);
+    if (direction > 1) return place + ": no direction";
     packets->push_back(RecordedPacket{seconds * kSecond + fraction * unit,
                                       static_cast<qnx::Direction>(direction),
                                       Bytes(bytes.begin() + static_cast<long>(at) + 1,
@@ -146,11 +175,12 @@ std::string RecordingEntry(RecordingFormat format, const RecordedPacket& packet)
   return entry;
 }
 
-std::string ParseRecording(const std::string& text, std::vector<RecordedPacket>* packets) {
-  if (text.size() >= 4 &&
-      (WordAt(text, 0) == kNanosecondMagic || WordAt(text, 0) == kMicrosecondMagic)) {
-    return ParsePcap(text, packets);
-  }
+std::string ParseRecording(const std::string& text, std::vector<RecordedPacket>* packets,
+                           std::string* cut) {
+  cut->clear();
+  const std::uint32_t magic = text.size() >= 4 ? WordAt(text, 0) : 0;
+  if (magic == kNanosecondMagic || magic == kMicrosecondMagic) return ParsePcap(text, packets, cut);
+  if (*OtherCapture(magic) != '\0') return OtherCapture(magic);
   int number = 0;
   for (std::size_t start = 0; start < text.size();) {
     const std::size_t end = std::min(text.find('\n', start), text.size());
@@ -158,14 +188,18 @@ std::string ParseRecording(const std::string& text, std::vector<RecordedPacket>*
     start = end + 1;
     ++number;
     // A line that was written ends its bytes with a comment, so one without may be cut in them.
-    const bool cut = end == text.size() && line.find('#') == std::string::npos;
+    const bool last = end == text.size() && line.find('#') == std::string::npos;
     line.erase(std::min(line.find('#'), line.size()));
     line.erase(line.find_last_not_of(" \t\r") + 1);
     if (line.empty()) continue;
     RecordedPacket packet{};
-    std::string problem = ParseLine(line, &packet);
-    if (problem.empty() && cut) problem = "the recording is cut";
-    if (!problem.empty()) return "line " + std::to_string(number) + ": " + problem;
+    const std::string problem = ParseLine(line, &packet);
+    const std::string place = "line " + std::to_string(number);
+    if (last && (problem.empty() || !packets->empty())) {
+      *cut = "the file is cut in " + place + "; played up to there";
+      return "";
+    }
+    if (!problem.empty()) return place + ": " + problem;
     packets->push_back(std::move(packet));
   }
   return "";

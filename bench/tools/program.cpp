@@ -6,6 +6,7 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -21,6 +22,17 @@ struct Interrupt::Mask {
 };
 
 namespace {
+
+int g_signals = -1;  // descriptor of the Interrupt that lives, -1 when there is none
+
+// Waits until standard output takes a part of kPart bytes. False when a signal came instead that an
+// Interrupt collects: it would not end the write.
+bool AwaitOutput() {
+  pollfd files[2] = {{STDOUT_FILENO, POLLOUT, 0}, {g_signals, POLLIN, 0}};
+  while (::poll(files, 2, -1) < 0 && errno == EINTR) {
+  }
+  return files[0].revents != 0;
+}
 
 // Standard output, which keeps the error number of the first write that failed.
 class OutputBuffer : public std::streambuf {
@@ -43,8 +55,12 @@ class OutputBuffer : public std::streambuf {
   int sync() override {
     std::size_t written = 0;
     while (error_ == 0 && written < pending_.size()) {
-      const ssize_t count =
-          ::write(STDOUT_FILENO, pending_.data() + written, pending_.size() - written);
+      if (g_signals >= 0 && !AwaitOutput()) {
+        error_ = EINTR;
+        break;
+      }
+      const std::size_t part = std::min(kPart, pending_.size() - written);
+      const ssize_t count = ::write(STDOUT_FILENO, pending_.data() + written, part);
       if (count >= 0) written += static_cast<std::size_t>(count);
       if (count < 0 && errno != EINTR) error_ = errno;
     }
@@ -54,6 +70,7 @@ class OutputBuffer : public std::streambuf {
 
  private:
   static const std::size_t kMostPending = 65536;
+  static constexpr std::size_t kPart = 4096;  // a pipe that is ready takes as much at once
   const bool is_terminal_ = ::isatty(STDOUT_FILENO) == 1;
   std::string pending_;
   int error_ = 0;
@@ -88,10 +105,12 @@ Interrupt::Interrupt() : saved_(new Mask) {
   sigaddset(&set, SIGTERM);
   ::pthread_sigmask(SIG_BLOCK, &set, &saved_->set);
   signals_ = ::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+  g_signals = signals_;
 }
 
 Interrupt::~Interrupt() {
   Pending();  // a signal that was asked for is not delivered a second time
+  g_signals = -1;
   if (signals_ >= 0) ::close(signals_);
   ::pthread_sigmask(SIG_SETMASK, &saved_->set, nullptr);
 }

@@ -29,8 +29,10 @@ struct RecordedPacket {
 std::string RecordingHead(RecordingFormat format);
 std::string RecordingEntry(RecordingFormat format, const RecordedPacket& packet);
 
-// Reads a recording of either format. Returns an empty text, or what is wrong and where.
-std::string ParseRecording(const std::string& text, std::vector<RecordedPacket>* packets);
+// Reads a recording of either format. Returns an empty text, or what is wrong and where. A file
+// that ends within a packet is read up to there, and *cut then says so.
+std::string ParseRecording(const std::string& text, std::vector<RecordedPacket>* packets,
+                           std::string* cut);
 
 // A recorded request and its reply.
 struct RecordedExchange {
