@@ -248,6 +248,34 @@ TEST_F(PpsToolTest, AnOutputThatTakesNothingIsAFailureWithItsReason) {
   EXPECT_EQ(closed.Errors(), "pps: standard output: Bad file descriptor\n");
 }
 
+TEST_F(PpsToolTest, BashCompletesWhatTheUnitHas) {
+  if (KORVANDIS_EMULATOR[0] != '\0') GTEST_SKIP() << "the programs cannot be started by name";
+  WriteObject(kObject, "name::1\nnumber:n:2");
+  // `line` ends with the word to complete, which '' leaves empty.
+  const auto complete = [&](const std::string& line) {
+    const std::string program = line.substr(0, line.find(' '));
+    root_.AddFile("/script", ". '" + SourceDir() + "/bench/tools/completion/" + program +
+                                 "'\nPATH='" + BinDir() + "':$PATH\nCOMP_WORDS=(" + line +
+                                 ")\nCOMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n_" + program +
+                                 "\necho ${COMPREPLY[*]}\n");
+    const std::string run = "bash " + root_.path() + "/script > " + root_.path() + "/words";
+    EXPECT_EQ(std::system(run.c_str()), 0) << line;
+    return ReadFile(root_.path() + "/words");
+  };
+  EXPECT_EQ(complete("pps w"), "watch\n");
+  EXPECT_EQ(complete("pps get zelmar/s"), "zelmar/setting/ zelmar/setting/systeminfo\n");
+  EXPECT_EQ(complete("pps watch a /pps/zelmar/setting/"),
+            "/pps/zelmar/setting/ /pps/zelmar/setting/systeminfo\n");
+  EXPECT_EQ(complete("pps rm zelmar/setting/systeminfo ''"), "name number\n");
+  EXPECT_EQ(complete("pps set zelmar/setting/systeminfo nu"), "number=\n");
+  EXPECT_EQ(complete("sloginfo --t"), "--text\n");
+  EXPECT_EQ(complete("sloginfo -s d"), "debug1 debug2\n");
+  EXPECT_EQ(complete("headunit ctl mc"), "mcu\n");
+  EXPECT_EQ(complete("headunit ctl mcu ''"), "down up\n");
+  EXPECT_EQ(complete("headunit ctl i2c speed ''"), "refuse accept\n");
+  EXPECT_EQ(complete("headunit --no"), "--no-services\n");
+}
+
 class SloginfoTest : public ::testing::Test {
  protected:
   SloginfoTest() {
