@@ -31,7 +31,7 @@ long long Nanoseconds(Time time) {
 // Writes one run into an open transaction.
 class Writer {
  public:
-  Writer(Database::Inside& inside, const Run& run) : inside_(inside), sql_(inside.sql), run_(run) {}
+  Writer(Database::Inside& inside, const Run& run) : sql_(inside.sql), run_(run) {}
 
   // False when the run is there already. Sets number() in both cases.
   bool Write() {
@@ -178,7 +178,6 @@ class Writer {
     return id;
   }
 
-  Database::Inside& inside_;
   soci::session& sql_;
   const Run& run_;
   long long number_ = 0;
