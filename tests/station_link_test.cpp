@@ -3,9 +3,12 @@
 #include <sys/socket.h>
 
 #include <cstring>
+#include <regex>
+#include <sstream>
 #include <thread>
 
 #include "qnx/bench_link.h"
+#include "station/command_line.h"
 #include "station/packet_text.h"
 #include "support/fake_manager.h"
 #include "support/fixture.h"
@@ -207,6 +210,33 @@ TEST_F(StationLinkTest, WaitsForTheService) {
   connection.Send(std::string("ok stations 1 service 0"));
   EXPECT_EQ(impatient.Wait(), 1);
   EXPECT_PRED2(Contains, impatient.Errors(), "the service is not connected");
+}
+
+// No answer that docs/reliability.md promises comes later than the station waits.
+TEST(StationTimeLimit, IsLongerThanEveryAnswer) {
+  std::istringstream page(ReadFile(SourceDir() + "/docs/reliability.md"));
+  const std::regex time("([0-9.]+) (m?)s\\b");
+  int rows = 0;
+  for (std::string line; std::getline(page, line);) {
+    const std::size_t answered = line.find('|', 1);
+    if (line[0] != '|' || answered == std::string::npos) continue;
+    const std::string cell = line.substr(answered, line.find('|', answered + 1) - answered);
+    for (std::sregex_iterator at(cell.begin(), cell.end(), time), end; at != end; ++at) {
+      const double seconds = std::stod((*at)[1]) / ((*at)[2].length() != 0 ? 1000 : 1);
+      EXPECT_LT(seconds + 0.5, station::kDefaultTimeout) << line;
+      ++rows;
+    }
+  }
+  EXPECT_GE(rows, 4);
+}
+
+class StationOnSilentUnitTest : public ServiceOnUnit {};
+
+TEST_F(StationOnSilentUnitTest, TheSlowestAnswerComesInTime) {
+  ASSERT_EQ(unit_->Control("pps stall"), "ok");
+  Program region(root_, "station", {"media", "region"});
+  EXPECT_EQ(region.Wait(), 0) << region.Errors();
+  EXPECT_EQ(region.Output(), "0\n");
 }
 
 }  // namespace

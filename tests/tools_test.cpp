@@ -237,15 +237,19 @@ TEST_F(PpsToolTest, EveryToolSaysWhyThereIsNoUnit) {
 
 TEST_F(PpsToolTest, AnOutputThatTakesNothingIsAFailureWithItsReason) {
   WriteObject(kObject, "big::" + std::string(200000, 'x'));
-  Program full(root_, "pps", {"get", kObject}, [] {
-    const int fd = ::open("/dev/full", O_WRONLY);
-    ::dup2(fd, 1);
-  });
-  EXPECT_EQ(full.Wait(), 1);
-  EXPECT_EQ(full.Errors(), "pps: standard output: No space left on device\n");
-  Program closed(root_, "pps", {"get", kObject}, [] { ::close(1); });
-  EXPECT_EQ(closed.Wait(), 1);
-  EXPECT_EQ(closed.Errors(), "pps: standard output: Bad file descriptor\n");
+  const std::vector<std::string> lines[] = {{"pps", "get", kObject},
+                                            {"sloginfo", "--help"},
+                                            {"station", "commands"},
+                                            {"headunit", "ctl", "help"}};
+  for (const std::vector<std::string>& line : lines) {
+    const std::vector<std::string> arguments(line.begin() + 1, line.end());
+    Program full(root_, line[0], arguments, [] { ::dup2(::open("/dev/full", O_WRONLY), 1); });
+    EXPECT_EQ(full.Wait(), 1);
+    EXPECT_EQ(full.Errors(), line[0] + ": standard output: No space left on device\n");
+    Program closed(root_, line[0], arguments, [] { ::close(1); });
+    EXPECT_EQ(closed.Wait(), 1);
+    EXPECT_EQ(closed.Errors(), line[0] + ": standard output: Bad file descriptor\n");
+  }
 }
 
 TEST_F(PpsToolTest, BashCompletesWhatTheUnitHas) {

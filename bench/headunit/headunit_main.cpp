@@ -183,7 +183,8 @@ int Control(const std::vector<std::string>& words) {
     return Fail(answer.compare(0, 6, "error ") == 0 ? answer.substr(6) : answer);
   }
   std::printf("%s\n", answer.size() > 3 ? answer.c_str() + 3 : "ok");
-  return 0;
+  if (std::fflush(stdout) == 0) return 0;
+  return Fail(std::string("standard output: ") + std::strerror(errno));
 }
 
 }  // namespace

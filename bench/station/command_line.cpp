@@ -12,7 +12,6 @@
 namespace station {
 namespace {
 
-const double kDefaultTimeout = 5;
 const double kLongestTimeout = 3600;
 
 // What stands in front of the options and behind them, in order, and the options.

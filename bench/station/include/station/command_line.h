@@ -8,6 +8,10 @@
 
 namespace station {
 
+// Longest wait for a reply, in seconds, unless a command line says otherwise: longer than the
+// service takes for any answer, also when what it asks is silent.
+const double kDefaultTimeout = 5;
+
 // Runs `station` with the arguments behind its name. Returns the exit status: 0 right, 1 an answer
 // is missing or wrong, 2 wrong usage. `--root` changes HEADUNIT_ROOT of the process.
 int Run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err);
