@@ -26,11 +26,12 @@ missing() {
 # progress LABEL LOG: copies standard input to the file LOG and tells on standard error how far it is: on a terminal in
 # one line that moves, elsewhere with a line at each quarter of a build and at each part of an installation.
 progress() {
-  local label=$1 line quarter part shown=
+  local label=$1 line quarter part shown= width=
+  if [ -t 2 ] && [ "${TERM:-dumb}" != dumb ]; then width=$(($(tput cols 2>/dev/null || echo 80) - ${#label} - 3)); fi
   while IFS= read -r line; do
     printf '%s\n' "$line" >&3
-    if [ -t 2 ]; then
-      printf '\r\e[K%s' "$label: ${line:0:$((${COLUMNS:-80} - ${#label} - 3))}" >&2
+    if [ -n "$width" ]; then
+      printf '\r\e[K%s' "$label: ${line:0:width}" >&2
       continue
     fi
     part=
@@ -47,7 +48,7 @@ progress() {
     if [ -n "$part" ] && [ "$part" != "$shown" ]; then echo "$label: $part" >&2; fi
     shown=${part:-$shown}
   done 3>"$2"
-  [ ! -t 2 ] || printf '\r\e[K' >&2
+  [ -z "$width" ] || printf '\r\e[K' >&2
 }
 
 # need PACKAGE...: installs what is missing when it may, otherwise says in one line what to install.
