@@ -239,5 +239,36 @@ TEST_F(StationOnSilentUnitTest, TheSlowestAnswerComesInTime) {
   EXPECT_EQ(region.Output(), "0\n");
 }
 
+class StationVerifyTest : public ServiceOnUnit {
+ protected:
+  StationVerifyTest() : ServiceOnUnit(WholeUnit()) {}
+};
+
+// A name "error", an address of zeros: the service answers so as well when it cannot read. Region 0
+// and a pause are proven by the unit's objects instead. What is inserted is not filled in again.
+TEST_F(StationVerifyTest, OnlyAValueThatIsNoFailureProvesAWrite) {
+  WriteObject("/pps/zelmar/navigator/nowplaying", "zmplaysource::zmdisc");
+  const struct {
+    std::vector<std::string> words;
+    int status;
+    const char* said;
+  } rows[] = {
+      {{"bt", "name", "error"}, 1, "cannot be proven by 'error'"},
+      {{"bt", "name", "{1-1}"}, 0, "name is '{1-1}'"},
+      {{"bt", "mac", "00:00:00:00:00:00"}, 1, "cannot be proven by '00:00:00:00:00:00'"},
+      {{"media", "region", "0"}, 0, "setting_status zmregion is '0'"},
+      {{"media", "region", "3"}, 0, "in media region region is '3'"},
+      {{"media", "pause"}, 0, "disc/control zmcmd is '{\"cmd\":130,"},
+      {{"media", "jump", "0", "0"}, 0, "disc/control zmcmd is '{\"cmd\":182,"},
+  };
+  for (const auto& row : rows) {
+    std::vector<std::string> words = row.words;
+    words.push_back("--verify");
+    Program station(root_, "station", words);
+    EXPECT_EQ(station.Wait(), row.status) << station.Errors();
+    EXPECT_PRED2(Contains, station.Output() + station.Errors(), row.said);
+  }
+}
+
 }  // namespace
 }  // namespace support
