@@ -236,10 +236,9 @@ class StationReplayTest : public support::ServiceOnUnit {
 };
 
 TEST_F(StationReplayTest, TheShippedSequencePassesAndReplaysAlike) {
-  const std::string path =
-      Record({"run", support::SourceDir() + "/bench/station/sequences/end-of-line.seq", "--set",
-              "serial=SN42"},
-             "");
+  const std::string path = Record({"run", "end-of-line", "--set", "serial=SN000042", "--set",
+                                   "uuid=00112233AABBCCDD", "--set", "mac=00:1A:7D:DA:71:13"},
+                                  "");
   const auto replay = Replay({path});
   EXPECT_EQ(replay->Wait(), 0) << replay->Output() << replay->Errors();
   EXPECT_PRED2(Contains, replay->Output(), " answers compared, 0 differ\n");

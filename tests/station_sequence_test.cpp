@@ -1,12 +1,14 @@
 // Sequences: what a file may say, and what a run makes of it.
+#include <fcntl.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <sstream>
 #include <thread>
 
 #include "station/expectation.h"
-#include "station/sequence_run.h"
+#include "station/progress.h"
 #include "support/fixture.h"
 #include "tools/pps_object.h"
 
@@ -126,6 +128,10 @@ TEST(StationSequence, ErrorsNameTheLineAndTheReason) {
       {"phase P\nstep", "2: step needs a name"},
       {"device {nobody}\nphase P\nstep S\nwait 1 s", "1: no earlier step defines the value"},
       {"value 1\nphase P\nstep S\nwait 1 s", "1: '1' is not a name"},
+      {"value a matches ([\nphase P\nstep S\nwait 1 s", "1: '([' is not a pattern"},
+      {"value a b\nphase P\nstep S\nwait 1 s", "1: it reads: value NAME"},
+      {"include x.seq", "1: there is no x.seq"},
+      {"include test.seq", "1: 'test.seq' includes itself"},
       {"value a\nvalue a = 1\nphase P\nstep S\nwait 1 s", "2: value 'a' is declared already"},
       {"phase P\nstep S\nwait 1 s\nvalue a = 1", "4: values must be declared before"},
       {"phase " + std::string(5000, 'x'), "1: the line is too long"},
@@ -159,6 +165,14 @@ TEST(StationSequence, ErrorsNameTheLineAndTheReason) {
       {"do chip\nstop", "4: it reads: stop on failure"},
       {"do bt name {nobody}", "3: no earlier step defines the value"},
       {"do chip\x01", "3: control characters"},
+      {"do chip\nexpect verdict is passs", "4: 'verdict' is never 'passs', only: fail, pass"},
+      {"do usb present\nexpect present one of yes nein",
+       "4: 'present' is never 'nein', only: no, y"},
+      {"do media region\nexpect region is 9", "'9', only numbers from 0 to 6"},
+      {"do gps position\nexpect latitude at least 91", "is never at least 91 deg, only numbers fr"},
+      {"do gps speed\nexpect speed is 5 km/h", "4: 'speed' is never '5 km/h', only numbers"},
+      {"confirm", "3: confirm needs a question"},
+      {"confirm Is {x} right?", "3: no earlier step defines the value 'x'"},
   };
   for (const auto& [bodies, error] : in_step) {
     std::istringstream all(bodies);
@@ -174,11 +188,16 @@ TEST(StationSequence, ErrorsNameTheLineAndTheReason) {
 
 TEST(StationSequence, ValuesAreKnownBeforeAnythingIsSent) {
   const std::string text =
-      "value serial\nvalue low = 3\nphase Keep\nstep S\ndo version mpu\nkeep version as mpu\n"
+      "value serial matches [0-9]+\nvalue low = 3\nphase Keep\nstep S\ndo version mpu\nkeep "
+      "version as mpu\n"
       "phase Use\nstep S\ndo bt name {mpu}\nstep T\ndo serial {serial}\n"
       "step U\ndo gps speed\nexpect speed at least {low}\n";
   EXPECT_EQ(Errors(text, {{"serial", "1"}}), "");
   EXPECT_PRED2(Contains, Errors(text), "value 'serial' is missing");
+  EXPECT_PRED2(Contains, Errors(text, {{"serial", "x"}}),
+               "value 'serial' is 'x', not matching [0-9]+");
+  // Some phases alone need the values that they use.
+  EXPECT_EQ(Errors(text, {}, {"Keep"}), "");
   EXPECT_PRED2(Contains, Errors(text, {{"serial", std::string(21, '1')}}), "11: 'serial': TEXT");
   EXPECT_PRED2(Contains, Errors(text, {{"serial", "1"}, {"low", "x"}}), "14: 'x' is not a number");
   EXPECT_PRED2(Contains, Errors(text, {{"serial", "1"}, {"other", ""}}), "no value 'other'");
@@ -186,6 +205,41 @@ TEST(StationSequence, ValuesAreKnownBeforeAnythingIsSent) {
   // What another phase would have kept is missing when only this one runs.
   EXPECT_EQ(Errors(text, {{"serial", "1"}}, {"Use"}),
             "9: no earlier step defines the value 'mpu'\n");
+}
+
+TEST(StationSequence, VariantsShareASequenceAndHaveTheirOwnLimits) {
+  Files files = {
+      {"test.seq", "title Variant\nvalue low = 30\nlimits a.csv\ninclude common.seq\n"},
+      {"common.seq",
+       "title Common\nvalue low = 5\nvalue high = 50\ninclude more.seq\nphase P\nstep S\n"
+       "do gps satellites\nexpect fourth at least 1\nexpect count at least 4\n"},
+      {"more.seq", "phase M\nstep N\nwait 1 s\n"},
+      {"a.csv",
+       "phase, step, field, low, high\n# comment\nP, S, fourth, {low}, "
+       "{high}\n\"P\",S,strongest,35,"}};
+  Sequence sequence;
+  EXPECT_EQ(Joined(sequence, Read(files, &sequence)), "");
+  EXPECT_EQ(sequence.title, "Variant");
+  ASSERT_EQ(sequence.phases.size(), 2U);
+  std::string expected;
+  for (const Expectation& one : sequence.phases[1].steps[0].expectations) {
+    expected += one.field + " " + DescribeExpectation(one, StartValues(sequence, {})) + "\n";
+  }
+  EXPECT_EQ(expected, "fourth from 30 to 50 dBHz\ncount at least 4\nstrongest at least 35 dBHz\n");
+
+  files["a.csv"] =
+      "P,S\nQ,S,fourth,1,2\nP,T,fourth,1,2\nP,S,fifth,1,2\nP,S,count,x,\nP,S,fourth,,\n"
+      "P,S,count,1,2\nM,N,count,1,2\n";
+  files["more.seq"] += "title T\nnonsense\n";
+  EXPECT_EQ(
+      Errors(files),
+      "a.csv:1: a limit reads: PHASE, STEP, FIELD, LOW, HIGH\na.csv:2: there is no phase 'Q'\n"
+      "a.csv:3: phase 'P' has no step 'T'\na.csv:4: the answer to 'gps satellites' has no "
+      "'fifth', only: count, strongest, fourth\na.csv:5: 'x' is not a number\n"
+      "a.csv:6: a limit needs LOW, HIGH or both\na.csv:7: this field of this step has its "
+      "limits already\na.csv:8: step 'N' has no command\nmore.seq:5: unknown word 'nonsense'\n");
+  files["test.seq"] += "title Again\nvalue low = 1\n";
+  EXPECT_PRED2(Contains, Errors(files), "5: a second title\n6: values must be declared before");
 }
 
 TEST(StationSequence, ExpectationsHoldAtTheirEdges) {
@@ -239,10 +293,15 @@ class StationRunTest : public support::ServiceOnUnit {
   }
 
   // Runs the station on a sequence; its exit status.
-  int RunText(const std::string& text, std::vector<std::string> arguments = {}) {
+  int RunText(const std::string& text, std::vector<std::string> arguments = {},
+              const std::string& input = "") {
     root_.AddFile("/test.seq", text);
+    root_.AddFile("/input", input);
     arguments.insert(arguments.begin(), {"run", root_.path() + "/test.seq"});
-    program_ = std::make_unique<support::Program>(root_, "station", arguments);
+    const std::string input_path = root_.path() + "/input";
+    program_ = std::make_unique<support::Program>(root_, "station", arguments, [&] {
+      ::dup2(::open(input_path.c_str(), O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+    });
     return program_->Wait();
   }
 
@@ -258,7 +317,9 @@ TEST_F(StationRunTest, KeepsValuesVerifiesAndReports) {
       "step Go on\ndo bt name\n";
   const std::string json_path = root_.path() + "/record.json";
   const std::string junit_path = root_.path() + "/record.xml";
-  EXPECT_EQ(RunText(text, {"--set", "serial=42", "--json", json_path, "--junit", junit_path}), 1);
+  EXPECT_EQ(RunText(text, {"--set", "serial=42", "--json", json_path, "--junit", junit_path,
+                           "--station", "Line 3"}),
+            1);
   EXPECT_EQ(support::Attribute("/pps/zelmar/setting/systeminfo", "zmlocalname"), ":Old 42");
   const std::string output = program_->Output();
   EXPECT_PRED2(Contains, output, "passed   Read: Old\n");
@@ -276,7 +337,12 @@ TEST_F(StationRunTest, KeepsValuesVerifiesAndReports) {
   EXPECT_PRED1(tools::IsJson, json);
   for (const char* part :
        {"\n  \"device\": \"42\"", "\n  \"outcome\": \"failed\"", "\"attempts\": 3",
-        "\"text\": \"M<1>&\\\"\"", "\"expected\": \"'other'\""}) {
+        "\"text\": \"M<1>&\\\"\"", "\"expected\": \"'other'\"", "\"station\": \"Line 3\"",
+        "\"file_crc32\": \"b0357c7c\"",
+        // Of an answer of which nothing is expected, and of a write that was read back.
+        "\"name\": \"name\",\n              \"text\": \"Old\",\n              \"outcome\": "
+        "\"passed\"",
+        "\"text\": \"Old 42\",\n              \"expected\": \"'Old 42'\""}) {
     EXPECT_PRED2(Contains, json, part);
   }
 
@@ -366,12 +432,14 @@ TEST_F(StationRunTest, ASignalEndsTheRunWithItsRecord) {
 
 TEST_F(StationRunTest, ATeardownRunsWhateverHappened) {
   const std::string teardown =
-      "phase Back always\nstep T\ndo bt name Back\nstep U\nwait 100 s\nstep V\ndo bt name Late\n";
+      "phase Back always\nstep T\ndo bt name Back\nverify\nstep U\nwait 100 s\nstep V\ndo bt name "
+      "Late\n";
   root_.AddFile("/test.seq", "phase P\nstep A\nwait 100 s\nstep B\ndo bt name B\n" + teardown);
   support::Program program(root_, "station", {"run", root_.path() + "/test.seq"});
   EXPECT_TRUE(support::Eventually([&] { return Contains(program.Output(), "\nP\n"); }));
   program.Signal(SIGINT);
-  EXPECT_TRUE(support::Eventually([&] { return Contains(program.Output(), "passed   T\n"); }));
+  EXPECT_TRUE(
+      support::Eventually([&] { return Contains(program.Output(), "passed   T: verified\n"); }));
   program.Signal(SIGINT);
   EXPECT_EQ(program.Wait(), 130);
   EXPECT_PRED2(Contains, program.Output(), "aborted  U: interrupted\n\n2 steps skipped");
@@ -410,6 +478,71 @@ TEST_F(StationRunTest, ASilentServiceIsNoFailureOfTheUnit) {
   EXPECT_PRED2(Contains, support::ReadFile(junit),
                "tests=\"4\" failures=\"0\" errors=\"3\" skipped=\"1\"");
   EXPECT_PRED2(Contains, support::ReadFile(junit), "<error message=\"no answer within 0.1 s");
+}
+
+TEST_F(StationRunTest, APersonAnswersAndEventsTellAtOnce) {
+  const std::string text =
+      "phase P\nstep A\nconfirm Is the display clear?\nstep B\ndo bt name\nconfirm Is it {n}?\n"
+      "stop on failure\nstep C\nwait 9 s\n";
+  root_.AddFile("/answers", "# comment\ny\n\nNo\n");
+  const std::string with_name = "value n = Car\n" + text;
+  const std::vector<std::string> answers = {"--answers", root_.path() + "/answers", "--events",
+                                            "-"};
+  EXPECT_EQ(RunText(with_name, answers), 1);
+  EXPECT_PRED2(Contains, program_->Errors(), "passed   A\n");
+  EXPECT_PRED2(Contains, program_->Errors(), "failed   B: answered with no: 'Is it Car?'\n");
+  std::istringstream events(program_->Output());
+  std::string kinds;
+  for (std::string line; std::getline(events, line);) {
+    EXPECT_PRED1(tools::IsJson, line);
+    kinds += line.substr(10, line.find('"', 10) - 10) + " ";
+    if (Contains(line, "\"step\":\"C\"") && Contains(line, "outcome")) {
+      EXPECT_PRED2(Contains, line, "\"outcome\":\"skipped\"");
+    }
+  }
+  EXPECT_EQ(kinds,
+            "run_start phase_start step_start step_end step_start step_end step_start step_end "
+            "phase_end run_end ");
+  // Nobody is there to ask: the unit is not to blame.
+  EXPECT_EQ(RunText("phase P\nstep A\nconfirm Is it clear?\n"), 3);
+  root_.AddFile("/answers", "y\nperhaps\n");
+  EXPECT_EQ(RunText(with_name, answers), 2);
+  EXPECT_PRED2(Contains, program_->Errors(), "answers:2: 'perhaps' is neither y nor n");
+}
+
+TEST_F(StationRunTest, ALoopAsksForEachUnitUntilTheInputEnds) {
+  const std::string text =
+      "device {serial}\nvalue serial matches [0-9]{3}\nvalue name = N\nphase P\nstep A\ndo bt "
+      "name\n"
+      "expect name is {serial}\n";
+  support::WriteObject("/pps/zelmar/setting/systeminfo", "zmlocalname::002");
+  const std::string json = root_.path() + "/{serial}.json";
+  EXPECT_EQ(RunText(text, {"--loop", "--json", json}, "001\nx\n 002\r\n003"), 1);
+  const std::string output = program_->Output();
+  EXPECT_PRED2(Contains, output, "serial: x\n'x' does not match [0-9]{3}\nserial: 002\n");
+  EXPECT_PRED2(Contains, output, "\n########    ##########    ######      ######\n");
+  EXPECT_PRED2(Contains, output,
+               "PASS, device 002\nThis shift: 2 units, 1 passed, 1 failed, 0 err");
+  EXPECT_PRED2(Contains, output,
+               "FAIL, device 003\nThis shift: 3 units, 1 passed, 2 failed, 0 err");
+  EXPECT_PRED2(Contains, support::ReadFile(root_.path() + "/002.json"), "\"outcome\": \"passed\"");
+  EXPECT_EQ(RunText(text, {"--loop", "--json", root_.path() + "/one.json"}, "001\n"), 2);
+  EXPECT_EQ(RunText(text, {"--loop", "--set", "serial=001"}, "001\n"), 2);
+  EXPECT_EQ(RunText(text, {}, "001\n"), 2) << "without a terminal nobody is asked";
+}
+
+TEST(StationProgress, StaysWithinTheTerminal) {
+  std::ostringstream out;
+  Console console;
+  console.lines_change = true;
+  console.width = 20;
+  Progress progress(out, console);
+  progress.BeginRun({}, 1);
+  records::Step step;
+  step.name = "\xC3\xA4\xC3\xA4 with a long name";
+  progress.BeginStep(step);
+  EXPECT_PRED2(Contains, out.str(), "\r\033[K  [1/1] 0.0 s  \xC3\xA4\xC3\xA4 w");
+  EXPECT_EQ(out.str().find(" wi"), std::string::npos);
 }
 
 TEST_F(StationRunTest, WithoutAUnitTheRestIsSkipped) {

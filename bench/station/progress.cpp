@@ -8,6 +8,7 @@
 #include <cstring>
 #include <map>
 
+#include "records/database.h"
 #include "tools/program.h"
 
 namespace station {
@@ -60,12 +61,12 @@ const char* VerdictText(Outcome outcome) {
 
 }  // namespace
 
-Console StandardConsole() {
+Console ConsoleAt(int fd) {
   Console console;
   const char* term = std::getenv("TERM");
-  if (::isatty(STDOUT_FILENO) == 0) return console;
+  if (::isatty(fd) == 0) return console;
   winsize size{};
-  if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0) console.width = size.ws_col;
+  if (::ioctl(fd, TIOCGWINSZ, &size) == 0) console.width = size.ws_col;
   if (term != nullptr && std::strcmp(term, "dumb") == 0) return console;
   const char* no_colour = std::getenv("NO_COLOR");
   console.colour = no_colour == nullptr || *no_colour == '\0';
@@ -115,7 +116,7 @@ void Progress::EndStep(const records::Step& step, const std::string& answer) {
   char time[32];
   std::snprintf(time, sizeof(time), "%8.2f s  ", step.seconds);
   if (console_.lines_change) out_ << "\r\033[K";
-  const std::string verdict = OutcomeText(step.outcome);
+  const std::string verdict = records::OutcomeText(step.outcome);
   out_ << time << Coloured(console_, step.outcome, verdict) << std::string(9 - verdict.size(), ' ')
        << tools::Escape(step.name);
   const std::string& detail = step.outcome == Outcome::kPassed ? answer : step.problem;
@@ -144,7 +145,7 @@ void Progress::ShowFailures(const records::Run& run) {
   for (const records::Phase& phase : run.phases) {
     for (const records::Step& step : phase.steps) {
       if (step.outcome == Outcome::kPassed || step.outcome == Outcome::kSkipped) continue;
-      const std::string verdict = OutcomeText(step.outcome);
+      const std::string verdict = records::OutcomeText(step.outcome);
       out_ << "  " << Coloured(console_, step.outcome, verdict)
            << std::string(9 - verdict.size(), ' ') << tools::Escape(phase.name) << " / "
            << tools::Escape(step.name) << ": " << step.problem << '\n';

@@ -1,50 +1,16 @@
 // `station run`.
-#include <limits.h>
-#include <unistd.h>
-
-#include <fstream>
-#include <iostream>
-#include <random>
+#include <algorithm>
 
 #include "builtin.h"
 #include "files.h"
-#include "run_keeper.h"
 #include "run_listing.h"
 #include "run_lock.h"
-#include "run_report.h"
+#include "run_session.h"
+#include "sequence_files.h"
 #include "sequence_text.h"
-#include "station/link.h"
-#include "station/progress.h"
 
 namespace station {
 namespace {
-
-// Exit statuses of a run beside tools::kExitRight, kExitWrong (the unit failed) and kExitUsage.
-const int kExitError = 3;
-const int kExitInterrupted = 130;
-
-int UsageError(Context& context, const std::string& reason) {
-  context.err << "station: run: " << reason << "; see 'station run --help'\n";
-  return tools::kExitUsage;
-}
-
-int StationError(Context& context, const std::string& reason) {
-  context.err << "station: run: " << reason << '\n';
-  return kExitError;
-}
-
-int ExitStatus(records::Outcome outcome) {
-  switch (outcome) {
-    case records::Outcome::kPassed:
-      return tools::kExitRight;
-    case records::Outcome::kFailed:
-      return tools::kExitWrong;
-    case records::Outcome::kAborted:
-      return kExitInterrupted;
-    default:
-      return kExitError;
-  }
-}
 
 // What the options say of the values and phases. Returns what is wrong, or nothing.
 std::string ReadOptions(const Invocation& invocation, Values* given,
@@ -61,84 +27,25 @@ std::string ReadOptions(const Invocation& invocation, Values* given,
   return "";
 }
 
-// Writes every mistake with its place.
-void ShowMistakes(Context& context, const Sequence& sequence,
-                  const std::vector<Mistake>& mistakes) {
-  for (const Mistake& mistake : mistakes) {
-    context.err << "station: " << tools::Escape(sequence.files[mistake.place.file]) << ':';
-    if (mistake.place.line > 0) context.err << mistake.place.line << ':';
-    context.err << ' ' << mistake.reason << '\n';
+// Why the runs of a loop could not be told apart, "" when they can.
+std::string LoopProblem(const Invocation& invocation, const Sequence& sequence, const Values& given,
+                        const std::set<std::string>& phases) {
+  const std::vector<std::string> required = RequiredValues(sequence, phases);
+  const bool asks = std::any_of(required.begin(), required.end(),
+                                [&](const std::string& name) { return given.count(name) == 0; });
+  if (!asks) return "--loop needs a value to ask for: every value of the sequence is given";
+  for (const char* option : {"--junit", "--json"}) {
+    bool differs = !invocation.Has(option);
+    ForEachValue(invocation.Get(option), [&](const std::string& name, std::size_t) {
+      differs = differs || sequence.values.count(name) != 0;
+    });
+    if (!differs) {
+      return std::string(option) +
+             " with --loop needs a value in the file's name, such as {serial}: every unit has a "
+             "file of its own";
+    }
   }
-}
-
-// Opens the file of a report before anything is sent; a run is not lost to a wrong path. True when
-// there is nothing to open.
-bool OpenReport(Context& context, const std::string& option, std::ofstream* file) {
-  if (!context.invocation.Has(option)) return true;
-  const std::string path = context.invocation.Get(option);
-  file->open(path);
-  if (file->is_open()) return true;
-  context.err << "station: run: " << tools::Escape(path) << " cannot be written\n";
-  return false;
-}
-
-bool CloseReport(Context& context, const std::string& option, std::ofstream* file) {
-  if (!file->is_open()) return true;
-  file->close();
-  if (file->good()) return true;
-  context.err << "station: run: " << tools::Escape(context.invocation.Get(option))
-              << " could not be written\n";
-  return false;
-}
-
-std::string RandomId() {
-  std::random_device random;
-  Bytes bytes;
-  for (int i = 0; i < 16; ++i) bytes.push_back(static_cast<std::uint8_t>(random()));
-  std::string id;
-  for (const char c : Hex(bytes)) {
-    if (c != ' ') id += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  }
-  return id;
-}
-
-std::string HostName() {
-  char name[HOST_NAME_MAX + 1] = "";
-  return ::gethostname(name, sizeof(name) - 1) == 0 ? name : "";
-}
-
-int RunOnce(Context& context, const Sequence& sequence, const Values& given,
-            const std::set<std::string>& phases) {
-  std::ofstream junit;
-  std::ofstream json;
-  if (!OpenReport(context, "--junit", &junit) || !OpenReport(context, "--json", &json)) {
-    return tools::kExitUsage;
-  }
-  records::Run run;
-  run.id = RandomId();
-  run.station = context.invocation.Get("--station", HostName());
-  run.program = KORVANDIS_VERSION;
-  RunOptions options;
-  options.phases = phases;
-  options.timeout = context.timeout;
-  options.allow_several = context.invocation.Has("--allow-several");
-  Progress progress(context.out, &context.out == &std::cout ? StandardConsole() : Console{});
-  options.observers.push_back(&progress);
-  RunKeeper keeper(context);
-  options.observers.push_back(&keeper);
-  options.refuse = [&keeper](const Invocation& request, const records::Run& so_far) {
-    return keeper.Refuse(request, so_far);
-  };
-  tools::Interrupt interrupt;
-  RunSequence(sequence, given, options, &interrupt, &run);
-  if (junit.is_open()) WriteJunit(run, junit);
-  if (json.is_open()) WriteJson(run, json);
-  const bool junit_written = CloseReport(context, "--junit", &junit);
-  const bool json_written = CloseReport(context, "--json", &json);
-  const int status = ExitStatus(run.outcome);
-  const bool kept = keeper.Keep(&run);
-  const bool lost = !junit_written || !json_written || !kept;
-  return lost && status == tools::kExitRight ? kExitError : status;
+  return "";
 }
 
 }  // namespace
@@ -147,40 +54,52 @@ int RunSequenceFile(Context& context) {
   const Invocation& invocation = context.invocation;
   Values given;
   std::set<std::string> phases;
-  const std::string wrong = ReadOptions(invocation, &given, &phases);
+  std::string wrong = ReadOptions(invocation, &given, &phases);
   if (!wrong.empty()) return UsageError(context, wrong);
 
   Sequence sequence;
+  std::string path;
   std::string text;
-  const std::string& path = invocation.arguments[0];
-  const std::string unreadable = ReadFile(path, &text);
-  if (!unreadable.empty()) return UsageError(context, unreadable);
+  wrong = FindSequence(invocation.arguments[0], &path);
+  if (wrong.empty()) wrong = ReadFile(path, &text);
+  if (!wrong.empty()) return UsageError(context, wrong);
   std::vector<Mistake> mistakes = ReadSequence(path, ReadFile, &sequence);
-  const bool list = invocation.Has("--list");
-  if (!list) {
-    const std::vector<Mistake> more = CheckSequence(sequence, given, phases);
+  const bool loop = invocation.Has("--loop");
+  const bool dry = invocation.Has("--dry-run");
+  const bool asked = loop || (!dry && Operator::IsThere());
+  if (!invocation.Has("--list")) {
+    const std::vector<Mistake> more = CheckSequence(sequence, given, phases, asked);
     mistakes.insert(mistakes.end(), more.begin(), more.end());
   }
-  SortMistakes(&mistakes);
   ShowMistakes(context, sequence, mistakes);
   if (!mistakes.empty()) return tools::kExitUsage;
-  if (list) {
+  if (invocation.Has("--list")) {
     ListSequence(sequence, phases, context.out);
     return tools::kExitRight;
   }
-  if (invocation.Has("--dry-run")) {
+  if (dry) {
     ShowDryRun(sequence, phases, StartValues(sequence, given), context.out);
     return tools::kExitRight;
   }
 
+  tools::Interrupt interrupt;
+  Operator person(invocation.Get("--events") == "-" ? context.err : context.out, &interrupt);
+  if (invocation.Has("--answers")) wrong = person.ReadAnswers(invocation.Get("--answers"));
+  if (wrong.empty() && loop) wrong = LoopProblem(invocation, sequence, given, phases);
+  RunSession session(context, sequence, phases, &person, &interrupt);
+  if (wrong.empty()) wrong = session.Open();
+  if (!wrong.empty()) return UsageError(context, wrong);
   RunLock lock;
-  const std::string taken = lock.Take();
-  if (!taken.empty()) return StationError(context, taken);
-  const std::string several = invocation.Has("--allow-several") ? "" : SeveralServices();
-  if (!several.empty()) {
-    return StationError(context, several + ": end the others, or run with --allow-several");
+  wrong = lock.Take();
+  if (!wrong.empty()) return StationError(context, wrong);
+  if (loop) return session.RunLoop(given);
+  if (!session.AskValues(&given)) {
+    if (interrupt.Pending()) return kExitInterrupted;
+    return UsageError(context, "the input ended before every value was given");
   }
-  return RunOnce(context, sequence, given, phases);
+  mistakes = CheckSequence(sequence, given, phases);
+  ShowMistakes(context, sequence, mistakes);
+  return mistakes.empty() ? session.RunOnce(given) : tools::kExitUsage;
 }
 
 }  // namespace station

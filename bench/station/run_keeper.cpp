@@ -42,8 +42,8 @@ std::string RecordAddress(const Invocation& invocation) {
   return invocation.Get("--record", variable == nullptr ? "" : variable);
 }
 
-RunKeeper::RunKeeper(Context& context)
-    : context_(context), address_(RecordAddress(context.invocation)) {}
+RunKeeper::RunKeeper(Context& context, std::ostream& out)
+    : context_(context), out_(out), address_(RecordAddress(context.invocation)) {}
 
 std::string RunKeeper::Refuse(const Invocation& request, const records::Run& run) {
   if (address_.empty() || request.arguments.empty()) return "";
@@ -84,11 +84,11 @@ bool RunKeeper::Keep(records::Run* run) {
                  << '\n';
   }
   if (!stored.stored) return false;
-  context_.out << "Recorded as run " << stored.number;
+  out_ << "Recorded as run " << stored.number;
   if (stored.caught_up > 0) {
-    context_.out << ", with " << stored.caught_up << " that waited";
+    out_ << ", with " << stored.caught_up << " that waited";
   }
-  context_.out << std::endl;
+  out_ << std::endl;
   return true;
 }
 

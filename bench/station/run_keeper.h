@@ -17,7 +17,8 @@ namespace station {
 // was said is of use when a step did not pass.
 class RunKeeper : public RunObserver {
  public:
-  explicit RunKeeper(Context& context);
+  // `out`: where the person is told that a run is kept.
+  RunKeeper(Context& context, std::ostream& out);
 
   // Why a request must not be sent, or nothing: it burns in an identity that another device has, or
   // the record cannot be asked whether one has it.
@@ -35,6 +36,7 @@ class RunKeeper : public RunObserver {
   std::vector<records::LogLine> TakeLog();
 
   Context& context_;
+  std::ostream& out_;
   const std::string address_;
   std::unique_ptr<records::Database> database_;
   Monitor monitor_;

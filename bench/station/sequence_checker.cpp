@@ -12,11 +12,13 @@ namespace {
 
 class Checker {
  public:
-  Checker(const Sequence& sequence, const Values& given, const std::set<std::string>& phases)
+  Checker(const Sequence& sequence, const Values& given, const std::set<std::string>& phases,
+          bool asked)
       : sequence_(sequence),
         phases_(phases),
         values_(StartValues(sequence, given)),
-        given_(given) {}
+        given_(given),
+        asked_(asked) {}
 
   std::vector<Mistake> Check() {
     CheckValues();
@@ -48,8 +50,8 @@ class Checker {
                            AsWritten(value->second.pattern));
       }
     }
-    for (const std::string& name : sequence_.value_names) {
-      if (values_.count(name) != 0) continue;
+    for (const std::string& name : RequiredValues(sequence_, phases_)) {
+      if (asked_ || values_.count(name) != 0) continue;
       Wrong(Place{}, "value " + Quoted(name) + " is missing: give it with --set " + name + "=...");
     }
   }
@@ -68,12 +70,12 @@ class Checker {
   }
 
   void CheckStep(const Step& step) {
-    CheckText(step.place, step.question);
     if (step.command != nullptr) CheckCommand(step);
     for (const Keep& keep : step.keeps) {
       kept_.insert(keep.name);
       values_.erase(keep.name);
     }
+    CheckText(step.question_place, step.question);
   }
 
   void CheckCommand(const Step& step) {
@@ -112,6 +114,7 @@ class Checker {
   const std::set<std::string>& phases_;
   Values values_;  // known now
   const Values& given_;
+  const bool asked_;
   std::set<std::string> kept_;  // known once the run is there
   std::vector<Mistake> mistakes_;
 };
@@ -119,8 +122,35 @@ class Checker {
 }  // namespace
 
 std::vector<Mistake> CheckSequence(const Sequence& sequence, const Values& given,
-                                   const std::set<std::string>& phases) {
-  return Checker(sequence, given, phases).Check();
+                                   const std::set<std::string>& phases, bool asked) {
+  return Checker(sequence, given, phases, asked).Check();
+}
+
+std::vector<std::string> RequiredValues(const Sequence& sequence,
+                                        const std::set<std::string>& phases) {
+  std::set<std::string> used;
+  const auto use = [&](const std::string& text) {
+    ForEachValue(text, [&](const std::string& name, std::size_t) { used.insert(name); });
+  };
+  use(sequence.device);
+  for (const Phase& phase : sequence.phases) {
+    if (phases.count(phase.name) == 0) continue;
+    for (const Step& step : phase.steps) {
+      for (const std::string& word : step.words) use(word);
+      use(step.question);
+      for (const Expectation& expectation : step.expectations) {
+        for (const std::string& text : expectation.texts) use(text);
+        use(expectation.low);
+        use(expectation.high);
+      }
+    }
+  }
+  std::vector<std::string> required;
+  for (const std::string& name : sequence.value_names) {
+    const bool needed = phases.empty() || used.count(name) != 0;
+    if (needed && sequence.values.at(name).required) required.push_back(name);
+  }
+  return required;
 }
 
 void SortMistakes(std::vector<Mistake>* mistakes) {

@@ -348,6 +348,7 @@ class Parser {
     if (rest.empty()) return Wrong("confirm needs a question");
     if (!step().question.empty()) return Wrong("a second question in one step");
     step().question = rest;
+    step().question_place = place_;
   }
 
   void FinishPhase() {

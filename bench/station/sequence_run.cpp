@@ -128,9 +128,11 @@ class Runner {
     for (const Expectation& expectation : step.expectations) {
       if (missing.empty()) missing = MissingValue(expectation, values_);
     }
-    if (missing.empty()) FillValues(step.question, values_, &filled, &missing);
-    if (missing.empty()) return "";
-    return "there is no value '" + missing + "', the step that keeps it did not pass";
+    return missing.empty() ? "" : NoValue(missing);
+  }
+
+  static std::string NoValue(const std::string& name) {
+    return "there is no value '" + name + "', the step that keeps it did not pass";
   }
 
   void RunWaits(const Step& step, records::Step* record) {
@@ -202,7 +204,11 @@ class Runner {
   void AskPerson(const Step& step, records::Step* record) {
     std::string question;
     std::string missing;
-    FillValues(step.question, values_, &question, &missing);
+    if (!FillValues(step.question, values_, &question, &missing)) {
+      record->outcome = Outcome::kSkipped;
+      record->problem = NoValue(missing);
+      return;
+    }
     Tell([](RunObserver* observer) { observer->BeginQuestion(); });
     Person::Reply reply = Person::Reply::kNone;
     record->problem = "there is nobody to ask: " + Quoted(question);
@@ -238,22 +244,6 @@ class Runner {
 };
 
 }  // namespace
-
-const char* OutcomeText(Outcome outcome) {
-  switch (outcome) {
-    case Outcome::kPassed:
-      return "passed";
-    case Outcome::kFailed:
-      return "failed";
-    case Outcome::kError:
-      return "error";
-    case Outcome::kAborted:
-      return "aborted";
-    case Outcome::kSkipped:
-      break;
-  }
-  return "skipped";
-}
 
 int CountSteps(const std::vector<records::Phase>& phases, Outcome outcome) {
   long count = 0;

@@ -17,9 +17,9 @@ struct Console {
   std::size_t width = 0;  // columns, 0: unknown
 };
 
-// What the standard output can show: nothing special unless it is a terminal, no colour with
-// NO_COLOR, neither colour nor progress with TERM=dumb.
-Console StandardConsole();
+// What the file `fd` can show: nothing special unless it is a terminal; neither colour nor progress
+// with TERM=dumb or NO_COLOR.
+Console ConsoleAt(int fd);
 
 // `text` in the colour of the outcome, where there are colours.
 std::string Coloured(const Console& console, records::Outcome outcome, const std::string& text);

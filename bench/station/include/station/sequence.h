@@ -54,6 +54,7 @@ struct Step {
   std::vector<Expectation> expectations;
   std::vector<Keep> keeps;
   std::vector<Wait> waits;
+  Place question_place;
   std::string question;  // of `confirm`, values not filled in; "" when there is none
   int retries = 0;
   double retry_pause = 0;  // seconds
@@ -99,10 +100,16 @@ std::vector<Mistake> ReadSequence(const std::string& path, const SourceReader& r
 
 // Everything that can be known before anything is sent: that every value is there when it is used,
 // that commands take their arguments, that limits are numbers and what is expected can be. `given`
-// are the values of the command line; `phases` the names of those that are run, none: all. A
-// sequence with mistakes can be checked as well: what they hide is left out.
+// are the values of the command line; `phases` the names of those that are run, none: all. With
+// `asked`, a value that is missing is no mistake: a person is asked for it. A sequence with
+// mistakes can be checked as well: what they hide is left out.
 std::vector<Mistake> CheckSequence(const Sequence& sequence, const Values& given,
-                                   const std::set<std::string>& phases);
+                                   const std::set<std::string>& phases, bool asked = false);
+
+// The required values, in the order of their declaration, that a run of these phases needs: all of
+// them, or, of some phases alone, those that the phases or the device's name use.
+std::vector<std::string> RequiredValues(const Sequence& sequence,
+                                        const std::set<std::string>& phases);
 
 // Puts mistakes in the order of files and lines, each once.
 void SortMistakes(std::vector<Mistake>* mistakes);

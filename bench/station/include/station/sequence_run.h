@@ -13,9 +13,6 @@
 
 namespace station {
 
-// "passed", "failed", "error", "aborted", "skipped".
-const char* OutcomeText(records::Outcome outcome);
-
 // Number of steps with this outcome.
 int CountSteps(const std::vector<records::Phase>& phases, records::Outcome outcome);
 
