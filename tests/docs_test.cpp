@@ -215,7 +215,6 @@ TEST_P(DocsTest, ShowsWhatTheProgramsDo) {
   if (KORVANDIS_EMULATOR[0] != '\0') GTEST_SKIP() << "the programs cannot be started by name";
   std::signal(SIGPIPE, SIG_IGN);  // a block may end its shell
   ::setenv("PATH", (BinDir() + ":" + std::getenv("PATH")).c_str(), 1);
-  ::setenv("SEQUENCES", (SourceDir() + "/bench/station/sequences").c_str(), 1);
   for (const Block& block : ReadBlocks(fs::path(SourceDir()) / GetParam())) {
     EXPECT_FALSE(block.steps.empty()) << GetParam() << ": a block without a '$ ' line";
     RunBlock(GetParam(), block);
