@@ -30,8 +30,8 @@ const int kPipe = 4096;          // bytes of standard error that wait, full afte
 // took the longest message, or a queue that was once longer, is no leak. In a million packets a
 // leak of a byte in a dozen packets shows.
 //
-// In use is what the service has allocated, in whole pages (its code and the log ring are resident
-// beside it, page by page as they are used), and what the unit's heap says. The unit's resident
+// In use is what the service has allocated, in whole pages (its code is resident beside it, page
+// by page as it is used), and what the unit's heap says. The unit's resident
 // memory also has the queues of services that lagged behind: freed, but strewn with blocks in use
 // that hold their pages.
 const long kSameMemory = 64;

@@ -5,19 +5,26 @@
 #include <signal.h>
 #include <sys/slog.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
+#include <syslog.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <list>
+#include <set>
 #include <sstream>
 #include <thread>
 
 #include "platform/io.h"
 #include "platform/logbase.h"
 #include "qnx/slog_ring.h"
+#include "qnx/syslog_client.h"
 #include "support/fake_manager.h"
 #include "wire/devices.h"
 
@@ -499,6 +506,96 @@ TEST_F(SlogTest, WritersShareTheRingAndFollowANewOne) {
     const qnx::SlogLine line = Next();
     ASSERT_EQ(line.text, std::to_string(line.opcode) + ":" + std::to_string(next[line.opcode]++));
   }
+}
+
+TEST_F(SlogTest, ALineThatAKilledWriterLeftHidesNothingBehindIt) {
+  std::fstream ring(ring_, std::ios::in | std::ios::out | std::ios::binary);
+  std::uint64_t next = 0;
+  ring.seekg(offsetof(qnx::SlogHeader, next)).read(reinterpret_cast<char*>(&next), sizeof(next));
+  ++next;
+  ring.seekp(offsetof(qnx::SlogHeader, next))
+      .write(reinterpret_cast<const char*>(&next), sizeof(next))
+      .flush();
+  slogf(1, 6, "%s", "behind");
+  qnx::SlogLine line;
+  std::uint64_t lost = 0;
+  EXPECT_EQ(reader_.Next(&line, &lost), qnx::SlogReader::Result::kUnfinished);
+  EXPECT_EQ(Next().text, "behind");
+}
+
+// A full disk then ends nobody, and a reader needs no right to write.
+TEST_F(SlogTest, TheRingHasItsBlocksAndReadersMapItReadOnly) {
+  struct stat status;
+  ASSERT_EQ(::stat(ring_.c_str(), &status), 0);
+  EXPECT_GE(status.st_blocks * 512, status.st_size);
+  std::multiset<std::string> uses;
+  std::ifstream maps("/proc/self/maps");
+  for (std::string line; std::getline(maps, line);) {
+    if (line.find(ring_) != std::string::npos) uses.insert(line.substr(line.find(' ') + 1, 4));
+  }
+  EXPECT_EQ(uses, (std::multiset<std::string>{"r--s", "rw-s"})) << "the reader's, the writer's";
+}
+
+// The guard of a ring that is cut is a handler of SIGBUS.
+TEST(SlogGuardTest, NoThreadBlocksTheSignalOfAFault) {
+  TempRoot root;
+  Program unit(root, "headunit", {"--root", root.path()});
+  ASSERT_TRUE(Eventually([] { return platform::access("/pps/zelmar/system/key", F_OK) == 0; }));
+  Program service(root, "korvandis");
+  std::vector<std::uint64_t> blocked;  // signals, a mask a thread
+  ASSERT_TRUE(Eventually([&] {
+    blocked.clear();
+    for (const pid_t pid : {unit.pid(), service.pid()}) {
+      const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
+      for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+        const std::string status = ReadFile(task.path().string() + "/status");
+        blocked.push_back(std::stoull(status.substr(status.find("SigBlk:") + 7), nullptr, 16));
+      }
+    }
+    return blocked.size() >= 5;  // three of the unit, two of the service
+  }));
+  for (const std::uint64_t mask : blocked) EXPECT_EQ(mask >> (SIGBUS - 1) & 1, 0u);
+}
+
+TEST(SyslogTest, ADaemonThatDoesNotReadCostsOneShortWait) {
+  TempRoot root;
+  const std::string path = root.path() + "/log";
+  qnx::SyslogClient client(path.c_str());
+  client.Send(LOG_ERR, "nobody listens", 14);
+  const int daemon = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  ASSERT_LT(path.copy(address.sun_path, sizeof(address.sun_path) - 1), sizeof(address.sun_path));
+  ASSERT_EQ(::bind(daemon, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+  std::this_thread::sleep_for(milliseconds(1100));  // it is looked for once a second
+  const auto start = steady_clock::now();
+  for (int i = 0; i < 5000; ++i) client.Send(LOG_INFO, "text", 4);
+  const auto taken = steady_clock::now() - start;
+  EXPECT_GE(taken, milliseconds(90));
+  EXPECT_LT(taken, milliseconds(100 + 300 * KORVANDIS_PATIENCE));
+
+  char line[1024];
+  std::string last;
+  int received = 0;
+  const auto read_all = [&] {
+    ssize_t size;
+    while ((size = ::recv(daemon, line, sizeof(line), 0)) >= 0) {
+      last.assign(line, static_cast<std::size_t>(size));
+      if (last.find("lines lost") == std::string::npos) ++received;
+      int lost = 0;
+      const std::size_t count = last.find("]: ");
+      if (std::sscanf(last.c_str() + count, "]: %d lines lost", &lost) == 1) received += lost;
+    }
+  };
+  read_all();
+  client.Send(LOG_INFO, "again", 5);
+  read_all();
+  EXPECT_EQ(received, 5002) << "each line came or was counted";
+  EXPECT_EQ(last.rfind("<14>", 0), 0u) << last;
+  EXPECT_NE(last.find(" platform_test[" + std::to_string(::getpid()) + "]: again"),
+            std::string::npos)
+      << last;
+  ::close(daemon);
 }
 
 TEST_F(SlogTest, WhatIsNoRingIsNeverWritten) {

@@ -85,6 +85,8 @@ std::string EventLoop::Start() {
   sigset_t all;
   sigset_t before;
   sigfillset(&all);
+  for (const int fault : {SIGBUS, SIGSEGV, SIGFPE, SIGILL})
+    sigdelset(&all, fault);  // see ring_map.h
   pthread_sigmask(SIG_SETMASK, &all, &before);
   std::string failure;
   try {

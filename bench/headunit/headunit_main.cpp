@@ -38,7 +38,7 @@ const char kUsage[] =
     "  --empty          start without objects, files and services\n"
     "  --no-services    start without the services behind the objects\n"
     "  --state DIR      what survives a restart (default: ROOT/var/headunit)\n"
-    "  --log-lines N    lines of the system log, a power of two (default: 2048)\n"
+    "  --log-lines N    lines of the system log, a power of two (default: 16384)\n"
     "  --save DIR       write all objects as a profile into DIR at the end\n"
     "  --help           this text\n"
     "\n"

@@ -9,11 +9,14 @@ namespace qnx {
 // True when `header` is that of a ring that a file of `file_size` bytes can hold.
 bool IsRing(const SlogHeader& header, std::uint64_t file_size);
 
-// Maps the ring in the host file `path`. Returns null with errno (EINVAL: not a ring); otherwise
-// sets *size to the mapped bytes and *inode to the file's identity. Whoever cuts the file takes
-// pages from under the mapping: at the next access to one the whole of it reads as zero, and from
-// then on what is written there is lost.
-void* MapRing(const char* path, std::size_t* size, unsigned long* inode);
+enum class RingUse { kRead, kWrite };
+
+// Maps the ring in the host file `path`; for kRead the file need not be writable. Returns null with
+// errno (EINVAL: not a ring); otherwise sets *size to the mapped bytes and *inode to the file's
+// identity. When another process cuts the file, pages under the mapping are gone: at the next
+// access to one the whole mapping reads as zero, and what is written there from then on is lost.
+// This is done in a handler of SIGBUS, so no thread that uses a ring blocks that signal.
+void* MapRing(const char* path, RingUse use, std::size_t* size, unsigned long* inode);
 
 // Ends a mapping that nobody uses any more.
 void UnmapRing(void* base, std::size_t size);

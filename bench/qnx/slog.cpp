@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "qnx/syslog_client.h"
 #include "resolve.h"
 #include "ring_map.h"
 
@@ -81,7 +82,7 @@ class RingWriter {
   void Replace(const char* path) {
     const Mapping* old = current_.load(std::memory_order_relaxed);
     Mapping* fresh = old == &slots_[0] ? &slots_[1] : &slots_[0];
-    fresh->base = qnx::MapRing(path, &fresh->size, &fresh->inode);
+    fresh->base = qnx::MapRing(path, qnx::RingUse::kWrite, &fresh->size, &fresh->inode);
     if (fresh->base == nullptr && old->base == nullptr) return;
     fresh->pid = static_cast<std::uint32_t>(::getpid());
     retired_ = *old;
@@ -107,6 +108,7 @@ class RingWriter {
 };
 
 RingWriter g_ring;
+qnx::SyslogClient g_syslog(qnx::kSyslogPath);
 
 // slog's severities in the nearest priorities of syslog.
 int Priority(int severity) {
@@ -124,7 +126,7 @@ std::uint64_t Now() {
 int LogText(int opcode, int severity, const char* text, std::size_t length) {
   if (length > qnx::kSlogTextSize) length = qnx::kSlogTextSize;
   if (!g_ring.Write(opcode, severity, text, length, Now())) {
-    ::syslog(Priority(severity), "%.*s", static_cast<int>(length), text);
+    g_syslog.Send(Priority(severity), text, length);
   }
   return static_cast<int>(length);
 }

@@ -7,13 +7,19 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 
+#include "deadline.h"
 #include "ring_map.h"
 
 namespace qnx {
 namespace {
+
+// A line is written within a microsecond, unless its writer waits for a processor.
+const long kUnfinishedMs = 500;
 
 // The rings that are mapped, for the handler: a writer has two at most for a moment, a reader one.
 struct GuardedRing {
@@ -72,8 +78,9 @@ void UnmapRing(void* base, std::size_t size) {
   ::munmap(base, size);
 }
 
-void* MapRing(const char* path, std::size_t* size, unsigned long* inode) {
-  const int fd = ::open(path, O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+void* MapRing(const char* path, RingUse use, std::size_t* size, unsigned long* inode) {
+  const bool writes = use == RingUse::kWrite;
+  const int fd = ::open(path, (writes ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (fd < 0) return nullptr;
   struct stat status;
   SlogHeader header{};
@@ -85,7 +92,7 @@ void* MapRing(const char* path, std::size_t* size, unsigned long* inode) {
       IsRing(header, static_cast<std::uint64_t>(status.st_size))) {
     *size = sizeof(SlogHeader) + std::size_t{header.slots} * kSlogSlotSize;
     *inode = static_cast<unsigned long>(status.st_ino);
-    map = ::mmap(nullptr, *size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    map = ::mmap(nullptr, *size, writes ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED, fd, 0);
     if (map == MAP_FAILED) map = nullptr;
     if (map != nullptr) Guard(map, *size);
   }
@@ -121,8 +128,12 @@ int CreateSlogRing(const std::string& path, std::uint32_t slots) {
   header.slots = slots;
   header.slot_size = kSlogSlotSize;
   const auto size = static_cast<off_t>(sizeof(SlogHeader) + std::size_t{slots} * kSlogSlotSize);
-  int error = 0;
-  if (::ftruncate(fd, size) != 0 ||
+  // With all its blocks: a write to a hole of a full disk would be a fault.
+  int error;
+  do {
+    error = ::posix_fallocate(fd, 0, size);
+  } while (error == EINTR);
+  if (error == 0 &&
       ::pwrite(fd, &header, sizeof(header), 0) != static_cast<ssize_t>(sizeof(header))) {
     error = errno != 0 ? errno : EIO;
   }
@@ -157,7 +168,7 @@ SlogReader::~SlogReader() {
 int SlogReader::Open(const std::string& path) {
   std::size_t size = 0;
   unsigned long inode = 0;
-  void* map = MapRing(path.c_str(), &size, &inode);
+  void* map = MapRing(path.c_str(), RingUse::kRead, &size, &inode);
   if (map == nullptr) return errno;
   if (map_ != nullptr) UnmapRing(map_, size_);
   map_ = map;
@@ -177,6 +188,23 @@ void SlogReader::SkipToEnd() {
   position_ = static_cast<SlogHeader*>(map_)->next.load(std::memory_order_acquire);
 }
 
+namespace {
+
+// Copies the complete line `index`; false when it is overwritten meanwhile.
+bool Copy(const SlogSlot& slot, std::uint64_t index, SlogLine* line) {
+  line->index = index;
+  line->nanoseconds = slot.nanoseconds;
+  line->opcode = slot.opcode;
+  line->severity = slot.severity;
+  line->pid = slot.pid;
+  const std::uint32_t length = slot.length;
+  line->text.assign(slot.text, length < kSlogTextSize ? length : kSlogTextSize);
+  std::atomic_thread_fence(std::memory_order_acquire);
+  return slot.sequence.load(std::memory_order_relaxed) == index + 1;
+}
+
+}  // namespace
+
 SlogReader::Result SlogReader::Next(SlogLine* line, std::uint64_t* lost) {
   if (map_ == nullptr) return Result::kNothing;
   auto* header = static_cast<SlogHeader*>(map_);
@@ -195,28 +223,21 @@ SlogReader::Result SlogReader::Next(SlogLine* line, std::uint64_t* lost) {
   }
 
   const SlogSlot& slot = slots[position_ & (count - 1)];
-  const std::uint64_t sequence = slot.sequence.load(std::memory_order_acquire);
-  if (sequence == position_ + 1) {
-    line->index = position_;
-    line->nanoseconds = slot.nanoseconds;
-    line->opcode = slot.opcode;
-    line->severity = slot.severity;
-    line->pid = slot.pid;
-    const std::uint32_t length = slot.length;
-    line->text.assign(slot.text, length < kSlogTextSize ? length : kSlogTextSize);
-    std::atomic_thread_fence(std::memory_order_acquire);
-    if (slot.sequence.load(std::memory_order_relaxed) == sequence) {
+  const long deadline = NowMs() + kUnfinishedMs;
+  for (;;) {
+    const std::uint64_t sequence = slot.sequence.load(std::memory_order_acquire);
+    if (sequence == position_ + 1 && Copy(slot, position_, line)) {
       ++position_;
       return Result::kLine;
     }
+    const bool overwritten = sequence > position_ + 1;
+    if (overwritten || NowMs() >= deadline) {
+      ++position_;
+      *lost = 1;
+      return overwritten ? Result::kLost : Result::kUnfinished;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-  // Being written. A writer that died in the middle leaves its slot so: it is given up once the
-  // ring has moved on by a quarter.
-  const bool overwritten = sequence > position_ + 1;
-  if (!overwritten && next - position_ < count / 4 + 1) return Result::kNothing;
-  ++position_;
-  *lost = 1;
-  return Result::kLost;
 }
 
 }  // namespace qnx

@@ -117,7 +117,9 @@ class Printer {
     while (std::cout.good() && (result = reader->Next(&line, &lost)) != Result::kNothing) {
       if (result == Result::kLine && !Wants(options_, line)) continue;
       if (result == Result::kLost && last) continue;  // older than what is asked for
-      std::string text = result == Result::kLine ? Format(options_, line) : Lost(lost);
+      std::string text = result == Result::kLine   ? Format(options_, line)
+                         : result == Result::kLost ? Lost(lost)
+                                                   : "... a line that its writer did not finish\n";
       if (!last) {
         std::cout << text;
         continue;

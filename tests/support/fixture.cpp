@@ -193,6 +193,7 @@ const std::vector<Log::Line>& Log::Lines() {
         lines_.push_back({line.severity, line.opcode, line.text});
         break;
       case qnx::SlogReader::Result::kLost:
+      case qnx::SlogReader::Result::kUnfinished:
         break;
       case qnx::SlogReader::Result::kNothing:
         return lines_;

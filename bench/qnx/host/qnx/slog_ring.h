@@ -45,8 +45,9 @@ struct SlogLine {
   std::string text;
 };
 
-// Creates an empty ring of `slots` lines (a power of two) at the host path `path`, replacing what
-// lies there in one step. Returns 0 or an error number.
+// Creates an empty ring of `slots` lines (a power of two) at the host path `path`, with all its
+// blocks on the disk, replacing what lies there in one step. Returns 0 or an error number (ENOSPC:
+// it has no room).
 int CreateSlogRing(const std::string& path, std::uint32_t slots);
 
 // Makes readers of the ring at the host path `path` begin behind its newest line. Returns 0 or an
@@ -61,17 +62,21 @@ class SlogReader {
   SlogReader(const SlogReader&) = delete;
   SlogReader& operator=(const SlogReader&) = delete;
 
-  // Maps the ring at the host path `path`; returns 0 or an error number (EINVAL: not a ring).
+  // Maps the ring at the host path `path`, which need not be writable; returns 0 or an error number
+  // (EINVAL: not a ring).
   int Open(const std::string& path);
 
   // True when the file at the path is no longer the mapped ring: the unit made a new one.
   bool Replaced() const;
 
   enum class Result {
-    kLine,     // *line holds the next line
-    kNothing,  // the next line is not written yet
+    kLine,        // *line holds the next line
+    kNothing,     // there is no further line yet
+    kUnfinished,  // a writer was killed in the middle of a line (*lost is 1); the reader is behind
+                  // it
     kLost,  // *lost lines were overwritten before they could be read; the reader is now behind them
   };
+  // A line that is just being written is waited for, half a second at most.
   Result Next(SlogLine* line, std::uint64_t* lost);
 
   // Continues behind the newest line.

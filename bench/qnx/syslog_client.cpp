@@ -1,0 +1,95 @@
+#include "qnx/syslog_client.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "deadline.h"
+
+namespace qnx {
+namespace {
+
+const long kPatienceMs = 100;
+const long kRetryMs = 1000;
+const std::size_t kLongestLine = 1024;  // with what stands in front of the text
+
+}  // namespace
+
+SyslogClient::~SyslogClient() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+void SyslogClient::Send(int priority, const char* text, std::size_t length) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (fd_ < 0 && !Connect()) {
+    ++dropped_;
+    return;
+  }
+  if (dropped_ > 0) {
+    char note[64];
+    const int size = std::snprintf(note, sizeof(note), "%llu lines lost: the log did not take them",
+                                   static_cast<unsigned long long>(dropped_));
+    if (Put(LOG_ERR, note, static_cast<std::size_t>(size))) dropped_ = 0;
+  }
+  if (dropped_ > 0 || !Put(priority, text, length)) ++dropped_;
+}
+
+bool SyslogClient::Connect() {
+  const long now = NowMs();
+  if (now < next_attempt_) return false;
+  next_attempt_ = now + kRetryMs;
+  stuck_ = false;
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (std::strlen(path_) >= sizeof(address.sun_path)) return false;
+  std::strcpy(address.sun_path, path_);
+  fd_ = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  if (fd_ < 0) return false;
+  if (::connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
+    return true;
+  }
+  ::close(fd_);
+  fd_ = -1;
+  return false;
+}
+
+// False when the line was not taken.
+bool SyslogClient::Put(int priority, const char* text, std::size_t length) {
+  if (fd_ < 0) return false;
+  char line[kLongestLine];
+  const std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  ::localtime_r(&now, &parts);
+  char when[32] = "";
+  std::strftime(when, sizeof(when), "%b %e %T", &parts);
+  const int wanted =
+      std::snprintf(line, sizeof(line), "<%d>%s %s[%d]: %.*s", priority | LOG_USER, when,
+                    program_invocation_short_name, ::getpid(), static_cast<int>(length), text);
+  const std::size_t size = static_cast<std::size_t>(wanted) < sizeof(line)
+                               ? static_cast<std::size_t>(wanted)
+                               : sizeof(line) - 1;
+  ssize_t sent = ::send(fd_, line, size, MSG_NOSIGNAL);
+  if (sent < 0 && errno == EAGAIN && !stuck_) {
+    stuck_ = true;
+    if (WaitAgain(fd_, POLLOUT, NowMs() + kPatienceMs))
+      sent = ::send(fd_, line, size, MSG_NOSIGNAL);
+  }
+  if (sent >= 0) {
+    stuck_ = false;
+    return true;
+  }
+  if (errno != EAGAIN) {  // the daemon is gone
+    ::close(fd_);
+    fd_ = -1;
+  }
+  return false;
+}
+
+}  // namespace qnx
