@@ -93,7 +93,7 @@ bool Multiply(const std::string& path, int runs) {
   char* message = nullptr;
   bool done = sqlite3_open(path.c_str(), &database) == SQLITE_OK &&
               sqlite3_exec(database, script.c_str(), nullptr, nullptr, &message) == SQLITE_OK;
-  if (message != nullptr) std::fprintf(stderr, "records: %s\n", message);
+  if (message != nullptr) std::fprintf(stderr, "record_store: %s\n", message);
   sqlite3_free(message);
   sqlite3_close(database);
   return done;
@@ -118,7 +118,7 @@ double SummarySeconds(const std::string& path, const records::Filter& filter, lo
     times.push_back(Since(start));
     if (!problem.empty() || (expected != 0 && summary.runs != expected) ||
         summary.steps.size() != kSteps || summary.measurements.size() != kNumbers) {
-      std::fprintf(stderr, "records: a wrong summary %s\n", problem.c_str());
+      std::fprintf(stderr, "record_store: a wrong summary %s\n", problem.c_str());
       std::exit(1);
     }
   }
@@ -128,7 +128,7 @@ double SummarySeconds(const std::string& path, const records::Filter& filter, lo
 
 }  // namespace
 
-// records [RUNS]
+// record_store [RUNS]
 int main(int argc, char** argv) {
   const int runs = argc > 1 ? std::atoi(argv[1]) : 100000;
   const char* parent = std::getenv("TMPDIR");
