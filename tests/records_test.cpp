@@ -89,11 +89,11 @@ std::size_t CountRuns(const std::string& address) {
 class Records : public ::testing::TestWithParam<bool> {
  protected:
   void SetUp() override {
+    ::setenv("XDG_STATE_HOME", (root_.path() + "/state").c_str(), 1);
     if (!GetParam()) return;
     server_ = std::make_unique<support::Postgres>();
     if (!std::filesystem::exists("/usr/lib/postgresql")) GTEST_SKIP() << server_->problem();
     ASSERT_EQ(server_->problem(), "");
-    ::setenv("XDG_STATE_HOME", (root_.path() + "/state").c_str(), 1);
   }
 
   std::string Address() const {
@@ -172,17 +172,28 @@ TEST_P(Records, ARunThatCannotBeStoredWaitsForTheNext) {
   for (int i = 0; i < 2; ++i) {  // twice the same, as after a crash between storing and clearing
     const Stored failed = StoreRun(Address(), kept);
     EXPECT_FALSE(failed.stored);
-    EXPECT_PRED2(Contains, failed.problem, "the run is kept in " + SpoolPath(Address()));
+    EXPECT_PRED2(Contains, failed.problem, "the run is kept in " + SpoolPaths(Address())[0]);
   }
-  std::ofstream(SpoolPath(Address()), std::ios::app) << "{\"id\":\"cut";
+  std::ofstream(SpoolPaths(Address())[0], std::ios::app) << "{\"id\":\"cut";
   Repair();
   const Stored next = StoreRun(Address(), WholeRun());
   EXPECT_TRUE(next.stored);
   EXPECT_EQ(next.caught_up, 2U);
   EXPECT_PRED2(Contains, next.problem, "is not a whole run");
-  EXPECT_PRED2(Contains, support::ReadFile(SpoolPath(Address()) + ".broken"), "{\"id\":\"cut");
+  EXPECT_PRED2(Contains, support::ReadFile(SpoolPaths(Address())[0] + ".broken"), "{\"id\":\"cut");
   EXPECT_EQ(CountRuns(Address()), 3U);
   EXPECT_EQ(StoreRun(Address(), WholeRun()).problem, "") << "the spool is empty";
+}
+
+TEST(RecordFile, ARunWaitsElsewhereWhereItsRecordHasNoDirectory) {
+  const support::TempRoot root;
+  ::setenv("XDG_STATE_HOME", (root.path() + "/state").c_str(), 1);
+  const std::string record = root.path() + "/none/line.db";
+  EXPECT_PRED2(Contains, StoreRun(record, WholeRun()).problem,
+               "the run is kept in " + root.path() + "/state/korvandis/");
+  std::filesystem::create_directory(root.path() + "/none");
+  EXPECT_EQ(StoreRun(record, WholeRun()).caught_up, 1U);
+  EXPECT_EQ(CountRuns(record), 2U);
 }
 
 TEST_P(Records, AnIdentityBelongsToOneDevice) {

@@ -63,9 +63,12 @@ std::string Seconds(double seconds, int places = 1) {
   return text;
 }
 
-std::string Verdict(const Context& context, const std::string& outcome) {
+const std::size_t kVerdictWidth = 8;
+
+std::string Verdict(const Context& context, const std::string& outcome,
+                    std::size_t width = kVerdictWidth) {
   std::string text = outcome;
-  text.resize(std::max<std::size_t>(text.size(), 8), ' ');
+  text.resize(std::max(text.size(), width), ' ');
   if (!Coloured(context)) return text;
   const char* code = outcome == "passed" ? "32" : outcome == "skipped" ? "33" : "31";
   return std::string("\033[") + code + "m" + text + "\033[0m";
@@ -132,7 +135,7 @@ void Show(Context& context, const records::Run& run) {
   std::snprintf(crc, sizeof(crc), "%08X", run.sequence_crc);
   context.out << qnx::Escape(run.title) << ", device "
               << (run.device.empty() ? "-" : qnx::Escape(run.device)) << ": "
-              << Verdict(context, records::OutcomeText(run.outcome)) << "\nrun " << run.id
+              << Verdict(context, records::OutcomeText(run.outcome), 0) << "\nrun " << run.id
               << "\nbegan " << records::ZoneText(records::UtcText(run.start), run.zone_minutes)
               << ", took " << Seconds(run.seconds, 3) << "\nstation " << qnx::Escape(run.station)
               << ", program " << qnx::Escape(run.program) << "\nsequence "

@@ -44,9 +44,6 @@ class Spool {
 
   // Returns an empty text, or why not.
   std::string OpenForAppending() {
-    std::error_code ignored;  // the open below tells
-    const std::filesystem::path parent = std::filesystem::path(path_).parent_path();
-    if (!parent.empty()) std::filesystem::create_directories(parent, ignored);
     file_.Reset(::open(path_.c_str(), O_RDWR | O_CLOEXEC | O_APPEND | O_CREAT, 0600));
     if (!file_.is_open()) return std::strerror(errno);
     while (::flock(file_.get(), LOCK_EX) != 0) {
@@ -131,31 +128,42 @@ void CatchUp(Database* database, const std::string& path, Stored* result) {
 
 }  // namespace
 
-std::string SpoolPath(const std::string& address) {
-  if (!IsServer(address)) return address + ".spool";
-  return StateDirectory() + "/" + ShortHash(WithoutPassword(address)) + ".spool";
+std::vector<std::string> SpoolPaths(const std::string& address) {
+  if (IsServer(address)) {
+    return {StateDirectory() + "/" + ShortHash(WithoutPassword(address)) + ".spool"};
+  }
+  const std::string absolute = std::filesystem::absolute(address).lexically_normal().string();
+  return {address + ".spool", StateDirectory() + "/" + ShortHash(absolute) + ".spool"};
 }
 
 Stored StoreRun(const std::string& address, const Run& run) {
   Stored result;
-  const std::string path = SpoolPath(address);
+  const std::vector<std::string> paths = SpoolPaths(address);
   std::string problem;
   const std::unique_ptr<Database> database =
       Database::Open(address, Database::Mode::kWrite, &problem);
   if (database != nullptr) {
-    CatchUp(database.get(), path, &result);
+    for (const std::string& path : paths) CatchUp(database.get(), path, &result);
     problem = database->Store(run, &result.number);
     result.stored = problem.empty();
     if (result.stored) return result;
   }
-  Spool spool(path);
-  std::string reason = spool.OpenForAppending();
-  if (reason.empty()) reason = spool.Append(RunJson(run));
   AddSentence(problem, &result.problem);
-  AddSentence(reason.empty() ? "the run is kept in " + qnx::Escape(path) +
-                                   " and will be stored with the next one"
-                             : "the run is lost, " + qnx::Escape(path) + ": " + reason,
-              &result.problem);
+  std::error_code ignored;  // opening the spool tells
+  std::filesystem::create_directories(StateDirectory(), ignored);
+  for (const std::string& path : paths) {
+    Spool spool(path);
+    std::string reason = spool.OpenForAppending();
+    if (reason.empty()) reason = spool.Append(RunJson(run));
+    if (reason.empty()) {
+      AddSentence(
+          "the run is kept in " + qnx::Escape(path) + " and will be stored with the next one",
+          &result.problem);
+      return result;
+    }
+    AddSentence(qnx::Escape(path) + ": " + reason, &result.problem);
+  }
+  AddSentence("the run is lost", &result.problem);
   return result;
 }
 

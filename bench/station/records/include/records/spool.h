@@ -4,6 +4,7 @@
 #define KORVANDIS_RECORDS_SPOOL_H
 
 #include <string>
+#include <vector>
 
 #include "station/run_record.h"
 
@@ -13,9 +14,10 @@ namespace records {
 std::string RunJson(const Run& run);
 bool ParseRunJson(const std::string& line, Run* run);
 
-// Where the runs of a record wait: beside an SQLite file ("line.db.spool"), for a server below
-// $XDG_STATE_HOME or ~/.local/state.
-std::string SpoolPath(const std::string& address);
+// Where the runs of a record wait: beside an SQLite file ("line.db.spool"); for a server, or where
+// nothing can be written beside the file, below $XDG_STATE_HOME or ~/.local/state. The first place
+// that can be written is used.
+std::vector<std::string> SpoolPaths(const std::string& address);
 
 // What became of a run that was to be stored.
 struct Stored {
