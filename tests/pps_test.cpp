@@ -499,28 +499,6 @@ class Encoder {
   pps_encoder_t encoder_;
 };
 
-TEST(Encoder, TextsOfTheService) {
-  Encoder setting(kPps);
-  pps_encoder_start_object(setting, "@setting_status");
-  pps_encoder_add_int(setting, "zmregion", 6);
-  EXPECT_EQ(setting.Text(), "(null)") << "not while the object is open";
-  pps_encoder_end_object(setting);
-  EXPECT_EQ(setting.Text(), "@setting_status\nzmregion:n:6\n");
-
-  Encoder location(kPps);
-  pps_encoder_start_object(location, "control");
-  pps_encoder_add_string(location, "msg", "location");
-  pps_encoder_start_object(location, "dat");
-  pps_encoder_add_int(location, "period", 1);
-  pps_encoder_add_string(location, "provider", "gnss");
-  pps_encoder_add_string(location, "fix_type", "");
-  pps_encoder_end_object(location);
-  EXPECT_EQ(pps_encoder_end_object(location), PPS_ENCODER_OK);
-  EXPECT_EQ(location.Text(),
-            "@control\nmsg::location\ndat:json:{\"period\":1,\"provider\":\"gnss\","
-            "\"fix_type\":\"\"}\n");
-}
-
 TEST(Encoder, EveryValueAsAttributeAndAsMember) {
   for (const bool json : {kPps, kJson}) {
     Encoder e(json);

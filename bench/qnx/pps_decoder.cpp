@@ -34,6 +34,10 @@ bool Is(const Value& value, const char* address) {
   return value.IsString() && value.GetString() == address;
 }
 
+const Value::Member& MemberAt(const Value& object, Size index) {
+  return object.MemberBegin()[static_cast<std::ptrdiff_t>(index)];
+}
+
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 // The number without its leading zeros, which PPS has and JSON has not; null when it is none.
@@ -124,7 +128,7 @@ class Decoder {
 
   const char* Name() const {
     if (!at_.container->IsObject() || at_.next == Length()) return nullptr;
-    const Value& name = (at_.container->MemberBegin() + at_.next)->name;
+    const Value& name = MemberAt(*at_.container, at_.next).name;
     return Is(name, kNameless) ? nullptr : name.GetString();
   }
 
@@ -238,7 +242,7 @@ class Decoder {
       return {&container[at_.next], at_.next};
     }
     for (Size i = name == nullptr ? at_.next : 0; i < Length(); ++i) {
-      const auto& member = *(container.MemberBegin() + i);
+      const auto& member = MemberAt(container, i);
       const bool found = name == nullptr || (!Is(member.name, kNameless) &&
                                              std::strcmp(member.name.GetString(), name) == 0);
       if (found) return {&member.value, i};

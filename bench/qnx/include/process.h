@@ -2,8 +2,13 @@
 #ifndef KORVANDIS_PROCESS_H
 #define KORVANDIS_PROCESS_H
 
-// Mode of spawnv: return at once, the child runs on.
+// Modes of spawnv. P_NOWAIT returns at once and the child runs on. The others (wait for the child,
+// replace the caller, a child that nobody collects) are refused here with EINVAL: no program of
+// ours uses them.
+#define P_WAIT 0
 #define P_NOWAIT 1
+#define P_OVERLAY 2
+#define P_NOWAITO 3
 
 // Starts the program at `path` with the argument vector `argv` (ended by a null pointer). An
 // absolute path lies below HEADUNIT_ROOT. The child inherits standard input, output and error, the
