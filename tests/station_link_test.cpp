@@ -270,5 +270,21 @@ TEST_F(StationVerifyTest, OnlyAValueThatIsNoFailureProvesAWrite) {
   }
 }
 
+TEST_F(StationLinkTest, ARunKnowsWhichServiceAnswers) {
+  FakeManager control(root_, qnx::kControlPath);
+  root_.AddFile("/test.seq", "phase P\nstep A\nwait for service 5 s\n");
+  const auto run = [&](std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {"run", root_.path() + "/test.seq"});
+    program_ = std::make_unique<Program>(root_, "station", arguments);
+    Connection connection = control.Grant();
+    connection.Receive();
+    connection.Send(std::string("ok service 1 services 2"));
+    return program_->Wait();
+  };
+  EXPECT_EQ(run({}), 3);
+  EXPECT_PRED2(Contains, program_->Errors(), "2 services are connected to the unit: end the other");
+  EXPECT_EQ(run({"--allow-several"}), 0);
+}
+
 }  // namespace
 }  // namespace support

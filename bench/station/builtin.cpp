@@ -7,6 +7,7 @@
 #include <iostream>
 
 #include "station/packet_text.h"
+#include "station/progress.h"
 #include "station/requester.h"
 
 namespace station {
@@ -67,6 +68,7 @@ bool IsSilent(std::uint8_t number, std::uint8_t sub_command) {
 int RunGroup(Context& context) {
   struct Row {
     std::string name, value, verdict;
+    records::Outcome outcome;
   };
   const std::string& group = context.invocation.command->words;
   Requester requester(context.timeout, nullptr);
@@ -86,14 +88,16 @@ int RunGroup(Context& context) {
     }
     right = right && exchange.right();
     Row row{command->words.substr(group.size() + 1), Describe(exchange.answer),
-            exchange.right() ? "ok" : exchange.problem};
+            exchange.right() ? "ok" : exchange.problem,
+            exchange.right() ? records::Outcome::kPassed : records::Outcome::kFailed};
     name_width = std::max(name_width, row.name.size());
     value_width = std::max(value_width, row.value.size());
     rows.push_back(std::move(row));
   }
+  const Console console = ConsoleOf(context.out);
   for (const Row& row : rows) {
     context.out << Padded(row.name, name_width) << "  " << Padded(row.value, value_width) << "  "
-                << row.verdict << '\n';
+                << Coloured(console, row.outcome, row.verdict) << '\n';
   }
   return right ? tools::kExitRight : tools::kExitWrong;
 }

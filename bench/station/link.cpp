@@ -146,13 +146,16 @@ int CountServices(std::string* reason) {
     *reason = answer;
     return -1;
   }
+  // "service" tells whether there is any, "services" how many; a unit may tell only the first.
   std::istringstream words(answer);
+  int count = -1;
   for (std::string word; words >> word;) {
-    int count = 0;
-    if (word == "service" && words >> count) return count;
+    int number = 0;
+    if (word == "services" && words >> number) return number;
+    if (word == "service" && words >> number) count = number;
   }
-  *reason = "the unit does not say whether the service is connected";
-  return -1;
+  if (count < 0) *reason = "the unit does not say whether the service is connected";
+  return count;
 }
 
 bool ServiceConnected(std::string* reason) {

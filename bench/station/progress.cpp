@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <map>
+#include <iostream>
 
 #include "records/database.h"
 #include "tools/program.h"
@@ -61,8 +61,10 @@ const char* VerdictText(Outcome outcome) {
 
 }  // namespace
 
-Console ConsoleAt(int fd) {
+Console ConsoleOf(const std::ostream& out) {
   Console console;
+  if (&out != &std::cout && &out != &std::cerr) return console;
+  const int fd = &out == &std::cout ? STDOUT_FILENO : STDERR_FILENO;
   const char* term = std::getenv("TERM");
   if (::isatty(fd) == 0) return console;
   winsize size{};

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <iostream>
 
 #include "banner.h"
 #include "records/database.h"
@@ -39,11 +38,6 @@ std::string HostName() {
 // Events on the standard output leave it to the program that reads them.
 bool EventsOnOutput(const Invocation& invocation) { return invocation.Get("--events") == "-"; }
 
-Console ConsoleOf(const Context& context, bool errors) {
-  if (errors) return &context.err == &std::cerr ? ConsoleAt(STDERR_FILENO) : Console{};
-  return &context.out == &std::cout ? ConsoleAt(STDOUT_FILENO) : Console{};
-}
-
 }  // namespace
 
 int UsageError(Context& context, const std::string& reason) {
@@ -74,7 +68,7 @@ RunSession::RunSession(Context& context, const Sequence& sequence,
       person_(person),
       interrupt_(interrupt),
       out_(EventsOnOutput(context.invocation) ? context.err : context.out),
-      console_(ConsoleOf(context, EventsOnOutput(context.invocation))) {}
+      console_(ConsoleOf(out_)) {}
 
 std::string RunSession::Open() {
   if (!context_.invocation.Has("--events")) return "";

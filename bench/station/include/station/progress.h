@@ -17,9 +17,9 @@ struct Console {
   std::size_t width = 0;  // columns, 0: unknown
 };
 
-// What the file `fd` can show: nothing special unless it is a terminal; neither colour nor progress
-// with TERM=dumb or NO_COLOR.
-Console ConsoleAt(int fd);
+// What `out` can show: nothing special unless it is the standard output or error and a terminal;
+// neither colour nor progress with TERM=dumb or NO_COLOR.
+Console ConsoleOf(const std::ostream& out);
 
 // `text` in the colour of the outcome, where there are colours.
 std::string Coloured(const Console& console, records::Outcome outcome, const std::string& text);
