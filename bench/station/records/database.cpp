@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 #include "qnx/text.h"
@@ -16,6 +17,8 @@ namespace {
 
 // Seconds that a writer waits for the others of an SQLite file.
 const char kBusySeconds[] = "20";
+// Seconds that a server may take to accept a connection.
+const char kConnectSeconds[] = "10";
 
 std::string SqliteOptions(const std::string& path) {
   return "dbname=\"" + path + "\" timeout=" + kBusySeconds;
@@ -52,6 +55,8 @@ std::unique_ptr<Database> Database::Open(const std::string& address, Mode mode,
   }
   try {
     if (inside.server) {
+      // A server that does not answer is told after a while, unless the address says otherwise.
+      ::setenv("PGCONNECT_TIMEOUT", kConnectSeconds, 0);
       inside.sql.open(soci::postgresql, address);
       inside.sql << "SET client_encoding TO 'UTF8'";
       inside.sql << "SET client_min_messages TO warning";
