@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "profile.h"
+#include "qnx/text.h"
 
 namespace headunit {
 namespace {
@@ -36,10 +37,8 @@ std::string Pair(const char* key, std::uint64_t value) {
 // Calls act(number) when the whole of `text` is a number from `least` to `most`.
 template <typename Act>
 std::string WithNumber(const std::string& text, int base, long least, long most, Act act) {
-  char* end = nullptr;
-  errno = 0;
-  const long value = std::strtol(text.c_str(), &end, base);
-  if (text.empty() || *end != '\0' || errno != 0 || value < least || value > most) {
+  long value = 0;
+  if (!qnx::ParseNumber(text, least, most, &value, base)) {
     return Error("'" + text + "' is not a number from " + std::to_string(least) + " to " +
                  std::to_string(most));
   }

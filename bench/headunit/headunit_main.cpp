@@ -18,6 +18,7 @@
 #include "headunit/unit.h"
 #include "platform/io.h"
 #include "qnx/bench_link.h"
+#include "qnx/text.h"
 #include "qnx/unit_root.h"
 
 namespace {
@@ -57,15 +58,10 @@ int Fail(const std::string& message) {
 }
 
 bool ParseLines(const std::string& text, std::uint32_t* lines) {
-  char* end = nullptr;
-  errno = 0;
-  const unsigned long value = std::strtoul(text.c_str(), &end, 10);
-  const bool power_of_two = value != 0 && (value & (value - 1)) == 0;
-  if (text.empty() || text[0] < '0' || text[0] > '9' || *end != '\0' || errno != 0 ||
-      !power_of_two || value > std::numeric_limits<std::uint32_t>::max()) {
-    return false;
-  }
-  *lines = static_cast<std::uint32_t>(value);
+  std::uint32_t value = 0;
+  const bool number = qnx::ParseNumber(text, 1, std::numeric_limits<std::uint32_t>::max(), &value);
+  if (!number || (value & (value - 1)) != 0) return false;  // only powers of two
+  *lines = value;
   return true;
 }
 

@@ -9,6 +9,7 @@
 
 #include "log.h"
 #include "profile.h"
+#include "wire/hex.h"
 
 namespace headunit {
 namespace {
@@ -37,11 +38,6 @@ std::string FormatRecord(const char* word, const sysinfo_param_t& record) {
   return line + "\n";
 }
 
-int HexDigit(char digit) {
-  if (digit >= '0' && digit <= '9') return digit - '0';
-  return digit >= 'a' && digit <= 'f' ? digit - 'a' + 10 : -1;
-}
-
 bool ParseRecord(std::istream* line, sysinfo_param_t* record) {
   std::string hex;
   std::int32_t length = -1;
@@ -50,8 +46,8 @@ bool ParseRecord(std::istream* line, sysinfo_param_t* record) {
     return false;
   }
   for (std::size_t i = 0; i < sizeof(record->uuid); ++i) {
-    const int high = HexDigit(hex[2 * i]);
-    const int low = HexDigit(hex[2 * i + 1]);
+    const int high = wire::HexValue(hex[2 * i]);
+    const int low = wire::HexValue(hex[2 * i + 1]);
     if (high < 0 || low < 0) return false;
     record->uuid[i] = static_cast<char>(high << 4 | low);
   }

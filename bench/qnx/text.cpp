@@ -1,7 +1,5 @@
 #include "qnx/text.h"
 
-#include <charconv>
-
 #include "wire/hex.h"
 
 namespace qnx {
@@ -53,15 +51,6 @@ std::string Escape(std::string_view text) {
     text.remove_prefix(length);
   }
   return escaped;
-}
-
-bool ParseNumber(std::string_view text, long least, long most, long* number, int base) {
-  long value = 0;
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, value, base);
-  if (error != std::errc() || rest != end || value < least || value > most) return false;
-  *number = value;
-  return true;
 }
 
 }  // namespace qnx

@@ -12,7 +12,7 @@
 namespace station {
 
 std::string ReadFile(const std::string& path, std::string* text) {
-  const std::string shown = "'" + tools::Escape(path) + "': ";
+  const std::string shown = tools::Quoted(path) + ": ";
   const tools::Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   struct stat status {};
   if (!file.is_open() || ::fstat(file.get(), &status) != 0) return shown + std::strerror(errno);

@@ -223,7 +223,7 @@ void Requester::LookAtProof(const Invocation& invocation, const Proof& proof, Ex
     }
     holds = holds && there && read.text == read.expected;
     shown += (shown.empty() ? "" : ", ") + read.name + " is " +
-             (there ? "'" + qnx::Escape(read.text) + "'" : "missing");
+             (there ? qnx::Quoted(read.text) : "missing");
     if (there) exchange->read_back.push_back(read);
   }
   shown = "in " + where + " " + shown;

@@ -61,7 +61,7 @@ void MeasureReadBack(const Exchange& exchange, records::Step* record) {
     measurement.name = read.name;
     measurement.text = read.text;
     measurement.number = read.number;
-    measurement.expected = "'" + tools::Escape(read.expected) + "'";
+    measurement.expected = tools::Quoted(read.expected);
     if (read.text != read.expected) {
       measurement.outcome = Outcome::kFailed;
       Append(", ", read.name + " " + measurement.expected, &record->expected);

@@ -101,7 +101,7 @@ int Get(const std::string& path, const std::string* name) {
 // Appends the PPS line that `argument` of set stands for. Returns what is wrong with it, or
 // nothing: a manager drops a malformed write without a word, so it is refused here.
 std::string AppendLine(const std::string& argument, std::string* text) {
-  const std::string shown = "'" + tools::Escape(argument) + "' ";
+  const std::string shown = tools::Quoted(argument) + " ";
   const std::size_t equals = argument.find('=');
   const std::size_t colon = argument.find(':');
   const std::size_t name_end = std::min(equals, colon);

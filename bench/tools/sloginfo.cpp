@@ -173,15 +173,6 @@ int Show(const Options& options) {
   return kExitRight;
 }
 
-bool ParseNumber(const std::string& text, int base, unsigned long limit, unsigned long* value) {
-  const char* const digits = base == 16 ? "0123456789abcdefABCDEF" : "0123456789";
-  if (text.empty() || text.size() > 10 || text.find_first_not_of(digits) != std::string::npos) {
-    return false;
-  }
-  *value = std::stoul(text, nullptr, base);
-  return *value <= limit;
-}
-
 bool ParseSeverity(const std::string& text, std::set<std::uint32_t>* severities) {
   if (!text.empty() && text.find_first_not_of("01234567") == std::string::npos) {
     for (const char digit : text) severities->insert(static_cast<std::uint32_t>(digit - '0'));
@@ -197,13 +188,13 @@ bool ParseSeverity(const std::string& text, std::set<std::uint32_t>* severities)
 
 bool ParseOpcode(const std::string& text, unsigned long* opcode) {
   const unsigned long limit = std::numeric_limits<std::uint32_t>::max();
-  if (text.compare(0, 2, "0x") == 0) return ParseNumber(text.substr(2), 16, limit, opcode);
-  return ParseNumber(text, text.size() == 8 ? 16 : 10, limit, opcode);
+  if (text.compare(0, 2, "0x") == 0) return qnx::ParseNumber(text.substr(2), 0, limit, opcode, 16);
+  return qnx::ParseNumber(text, 0, limit, opcode, text.size() == 8 ? 16 : 10);
 }
 
 // Takes one option with its value. Returns what is wrong with it, or nothing.
 std::string TakeOption(int option, const std::string& value, Options* options) {
-  const std::string shown = "'" + tools::Escape(value) + "' ";
+  const std::string shown = tools::Quoted(value) + " ";
   unsigned long number = 0;
   switch (option) {
     case 'c':
@@ -227,12 +218,13 @@ std::string TakeOption(int option, const std::string& value, Options* options) {
       options->opcodes.insert(static_cast<std::uint32_t>(number));
       break;
     case 'n':
-      if (!ParseNumber(value, 10, 999999999, &number)) return shown + "is not a number of lines";
+      if (!qnx::ParseNumber(value, 0, 999999999, &number))
+        return shown + "is not a number of lines";
       options->limited = true;
       options->lines = number;
       break;
     case 'p':
-      if (!ParseNumber(value, 10, 999999999, &number)) return shown + "is not a process number";
+      if (!qnx::ParseNumber(value, 0, 999999999, &number)) return shown + "is not a process number";
       options->processes.insert(static_cast<std::uint32_t>(number));
       break;
     case 'e':

@@ -14,6 +14,7 @@
 #include "../log.h"
 #include "platform/io.h"
 #include "qnx/manager_socket.h"
+#include "qnx/text.h"
 
 namespace headunit {
 namespace {
@@ -69,13 +70,9 @@ std::string ReadAttribute(const char* path, const std::string& name, const char*
 }
 
 int ReadNumber(const char* path, const std::string& name, int fallback) {
-  const std::string text = ReadAttribute(path, name, "n", "");
-  char* end = nullptr;
-  errno = 0;
-  const long value = std::strtol(text.c_str(), &end, 10);
-  const bool good =
-      !text.empty() && *end == '\0' && errno == 0 && value >= INT_MIN && value <= INT_MAX;
-  return good ? static_cast<int>(value) : fallback;
+  int value = fallback;
+  qnx::ParseNumber(ReadAttribute(path, name, "n", ""), INT_MIN, INT_MAX, &value);
+  return value;
 }
 
 bool Publish(const char* path, const std::string& lines) {

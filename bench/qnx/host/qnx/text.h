@@ -2,8 +2,10 @@
 #ifndef KORVANDIS_QNX_TEXT_H
 #define KORVANDIS_QNX_TEXT_H
 
+#include <charconv>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 namespace qnx {
 
@@ -22,9 +24,18 @@ std::string Escape(std::string_view text);
 // The escaped text in single quotes, as messages show names that others chose.
 inline std::string Quoted(std::string_view text) { return "'" + Escape(text) + "'"; }
 
-// Puts the number that the whole of `text` is into *number; digits of `base`, perhaps a minus in
+// Puts the integer that the whole of `text` is into *number; digits of `base`, perhaps a minus in
 // front. False, and *number is unchanged, when it is none or lies outside `least` to `most`.
-bool ParseNumber(std::string_view text, long least, long most, long* number, int base = 10);
+template <typename Number>
+bool ParseNumber(std::string_view text, std::common_type_t<Number> least,
+                 std::common_type_t<Number> most, Number* number, int base = 10) {
+  Number value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, value, base);
+  if (error != std::errc() || rest != end || value < least || value > most) return false;
+  *number = value;
+  return true;
+}
 
 }  // namespace qnx
 
