@@ -1,27 +1,19 @@
-// Reads sequences and the files they include. Limit files are read in sequence_limits.cpp.
+// Reads sequences and the files they include. step_parser.cpp reads the lines inside a step,
+// sequence_limits.cpp the tables of limits.
 #include <algorithm>
-#include <cmath>
 
 #include "sequence_limits.h"
 #include "sequence_text.h"
 #include "station/pattern.h"
 #include "station/sequence.h"
+#include "step_parser.h"
 #include "tools/program.h"
 
 namespace station {
 namespace {
 
-const int kMostRetries = 10000;
 const std::size_t kLongestLine = 2000;
 const std::size_t kMostFiles = 100;
-const double kLongestTime = 3600;  // seconds, of any one time in a file
-
-// "2 s": seconds.
-bool ParseTime(const std::string& text, double* seconds) {
-  std::string rest = text;
-  *seconds = ParseNumber(TakeWord(&rest));
-  return rest == "s" && *seconds >= 0 && *seconds <= kLongestTime;
-}
 
 // CRC-32 as in Ethernet and zip, continued from `crc`.
 std::uint32_t Crc32(std::uint32_t crc, const std::string& text) {
@@ -114,17 +106,13 @@ class Parser {
         {"value", &Parser::ParseValue}, {"include", &Parser::ParseInclude},
         {"phase", &Parser::ParsePhase}, {"limits", &Parser::ParseLimitFile},
         {"step", &Parser::ParseStep}};
-    static const std::map<std::string, Handler> inside = {
-        {"do", &Parser::ParseDo},          {"expect", &Parser::ParseExpect},
-        {"keep", &Parser::ParseKeep},      {"wait", &Parser::ParseWait},
-        {"retry", &Parser::ParseRetry},    {"timeout", &Parser::ParseTimeout},
-        {"verify", &Parser::ParseVerify},  {"stop", &Parser::ParseStop},
-        {"confirm", &Parser::ParseConfirm}};
     if (const auto found = outside.find(keyword); found != outside.end()) {
       (this->*found->second)(rest);
-    } else if (const auto part = inside.find(keyword); part != inside.end()) {
+    } else if (IsStepWord(keyword)) {
       if (!in_step_) return Wrong(Quoted(keyword) + " must be inside a step");
-      (this->*part->second)(rest);
+      Step* step = &sequence_->phases.back().steps.back();
+      const std::string problem = ParseStepLine(keyword, rest, place_, step);
+      if (!problem.empty()) Wrong(problem);
     } else {
       Wrong("unknown word " + Quoted(keyword));
     }
@@ -237,120 +225,6 @@ class Parser {
     in_step_ = true;
   }
 
-  Step& step() { return sequence_->phases.back().steps.back(); }
-
-  void ParseDo(const std::string& rest) {
-    if (step().command_place.line != 0) return Wrong("a second command in one step");
-    step().command_place = place_;
-    const std::string problem = SplitWords(rest, &step().words);
-    if (!problem.empty()) return Wrong(problem);
-    std::size_t count = 0;
-    const std::string mismatch = MatchCommand(step().words, &step().command, &count);
-    if (!mismatch.empty()) return Wrong(mismatch);
-    if (!step().command->sent) {
-      step().command = nullptr;
-      Wrong(Quoted(rest) + " is not a command that is sent to the service");
-    }
-  }
-
-  void ParseExpect(const std::string& text) {
-    std::string rest = text;
-    Expectation expectation;
-    expectation.place = place_;
-    expectation.field = TakeWord(&rest);
-    if (TakePrefix("is", &rest)) {
-      expectation.kind = Expectation::Kind::kIs;
-      // Quotes keep blanks at the ends.
-      const bool quoted = rest.size() >= 2 && rest.front() == '"' && rest.back() == '"';
-      expectation.texts.push_back(quoted ? rest.substr(1, rest.size() - 2) : rest);
-    } else if (TakePrefix("one of", &rest)) {
-      expectation.kind = Expectation::Kind::kOneOf;
-      const std::string problem = SplitWords(rest, &expectation.texts);
-      if (!problem.empty()) return Wrong(problem);
-      if (expectation.texts.empty()) return Wrong("'one of' needs at least one word");
-    } else if (TakePrefix("matches", &rest)) {
-      expectation.kind = Expectation::Kind::kMatches;
-      if (rest.empty()) return Wrong("'matches' needs a pattern");
-      expectation.texts.push_back(rest);
-    } else if (!ParseLimits(rest, &expectation)) {
-      return Wrong(
-          "expect FIELD needs one of: is TEXT, one of WORD..., matches PATTERN, from LOW to HIGH, "
-          "at least LOW, at most HIGH");
-    }
-    step().expectations.push_back(expectation);
-  }
-
-  static bool ParseLimits(std::string rest, Expectation* expectation) {
-    expectation->kind = Expectation::Kind::kLimits;
-    if (TakePrefix("from", &rest)) {
-      expectation->low = TakeWord(&rest);
-      if (!TakePrefix("to", &rest)) return false;
-      expectation->high = TakeWord(&rest);
-    } else if (TakePrefix("at least", &rest)) {
-      expectation->low = TakeWord(&rest);
-    } else if (TakePrefix("at most", &rest)) {
-      expectation->high = TakeWord(&rest);
-    } else {
-      return false;
-    }
-    expectation->unit = rest;
-    return !expectation->low.empty() || !expectation->high.empty();
-  }
-
-  void ParseKeep(const std::string& text) {
-    std::string rest = text;
-    Keep keep;
-    keep.field = TakeWord(&rest);
-    if (!TakePrefix("as", &rest) || !IsName(rest)) return Wrong("keep needs FIELD as NAME");
-    keep.name = rest;
-    step().keeps.push_back(keep);
-  }
-
-  void ParseWait(const std::string& text) {
-    std::string rest = text;
-    Wait wait{};
-    wait.for_service = TakePrefix("for service", &rest);
-    if (!ParseTime(rest, &wait.seconds)) Wrong("wait needs a time like 2 s, up to 3600 s");
-    step().waits.push_back(wait);
-  }
-
-  void ParseRetry(const std::string& text) {
-    std::string rest = text;
-    const double count = ParseNumber(TakeWord(&rest));
-    const bool whole = count >= 1 && count <= kMostRetries && std::floor(count) == count;
-    const bool times = TakePrefix("times", &rest) || TakePrefix("time", &rest);
-    double pause = 0;
-    if (!whole || !times ||
-        (!rest.empty() && (!TakePrefix("every", &rest) || !ParseTime(rest, &pause)))) {
-      return Wrong("retry needs COUNT times, or COUNT times every SECONDS s");
-    }
-    step().retries = static_cast<int>(count);
-    step().retry_pause = pause;
-  }
-
-  void ParseTimeout(const std::string& rest) {
-    if (!ParseTime(rest, &step().timeout) || step().timeout <= 0) {
-      Wrong("timeout needs a time like 5 s, up to 3600 s");
-    }
-  }
-
-  void ParseVerify(const std::string& rest) {
-    if (!rest.empty()) return Wrong("verify takes nothing");
-    step().verify = true;
-  }
-
-  void ParseStop(const std::string& rest) {
-    if (rest != "on failure") return Wrong("it reads: stop on failure");
-    step().stop_on_failure = true;
-  }
-
-  void ParseConfirm(const std::string& rest) {
-    if (rest.empty()) return Wrong("confirm needs a question");
-    if (!step().question.empty()) return Wrong("a second question in one step");
-    step().question = rest;
-    step().question_place = place_;
-  }
-
   void FinishPhase() {
     FinishStep();
     if (!sequence_->phases.empty() && sequence_->phases.back().steps.empty()) {
@@ -359,34 +233,10 @@ class Parser {
     }
   }
 
-  // What can only be told once the whole step is there.
   void FinishStep() {
     if (!in_step_) return;
     in_step_ = false;
-    Step& done = step();
-    if (done.command_place.line == 0) {
-      if (done.waits.empty() && done.question.empty()) {
-        MistakeAt(done.place, "step " + Quoted(done.name) + " does nothing");
-      }
-      if (!done.expectations.empty() || !done.keeps.empty() || done.verify) {
-        MistakeAt(done.place,
-                  "step " + Quoted(done.name) + " has no command to expect anything of");
-      }
-      return;
-    }
-    if (done.command == nullptr) return;  // reported already
-    if (done.verify && done.command->proofs.empty()) {
-      MistakeAt(done.command_place, Quoted(done.command->words) + " cannot be verified");
-    }
-    for (Expectation& expectation : done.expectations) {
-      const std::string problem = CheckField(*done.command, &expectation);
-      if (!problem.empty()) MistakeAt(expectation.place, problem);
-    }
-    for (const Keep& keep : done.keeps) {
-      if (FindInfo(*done.command, keep.field) == nullptr) {
-        MistakeAt(done.place, "keep: " + NoField(*done.command, keep.field));
-      }
-    }
+    FinishStepLines(&sequence_->phases.back().steps.back(), &mistakes_);
   }
 
   const SourceReader& read_;
