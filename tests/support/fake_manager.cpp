@@ -44,7 +44,8 @@ FakeManager::~FakeManager() { ::unlink(path_.c_str()); }
 std::optional<FakeManager::Opening> FakeManager::Accept(milliseconds limit) {
   if (!WaitReadable(socket_.get(), limit)) return std::nullopt;
   Opening opening{{}, Connection(::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC))};
-  if (!WaitReadable(opening.connection.fd(), limit)) return std::nullopt;
+  // The limit is for a connection: whoever has connected sends its request, soon.
+  if (!WaitReadable(opening.connection.fd(), kSoon)) return std::nullopt;
   if (qnx::ReceiveRequest(opening.connection.fd(), &opening.request) != 0) return std::nullopt;
   return opening;
 }
