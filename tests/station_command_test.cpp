@@ -403,8 +403,8 @@ TEST(StationCommandLine, CompletesItsOwnTable) {
   ASSERT_EQ(script.status, 0);
   root.AddFile("/script", script.out);
   const auto complete = [&](const std::string& words) {
-    const std::string shell = "bash -c '. " + root.path() + "/script; COMP_WORDS=(station " +
-                              words +
+    const std::string shell = "bash -c '. " + root.path() + "/script; PATH=" + support::BinDir() +
+                              ":$PATH; COMP_WORDS=(station " + words +
                               "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _station; "
                               "echo ${COMPREPLY[*]}' > " +
                               root.path() + "/words";
@@ -419,6 +419,11 @@ TEST(StationCommandLine, CompletesItsOwnTable) {
   EXPECT_EQ(complete("bt name --v"), "--verify\n");
   EXPECT_EQ(complete("chip --"), "--timeout --root --help\n");
   EXPECT_EQ(complete("run " + root.path() + "/scr"), root.path() + "/script\n");
+  root.AddFile("/a.seq",
+               "value serial\nvalue sum = 1\nphase First one\nstep A\n  wait 0 s\nphase B\nstep "
+               "C\n  wait 0 s\n");
+  EXPECT_EQ(complete("run " + root.path() + "/a.seq --set s"), "serial= sum=\n");
+  EXPECT_EQ(complete("run --loop " + root.path() + "/a.seq --only \"\""), "First\\ one B\n");
 }
 
 }  // namespace

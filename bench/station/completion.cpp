@@ -10,15 +10,19 @@ namespace station {
 namespace {
 
 const char kScript[] =
-    R"(# Completion of station for bash. Source it, or put it into bash_completion.d.
+    R"bash(# Completion of station for bash. Source it, or put it into bash_completion.d.
+# _station_of_sequence OPTION FILE CURRENT: the values or the phases of a sequence.
+_station_of_sequence() {
+  local IFS=$'\n' filter='s/^value \([^ ,]*\).*/\1=/p'
+  [[ $1 == --only ]] && filter='/^$/ { n; p; }'
+  COMPREPLY=($(compgen -W "$("${COMP_WORDS[0]}" run "$2" --list 2>/dev/null | sed -n "$filter")" -- "$3"))
+  [[ $1 == --set ]] && compopt -o nospace 2>/dev/null
+  [ ${#COMPREPLY[@]} -eq 0 ] || COMPREPLY=($(printf '%q\n' "${COMPREPLY[@]}"))
+}
 _station() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]}
   local key= word i
   COMPREPLY=()
-  case $previous in
-    $directory_options) COMPREPLY=($(compgen -d -- "$current")); return ;;
-    $value_options) COMPREPLY=($(compgen -f -- "$current")); return ;;
-  esac
   for ((i = 1; i < COMP_CWORD; i++)); do
     word=${COMP_WORDS[i]}
     case $word in
@@ -27,11 +31,16 @@ _station() {
       *) key+="$word " ;;
     esac
   done
+  case $previous in
+    --set|--only) _station_of_sequence "$previous" "$(sed 's/^run //; s/ $//' <<<"$key")" "$current"; return ;;
+    $directory_options) COMPREPLY=($(compgen -d -- "$current")); return ;;
+    $value_options) COMPREPLY=($(compgen -f -- "$current")); return ;;
+  esac
   case "$key|$current" in
 $cases  esac
 }
 complete -F _station station
-)";
+)bash";
 
 void Replace(const std::string& mark, const std::string& text, std::string* script) {
   for (std::size_t at = script->find(mark); at != std::string::npos;
