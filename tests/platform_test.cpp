@@ -479,17 +479,6 @@ TEST_F(SlogTest, LinesAreCutAndNumbered) {
   EXPECT_EQ(second.opcode, first.opcode + (1u << 20));
 }
 
-TEST_F(SlogTest, AReaderTellsWhatItLost) {
-  for (int i = 0; i < 20; ++i) slogf(1, 6, "line %d", i);
-  qnx::SlogLine line;
-  std::uint64_t lost = 0;
-  EXPECT_EQ(reader_.Next(&line, &lost), qnx::SlogReader::Result::kLost);
-  std::uint64_t seen = 0;
-  while (reader_.Next(&line, &lost) == qnx::SlogReader::Result::kLine) ++seen;
-  EXPECT_EQ(lost + seen, 20u);
-  EXPECT_EQ(line.text, "line 19");
-}
-
 TEST_F(SlogTest, WritersShareTheRingAndFollowANewOne) {
   ASSERT_EQ(qnx::CreateSlogRing(ring_, 1 << 14), 0);
   EXPECT_TRUE(reader_.Replaced());

@@ -301,7 +301,7 @@ TEST(JsonDecoder, MalformedTextsLeaveNothingToRead) {
        Split(R"(| |{|[1,]|{"a":1,}|{"a":1]|nulll|01|+1|1.|NaN|{} {}|"|"\x41"|"\u12g4"|/**/1|)"
              "\"a\nb\"|\xef\xbb\xbf{}|[1]\v|"
              R"("\ud800"|"\ud83d\u0041"|)"
-             "1e309|[-1e400]")) {
+             "1e309|[-1e400]|13333333333333333333333333333333333333333333333380E+308")) {
     SCOPED_TRACE(text);
     EXPECT_EQ(Read(kJson, text), "PARSE_ERROR ");
     Decoder d(kJson, text);
@@ -323,6 +323,8 @@ TEST(JsonDecoder, Numbers) {
 1.0 BAD_TYPE BAD_TYPE 1
 1e2 BAD_TYPE BAD_TYPE 100
 1.7976931348623157e308 BAD_TYPE BAD_TYPE 1.7976931348623157e+308
+2.2250738585072011e-308 BAD_TYPE BAD_TYPE 2.2250738585072009e-308
+0e40 BAD_TYPE BAD_TYPE 0
 1e-400 BAD_TYPE BAD_TYPE 0)";
   for (const std::string& row : Split(kRows, '\n')) {
     const std::string text = Split(row, ' ')[0];

@@ -1,9 +1,13 @@
 #include <pps.h>
 #include <rapidjson/document.h>
 
+#include <charconv>
 #include <climits>
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <new>
+#include <system_error>
 #include <vector>
 
 #include "pps_line.h"
@@ -17,12 +21,41 @@ using Value = rapidjson::GenericValue<rapidjson::UTF8<>, Pool>;
 using Document = rapidjson::GenericDocument<rapidjson::UTF8<>, Pool, Memory>;
 using Size = rapidjson::SizeType;
 
-// In place, so that strings lie in the text; without recursion; numbers to the nearest double.
+// In place, so that strings lie in the text; without recursion; numbers as they are written.
 const unsigned kParseFlags = rapidjson::kParseInsituFlag | rapidjson::kParseIterativeFlag |
-                             rapidjson::kParseFullPrecisionFlag;
+                             rapidjson::kParseNumbersAsStringsFlag;
 const std::size_t kPoolChunk = 4096;
 const std::size_t kParserStack = 512;      // grows with the nesting
 const std::size_t kLongestText = INT_MAX;  // RapidJSON counts in 32 bits
+
+// One JSON text. Numbers are read by the C++ library: RapidJSON's own reading to the nearest double
+// looks behind the end of a table for many digits with a large exponent.
+class JsonText : public Document {
+ public:
+  using Document::Document;
+
+  // False when the text is malformed.
+  bool Read(char* text) {
+    bool whole = false;
+    auto parse = [&](Document&) {
+      rapidjson::InsituStringStream stream(text);
+      rapidjson::GenericReader<rapidjson::UTF8<>, rapidjson::UTF8<>, Memory> reader;
+      whole = !reader.Parse<kParseFlags>(stream, *this).IsError();
+      return whole;
+    };
+    Populate(parse);
+    return whole;
+  }
+
+  // Called by the reader. False, which ends it, for a number that no double holds.
+  bool RawNumber(const char* text, rapidjson::SizeType length, bool) {
+    std::int64_t integer = 0;
+    const auto [end, error] = std::from_chars(text, text + length, integer);
+    if (error == std::errc() && end == text + length) return Int64(integer);
+    const double number = std::strtod(text, nullptr);
+    return std::isfinite(number) && Double(number);
+  }
+};
 
 // Values that are told by their address: an attribute without a readable value, and the name of an
 // object or a JSON value that has none.
@@ -179,10 +212,9 @@ class Decoder {
   }
 
   bool ReadJson(char* text, Value* value) {
-    Document document(&pool_, kParserStack, &memory_);
-    document.ParseInsitu<kParseFlags>(text);
-    if (document.HasParseError()) return false;
-    *value = static_cast<Value&>(document);
+    JsonText json(&pool_, kParserStack, &memory_);
+    if (!json.Read(text)) return false;
+    *value = static_cast<Value&>(json);
     return true;
   }
 
