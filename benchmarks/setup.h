@@ -7,6 +7,7 @@
 #define KORVANDIS_BENCHMARKS_SETUP_H
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -205,13 +206,24 @@ class Unit {
   const std::string& root() const { return root_.path(); }
   const Process& process() const { return process_; }
 
-  // A started service has the MCU device open, and a request reaches it.
+  // A started service has the MCU device open and answers: what arrives before its start is lost.
   void WaitForService(bool present) const {
     const std::string expected = present ? "ok service 1" : "ok service 0";
     const auto deadline = Clock::now() + std::chrono::milliseconds(kPatienceMs);
-    while (Ask("status").compare(0, expected.size(), expected) != 0) {
+    while (Ask("status").compare(0, expected.size(), expected) != 0 || (present && !Answers())) {
       if (Clock::now() > deadline) Fail("the service does not connect");
     }
+  }
+
+  // Whether the service answers a question within a moment.
+  static bool Answers() {
+    const int station = Connect(qnx::kStationPath);
+    const Bytes question = wire::BuildRequest(7, 1, {});
+    pollfd answer = {station, POLLIN, 0};
+    const bool answered = platform::write(station, question.data(), question.size()) > 0 &&
+                          ::poll(&answer, 1, 200) > 0;
+    ::close(station);
+    return answered;
   }
 
   // The answer to a control line.

@@ -1,5 +1,6 @@
 #include "ATCmdVersion.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -73,7 +74,8 @@ int CmdVer::SendVer(VER_SUB_CMD subCommand) {
 // The version follows the first colon of the info file; without a colon it is the whole text.
 int CmdVer::SendNaviInfo() {
   char text[kInfoFileSize];
-  if (!ReadText(kNaviInfoFile, text, sizeof(text))) return 0;
+  // A FIFO in its place would be waited for.
+  if (!ReadText(kNaviInfoFile, text, sizeof(text), O_RDONLY | O_NONBLOCK)) return 0;
   LOGBASE(LOG_LEV_DEBUG, "SendVer", "buf = %s\n", text);
   ReportText(text);
   const char* const colon = std::strchr(text, ':');

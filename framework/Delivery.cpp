@@ -1,11 +1,17 @@
 #include "Delivery.h"
 
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <iterator>
 
 #include "Wakeup.h"
+#include "platform/descriptor.h"
 #include "platform/io.h"
+#include "platform/logbase.h"
 
 namespace NXQ {
 namespace ZMCAR {
@@ -14,18 +20,37 @@ namespace {
 // How often a lost file is tried again. A quarter of the two seconds within which it must be back.
 const int kReopenIntervalMs = 500;
 
-// An empty message and the end of file read alike. As many empty reads in a row, without a hang-up,
-// are taken for the end of a half-closed connection.
-const int kEmptyReadsAtEnd = 16;
+// More messages than a device can hold back for a reader.
+const int kMostWaiting = 65536;
 
 // Pause after a poll that the system refused (out of memory, or a limit on descriptors below the
 // number of files), so that the thread does not spin, in microseconds.
 const useconds_t kPollFailureDelay = 100000;
 
 // What poll says of `fd` now.
-short Probe(int fd) {
-  pollfd probe = {fd, POLLIN, 0};
+short Probe(int fd, short events) {
+  pollfd probe = {fd, events, 0};
   return ::poll(&probe, 1, 0) > 0 ? probe.revents : static_cast<short>(0);
+}
+
+// After a read that gave nothing: false when that was an empty message. When the other side has
+// closed or half-closed, messages that still wait have bytes, or nothing is lost with them.
+bool IsAtEnd(int fd) {
+  struct stat status;
+  if (::fstat(fd, &status) != 0 || !S_ISSOCK(status.st_mode)) return true;
+  if ((Probe(fd, POLLRDHUP) & (POLLRDHUP | POLLHUP)) == 0) return false;
+  int unread = 0;
+  return ::ioctl(fd, FIONREAD, &unread) != 0 || unread == 0;
+}
+
+// Throws away the messages that wait in `fd`.
+void Discard(int fd) {
+  for (int i = 0; i < kMostWaiting && (Probe(fd, POLLIN) & POLLIN) != 0; ++i) {
+    char byte;
+    const ssize_t count = platform::read(fd, &byte, sizeof(byte));
+    if (count < 0 && errno != ECONNRESET) return;
+    if (count == 0 && IsAtEnd(fd)) return;
+  }
 }
 
 }  // namespace
@@ -34,10 +59,16 @@ Delivery::Delivery()
     : m_busy(nullptr),
       m_running(false),
       m_stop(false),
+      m_joining(false),
+      m_told(false),
+      m_joined(0),
       m_thread(),
       m_buffer(static_cast<std::size_t>(kMaxFileRead) + 1) {}
 
-Delivery::~Delivery() { Release(); }
+Delivery::~Delivery() {
+  Release();
+  for (const auto& entry : m_files) entry.second->Join(nullptr);
+}
 
 bool Delivery::Prepare() {
   std::lock_guard<std::mutex> lock(m_mutex);
@@ -63,31 +94,57 @@ bool Delivery::Release() {
 bool Delivery::Start() {
   std::lock_guard<std::mutex> lock(m_mutex);
   if (m_running) return !m_stop;
-  if (!PrepareLocked()) return false;
-  m_stop = false;
-  m_running = ::pthread_create(&m_thread, nullptr, &Delivery::Thread, this) == 0;
+  m_running = StartLocked();
+  if (!m_running && !m_told) {
+    LOGBASE(LOG_LEV_ERROR, "Start", "no delivery: %s!\n", std::strerror(errno));
+  }
+  m_told = !m_running;
   return m_running;
 }
 
-bool Delivery::Stop() {
-  {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    if (!m_running) return true;
-    m_stop = true;
-    m_wakeup->Wake();
-    if (OnOwnThread()) return false;
+bool Delivery::StartLocked() {
+  if (!PrepareLocked()) return false;
+  for (const auto& entry : m_files) {
+    const std::shared_ptr<platform::Descriptor> descriptor = entry.second->Current();
+    if (descriptor && entry.second->m_kind == FileBase::kLink) Discard(descriptor->Get());
   }
+  m_stop = false;
+  errno = ::pthread_create(&m_thread, nullptr, &Delivery::Thread, this);
+  return errno == 0;
+}
+
+bool Delivery::Stop() {
+  std::unique_lock<std::mutex> lock(m_mutex);
+  if (!m_running) return true;
+  m_stop = true;
+  m_wakeup->Wake();
+  if (OnOwnThread()) {
+    if (m_busy != nullptr) m_busy->m_cut = true;
+    return false;
+  }
+  if (m_joining) {
+    const unsigned joined = m_joined;
+    m_idle.wait(lock, [this, joined] { return m_joined != joined; });
+    return true;
+  }
+  m_joining = true;
+  lock.unlock();
   ::pthread_join(m_thread, nullptr);
-  std::lock_guard<std::mutex> lock(m_mutex);
+  lock.lock();
+  m_joining = false;
   m_running = false;
+  ++m_joined;
+  m_idle.notify_all();
   return true;
 }
 
 bool Delivery::Add(int key, FileBase* file) {
   std::lock_guard<std::mutex> lock(m_mutex);
   if (file == nullptr) return false;
-  const auto place = m_files.insert(std::make_pair(key, file));
-  if (!place.second) return place.first->second == file;
+  const auto registered = m_files.find(key);
+  if (registered != m_files.end()) return registered->second == file;
+  if (!file->Join(this)) return false;
+  m_files[key] = file;
   file->SetWakeup(m_wakeup);
   if (m_wakeup) m_wakeup->Wake();
   return true;
@@ -95,15 +152,52 @@ bool Delivery::Add(int key, FileBase* file) {
 
 bool Delivery::Remove(int key) {
   std::unique_lock<std::mutex> lock(m_mutex);
-  const auto found = m_files.find(key);
-  if (found == m_files.end()) return false;
-  FileBase* const file = found->second;
-  m_files.erase(found);
+  const auto place = m_files.find(key);
+  if (place == m_files.end()) return false;
+  RemoveLocked(lock, place);
+  return true;
+}
+
+void Delivery::Forget(FileBase* file) {
+  std::unique_lock<std::mutex> lock(m_mutex);
+  const auto place = std::find_if(
+      m_files.begin(), m_files.end(),
+      [file](const std::pair<const int, FileBase*>& entry) { return entry.second == file; });
+  if (place != m_files.end()) {
+    RemoveLocked(lock, place);
+  } else if (m_busy == file) {
+    WaitForCallback(lock, file);
+  }
+}
+
+void Delivery::RemoveLocked(std::unique_lock<std::mutex>& lock,
+                            std::map<int, FileBase*>::iterator place) {
+  FileBase* const file = place->second;
+  m_files.erase(place);
   file->SetWakeup(std::shared_ptr<Wakeup>());
   if (m_wakeup) m_wakeup->Wake();
-  if (OnOwnThread()) return true;
-  m_idle.wait(lock, [this, file] { return m_busy != file; });
-  return true;
+  if (m_busy != file) {
+    file->Join(nullptr);
+  } else {
+    WaitForCallback(lock, file);
+  }
+}
+
+void Delivery::WaitForCallback(std::unique_lock<std::mutex>& lock, FileBase* file) {
+  if (OnOwnThread()) {
+    file->m_cut = true;
+  } else {
+    m_idle.wait(lock, [this, file] { return m_busy != file; });
+  }
+}
+
+void Delivery::EndCallback(int key) {
+  FileBase* const file = m_busy;
+  const auto place = m_files.find(key);
+  // Removed meanwhile; its destructor has waited for this.
+  if (place == m_files.end() || place->second != file) file->Join(nullptr);
+  m_busy = nullptr;
+  m_idle.notify_all();
 }
 
 bool Delivery::OnOwnThread() const {
@@ -121,7 +215,7 @@ void Delivery::Run() {
     const int limit = BuildPollList();
     lock.unlock();
     const int ready = ::poll(m_polls.data(), static_cast<nfds_t>(m_polls.size()), limit);
-    if (ready < 0) ::usleep(kPollFailureDelay);
+    if (ready < 0 && errno != EINTR) ::usleep(kPollFailureDelay);
     lock.lock();
     if (ready > 0 && m_polls[0].revents != 0) m_wakeup->Drain();
     for (std::size_t i = 0; ready > 0 && !m_stop && i < m_watches.size(); ++i) {
@@ -156,36 +250,24 @@ void Delivery::Attend(std::unique_lock<std::mutex>& lock, const Watch& watch) {
   if (registered == m_files.end() || registered->second != watch.file) return;
   if (watch.file->Current() != watch.descriptor) return;  // closed or opened anew meanwhile
   m_busy = watch.file;
+  watch.file->m_cut = false;
   lock.unlock();
   if (!DeliverOne(watch)) watch.file->Lose(watch.descriptor);
   lock.lock();
-  m_busy = nullptr;
-  m_idle.notify_all();
+  EndCallback(watch.key);
 }
 
 bool Delivery::DeliverOne(const Watch& watch) {
   const int fd = watch.descriptor->Get();
-  for (int empty = 0; empty < kEmptyReadsAtEnd; ++empty) {
-    const ssize_t count =
-        platform::read(fd, m_buffer.data(), static_cast<std::size_t>(kMaxFileRead));
-    if (count < 0) {
-      // A reset is reported once, before what the other side wrote last.
-      return errno == EAGAIN || errno == ECONNRESET;
-    }
-    // The count can be that of the whole message.
-    const int size = static_cast<int>(std::min(count, static_cast<ssize_t>(kMaxFileRead)));
-    m_buffer[static_cast<std::size_t>(size)] = '\0';
-    if (size > 0) {
-      watch.file->OnDataChange(m_buffer.data(), size);
-      return true;
-    }
-    // Behind a hang-up an empty message cannot be told from the end; what lies behind it can.
-    const short state = Probe(fd);
-    if ((state & POLLHUP) != 0) continue;
-    watch.file->OnDataChange(m_buffer.data(), 0);
-    if ((state & POLLIN) == 0) return true;
-  }
-  return false;
+  const ssize_t count = platform::read(fd, m_buffer.data(), static_cast<std::size_t>(kMaxFileRead));
+  // A reset is reported once, before what the other side wrote last.
+  if (count < 0) return errno == EAGAIN || errno == ECONNRESET;
+  if (count == 0 && IsAtEnd(fd)) return false;
+  // The count can be that of the whole message.
+  const int size = static_cast<int>(std::min(count, static_cast<ssize_t>(kMaxFileRead)));
+  m_buffer[static_cast<std::size_t>(size)] = '\0';
+  watch.file->OnDataChange(m_buffer.data(), size);
+  return true;
 }
 
 void Delivery::ReopenLost(std::unique_lock<std::mutex>& lock) {
@@ -194,14 +276,14 @@ void Delivery::ReopenLost(std::unique_lock<std::mutex>& lock) {
     if (key_index >= m_files.size()) return;
     auto place = m_files.begin();
     std::advance(place, static_cast<std::ptrdiff_t>(key_index));
+    const int key = place->first;
     FileBase* const file = place->second;
     if (!file->WantsReopen()) continue;
     m_busy = file;
     lock.unlock();
     file->Open();
     lock.lock();
-    m_busy = nullptr;
-    m_idle.notify_all();
+    EndCallback(key);
   }
 }
 

@@ -18,11 +18,12 @@ namespace ZMCAR {
 
 // Waits in poll for the registered files and hands each message to its file. It waits without a
 // time limit, except while a lost file is to be opened again. Every function may be called from any
-// thread.
+// thread, by several threads at once; destroyed by one that is not its own, when the others have
+// returned.
 class Delivery {
  public:
   Delivery();
-  ~Delivery();  // stops
+  ~Delivery();  // stops, and leaves the files that are still registered to themselves
   Delivery(const Delivery&) = delete;
   Delivery& operator=(const Delivery&) = delete;
 
@@ -33,6 +34,8 @@ class Delivery {
   bool Stop();
   bool Add(int key, FileBase* file);
   bool Remove(int key);
+  // Remove for a file that is being destroyed, whatever its key.
+  void Forget(FileBase* file);
 
  private:
   // What one place of the poll list stands for.
@@ -52,18 +55,30 @@ class Delivery {
   // none.
   int BuildPollList();
   bool PrepareLocked();
+  // Starts the thread. Throws away first what waits in links.
+  bool StartLocked();
   bool OnOwnThread() const;
+  // Unregisters the file at `place` and waits for its callback.
+  void RemoveLocked(std::unique_lock<std::mutex>& lock, std::map<int, FileBase*>::iterator place);
+  // Waits until the callback of `file`, which runs, is over; called from within it, cuts it
+  // instead.
+  void WaitForCallback(std::unique_lock<std::mutex>& lock, FileBase* file);
+  // The callback of the busy file, registered under `key` when it began, is over.
+  void EndCallback(int key);
 
   // Reads one message and delivers it; false when the other side is gone. Without the mutex.
   bool DeliverOne(const Watch& watch);
 
   std::mutex m_mutex;
-  std::condition_variable m_idle;  // a callback has returned
+  std::condition_variable m_idle;  // a callback has returned, or the thread was joined
   std::map<int, FileBase*> m_files;
   std::shared_ptr<Wakeup> m_wakeup;
-  FileBase* m_busy;  // the file whose callback runs
-  bool m_running;    // there is a thread, to be joined
-  bool m_stop;
+  FileBase* m_busy;   // the file whose callback runs
+  bool m_running;     // there is a thread, to be joined
+  bool m_stop;        // the thread is to end
+  bool m_joining;     // a call of Stop waits for the thread; others wait for that call
+  bool m_told;        // that Start failed
+  unsigned m_joined;  // threads so far
   pthread_t m_thread;
 
   // Only used on the thread.

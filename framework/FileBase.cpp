@@ -1,20 +1,38 @@
 #include "FileBase.h"
 
 #include <cerrno>
+#include <cstring>
 
+#include "Delivery.h"
 #include "Wakeup.h"
 #include "platform/descriptor.h"
 #include "platform/io.h"
+#include "platform/logbase.h"
 
 namespace NXQ {
 namespace ZMCAR {
+namespace {
 
-FileBase::FileBase(const fileTagInfo& tag) : FileBase(tag, kStayClosed) {}
+// Whether an open failed for want of something that others may give back.
+bool IsWant(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
 
-FileBase::FileBase(const fileTagInfo& tag, LossPolicy policy)
-    : m_tag(tag), m_policy(policy), m_lost(false) {}
+}  // namespace
 
-FileBase::~FileBase() {}
+FileBase::FileBase(const fileTagInfo& tag) : FileBase(tag, kObject) {}
+
+FileBase::FileBase(const fileTagInfo& tag, Kind kind)
+    : m_tag(tag), m_kind(kind), m_cut(false), m_owner(nullptr), m_lost(false) {}
+
+FileBase::~FileBase() { Leave(); }
+
+void FileBase::Leave() {
+  Delivery* owner = nullptr;
+  {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    owner = m_owner;
+  }
+  if (owner != nullptr) owner->Forget(this);
+}
 
 bool FileBase::Init() { return true; }
 
@@ -22,7 +40,13 @@ bool FileBase::Open() {
   std::lock_guard<std::mutex> lock(m_mutex);
   if (m_descriptor) return true;
   const int fd = platform::open(m_tag.path, m_tag.oflag, static_cast<mode_t>(m_tag.mode));
-  if (fd < 0) return false;
+  if (fd < 0) {
+    if (m_kind == kLink && !m_lost && IsWant(errno)) {
+      m_lost = true;
+      LOGBASE(LOG_LEV_ERROR, "Open", "%s: %s, tried again!\n", m_tag.path, std::strerror(errno));
+    }
+    return false;
+  }
   m_descriptor.reset(new platform::Descriptor(fd));
   m_lost = false;
   if (m_wakeup) m_wakeup->Wake();
@@ -62,7 +86,14 @@ void FileBase::Lose(const std::shared_ptr<platform::Descriptor>& descriptor) {
 
 bool FileBase::WantsReopen() const {
   std::lock_guard<std::mutex> lock(m_mutex);
-  return m_lost && m_policy == kReopen;
+  return m_lost && m_kind == kLink;
+}
+
+bool FileBase::Join(Delivery* owner) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  if (owner != nullptr && m_owner != nullptr && m_owner != owner) return false;
+  m_owner = owner;
+  return true;
 }
 
 void FileBase::SetWakeup(const std::shared_ptr<Wakeup>& wakeup) {

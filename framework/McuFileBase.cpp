@@ -4,7 +4,9 @@ namespace NXQ {
 namespace ZMCAR {
 
 McuFileBase::McuFileBase(const fileTagInfo& tag, IMcuRecvData* receiver)
-    : FileBase(tag, kReopen), m_sendBuffer(), m_receiver(receiver) {}
+    : FileBase(tag, kLink), m_sendBuffer(), m_receiver(receiver) {}
+
+McuFileBase::~McuFileBase() { Leave(); }
 
 bool McuFileBase::Init() { return FileBase::Init(); }
 

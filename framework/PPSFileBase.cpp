@@ -6,6 +6,8 @@ namespace ZMCAR {
 PPSFileBase::PPSFileBase(const fileTagInfo& tag, IPPSOnChange* owner)
     : FileBase(tag), m_owner(owner) {}
 
+PPSFileBase::~PPSFileBase() { Leave(); }
+
 bool PPSFileBase::Init() { return FileBase::Init(); }
 
 bool PPSFileBase::Open() { return FileBase::Open(); }
@@ -19,7 +21,7 @@ void PPSFileBase::OnDataChange(unsigned char* data, int size) {
   char* text = reinterpret_cast<char*>(data);
   pps_attrib_t attribute = pps_attrib_t();
   pps_status_t status;
-  while ((status = ppsparse(&text, nullptr, nullptr, &attribute, 0)) != PPS_END) {
+  while (!IsCut() && (status = ppsparse(&text, nullptr, nullptr, &attribute, 0)) != PPS_END) {
     if (status == PPS_ATTRIBUTE) {
       m_owner->OnAttributeChange(GetKey(), &attribute);
     } else if (status != PPS_OBJECT && status != PPS_ERROR) {

@@ -2,7 +2,7 @@
 
 #include "platform/logbase.h"
 
-ATController::ATController() : m_mcuFile(this) {}
+ATController::ATController() : m_mcuFile(this), m_started(false) {}
 
 ATController::~ATController() {
   // The link and its commands go before the framework's part: no packet may come in any more.
@@ -27,9 +27,14 @@ bool ATController::Close() {
 }
 
 bool ATController::Start() {
-  const bool started = FilesControlBase::Start();
+  m_started = FilesControlBase::Start();
   LOGBASE(LOG_LEV_DEBUG, "Start", "Start!\n");
-  return started;
+  return m_started;
+}
+
+bool ATController::Attend() {
+  if (!m_started) m_started = FilesControlBase::Start();
+  return m_started;
 }
 
 bool ATController::Stop() { return FilesControlBase::Stop(); }

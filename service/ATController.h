@@ -22,11 +22,14 @@ class ATController : public NXQ::ZMCAR::FilesControlBase, public NXQ::ZMCAR::IMc
   bool Close() override;
   bool Start() override;
   bool Stop() override;
+  // True when packets are delivered. When Start could not have that, each call tries it again.
+  bool Attend();
 
   void OnRecvData(unsigned char* data, int size) override;
 
  private:
   ATMcuFile m_mcuFile;
+  bool m_started;  // main's thread only
 };
 
 #endif  // KORVANDIS_SERVICE_ATCONTROLLER_H

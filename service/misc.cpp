@@ -40,8 +40,8 @@ int OpenOrReport(const char* path, int oflag, int mode) {
   return fd;
 }
 
-bool ReadText(const char* path, char* buffer, std::size_t size) {
-  const platform::Descriptor object(OpenOrReport(path, O_RDONLY, 0));
+bool ReadText(const char* path, char* buffer, std::size_t size, int oflag) {
+  const platform::Descriptor object(OpenOrReport(path, oflag, 0));
   if (!object.IsOpen()) return false;
   // Cleared first: the count of a read tells too much, or nothing, when the text does not fit.
   std::memset(buffer, 0, size);

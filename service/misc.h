@@ -2,6 +2,8 @@
 #ifndef KORVANDIS_SERVICE_MISC_H
 #define KORVANDIS_SERVICE_MISC_H
 
+#include <fcntl.h>
+
 #include <cstddef>
 #include <cstdint>
 
@@ -22,10 +24,10 @@ bool CopyText(char* buffer, std::size_t size, const char* text);
 // and the text of errno.
 int OpenOrReport(const char* path, int oflag, int mode);
 
-// Reads the object or file at `path`, opened for reading and closed again: one message of at most
+// Reads the object or file at `path`, opened with `oflag` and closed again: one message of at most
 // size - 1 bytes into `buffer`, the rest filled with zero bytes. A failed read leaves an empty
 // text. False, with the failure reported and the buffer untouched, when it cannot be opened.
-bool ReadText(const char* path, char* buffer, std::size_t size);
+bool ReadText(const char* path, char* buffer, std::size_t size, int oflag = O_RDONLY);
 
 // Writes the finished text of `encoder` to `fd`; whether the object takes it is not examined.
 // False, with nothing written, when the encoder failed.

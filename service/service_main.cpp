@@ -13,6 +13,8 @@
 
 namespace {
 
+const useconds_t kAttendInterval = 500000;  // microseconds
+
 const char kName[] = "Korvandis";
 const char kVersion[] = "V1.0.0.1Build2015-01-29";
 
@@ -55,7 +57,14 @@ bool BlockTermination(sigset_t* termination) {
   return ::pthread_sigmask(SIG_BLOCK, termination, nullptr) == 0;
 }
 
-void WaitForTermination(const sigset_t& termination) {
+bool TerminationWaits() {
+  sigset_t pending;
+  return ::sigpending(&pending) == 0 && ::sigismember(&pending, SIGTERM) == 1;
+}
+
+// A delivery that could not be started is tried again as often as a lost device.
+void WaitForTermination(ATController* controller, const sigset_t& termination) {
+  while (!controller->Attend() && !TerminationWaits()) ::usleep(kAttendInterval);
   for (;;) {
     int collected = 0;
     if (::sigwait(&termination, &collected) == 0 && collected == SIGTERM) return;
@@ -72,6 +81,8 @@ int main(int argc, char** argv) {
   ::signal(SIGCHLD, SIG_DFL);
   // The other end of standard output or error may go; that must not end the service.
   ::signal(SIGPIPE, SIG_IGN);
+  // Nor must a limit on the size of the file that takes them.
+  ::signal(SIGXFSZ, SIG_IGN);
   platform::WatchStreams();
   sigset_t termination;
   if (!BlockTermination(&termination)) {
@@ -82,7 +93,7 @@ int main(int argc, char** argv) {
   ATController controller;
   controller.Init();
   controller.Start();
-  WaitForTermination(termination);
+  WaitForTermination(&controller, termination);
   controller.Stop();
   controller.Close();
   return 0;

@@ -8,6 +8,8 @@
 // text) is a file NAME in the directory of every later block of the document.
 //
 // In man pages each .EX block of the section EXAMPLES is such a block.
+#include <sys/slog.h>
+
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -186,8 +188,11 @@ void RunBlock(const std::string& document, const Block& block) {
   options.root = root.path();
   headunit::Unit unit(options);
   ASSERT_EQ(unit.Start(), "");
+  Log log(root);
   const Program service(root, "korvandis");
   ASSERT_TRUE(unit.WaitForService(milliseconds(10000)));
+  // Not by a question: the examples show the numbers of replies.
+  ASSERT_TRUE(Eventually([&] { return log.Has(_SLOG_DEBUG1, "_KRV_[Start]-Start!\n"); }));
 
   Shell shell(scratch.path(), directory);
   for (const Step& step : block.steps) {

@@ -161,7 +161,24 @@ TEST_F(FaultsTest, DescriptorsAreExhausted) {
   EXPECT_EQ(station_->Ask(5, 0), Bytes{0});
   ASSERT_EQ(::prlimit(service_->pid(), RLIMIT_NOFILE, &before, nullptr), 0);
   ExpectServed();
-  // From the start: nothing can be opened, and it still ends in order.
+  // From the start, with room for ever more of what it opens: told, and tried again.
+  for (rlim_t limit = 4; limit <= 8; ++limit) {
+    SCOPED_TRACE(limit);
+    StopService();
+    log_->Clear();
+    service_ = std::make_unique<Program>(root_, "korvandis", std::vector<std::string>(), [&] {
+      const rlimit few = {limit, before.rlim_max};
+      ::setrlimit(RLIMIT_NOFILE, &few);
+    });
+    if (limit >= 7) {  // below that the log ring cannot be opened either
+      ASSERT_TRUE(Eventually([&] { return log_->Has(_SLOG_DEBUG1, "_KRV_[Start]-Start!\n"); }));
+      EXPECT_EQ(log_->Texts(_SLOG_ERROR).size(), 1U);
+    } else {
+      std::this_thread::sleep_for(milliseconds(200));
+    }
+    ASSERT_EQ(::prlimit(service_->pid(), RLIMIT_NOFILE, &before, nullptr), 0);
+    EXPECT_TRUE(ServiceAnswers());
+  }
   StopService();
   Program starved(root_, "korvandis", {}, [] {
     const rlimit few = {4, 4};

@@ -35,6 +35,7 @@ class Controller : public NXQ::ZMCAR::PublicController, public NXQ::ZMCAR::IMcuR
     Note("packet " + std::string(reinterpret_cast<char*>(data), static_cast<std::size_t>(size)));
   }
   void OnAttributeChange(int key, pps_attrib_t* attribute) override {
+    if (on_change) on_change();
     Note("change " + std::to_string(key) + " " + attribute->attr_name + "=" + attribute->value);
   }
   void OnPpsStatusChange(int key, pps_status_t status, pps_attrib_t*) override {
@@ -50,6 +51,7 @@ class Controller : public NXQ::ZMCAR::PublicController, public NXQ::ZMCAR::IMcuR
   }
 
   std::function<void()> on_packet;
+  std::function<void()> on_change;
   std::atomic<bool> on_callers_thread{false};
 
  private:
@@ -106,7 +108,9 @@ TEST_F(FrameworkTest, DeliversBetweenStartAndStopOnAThreadOfItsOwn) {
   std::this_thread::sleep_for(milliseconds(30));
   EXPECT_EQ(controller.Notes(), Notes());
 
+  // What came before the start is stale.
   EXPECT_TRUE(controller.Start());
+  mcu.Send("first");
   ASSERT_TRUE(controller.Gets(1));
   const std::string whole(65536, 'w');
   mcu.Send(whole);
@@ -115,7 +119,7 @@ TEST_F(FrameworkTest, DeliversBetweenStartAndStopOnAThreadOfItsOwn) {
   mcu.Send("last");
   ASSERT_TRUE(controller.Gets(5));
   EXPECT_EQ(controller.Notes(),
-            (Notes{"packet early", "packet " + whole, "packet " + std::string(65536, 'x'),
+            (Notes{"packet first", "packet " + whole, "packet " + std::string(65536, 'x'),
                    "packet ", "packet last"}));
   // Repeated on a running controller: nothing changes.
   EXPECT_TRUE(controller.Init());
@@ -132,7 +136,9 @@ TEST_F(FrameworkTest, DeliversBetweenStartAndStopOnAThreadOfItsOwn) {
   std::this_thread::sleep_for(milliseconds(30));
   EXPECT_EQ(controller.Notes().size(), 6u);
   EXPECT_TRUE(controller.Start());
+  mcu.Send("again");
   ASSERT_TRUE(controller.Gets(7));
+  EXPECT_EQ(controller.Notes().back(), "packet again");
   EXPECT_TRUE(controller.RemoveFile(file.GetKey()));
   EXPECT_FALSE(controller.RemoveFile(file.GetKey()));
   mcu.Send("unregistered");
@@ -211,8 +217,11 @@ TEST_F(FrameworkTest, ALostMcuFileIsOpenedAgainAndNeverSpunOn) {
     ASSERT_TRUE(controller.Gets(static_cast<std::size_t>(2 * round + 2)));
     EXPECT_EQ(controller.Notes().back(), "packet back");
   }
-  // Half closed: reads as empty for ever, which is an end as well.
+  // Half closed: reads as empty for ever, which is an end as well, but not before the last request.
+  for (int i = 0; i < 20; ++i) mcu.Send("");
+  mcu.Send("behind");
   ::shutdown(mcu.fd(), SHUT_WR);
+  EXPECT_TRUE(Eventually([&] { return controller.Notes().back() == "packet behind"; }));
   mcu = device->Grant(milliseconds(2000));
   mcu.Send("again");
   EXPECT_TRUE(Eventually([&] { return controller.Notes().back() == "packet again"; }));
@@ -221,12 +230,14 @@ TEST_F(FrameworkTest, ALostMcuFileIsOpenedAgainAndNeverSpunOn) {
 TEST_F(FrameworkTest, ALostObjectStaysClosedUntilItIsOpenedAnew) {
   FakeManager pps(root_, "/pps");
   WiredObject wired(pps, kObject);
+  wired.other.Send("a::0");  // before the start: an object's text is no stale packet
   wired.controller.Start();
+  ASSERT_TRUE(wired.controller.Gets(1));
   wired.other.Close();
   EXPECT_FALSE(pps.Accept(milliseconds(1200)));
   wired.Open(pps);
   wired.other.Send("a::1");
-  EXPECT_TRUE(wired.controller.Gets(1));
+  EXPECT_TRUE(wired.controller.Gets(2));
 }
 
 TEST_F(FrameworkTest, StopAndRemoveWaitForTheRunningCallback) {
@@ -260,6 +271,79 @@ TEST_F(FrameworkTest, StopAndRemoveWaitForTheRunningCallback) {
   wired.other.Send("stop");
   ASSERT_TRUE(Eventually([&] { return stopped == 0; }));
   EXPECT_TRUE(controller.Stop());
+}
+
+// A text is one read with many callbacks: after RemoveFile or Stop within one, the next does not
+// come.
+TEST_F(FrameworkTest, NoLineOfATextFollowsARemovalOrAStop) {
+  FakeManager pps(root_, "/pps");
+  for (const bool remove : {true, false}) {
+    WiredObject wired(pps, kObject);
+    Controller& controller = wired.controller;
+    std::atomic<bool> over{false};
+    controller.on_change = [&] {
+      if (remove) {
+        controller.RemoveFile(wired.file.GetKey());
+      } else {
+        EXPECT_FALSE(controller.Stop());
+      }
+      over = true;
+    };
+    controller.Start();
+    wired.other.Send("@object\na::1\nb::2\nc::3\n");
+    ASSERT_TRUE(Eventually([&] { return over.load(); }));
+    EXPECT_TRUE(controller.Stop());
+    EXPECT_EQ(controller.Notes(), Notes{"change 0 a=1"});
+    // Registered anew, it is delivered as ever.
+    controller.on_change = nullptr;
+    controller.AddFile(wired.file.GetKey(), &wired.file);
+    controller.Start();
+    wired.other.Send("a::1\nb::2");
+    EXPECT_TRUE(controller.Gets(3));
+  }
+}
+
+// Several threads in Stop, a file that goes before its controller, while its callback runs, and a
+// controller that goes before its file.
+TEST_F(FrameworkTest, ControllersAndFilesMayGoInAnyOrder) {
+  FakeManager device(root_, "/dev/mcu");
+  for (int round = 0; round < 20; ++round) {
+    auto controller = std::make_unique<Controller>();
+    auto first = std::make_unique<NXQ::ZMCAR::McuFileBase>(kMcu, controller.get());
+    const fileTagInfo other_tag = {2, kMcu.path, O_RDWR, 0};
+    auto second = std::make_unique<NXQ::ZMCAR::McuFileBase>(other_tag, controller.get());
+    std::vector<Connection> mcu;
+    std::thread beside([&] {
+      for (int i = 0; i < 2; ++i) mcu.push_back(device.Grant());
+    });
+    EXPECT_TRUE(first->Open() && second->Open());
+    beside.join();
+    std::atomic<bool> entered{false};
+    std::atomic<bool> left{false};
+    controller->on_packet = [&] {
+      entered = true;
+      std::this_thread::sleep_for(milliseconds(2));
+      left = true;
+    };
+    EXPECT_TRUE(controller->AddFile(1, first.get()) && controller->AddFile(2, second.get()));
+    Controller stranger;
+    EXPECT_FALSE(stranger.AddFile(1, first.get()));
+    EXPECT_TRUE(controller->Start());
+    mcu[0].Send("slow");
+    ASSERT_TRUE(Eventually([&] { return entered.load(); }));
+    first.reset();
+    EXPECT_TRUE(left);
+    mcu[1].Send("still delivered");
+    EXPECT_TRUE(controller->Gets(2));
+    std::thread threads[3];
+    for (std::thread& thread : threads)
+      thread = std::thread([&] { EXPECT_TRUE(controller->Stop()); });
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_TRUE(controller->Start());
+    controller.reset();
+    EXPECT_EQ(second->SendToSpiDev(reinterpret_cast<const unsigned char*>("x"), 1), 1);
+    second->Close();
+  }
 }
 
 TEST_F(FrameworkTest, StopsUnderAFloodAndKeepsNothing) {

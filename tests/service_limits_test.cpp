@@ -86,5 +86,16 @@ TEST_F(ServiceLimits, AStreamThatIsNotReadHoldsNothingUp) {
   }
 }
 
+// A limit on files, of which standard error is one, is no end.
+TEST_F(ServiceLimits, AFullStandardErrorEndsNothing) {
+  StartAgain([] {
+    const rlimit small = {100, 100};
+    ::setrlimit(RLIMIT_FSIZE, &small);
+  });
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(station_->Ask(7, 1), Bytes());
+  EXPECT_LE(service_->Errors().size(), 100U);
+  EXPECT_EQ(StopService(), 0);
+}
+
 }  // namespace
 }  // namespace support

@@ -69,6 +69,7 @@ TEST(OptionsTest, ClosedStandardStreamsAreNobodyElses) {
     for (int fd = 0; fd <= 2; ++fd) ::close(fd);
   });
   ASSERT_TRUE(unit.WaitForService(milliseconds(10000)));
+  ASSERT_TRUE(ServiceAnswers());
   const Station station;
   EXPECT_EQ(station.Ask(7, 1), Bytes());
   EXPECT_EQ(station.Ask(4, 13), Text("error"));

@@ -202,7 +202,27 @@ TEST_F(StationLinkTest, WaitsForTheService) {
     EXPECT_EQ(connection.Receive(), Text("status"));
     connection.Send(std::string(answer));
   }
-  EXPECT_EQ(waiting.Wait(), 0);
+  // Connected is not started: it is there when it answers.
+  {
+    const Connection link = connector_.Grant();
+    EXPECT_EQ(link.Receive(), wire::BuildRequest(7, 1, {}));
+    link.Send(Reply(7, 1, {}));
+    EXPECT_EQ(waiting.Wait(), 0);
+  }
+  {
+    const auto connected = [&control] {
+      Connection asked = control.Grant();
+      asked.Receive();
+      asked.Send(std::string("ok service 1"));
+      return asked;
+    };
+    Program unanswered(root_, "station", {"wait", "0"});
+    const Connection before = connected();
+    const Connection silent = connector_.Grant();
+    const Connection after = connected();
+    EXPECT_EQ(unanswered.Wait(), 1);
+    EXPECT_PRED2(Contains, unanswered.Errors(), "the service is connected, but does not answer");
+  }
 
   Program impatient(root_, "station", {"wait", "0"});
   Connection connection = control.Grant();

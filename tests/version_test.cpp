@@ -104,6 +104,10 @@ TEST_F(VersionTest, NavigationFallsBackToItsFile) {
     root_.AddFile(kNaviFile, content);
     EXPECT_EQ(Version(3), version) << content;
   }
+  // A FIFO is not waited for.
+  const std::string fifo = root_.path() + kNaviFile;
+  ASSERT_EQ(::unlink(fifo.c_str()) | ::mkfifo(fifo.c_str(), 0666), 0);
+  EXPECT_EQ(Version(3), "");
   // The object decides by being there, whatever it holds.
   pps_->Hold(kNavi, "other::1");
   EXPECT_EQ(Version(3), "");

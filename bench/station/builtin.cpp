@@ -170,7 +170,7 @@ int RunWait(Context& context) {
   const auto deadline =
       Clock::now() + Seconds(arguments.empty() ? kDefaultWait : ParseNumber(arguments[0]));
   std::string reason;
-  while (!ServiceConnected(&reason)) {
+  while (!ServiceAnswers(&interrupt, &reason)) {
     if (Clock::now() >= deadline) return Complain(context, reason);
     interrupt.Wait(-1, kWaitPause);
     if (interrupt.Pending()) return Complain(context, "interrupted: " + reason);

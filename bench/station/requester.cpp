@@ -15,6 +15,8 @@
 namespace station {
 namespace {
 
+const double kMoment = 0.5;  // seconds that an idle service has for an answer
+
 const char kNowPlaying[] = "/pps/zelmar/navigator/nowplaying";
 const char kNowPlayingAttribute[] = "zmplaysource";
 const std::chrono::milliseconds kProofPause(50);
@@ -86,6 +88,14 @@ bool ReadAttribute(const char* object, const char* attribute, std::string* value
 }
 
 }  // namespace
+
+bool ServiceAnswers(tools::Interrupt* interrupt, std::string* reason) {
+  if (!ServiceConnected(reason)) return false;
+  Requester requester(kMoment, interrupt);
+  if (!requester.Send(kBarrierCommand, kBarrierSubCommand, {}, true).reply.empty()) return true;
+  *reason = "the service is connected, but does not answer";
+  return false;
+}
 
 Exchange Requester::Send(std::uint8_t number, std::uint8_t sub_command, const Bytes& parameters,
                          bool expected) {

@@ -149,7 +149,7 @@ class Runner {
   }
 
   void AwaitService(Clock::time_point deadline, records::Step* record) {
-    while (!ServiceConnected(&record->problem)) {
+    while (!ServiceAnswers(interrupt_, &record->problem)) {
       if (Clock::now() >= deadline) {
         record->outcome = Outcome::kError;
         return;

@@ -2,6 +2,7 @@
 #ifndef KORVANDIS_FRAMEWORK_FILEBASE_H
 #define KORVANDIS_FRAMEWORK_FILEBASE_H
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 
@@ -27,11 +28,14 @@ struct fileTagInfo {
 const int kMaxFileRead = 65536;
 
 // Open, Close and the writes of derived classes may be called from any thread, also while the file
-// is registered and delivered. The file owns its descriptor; it is closed when the last user lets
-// go of it.
+// is registered and delivered. The file owns its descriptor, which is closed when its last user has
+// finished.
 class FileBase {
  public:
   explicit FileBase(const fileTagInfo& tag);
+  // Unregisters a file that is registered, and waits for its running callback. So never from a
+  // callback of the file itself. A class that overrides OnDataChange is removed from its controller
+  // first: its own part is gone when this destructor begins.
   virtual ~FileBase();
   FileBase(const FileBase&) = delete;
   FileBase& operator=(const FileBase&) = delete;
@@ -50,13 +54,22 @@ class FileBase {
   int GetKey() const;
 
  protected:
-  enum LossPolicy { kStayClosed, kReopen };
-
-  // kReopen: the delivery thread opens the file again when its other side was lost and is back.
-  FileBase(const fileTagInfo& tag, LossPolicy policy);
+  // kObject: once lost, it stays closed until Open is called again; what it holds at the start is
+  // delivered. kLink: the delivery thread opens it again when its other side was lost and is back,
+  // or when there were no descriptors or memory for it; packets that wait at the start are thrown
+  // away.
+  enum Kind { kObject, kLink };
+  FileBase(const fileTagInfo& tag, Kind kind);
 
   // Writes `size` bytes as one message. Returns their number, or the negated error number.
   int WriteMessage(const void* data, int size) const;
+
+  // True when RemoveFile or Stop was called from within the running callback: what is left of the
+  // message is not delivered.
+  bool IsCut() const { return m_cut; }
+
+  // What the destructor does about a controller. For the destructors of derived classes.
+  void Leave();
 
  private:
   friend class Delivery;
@@ -68,12 +81,17 @@ class FileBase {
   void Lose(const std::shared_ptr<platform::Descriptor>& descriptor);
   // True when the file was lost and is to be opened again.
   bool WantsReopen() const;
-  // Tells the controller's thread that there is something else to wait for.
+  // Enters the controller that the file is registered with, null for none. False when it is
+  // registered with another one.
+  bool Join(Delivery* owner);
+  // What wakes the controller's thread when there is something else to wait for; can be null.
   void SetWakeup(const std::shared_ptr<Wakeup>& wakeup);
 
   const fileTagInfo& m_tag;
-  const LossPolicy m_policy;
+  const Kind m_kind;
+  std::atomic<bool> m_cut;
   mutable std::mutex m_mutex;  // guards the members below
+  Delivery* m_owner;
   std::shared_ptr<platform::Descriptor> m_descriptor;
   std::shared_ptr<Wakeup> m_wakeup;
   bool m_lost;

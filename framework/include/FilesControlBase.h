@@ -12,7 +12,11 @@ namespace ZMCAR {
 
 // Order of use: Init, Open each file, AddFile, Start; then Stop, RemoveFile, Close each file,
 // Close, destroy. Init, AddFile and Start repeated on a running controller change nothing and
-// succeed. The callbacks of one controller never run at the same time. Files are not owned.
+// succeed. The callbacks of one controller never run at the same time. Files are not owned: a file
+// that is destroyed first unregisters itself, and a controller that is destroyed first leaves its
+// files as if they had been removed. Several threads may call at once, save that a controller is
+// destroyed by one thread, not its own, when the others have returned. A derived class stops in its
+// destructor: a callback must not meet a part that is gone.
 class FilesControlBase : public IPPSOnChange {
  public:
   FilesControlBase();
@@ -28,16 +32,20 @@ class FilesControlBase : public IPPSOnChange {
   virtual bool Init();
   // Stops delivery and releases what Init prepared.
   virtual bool Close();
-  // Starts delivery on the controller's thread; false when it could not be started.
+  // Starts delivery on the controller's thread. False, with one line at level 2 until it succeeds,
+  // when there is no thread or descriptor for it: call it again later. Packets that wait in an MCU
+  // file arrived before the start and are thrown away; PPS files keep their text.
   virtual bool Start();
   // When it returns true, no callback runs any more: it waits for one that does. False when called
-  // from a callback, which cannot wait for itself; delivery then ends with that callback.
+  // from a callback, which cannot wait for itself; that is then the last one, also when its text
+  // has further lines.
   virtual bool Stop();
 
-  // Registers `file` under `key`. False for a null file or a key that another file has.
+  // Registers `file` under `key`. False for a null file, a key that another file has, or a file
+  // that is registered with another controller.
   bool AddFile(int key, FileBase* file) const;
-  // When it returns, no callback with `key` runs or will run, save the one it is called from. False
-  // when there is no such file.
+  // When it returns, no callback with `key` runs or will run, save the one it is called from; the
+  // further lines of that one's text are not delivered. False when there is no such file.
   bool RemoveFile(int key) const;
 
  private:

@@ -21,11 +21,12 @@ struct PacketHeader_s {
 
 const int kMaxPayload = 1280;  // payload area of the send buffer, in bytes
 
-// A lost device is opened again when it is back.
+// A lost device is opened again when it is back. Packets that arrived before Start are thrown away.
 class McuFileBase : public FileBase {
  public:
   // Keeps both; neither is owned.
   McuFileBase(const fileTagInfo& tag, IMcuRecvData* receiver);
+  ~McuFileBase() override;
 
   bool Init() override;
   // Hands the packet to the receiver.

@@ -13,12 +13,13 @@ class PPSFileBase : public FileBase {
  public:
   // Keeps both; neither is owned.
   PPSFileBase(const fileTagInfo& tag, IPPSOnChange* owner);
+  ~PPSFileBase() override;
 
   bool Init() override;
   bool Open() override;
 
   // Parses PPS text, in place, and reports each attribute line to the owner's OnAttributeChange;
-  // other lines go to OnPPSStatusChange, what is no PPS line is passed over. Of a text that fills a
+  // other lines go to OnPPSStatusChange, a malformed line is skipped. Of a text that fills a
   // whole read the last, cut line is left out.
   void OnDataChange(unsigned char* data, int size) override;
 

@@ -266,6 +266,14 @@ void Station::Do(std::uint8_t command, std::uint8_t sub_command, const Bytes& pa
   EXPECT_EQ(Ask(kEchoCommand, kEchoSubCommand), Bytes());
 }
 
+bool ServiceAnswers() {
+  return Eventually([] {
+    const Station station;
+    station.Send(kEchoCommand, kEchoSubCommand);
+    return station.Receive(milliseconds(500)).has_value();
+  });
+}
+
 std::optional<std::string> ReadObject(const std::string& path) {
   const int fd = platform::open(path.c_str(), O_RDONLY);
   if (fd < 0) return std::nullopt;

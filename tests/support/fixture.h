@@ -156,6 +156,9 @@ class Station {
   int fd_;
 };
 
+// Waits until the service answers: what arrives before its start is lost.
+bool ServiceAnswers();
+
 // What an object holds: its text, or nothing when there is no such object.
 std::optional<std::string> ReadObject(const std::string& path);
 // One attribute's line without its name ("n:6"), nothing when the object or it is missing.

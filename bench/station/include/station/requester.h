@@ -71,6 +71,10 @@ class Requester {
   Link link_;
 };
 
+// Asks the service a question that touches nothing of the unit. False, with the reason, when no
+// service is connected or it does not answer within a moment: it is not started yet, or busy.
+bool ServiceAnswers(tools::Interrupt* interrupt, std::string* reason);
+
 }  // namespace station
 
 #endif  // KORVANDIS_STATION_REQUESTER_H
