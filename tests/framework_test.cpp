@@ -175,18 +175,21 @@ TEST_F(FrameworkTest, EveryAttributeLineIsOneChange) {
   Controller& controller = wired.controller;
   Connection& object = wired.other;
   ASSERT_TRUE(controller.Start());
-  object.Send("@object\na::1\nb:n:2\nc:json:{\"x\":[1,2]}\nno line\n\nb:n:2\n-a\n-@object\nd::cut");
-  ASSERT_TRUE(controller.Gets(7));
+  object.Send(
+      "@object\na::1\nb:n:2\nc:json:{\"x\":[1,2]}\nno line\n\nb:n:2\n-a\n-@object\n"
+      "|@object\n@object\nd::cut");
+  ASSERT_TRUE(controller.Gets(8));
   EXPECT_EQ(controller.Notes(),
             (Notes{"change 0 a=1", "change 0 b=2", "change 0 c={\"x\":[1,2]}", "change 0 b=2",
                    "status 0 " + std::to_string(PPS_ATTRIBUTE_DELETED),
-                   "status 0 " + std::to_string(PPS_OBJECT_DELETED), "change 0 d=cut"}));
+                   "status 0 " + std::to_string(PPS_OBJECT_DELETED),
+                   "status 0 " + std::to_string(PPS_OBJECT_TRUNCATED), "change 0 d=cut"}));
   // Of a text that fills a read, the line it was cut in is left out.
   object.Send("first::1\nlast::" + std::string(70000, 'x'));
   object.Send("next::1\n");
-  ASSERT_TRUE(controller.Gets(9));
-  EXPECT_EQ(controller.Notes()[7], "change 0 first=1");
-  EXPECT_EQ(controller.Notes()[8], "change 0 next=1");
+  ASSERT_TRUE(controller.Gets(10));
+  EXPECT_EQ(controller.Notes()[8], "change 0 first=1");
+  EXPECT_EQ(controller.Notes()[9], "change 0 next=1");
 
   EXPECT_TRUE(wired.file.WritePPS("e::1\n", 5));
   EXPECT_EQ(object.Receive(), Text("e::1\n"));

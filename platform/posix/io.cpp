@@ -1,5 +1,4 @@
-// platform/io.h on the unit: POSIX does it. Without unlink, which is for the bench's tools. The
-// bench is built with bench/qnx/io.cpp instead.
+// platform/io.h on the unit: POSIX does it. The bench is built with bench/qnx/io.cpp instead.
 #include "platform/io.h"
 
 #include <cerrno>
