@@ -140,7 +140,7 @@ std::string Impossible(const Expectation& expectation, const FieldInfo& info,
   if (!MissingValue(expectation, values).empty()) return "";
   if (expectation.kind == Kind::kIs || expectation.kind == Kind::kOneOf) {
     for (const std::string& text : expectation.texts) {
-      const std::string never = NeverIs(info, Filled(text, values));
+      std::string never = NeverIs(info, Filled(text, values));
       if (!never.empty()) return never;
     }
   } else if (expectation.kind == Kind::kMatches) {

@@ -26,7 +26,7 @@ bool Operator::IsThere() { return ::isatty(STDIN_FILENO) != 0; }
 
 std::string Operator::ReadAnswers(const std::string& path) {
   std::string text;
-  const std::string problem = ReadFile(path, &text);
+  std::string problem = ReadFile(path, &text);
   if (!problem.empty()) return problem;
   from_file_ = true;
   int number = 0;

@@ -92,7 +92,7 @@ std::string ApplyLimit(const Limit& limit, Sequence* sequence) {
   expectation.kind = Expectation::Kind::kLimits;
   expectation.low = limit.low;
   expectation.high = limit.high;
-  const std::string problem = CheckField(*step->command, &expectation);
+  std::string problem = CheckField(*step->command, &expectation);
   if (!problem.empty()) return problem;
   const auto own = std::find_if(
       step->expectations.begin(), step->expectations.end(), [&](const Expectation& other) {

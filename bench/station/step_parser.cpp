@@ -21,10 +21,10 @@ bool ParseTime(const std::string& text, double* seconds) {
 std::string ParseDo(const std::string& rest, const Place& place, Step* step) {
   if (step->command_place.line != 0) return "a second command in one step";
   step->command_place = place;
-  const std::string problem = SplitWords(rest, &step->words);
+  std::string problem = SplitWords(rest, &step->words);
   if (!problem.empty()) return problem;
   std::size_t count = 0;
-  const std::string mismatch = MatchCommand(step->words, &step->command, &count);
+  std::string mismatch = MatchCommand(step->words, &step->command, &count);
   if (!mismatch.empty()) return mismatch;
   if (step->command->sent) return "";
   step->command = nullptr;
@@ -60,7 +60,7 @@ std::string ParseExpect(const std::string& text, const Place& place, Step* step)
     expectation.texts.push_back(quoted ? rest.substr(1, rest.size() - 2) : rest);
   } else if (TakePrefix("one of", &rest)) {
     expectation.kind = Expectation::Kind::kOneOf;
-    const std::string problem = SplitWords(rest, &expectation.texts);
+    std::string problem = SplitWords(rest, &expectation.texts);
     if (!problem.empty()) return problem;
     if (expectation.texts.empty()) return "'one of' needs at least one word";
   } else if (TakePrefix("matches", &rest)) {
