@@ -25,7 +25,7 @@ bool HasHexMark(const std::string& text) {
 // One or two digits, with or without 0x.
 bool ParseHexByte(const std::string& text, std::uint8_t* value) {
   const std::string digits = HasHexMark(text) ? text.substr(2) : text;
-  long number = 0;
+  unsigned number = 0;
   if (digits.size() > 2 || !qnx::ParseNumber(digits, 0, 255, &number, 16)) return false;
   *value = static_cast<std::uint8_t>(number);
   return true;
@@ -45,7 +45,7 @@ bool ParseMac(const std::string& text, Bytes* mac) {
 }
 
 // Decimal, or hexadecimal with 0x.
-bool ParseUnsigned(const Parameter& parameter, const std::string& text, long* number) {
+bool ParseUnsigned(const Parameter& parameter, const std::string& text, unsigned* number) {
   const bool hex = HasHexMark(text);
   return qnx::ParseNumber(hex ? text.substr(2) : text, parameter.low, parameter.high, number,
                           hex ? 16 : 10);
@@ -101,7 +101,7 @@ std::string DescribeParameter(const Parameter& parameter) {
 std::string CheckArgument(const Parameter& parameter, const std::string& text,
                           std::string* normal) {
   const std::string shown = std::string(parameter.name) + " " + qnx::Quoted(text);
-  long number = 0;
+  unsigned number = 0;
   std::uint8_t byte = 0;
   Bytes mac;
   *normal = text;
@@ -148,7 +148,7 @@ std::string CheckArgument(const Parameter& parameter, const std::string& text,
 }
 
 void AppendArgument(const Parameter& parameter, const std::string& normal, Bytes* bytes) {
-  long number = 0;
+  unsigned number = 0;
   std::uint8_t byte = 0;
   switch (parameter.kind) {
     case Kind::kText:
