@@ -292,18 +292,16 @@ TEST_F(StationVerifyTest, OnlyAValueThatIsNoFailureProvesAWrite) {
 
 TEST_F(StationLinkTest, ARunKnowsWhichServiceAnswers) {
   FakeManager control(root_, qnx::kControlPath);
-  root_.AddFile("/test.seq", "phase P\nstep A\nwait for service 5 s\n");
-  const auto run = [&](std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), {"run", root_.path() + "/test.seq"});
-    program_ = std::make_unique<Program>(root_, "station", arguments);
-    Connection connection = control.Grant();
-    connection.Receive();
-    connection.Send(std::string("ok service 1 services 2"));
-    return program_->Wait();
-  };
-  EXPECT_EQ(run({}), 3);
+  root_.AddFile("/test.seq", "phase P\nstep A\nwait 0 s\n");
+  const std::string sequence = root_.path() + "/test.seq";
+  program_ = std::make_unique<Program>(root_, "station", std::vector<std::string>{"run", sequence});
+  Connection connection = control.Grant();
+  connection.Receive();
+  connection.Send(std::string("ok service 1 services 2"));
+  EXPECT_EQ(program_->Wait(), 3);
   EXPECT_PRED2(Contains, program_->Errors(), "2 services are connected to the unit: end the other");
-  EXPECT_EQ(run({"--allow-several"}), 0);
+  Program allowed(root_, "station", {"run", sequence, "--allow-several"});
+  EXPECT_EQ(allowed.Wait(), 0) << allowed.Errors();
 }
 
 }  // namespace
