@@ -2,6 +2,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -133,7 +134,12 @@ TEST_F(ControlTest, AManagerCanBeStalledSlowedAndMuted) {
 TEST_F(ControlTest, ASavedProfileStartsAnEqualUnit) {
   const RawClient writer = OpenPps("/a/b/key", O_WRONLY | O_CREAT);
   ASSERT_TRUE(writer.Send("n:n:1\ntext::with: colons\nlist:json:[1,2]"));
-  ASSERT_EQ(0, OpenPps("/a/empty", O_WRONLY | O_CREAT).answer());
+  // Names that a profile leaves alone in its files, escapes, and one that leaves room for nothing.
+  const std::string names[] = {
+      "empty", ".hidden", "#number", "old~", "a%2Eb%", std::string(253, 'n'), ".d/#~"};
+  for (const std::string& name : names) {
+    ASSERT_EQ(0, OpenPps("/a/" + name, O_WRONLY | O_CREAT).answer());
+  }
   const std::string folder = root_.path() + "/saved profile";
   EXPECT_EQ("error ", Control("save " + folder).substr(0, 6));  // a blank parts words
   ASSERT_EQ("ok", Control("save " + root_.path() + "/saved"));
@@ -148,7 +154,10 @@ TEST_F(ControlTest, ASavedProfileStartsAnEqualUnit) {
     headunit::Unit unit(again);
     ASSERT_EQ("", unit.Start());
     EXPECT_EQ("@key\nlist:json:[1,2]\nn:n:1\ntext::with: colons\n", PpsText("/a/b/key"));
-    EXPECT_EQ("@empty\n", PpsText("/a/empty"));
+    for (const std::string& name : names) {
+      EXPECT_EQ("@" + name.substr(name.rfind('/') + 1) + "\n", PpsText("/a/" + name));
+    }
+    EXPECT_PRED2(Contains, unit.Control("status"), " objects 8 ");
   }
   setenv("HEADUNIT_ROOT", root_.path().c_str(), 1);
 }
@@ -231,6 +240,9 @@ TEST_F(ProfileTest, TheProgramRunsSavesAndEndsInOrder) {
     Program refused(root_, "headunit", {"ctl", "i2c", "identity"});
     EXPECT_EQ(1, refused.Wait());
     EXPECT_PRED2(Contains, refused.Errors(), "usage: i2c identity");
+    Program save(root_, "headunit", {"ctl", "save", "mine"});  // where this program runs
+    EXPECT_EQ(0, save.Wait());
+    EXPECT_EQ("n:n:1\n", ReadFile(root_.path() + "/mine/pps/mine"));
     unit.Signal(signal);
     EXPECT_EQ(0, unit.Wait());
     EXPECT_EQ("n:n:1\n", ReadFile(saved + "/pps/mine"));
@@ -246,6 +258,74 @@ TEST_F(ProfileTest, TheProgramRunsSavesAndEndsInOrder) {
   Program next(root_, "headunit", {"--empty"});
   ASSERT_TRUE(Eventually([&] { return next.Output().find("ready: ") == 0; }));
   EXPECT_EQ(0, next.Terminate());
+}
+
+// The number of the service's child is not ours to know: it is the one that has the unit as parent.
+pid_t ChildOf(pid_t parent) {
+  const std::string path = "/proc/" + std::to_string(parent) + "/task/" + std::to_string(parent);
+  return static_cast<pid_t>(std::atoi(ReadFile(path + "/children").c_str()));
+}
+
+TEST_F(ProfileTest, TheProgramStartsTheServiceAndSaysHowItEnded) {
+  Program nobody(root_, "headunit", {"wait", "0"});
+  EXPECT_EQ(1, nobody.Wait());
+  EXPECT_PRED2(Contains, nobody.Errors(), "no unit runs");
+  Program missing(root_, "headunit", {"--empty", "--service", "none"});
+  EXPECT_EQ(1, missing.Wait());
+  EXPECT_PRED2(Contains, missing.Errors(), "no program 'none'");
+
+  for (const bool killed : {false, true}) {
+    Program unit(root_, "headunit", {"--service", "korvandis"});
+    Program wait(root_, "headunit", {"wait"});
+    EXPECT_EQ(0, wait.Wait()) << wait.Errors();
+    EXPECT_EQ(Text("ZM-MPU-03.12.07"), Station().Ask(7, 1));
+    std::string end = "korvandis ended with status 0\n";
+    if (killed) {
+      end = "korvandis was ended by signal 9\n";
+      kill(ChildOf(unit.pid()), SIGKILL);
+      EXPECT_TRUE(Eventually([&] { return Contains(unit.Output(), end); }));
+      EXPECT_EQ(0, AccessPps(""));  // the unit stays
+    }
+    EXPECT_EQ(killed ? 1 : 0, unit.Terminate());
+    EXPECT_PRED2(Contains, unit.Output(), end);
+  }
+}
+
+// As on a full disk: no file of the unit may grow.
+TEST_F(ProfileTest, AUnitThatCanWriteNothingGoesOnAndSaysSo) {
+  Program unit(root_, "headunit", {"--empty"});
+  ASSERT_TRUE(Eventually([&] { return unit.Output().find("ready: ") == 0; }));
+  ASSERT_TRUE(OpenPps("/key", O_WRONLY | O_CREAT).Send("n:n:1"));
+  rlimit before;
+  const rlimit none = {0, 0};
+  ASSERT_EQ(0, prlimit(unit.pid(), RLIMIT_FSIZE, &none, &before));
+  Program refused(root_, "headunit", {"ctl", "save", "saved"});
+  EXPECT_EQ(1, refused.Wait());
+  EXPECT_PRED2(Contains, refused.Errors(), "/saved/pps/key: File too large");
+  EXPECT_FALSE(std::filesystem::exists(root_.path() + "/saved/pps/key"));
+  ASSERT_TRUE(OpenPps("/key", O_WRONLY).Send("n:n:2"));
+  EXPECT_EQ("@key\nn:n:2\n", PpsText("/key"));
+  EXPECT_EQ(0, unit.Terminate());
+
+  Program no_ring(root_, "headunit", {"--empty"}, [] {
+    const rlimit limit = {1000, 1000};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  });
+  EXPECT_EQ(1, no_ring.Wait());
+  EXPECT_PRED2(Contains, no_ring.Errors(), "/dev/slog: File too large");
+}
+
+// The handler that guards the log ring is called in the thread that meets the fault.
+TEST_F(ControlTest, NoThreadBlocksTheSignalsOfFaults) {
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+    const std::string status = ReadFile(thread.path().string() + "/status");
+    const std::size_t field = status.find("SigBlk:");
+    ASSERT_NE(std::string::npos, field);
+    const unsigned long blocked = std::stoul(status.substr(field + 7), nullptr, 16);
+    for (const int fault : {SIGBUS, SIGSEGV, SIGFPE, SIGILL, SIGABRT}) {
+      EXPECT_EQ(0u, blocked >> (fault - 1) & 1) << fault;
+    }
+  }
 }
 
 }  // namespace

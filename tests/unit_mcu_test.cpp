@@ -1,5 +1,6 @@
 // The simulated MCU: who gets which packet.
 #include <fcntl.h>
+#include <sys/slog.h>
 
 #include <cstring>
 
@@ -36,6 +37,20 @@ class McuTest : public UnitTest {
   }
   static bool Silent(const RawClient& client) { return !client.Receive(milliseconds(50)); }
 };
+
+TEST_F(McuTest, ASecondServiceIsCountedAndTold) {
+  Log log(root_);
+  const RawClient first = OpenService();
+  EXPECT_PRED2(Contains, Control("status"), " services 1 ");
+  EXPECT_TRUE(log.Texts(_SLOG_WARNING).empty());
+  const RawClient second = OpenService();
+  EXPECT_PRED2(Contains, Control("status"), "service 1 services 2 ");
+  // A process that logged to an earlier test's ring finds this one within a second.
+  EXPECT_TRUE(Eventually([&] {
+    const RawClient third = OpenService();
+    return !log.Texts(_SLOG_WARNING).empty();
+  }));
+}
 
 TEST_F(McuTest, RepliesGoToTheStationThatAsked) {
   const RawClient service = OpenService();

@@ -57,6 +57,7 @@ std::string ShowStatus(const Parts& parts) {
   const LinkCounters& link = parts.stations->counters();
   const std::string pairs[] = {
       Pair("service", parts.mcu->open_files() > 0 ? 1 : 0),
+      Pair("services", parts.mcu->open_files()),
       Pair("stations", parts.stations->stations()),
       Pair("monitors", parts.stations->monitors()),
       Pair("to-service", link.to_service),
@@ -124,6 +125,11 @@ const Row kRows[] = {
     {"help", "", 0, 0, "this list", [](const Parts&, const Words&) { return ShowHelp(); }},
     {"status", "", 0, 0, "who is connected, and the counters",
      [](const Parts& unit, const Words&) { return ShowStatus(unit); }},
+    {"ready", "", 0, 0, "whether the service that the unit starts is connected",
+     [](const Parts& unit, const Words&) {
+       const bool ready = !unit.starts_service || unit.mcu->open_files() > 0;
+       return ready ? Ok() : Error("the service is not connected");
+     }},
     {"memory", "", 0, 0, "give free memory back to the host, and tell the bytes in use",
      [](const Parts&, const Words&) { return ShowMemory(); }},
     {"save", "DIR", 1, 1, "write all objects as a profile",

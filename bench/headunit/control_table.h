@@ -19,6 +19,7 @@ struct ControlledParts {
   StationConnector* stations;
   SysInfoDevice* sysinfo;
   I2cBus* i2c;
+  bool starts_service;             // the unit starts one itself
   PositioningFaults* positioning;  // null without services
 };
 

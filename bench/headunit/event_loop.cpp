@@ -17,6 +17,10 @@ namespace {
 const int kSerialShift = 32;
 const int kEventsPerWait = 64;
 
+// Signals that a thread causes itself: blocked, they would end the process instead of reaching the
+// handler that guards the log ring.
+const int kFaults[] = {SIGBUS, SIGSEGV, SIGFPE, SIGILL, SIGABRT};
+
 std::uint64_t EventKey(std::uint32_t serial, int fd) {
   return static_cast<std::uint64_t>(serial) << kSerialShift | static_cast<std::uint32_t>(fd);
 }
@@ -82,12 +86,11 @@ std::string EventLoop::Start() {
     running_ = true;
     quit_ = false;
   }
-  sigset_t all;
+  sigset_t blocked;
   sigset_t before;
-  sigfillset(&all);
-  for (const int fault : {SIGBUS, SIGSEGV, SIGFPE, SIGILL})
-    sigdelset(&all, fault);  // see ring_map.h
-  pthread_sigmask(SIG_SETMASK, &all, &before);
+  sigfillset(&blocked);
+  for (const int fault : kFaults) sigdelset(&blocked, fault);
+  pthread_sigmask(SIG_SETMASK, &blocked, &before);
   std::string failure;
   try {
     thread_ = std::thread([this] { Run(); });

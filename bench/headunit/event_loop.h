@@ -70,7 +70,8 @@ class EventLoop {
   EventLoop(const EventLoop&) = delete;
   EventLoop& operator=(const EventLoop&) = delete;
 
-  // Starts the thread, with every signal blocked. Returns an empty text or why it cannot run.
+  // Starts the thread, with every signal but those of faults blocked. Returns an empty text or why
+  // it cannot run.
   std::string Start();
 
   // Ends the thread after the tasks posted so far. Timers that have not run are forgotten.

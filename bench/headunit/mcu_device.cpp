@@ -78,6 +78,10 @@ int McuDevice::OnOpen(const std::string& rest, std::uint32_t flags,
 }
 
 void McuDevice::OnOpened(OpenFile*) {
+  if (open_files() > 1) {
+    Log(_SLOG_WARNING, "mcu: %zu services have the device open, each carries out every command",
+        open_files());
+  }
   if (presence_) presence_(open_files());
 }
 

@@ -18,10 +18,68 @@ namespace {
 
 namespace fs = std::filesystem;
 
+const mode_t kFileMode = 0666;
+
 // Editors leave such files beside the ones they edit.
 bool IsLeftover(const fs::path& path) {
   const std::string name = path.filename().string();
   return name.empty() || name.front() == '.' || name.back() == '~' || name.front() == '#';
+}
+
+// How an object's name stands in the name of its file where it looks like a leftover: "%2E" and the
+// like for its first or last character, and "%25" for a percent sign.
+const char kEscaped[] = ".#~%";
+
+std::string FileName(const std::string& name) {
+  static const char kDigits[] = "0123456789ABCDEF";
+  std::string file;
+  for (std::size_t i = 0; i < name.size(); ++i) {
+    const char c = name[i];
+    const bool escaped =
+        c == '%' || (i == 0 && (c == '.' || c == '#')) || (i + 1 == name.size() && c == '~');
+    if (escaped) {
+      file += {'%', kDigits[c >> 4], kDigits[c & 15]};
+    } else {
+      file += c;
+    }
+  }
+  return file;
+}
+
+std::string ObjectName(const std::string& file) {
+  std::string name;
+  for (std::size_t i = 0; i < file.size(); ++i) {
+    char c = file[i];
+    for (const char* escaped = kEscaped; c == '%' && *escaped != '\0'; ++escaped) {
+      if (file.compare(i, 3, FileName(std::string(1, *escaped))) != 0) continue;
+      name += *escaped;
+      i += 2;
+      c = '\0';
+    }
+    if (c != '\0') name += c;
+  }
+  return name;
+}
+
+// Each component of `path` by `change`.
+template <typename Change>
+std::string ForEachName(const fs::path& path, Change change) {
+  std::string changed;
+  for (const fs::path& name : path) changed += "/" + change(name.string());
+  return changed;
+}
+
+bool WriteFile(const std::string& path, const std::string& text, bool durable) {
+  const qnx::Descriptor file(
+      open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kFileMode));
+  if (!file.is_open()) return false;
+  for (std::size_t done = 0; done < text.size();) {
+    const ssize_t count = write(file.get(), text.data() + done, text.size() - done);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    done += static_cast<std::size_t>(count);
+  }
+  return !durable || fsync(file.get()) == 0;
 }
 
 // Calls visit(path) for each file below `folder`, until it returns a text.
@@ -49,7 +107,7 @@ std::string LoadObjects(const std::string& profile, PpsManager* pps) {
   return ForEachFileBelow(folder, [&](const fs::path& path) -> std::string {
     std::string text;
     if (!ReadWholeFile(path.string(), &text)) return path.string() + ": cannot be read";
-    const std::string object = "/" + path.lexically_relative(folder).generic_string();
+    const std::string object = ForEachName(path.lexically_relative(folder), ObjectName);
     const std::string failure = pps->Load(object, text);
     return failure.empty() ? "" : path.string() + ": " + failure;
   });
@@ -73,7 +131,7 @@ std::string SaveObjects(const PpsTree& objects, const std::string& folder) {
   std::string failure;
   objects.ForEach([&](const std::string& path, const PpsObject& object) {
     if (!failure.empty()) return;
-    const fs::path file(folder + "/pps" + path);
+    const fs::path file(folder + "/pps" + ForEachName(path.substr(1), FileName));
     std::string text;
     for (const auto& attribute : object.attributes)
       text += attribute.first + ":" + attribute.second + "\n";
@@ -98,18 +156,14 @@ bool ReadWholeFile(const std::string& path, std::string* text) {
 }
 
 bool ReplaceFile(const std::string& path, const std::string& text, bool durable) {
-  const std::string fresh = path + ".new";
-  qnx::Descriptor file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-  if (!file.is_open()) return false;
-  for (std::size_t done = 0; done < text.size();) {
-    const ssize_t count = write(file.get(), text.data() + done, text.size() - done);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    done += static_cast<std::size_t>(count);
-  }
-  if (durable && fsync(file.get()) != 0) return false;
-  file.Reset();
-  return std::rename(fresh.c_str(), path.c_str()) == 0;
+  // Beside the file, with a name that is never too long.
+  const std::string fresh = (fs::path(path).parent_path() / ".headunit.new").string();
+  const bool replaced =
+      WriteFile(fresh, text, durable) && std::rename(fresh.c_str(), path.c_str()) == 0;
+  const int error = errno;
+  if (!replaced) unlink(fresh.c_str());
+  errno = error;
+  return replaced;
 }
 
 }  // namespace headunit

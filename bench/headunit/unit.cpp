@@ -62,7 +62,8 @@ struct Unit::Impl {
         stations(&managers, options.root + qnx::kStationPath, &mcu),
         sysinfo(&managers, options.root + kSysInfoPath, State() + kSysInfoStore),
         i2c(&managers, options.root + kI2cPath),
-        control_table(ControlledParts{&pps, &mcu, &stations, &sysinfo, &i2c, nullptr}),
+        control_table(ControlledParts{&pps, &mcu, &stations, &sysinfo, &i2c, options.starts_service,
+                                      nullptr}),
         control(&managers, options.root + qnx::kControlPath, &control_table) {
     mcu.SetPresence([this](std::size_t openers) { OnPresence(openers); });
   }

@@ -16,7 +16,8 @@ struct UnitOptions {
   std::string profile;   // profile folder; empty: an empty unit (no objects, no services' data)
   std::string state;     // folder for what survives a restart; empty: <root>/var/headunit
   bool services = true;  // false: only the managers, so that objects hold what a test wrote
-  std::uint32_t log_lines = 16384;  // slots of the log ring, a power of two; a whole test run
+  bool starts_service = false;      // the unit is ready only when its own service is connected
+  std::uint32_t log_lines = 16384;  // slots of the log ring, a power of two: a whole sequence's
 };
 
 // Folder of the profile that ships with the unit: beside the running program's installation
