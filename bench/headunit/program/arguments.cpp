@@ -11,10 +11,11 @@ namespace {
 const char kRootVariable[] = "HEADUNIT_ROOT";
 
 bool ParseLines(const std::string& text, std::uint32_t* lines) {
-  long value = 0;
-  if (!qnx::ParseNumber(text, 1, std::numeric_limits<std::int32_t>::max(), &value)) return false;
-  *lines = static_cast<std::uint32_t>(value);
-  return (value & (value - 1)) == 0;
+  std::uint32_t value = 0;
+  const bool number = qnx::ParseNumber(text, 1, std::numeric_limits<std::uint32_t>::max(), &value);
+  if (!number || (value & (value - 1)) != 0) return false;  // only powers of two
+  *lines = value;
+  return true;
 }
 
 }  // namespace
