@@ -260,6 +260,47 @@ TEST_F(ProfileTest, TheProgramRunsSavesAndEndsInOrder) {
   EXPECT_EQ(0, next.Terminate());
 }
 
+TEST_F(ProfileTest, ADumpOfARealUnitBecomesAProfile) {
+  for (int i = 0; i < 60; ++i) {
+    const std::string path = "/dump/d" + std::to_string(i % 7) + "/sub/o" + std::to_string(i);
+    root_.AddFile(path, i < 5 ? "" : "[n]@o" + std::to_string(i) + "\n[n]a:n:1\nb:json:{}\n");
+  }
+  root_.AddFile("/dump/.hidden", "x::1");
+  root_.AddFile("/dump/.all", "@d0\na::1\n@d1\n");
+  root_.AddFile("/dump/d1/sub/.notify", "");
+  root_.AddFile("/dump/d2/core", std::string("\x7f"
+                                             "ELF\0\0",
+                                             6));
+  root_.AddFile("/dump/d3/cut", "a:n:1\nb:");
+  root_.AddFile("/dump/d3/o?wait", "a:n:1\n");
+  std::filesystem::create_symlink("/etc/passwd", root_.path() + "/dump/link");
+
+  setenv("XDG_DATA_HOME", (root_.path() + "/data").c_str(), 1);
+  const std::vector<std::string> words = {"import", "dump", "--name", "real"};
+  Program import(root_, "headunit", words);
+  EXPECT_EQ(0, import.Wait()) << import.Errors();
+  EXPECT_EQ(
+      "left out .all: a special file of its directory\n"
+      "left out d1/sub/.notify: a special file of its directory\n"
+      "left out d2/core: binary data\n"
+      "left out d3/cut: line 2 is no PPS line\n"
+      "left out d3/o?wait: not a name for an object\n"
+      "left out link: not a plain file\n"
+      "imported 61 objects, left out 6 files: " +
+          root_.path() + "/data/korvandis/profiles/real\n",
+      import.Output());
+  Program again(root_, "headunit", words);
+  EXPECT_EQ(1, again.Wait());
+  EXPECT_PRED2(Contains, again.Errors(), "exists already");
+
+  Program unit(root_, "headunit", {"--profile", "real", "--no-services"});
+  ASSERT_TRUE(Eventually([&] { return unit.Output().find("ready: ") == 0; }));
+  EXPECT_EQ("[n]@o59\n[n]a:n:1\nb:json:{}\n", PpsText("/d3/sub/o59"));
+  EXPECT_EQ("@o1\n", PpsText("/d1/sub/o1"));
+  EXPECT_EQ("@.hidden\nx::1\n", PpsText("/.hidden"));
+  unsetenv("XDG_DATA_HOME");
+}
+
 // The number of the service's child is not ours to know: it is the one that has the unit as parent.
 pid_t ChildOf(pid_t parent) {
   const std::string path = "/proc/" + std::to_string(parent) + "/task/" + std::to_string(parent);

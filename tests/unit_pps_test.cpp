@@ -63,6 +63,22 @@ TEST_F(PpsManagerTest, WritesReplaceAndDeleteAttributesOrChangeNothing) {
   EXPECT_EQ(text, PpsText("/a/key"));
 }
 
+TEST_F(PpsManagerTest, OptionsInBracketsStayWhereTheyWereGiven) {
+  const RawClient follower = OpenPps("/o?delta", O_RDONLY | O_CREAT);
+  EXPECT_EQ("@o\n", follower.Receive().value_or(""));
+  Write("/o", "[n]@o\n[n]a:n:1\nb::2\n");
+  EXPECT_EQ("[n]@o\n[n]a:n:1\nb::2\n", PpsText("/o"));
+  Write("/o", "a:n:3\n[x]b::[4]");
+  EXPECT_EQ("[n]@o\n[n]a:n:3\n[x]b::[4]\n", PpsText("/o"));
+  for (const char* wrong : {"[na:n:1", "[n]", "[n]:n:1", "[n]a:n", "a:n:9\n[n]@o", "[:]a:n:1"}) {
+    Write("/o", wrong);
+  }
+  Write("/o", "[]@o\n[n]-a\n[]b::5");
+  EXPECT_EQ("@o\nb::5\n", PpsText("/o"));
+  EXPECT_EQ((Texts{"@o\n[n]a:n:1\nb::2\n", "@o\na:n:3\n[x]b::[4]\n", "@o\n[n]-a\nb::5\n"}),
+            Drain(follower));
+}
+
 TEST_F(PpsManagerTest, OpenFlagsDecideWhatAnOpenDoes) {
   EXPECT_EQ(ENOENT, OpenPps("/a/b/key", O_RDWR).answer());
   EXPECT_EQ(ENOENT, AccessPps("/a"));

@@ -35,7 +35,7 @@ std::string PpsManager::Load(const std::string& path, const std::string& text) {
   if (bad_line != 0) return "line " + std::to_string(bad_line) + " is no PPS line";
   PpsObject* const object = tree_.Create(request.path);
   if (object == nullptr) return "too many objects";
-  return Apply(object, std::move(parsed.changes), nullptr) ? "" : "too large";
+  return Write(object, std::move(parsed), nullptr) ? "" : "too large";
 }
 
 void PpsManager::SetDelay(const std::string& path, std::chrono::milliseconds delay) {
@@ -198,7 +198,7 @@ void PpsManager::OnMessage(OpenFile* written, const std::string& message) {
     return;
   }
   if (object->server == nullptr) {
-    if (Apply(object, std::move(parsed.changes), file)) return;
+    if (Write(object, std::move(parsed), file)) return;
     Log(_SLOG_ERROR, "pps: write of %zu bytes refused: '%s' would become too large", message.size(),
         object->name.c_str());
   } else if (object->server == file) {
@@ -208,11 +208,21 @@ void PpsManager::OnMessage(OpenFile* written, const std::string& message) {
   }
 }
 
-bool PpsManager::Apply(PpsObject* object, std::vector<PpsChange> changes, const PpsFile* writer) {
+bool PpsManager::Write(PpsObject* object, PpsText text, const PpsFile* writer) {
   std::size_t growth = 0;
-  for (const PpsChange& change : changes) growth += change.name.size() + change.value.size();
+  for (const PpsChange& change : text.changes) {
+    growth += change.options.size() + change.name.size() + change.value.size();
+  }
   if (object->size + growth > kLargestObject) return false;
+  if (text.has_head_options) {
+    object->options.assign(text.head_options);
+    object->text.reset();
+  }
+  Apply(object, std::move(text.changes), writer);
+  return true;
+}
 
+void PpsManager::Apply(PpsObject* object, std::vector<PpsChange> changes, const PpsFile* writer) {
   PpsAttributes* const attributes = &object->attributes;
   auto present = attributes->begin();  // mostly the one behind the last change
   const auto changes_nothing = [&](const PpsChange& change) {
@@ -221,28 +231,29 @@ bool PpsManager::Apply(PpsObject* object, std::vector<PpsChange> changes, const 
     }
     if (present == attributes->end() && change.deleted) return true;
     if (present == attributes->end()) {
-      present = attributes->emplace(change.name, "").first;
+      present = attributes->emplace(change.name, PpsAttribute()).first;
       object->size += change.name.size();
     }
-    object->size -= present->second.size();
+    PpsAttribute* const attribute = &present->second;
+    object->size -= attribute->options.size() + attribute->value.size();
     if (change.deleted) {
       object->size -= present->first.size();
       present = attributes->erase(present);
     } else {
-      object->size += change.value.size();
-      present->second.assign(change.value);
+      if (change.has_options) attribute->options.assign(change.options);
+      attribute->value.assign(change.value);
+      object->size += attribute->options.size() + attribute->value.size();
       ++present;
     }
     return false;
   };
   changes.erase(std::remove_if(changes.begin(), changes.end(), changes_nothing), changes.end());
-  if (changes.empty()) return true;
+  if (changes.empty()) return;
   object->text.reset();
   ObjectChange change(object, changes);
   for (PpsFile* const file : object->files) {
     if (file != writer && file->Follows()) file->SendChange(&change);
   }
-  return true;
 }
 
 void PpsManager::Truncate(PpsObject* object, const PpsFile* writer) {

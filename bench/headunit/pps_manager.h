@@ -54,8 +54,9 @@ class PpsManager : public ResourceManager {
   int OpenDirectory(const PpsRequest& request, std::uint32_t flags,
                     std::unique_ptr<OpenFile>* file);
 
-  // False when the object would become too large; nothing is changed then.
-  bool Apply(PpsObject* object, std::vector<PpsChange> changes, const PpsFile* writer);
+  // Applies a whole write. False when the object would become too large; nothing is changed then.
+  bool Write(PpsObject* object, PpsText text, const PpsFile* writer);
+  void Apply(PpsObject* object, std::vector<PpsChange> changes, const PpsFile* writer);
   void Truncate(PpsObject* object, const PpsFile* writer);
   void WriteToServer(PpsFile* client, const PpsText& text);
   void WriteToClients(PpsFile* server, const PpsText& text);

@@ -17,7 +17,8 @@ bool StartsWith(const std::string& text, const std::string& head) {
 }  // namespace
 
 const SharedText& TextOf(PpsObject* object) {
-  if (!object->text) object->text = Share(FormatPpsObject(object->name, object->attributes));
+  if (!object->text)
+    object->text = Share(FormatPpsObject(object->name, object->options, object->attributes));
   return object->text;
 }
 

@@ -16,9 +16,10 @@ namespace headunit {
 class PpsFile;
 
 struct PpsObject {
-  std::string name;  // last component of the path
+  std::string name;     // last component of the path
+  std::string options;  // in square brackets in front of the name, empty: none
   PpsAttributes attributes;
-  std::size_t size = 0;  // bytes of the attributes' names and values
+  std::size_t size = 0;  // bytes of the attributes' names, options and values
   SharedText text;       // what a reader gets; null: to be formed again
   std::set<PpsFile*> files;
   PpsFile* server = nullptr;

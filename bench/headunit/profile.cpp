@@ -132,9 +132,8 @@ std::string SaveObjects(const PpsTree& objects, const std::string& folder) {
   objects.ForEach([&](const std::string& path, const PpsObject& object) {
     if (!failure.empty()) return;
     const fs::path file(folder + "/pps" + ForEachName(path.substr(1), FileName));
-    std::string text;
-    for (const auto& attribute : object.attributes)
-      text += attribute.first + ":" + attribute.second + "\n";
+    std::string text = FormatPpsObject(object.name, object.options, object.attributes);
+    if (object.options.empty()) text.erase(0, text.find('\n') + 1);  // the file's name says it
     std::error_code error;
     fs::create_directories(file.parent_path(), error);
     if (error) {

@@ -40,19 +40,8 @@ const char kSysInfoStore[] = "/sysinfo";  // in the state folder
 const char kDrive[] = "/drive.txt";       // in the profile
 const char kRootVariable[] = "HEADUNIT_ROOT";
 const char kStateFolder[] = "/var/headunit";
-const char kInstalledProfile[] =
-    "../share/korvandis/profiles/default";  // from the program's folder
 
 }  // namespace
-
-std::string DefaultProfile() {
-  std::error_code error;
-  const fs::path program = fs::read_symlink("/proc/self/exe", error);
-  const fs::path installed = (program.parent_path() / kInstalledProfile).lexically_normal();
-  if (!error && fs::is_directory(installed, error)) return installed.string();
-  const fs::path source = fs::path(KORVANDIS_SOURCE_PROFILES) / "default";
-  return fs::is_directory(source, error) ? source.string() : "";
-}
 
 struct Unit::Impl {
   explicit Impl(UnitOptions given)

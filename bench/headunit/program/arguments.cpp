@@ -24,12 +24,14 @@ const char kUsage[] =
     "Usage: headunit [options]\n"
     "       headunit wait [SECONDS]\n"
     "       headunit ctl WORDS...\n"
+    "       headunit import DIR --name NAME [--to DIR]\n"
     "\n"
     "Runs a simulated head unit below a directory until SIGTERM or SIGINT.\n"
     "\n"
     "  --root DIR         the directory that stands for the unit's '/' (default: $HEADUNIT_ROOT)\n"
     "  --service PROGRAM  start the service when the unit is ready, and end it before the unit\n"
-    "  --profile DIR      what the unit is started from (default: the shipped profile)\n"
+    "  --profile PROFILE  what the unit is started from, a folder or the name of an imported\n"
+    "                     or shipped profile (default: default)\n"
     "  --empty            start without objects, files and services\n"
     "  --no-services      start without the services behind the objects\n"
     "  --state DIR        what survives a restart (default: ROOT/var/headunit)\n"
@@ -41,7 +43,11 @@ const char kUsage[] =
     "connected; the exit status is 1 when that takes longer than SECONDS (default: 10).\n"
     "\n"
     "ctl sends one line to the unit that runs below $HEADUNIT_ROOT and prints its answer;\n"
-    "'headunit ctl help' lists what there is. The exit status is 1 when the unit refuses.\n";
+    "'headunit ctl help' lists what there is. The exit status is 1 when the unit refuses.\n"
+    "\n"
+    "import makes the profile NAME from the files of a dump of a unit's /pps and lists what it\n"
+    "leaves out; --profile NAME finds it. Profiles lie in $XDG_DATA_HOME/korvandis/profiles or\n"
+    "~/.local/share/korvandis/profiles, or below --to DIR.\n";
 
 std::string ParseArguments(const std::vector<std::string>& words, Arguments* arguments) {
   UnitOptions* const options = &arguments->options;
@@ -83,6 +89,7 @@ std::string ParseArguments(const std::vector<std::string>& words, Arguments* arg
     if (options->profile.empty())
       return "the shipped profile is not installed: give --profile or --empty";
   }
+  if (!options->profile.empty()) options->profile = FindProfile(options->profile);
   const char* const variable = std::getenv(kRootVariable);
   if (options->root.empty() && variable != nullptr) options->root = variable;
   if (options->root.empty()) return "no root: give --root DIR or set HEADUNIT_ROOT";

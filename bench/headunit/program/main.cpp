@@ -9,6 +9,7 @@
 #include "arguments.h"
 #include "control_client.h"
 #include "fail.h"
+#include "import_command.h"
 #include "run.h"
 
 int main(int argc, char** argv) {
@@ -18,6 +19,7 @@ int main(int argc, char** argv) {
   std::vector<std::string> words(argv + 1, argv + argc);
   const std::string first = words.empty() ? "" : words[0];
   if (first == "ctl") return headunit::Control({words.begin() + 1, words.end()});
+  if (first == "import") return headunit::Import({words.begin() + 1, words.end()});
   if (first == "wait") return headunit::AwaitUnit({words.begin() + 1, words.end()});
   headunit::Arguments arguments;
   const std::string wrong = headunit::ParseArguments(words, &arguments);

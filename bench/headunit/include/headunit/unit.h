@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "headunit/profiles.h"
+
 namespace headunit {
 
 struct UnitOptions {
@@ -19,10 +21,6 @@ struct UnitOptions {
   bool starts_service = false;      // the unit is ready only when its own service is connected
   std::uint32_t log_lines = 16384;  // slots of the log ring, a power of two: a whole sequence's
 };
-
-// Folder of the profile that ships with the unit: beside the running program's installation
-// (../share/korvandis/profiles/default), else in the source tree; empty when neither is there.
-std::string DefaultProfile();
 
 // One running unit. Start and Stop are called by one thread; everything else may be called from
 // any.
