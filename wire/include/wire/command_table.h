@@ -72,8 +72,8 @@ const std::size_t kMostParameters = 2;
 struct CommandSpec {
   std::uint8_t command;
   std::uint8_t sub_command;
-  const char* words;  // as the station takes them: "bt name"
   int selector;       // first parameter byte of every request, kNoSelector when there is none
+  const char* words;  // as the station takes them: "bt name"
   ParameterSpec parameters[kMostParameters];  // behind the selector; the first kNone ends them
   ReplySpec reply;
   const char* help;
