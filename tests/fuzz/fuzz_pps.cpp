@@ -1,5 +1,6 @@
-// Any text through the PPS line parser and decoder, with every call in any order; and the encoder.
-#include "encoder_walk.h"
+// Any text through the PPS line parser and decoder, with every call in any order, and back through
+// the encoder.
+#include "pps_walk.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Run(fuzz::Input(data, size), false);

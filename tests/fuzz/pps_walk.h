@@ -1,6 +1,6 @@
-// Drives a decoder, and holds it to what pps.h promises.
-#ifndef KORVANDIS_FUZZ_DECODER_WALK_H
-#define KORVANDIS_FUZZ_DECODER_WALK_H
+// Drives the PPS library, and holds it to what pps.h promises.
+#ifndef KORVANDIS_FUZZ_PPS_WALK_H
+#define KORVANDIS_FUZZ_PPS_WALK_H
 
 #include <pps.h>
 
@@ -39,7 +39,7 @@ class Decoding {
   Decoding(const Decoding&) = delete;
   Decoding& operator=(const Decoding&) = delete;
 
-  pps_decoder_t* decoder() { return &decoder_; }
+  operator pps_decoder_t*() { return &decoder_; }
   const DecodedText& text() const { return text_; }
   pps_decoder_error_t parsed() const { return parsed_; }
 
@@ -49,19 +49,15 @@ class Decoding {
   pps_decoder_error_t parsed_;
 };
 
-// How numbers and strings are shown.
-std::string ShownNumber(double value);
-std::string Quoted(const std::string& text);
-
-// What a decoder has from its position to the end of its level, which is where it stands then:
-// names, values and all that they contain, numbers as doubles. Each scalar must read the same by
-// its name, whatever was read before it.
+// What a decoder has from its position to the end of its level: names with "=", and each value as
+// the JSON that the encoder makes of it. What has no readable value counts as null.
 std::string Shown(pps_decoder_t* decoder);
 
-// Reads a text with an operation a byte, whose low half chooses a call and whose high half the name
-// it is given; then from front to back. JSON must read the same as the value of an attribute.
-void Decode(const std::string& text, bool json, const std::string& operations);
+// One run of the targets json and pps. Input: a length byte, so many operations, whose low half
+// chooses a call and whose high half the name it is given, and the text for the decoder. What was
+// read goes through the encoder and must come back.
+void Run(Input input, bool json);
 
 }  // namespace fuzz
 
-#endif  // KORVANDIS_FUZZ_DECODER_WALK_H
+#endif  // KORVANDIS_FUZZ_PPS_WALK_H
