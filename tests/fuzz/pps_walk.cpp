@@ -8,27 +8,6 @@ const char* const kNames[] = {"a",        "b",          "",    "version", "mpu",
                               "latitude", "satellites", "cno", "id",      "used", "trackinfo"};
 const int kKnownNames = 12;
 
-// A text under construction.
-class Encoding {
- public:
-  explicit Encoding(bool json) { pps_encoder_initialize(&encoder_, json); }
-  ~Encoding() { pps_encoder_cleanup(&encoder_); }
-  Encoding(const Encoding&) = delete;
-  Encoding& operator=(const Encoding&) = delete;
-
-  operator pps_encoder_t*() { return &encoder_; }
-  std::string Text() {
-    const char* const text = pps_encoder_buffer(&encoder_);
-    Require(text != nullptr, "what was decoded can be encoded");
-    const auto length = static_cast<std::size_t>(pps_encoder_length(&encoder_));
-    Require(std::strlen(text) == length, "the text is as long as its length");
-    return text;
-  }
-
- private:
-  pps_encoder_t encoder_;
-};
-
 // Adds the next value to what is encoded, and passes it. False at the end of the level.
 bool CopyNext(pps_decoder_t* from, pps_encoder_t* to) {
   const char* const name = pps_decoder_name(from);
@@ -143,6 +122,13 @@ Decoding::Decoding(const std::string& text, bool json) : text_(text) {
   Require(pps_decoder_status(&decoder_, false) == parsed_, "the status tells how it was parsed");
 }
 
+std::string Encoding::Text() {
+  const char* const text = pps_encoder_buffer(&encoder_);
+  const auto length = static_cast<std::size_t>(pps_encoder_length(&encoder_));
+  Require(length == (text == nullptr ? 0 : std::strlen(text)), "a text is as long as its length");
+  return text == nullptr ? kNoText : text;
+}
+
 std::string Shown(pps_decoder_t* decoder) {
   std::string shown;
   while (pps_decoder_type(decoder, nullptr) != PPS_TYPE_NONE) {
@@ -165,6 +151,7 @@ void Run(Input input, bool json) {
   if (before.empty()) return;  // malformed JSON
   Encoding encoding(json);
   while (CopyNext(copied, encoding)) continue;
+  Require(encoding.Text() != kNoText, "what was decoded can be encoded");
   Decoding again(encoding.Text(), json);
   Require(again.parsed() == PPS_DECODER_OK, "an encoded text is well-formed");
   Require(Shown(again) == before, "what went in comes back");

@@ -49,6 +49,23 @@ class Decoding {
   pps_decoder_error_t parsed_;
 };
 
+// A text under construction.
+class Encoding {
+ public:
+  explicit Encoding(bool json) { pps_encoder_initialize(&encoder_, json); }
+  ~Encoding() { pps_encoder_cleanup(&encoder_); }
+  Encoding(const Encoding&) = delete;
+  Encoding& operator=(const Encoding&) = delete;
+
+  operator pps_encoder_t*() { return &encoder_; }
+  std::string Text();  // kNoText when it is not whole
+
+ private:
+  pps_encoder_t encoder_;
+};
+
+const char kNoText[] = "no text";
+
 // What a decoder has from its position to the end of its level: names with "=", and each value as
 // the JSON that the encoder makes of it. What has no readable value counts as null.
 std::string Shown(pps_decoder_t* decoder);
