@@ -12,6 +12,7 @@
 #include "support/fixture.h"
 #include "support/raw_client.h"
 #include "tools/pps_object.h"
+#include "tools/program.h"
 
 namespace support {
 namespace {
