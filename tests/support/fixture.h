@@ -41,6 +41,12 @@ std::vector<std::string> Arguments(const std::string& line);
 
 // So many times longer may everything take here: under emulation, or with a sanitizer.
 const int kPatience = KORVANDIS_PATIENCE;
+// ThreadSanitizer runs a thread of its own in every process: it blocks all signals and wakes.
+#ifdef __SANITIZE_THREAD__
+const bool kOwnThreadsOnly = false;
+#else
+const bool kOwnThreadsOnly = true;
+#endif
 // How long to wait for what must come.
 const milliseconds kSoon = milliseconds(5000) * kPatience;
 
