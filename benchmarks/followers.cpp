@@ -30,20 +30,13 @@ qnx::Descriptor Connected(int fd) {
 // A process that carries out `work` again and again until the object goes.
 class Worker {
  public:
-  explicit Worker(const std::function<void()>& work) : pid_(::fork()) {
-    if (pid_ != 0) return;
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    for (;;) work();
-  }
-  ~Worker() {
-    ::kill(pid_, SIGKILL);
-    ::waitpid(pid_, nullptr, 0);
-  }
-  Worker(const Worker&) = delete;
-  Worker& operator=(const Worker&) = delete;
+  explicit Worker(const std::function<void()>& work)
+      : child_([&work]() -> int {
+          for (;;) work();
+        }) {}
 
  private:
-  const pid_t pid_;
+  qnx::ChildProcess child_;
 };
 
 // Milliseconds that `work` takes, `count` times, with a short rest in front of each.

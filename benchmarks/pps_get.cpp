@@ -90,30 +90,16 @@ DBusHandlerResult Answer(DBusConnection* connection, DBusMessage* message, void*
   return DBUS_HANDLER_RESULT_HANDLED;
 }
 
-// A process that serves the property until it is killed or the bus ends.
-class PropertyServer {
- public:
-  PropertyServer(const Bus& bus, const std::string& value) : pid_(::fork()) {
-    if (pid_ != 0) return;
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    DBusConnection* const connection = bus.Connect();
-    const char* text = value.c_str();
-    dbus_connection_add_filter(connection, Answer, &text, nullptr);
-    dbus_bus_request_name(connection, kName, 0, nullptr);
-    while (dbus_connection_read_write_dispatch(connection, -1) != 0) {
-    }
-    ::_exit(0);
+// Serves the property until the bus ends.
+int ServeProperty(const Bus& bus, const std::string& value) {
+  DBusConnection* const connection = bus.Connect();
+  const char* text = value.c_str();
+  dbus_connection_add_filter(connection, Answer, &text, nullptr);
+  dbus_bus_request_name(connection, kName, 0, nullptr);
+  while (dbus_connection_read_write_dispatch(connection, -1) != 0) {
   }
-  ~PropertyServer() {
-    ::kill(pid_, SIGKILL);
-    ::waitpid(pid_, nullptr, 0);
-  }
-  PropertyServer(const PropertyServer&) = delete;
-  PropertyServer& operator=(const PropertyServer&) = delete;
-
- private:
-  const pid_t pid_;
-};
+  return 0;
+}
 
 // Empty when nobody has the name yet.
 std::string GetByDBus(DBusConnection* connection) {
@@ -158,7 +144,7 @@ int Run(int argc, char** argv) {
   const setup::Unit unit({"--no-services"});
   const std::string expected = GetByPps();
   const Bus bus(unit.root());
-  const PropertyServer server(bus, expected);
+  const qnx::ChildProcess server([&] { return ServeProperty(bus, expected); });
   DBusConnection* const connection = bus.Connect();
   for (int i = 0; i < 1000 && GetByDBus(connection).empty(); ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));

@@ -9,8 +9,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,6 +19,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -29,6 +28,7 @@
 
 #include "platform/io.h"
 #include "qnx/bench_link.h"
+#include "qnx/child_process.h"
 #include "wire/at_packet.h"
 
 namespace setup {
@@ -104,33 +104,20 @@ class Process {
  public:
   Process(const std::string& directory, std::vector<std::string> words,
           const std::string& output = "/dev/null", const std::string& errors = "/dev/null") {
-    std::vector<char*> argv;
-    for (std::string& word : words) argv.push_back(word.data());
-    argv.push_back(nullptr);
-    pid_ = ::fork();
-    if (pid_ != 0) return;
-    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-    ::dup2(::open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
-    ::dup2(::open(output.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644), STDOUT_FILENO);
-    ::dup2(::open(errors.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644), STDERR_FILENO);
-    if (::chdir(directory.c_str()) == 0) ::execvp(argv[0], argv.data());
-    ::_exit(127);
+    qnx::ChildOptions options;
+    options.words = std::move(words);
+    options.directory = directory;
+    options.input = "/dev/null";
+    options.output = output;
+    options.errors = errors;
+    options.signal_at_end = SIGTERM;
+    child_.emplace(options);
   }
   ~Process() { Terminate(); }
-  Process(const Process&) = delete;
-  Process& operator=(const Process&) = delete;
 
-  pid_t pid() const { return pid_; }
+  pid_t pid() const { return child_->pid(); }
 
-  void Terminate() {
-    if (pid_ <= 0) return;
-    ::kill(pid_, SIGTERM);
-    for (int waited = 0; ::waitpid(pid_, nullptr, WNOHANG) == 0; ++waited) {
-      if (waited == kPatienceMs) ::kill(pid_, SIGKILL);
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    pid_ = -1;
-  }
+  void Terminate() { child_->Terminate(std::chrono::milliseconds(kPatienceMs)); }
 
   // A sum over /proc/PID/smaps in KiB, such as "Rss", without the log ring, which is a file of the
   // unit. Counted page by page: /proc/PID/status is quicker, and some hundred KiB off.
@@ -187,9 +174,9 @@ class Process {
     return static_cast<int>(std::distance(fs::directory_iterator(Directory() + folder), {}));
   }
 
-  std::string Directory() const { return "/proc/" + std::to_string(pid_); }
+  std::string Directory() const { return "/proc/" + std::to_string(pid()); }
 
-  pid_t pid_ = -1;
+  std::optional<qnx::ChildProcess> child_;
 };
 
 inline std::string BinaryPath(const std::string& name) {

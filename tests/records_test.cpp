@@ -1,15 +1,16 @@
 // The record of a line, on both kinds of databases.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <list>
 #include <sstream>
 #include <tuple>
 
+#include "qnx/child_process.h"
 #include "records/database.h"
 #include "records/spool.h"
 #include "records/summary.h"
@@ -141,10 +142,9 @@ TEST_P(Records, AStoredRunComesBackWhole) {
 TEST_P(Records, EightWritersLoseNothing) {
   const int kWriters = 8;
   const int kRuns = 12;
-  std::vector<pid_t> writers;
+  std::list<qnx::ChildProcess> writers;
   for (int writer = 0; writer < kWriters; ++writer) {
-    const pid_t pid = ::fork();
-    if (pid == 0) {
+    writers.emplace_back([&] {
       int stored = 0;
       for (int i = 0; i < kRuns; ++i) {
         records::Run run = WholeRun();
@@ -153,15 +153,10 @@ TEST_P(Records, EightWritersLoseNothing) {
         for (Phase& phase : run.phases) phase.name += std::to_string(i);
         if (StoreRun(Address(), run).stored) ++stored;
       }
-      ::_exit(stored == kRuns ? 0 : 1);
-    }
-    writers.push_back(pid);
+      return stored;
+    });
   }
-  for (const pid_t pid : writers) {
-    int status = -1;
-    ::waitpid(pid, &status, 0);
-    EXPECT_EQ(status, 0);
-  }
+  for (qnx::ChildProcess& writer : writers) EXPECT_EQ(writer.Wait(support::kSoon), kRuns);
   EXPECT_EQ(CountRuns(Address()), static_cast<std::size_t>(kWriters * kRuns));
 }
 
@@ -208,21 +203,14 @@ TEST_P(Records, AnIdentityBelongsToOneDevice) {
   EXPECT_EQ(database->Claim("serial", "A", "B", false), "") << "serial numbers are texts";
 
   // Of devices that ask at the same time, one gets it.
-  std::vector<pid_t> askers;
+  std::list<qnx::ChildProcess> askers;
   for (int i = 0; i < 8; ++i) {
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-      const bool got = Open(Address())->Claim("uuid", "F", std::to_string(i), false).empty();
-      ::_exit(got ? 1 : 0);
-    }
-    askers.push_back(pid);
+    askers.emplace_back([&] {
+      return Open(Address())->Claim("uuid", "F", std::to_string(i), false).empty() ? 1 : 0;
+    });
   }
   int got = 0;
-  for (const pid_t pid : askers) {
-    int status = -1;
-    ::waitpid(pid, &status, 0);
-    got += WEXITSTATUS(status);
-  }
+  for (qnx::ChildProcess& asker : askers) got += asker.Wait(support::kSoon).value_or(2);
   EXPECT_EQ(got, 1);
 }
 

@@ -2,12 +2,12 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/slog.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <thread>
 
+#include "qnx/child_process.h"
 #include "qnx/slog_ring.h"
 #include "support/fixture.h"
 #include "support/raw_client.h"
@@ -268,14 +268,12 @@ class SloginfoTest : public ::testing::Test {
   // Logs a line in a process of its own, whose number it returns: this one's idea of the ring is
   // older than the test.
   static pid_t Log(int severity, const std::string& text, int opcode = 0x1B1DC) {
-    const pid_t child = ::fork();
-    if (child == 0) {
+    qnx::ChildProcess child([&] {
       slogf(opcode, severity, "%s", text.c_str());
-      ::_exit(0);
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return child;
+      return 0;
+    });
+    child.Wait(support::kSoon);
+    return child.pid();
   }
   std::string Sloginfo(const std::vector<std::string>& arguments) {
     Program program(root_, "sloginfo", arguments);

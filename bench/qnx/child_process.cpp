@@ -23,6 +23,10 @@ void Redirect(const std::string& path, int flags, int stream) {
   if (!path.empty()) ::dup2(::open(path.c_str(), flags, kFileMode), stream);
 }
 
+int ToStatus(int waited) {
+  return WIFEXITED(waited) ? WEXITSTATUS(waited) : kSignalBase + WTERMSIG(waited);
+}
+
 void ResetSignals() {
   for (int number = 1; number < NSIG; ++number) ::signal(number, SIG_DFL);
   sigset_t none;
@@ -45,6 +49,12 @@ void ResetSignals() {
   ::_exit(kNotStarted);
 }
 
+// In the child. What it throws must not unwind the parent's frames.
+[[noreturn]] void CarryOut(const std::function<int()>& work) noexcept {
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  ::_exit(work());
+}
+
 }  // namespace
 
 ChildProcess::ChildProcess(const ChildOptions& options) {
@@ -56,10 +66,13 @@ ChildProcess::ChildProcess(const ChildOptions& options) {
   if (pid_ < 0) status_ = kNotStarted;
 }
 
+ChildProcess::ChildProcess(const std::function<int()>& work) : pid_(::fork()) {
+  if (pid_ == 0) CarryOut(work);
+  if (pid_ < 0) status_ = kNotStarted;
+}
+
 ChildProcess::~ChildProcess() {
-  if (Poll()) return;
-  Signal(SIGKILL);
-  while (::waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) continue;
+  if (!Poll()) Collect();
 }
 
 void ChildProcess::Signal(int number) const {
@@ -69,7 +82,7 @@ void ChildProcess::Signal(int number) const {
 std::optional<int> ChildProcess::Poll() {
   int status = 0;
   if (!status_ && ::waitpid(pid_, &status, WNOHANG) == pid_) {
-    status_ = WIFEXITED(status) ? WEXITSTATUS(status) : kSignalBase + WTERMSIG(status);
+    status_ = ToStatus(status);
   }
   return status_;
 }
@@ -80,6 +93,21 @@ std::optional<int> ChildProcess::Wait(std::chrono::milliseconds limit) {
     std::this_thread::sleep_for(kPause);
   }
   return status_;
+}
+
+int ChildProcess::Terminate(std::chrono::milliseconds limit) {
+  Signal(SIGTERM);
+  const std::optional<int> status = Wait(limit);
+  return status ? *status : Collect();
+}
+
+// Ends it by force.
+int ChildProcess::Collect() {
+  int status = 0;
+  Signal(SIGKILL);
+  while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) continue;
+  status_ = ToStatus(status);
+  return *status_;
 }
 
 }  // namespace qnx

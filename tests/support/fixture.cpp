@@ -1,10 +1,8 @@
 #include "support/fixture.h"
 
 #include <poll.h>
-#include <signal.h>
 #include <sys/slog.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -26,12 +24,7 @@ const std::uint8_t kEchoCommand = 7;
 const std::uint8_t kEchoSubCommand = 255;
 
 const std::size_t kLongestObject = 1 << 20;
-const int kMostDescriptors = 256;  // of a test, which its programs must not inherit
 const milliseconds kPollInterval(2);
-
-// Exit statuses of a child that could not become its program, as a shell has them.
-const int kCannotRun = 126;
-const int kNotFound = 127;
 
 std::chrono::steady_clock::time_point Deadline(milliseconds limit) {
   return std::chrono::steady_clock::now() + limit;
@@ -129,51 +122,21 @@ Program::Program(const TempRoot& root, const std::string& name,
   const std::string base = root.path() + "/" + name + "." + std::to_string(++number);
   output_path_ = base + ".out";
   error_path_ = base + ".err";
-  std::vector<std::string> words;
-  if (KORVANDIS_EMULATOR[0] != '\0') words.push_back(KORVANDIS_EMULATOR);
-  words.push_back(BinDir() + "/" + name);
-  words.insert(words.end(), arguments.begin(), arguments.end());
-  std::vector<char*> argv;
-  for (std::string& word : words) argv.push_back(word.data());
-  argv.push_back(nullptr);
-
-  pid_ = ::fork();
-  if (pid_ == 0) {
-    const int output = ::open(output_path_.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    const int errors = ::open(error_path_.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    ::dup2(::open("/dev/null", O_RDONLY), STDIN_FILENO);
-    ::dup2(output, STDOUT_FILENO);
-    ::dup2(errors, STDERR_FILENO);
-    for (int fd = STDERR_FILENO + 1; fd < kMostDescriptors; ++fd) ::close(fd);
-    if (::chdir(root.path().c_str()) != 0) ::_exit(kCannotRun);
-    if (before_exec) before_exec();
-    ::execvp(argv[0], argv.data());
-    ::_exit(kNotFound);
-  }
+  qnx::ChildOptions options;
+  if (KORVANDIS_EMULATOR[0] != '\0') options.words.push_back(KORVANDIS_EMULATOR);
+  options.words.push_back(BinDir() + "/" + name);
+  options.words.insert(options.words.end(), arguments.begin(), arguments.end());
+  options.directory = root.path();
+  options.input = "/dev/null";
+  options.output = output_path_;
+  options.errors = error_path_;
+  options.before_exec = before_exec;
+  child_.emplace(options);
 }
 
-Program::~Program() {
-  if (!IsRunning()) return;
-  Signal(SIGKILL);
-  Wait();
-}
+int Program::Wait(milliseconds limit) { return child_->Wait(limit * kPatience).value_or(-1); }
 
-bool Program::IsRunning() { return pid_ > 0 && Wait(milliseconds(0)) == -1; }
-
-void Program::Signal(int number) const { ::kill(pid_, number); }
-
-int Program::Wait(milliseconds limit) {
-  if (status_) return *status_;
-  int status = 0;
-  if (!Eventually([&] { return ::waitpid(pid_, &status, WNOHANG) == pid_; }, limit)) return -1;
-  status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  return *status_;
-}
-
-int Program::Terminate(milliseconds limit) {
-  Signal(SIGTERM);
-  return Wait(limit);
-}
+int Program::Terminate(milliseconds limit) { return child_->Terminate(limit * kPatience); }
 
 std::string Program::Output() const { return ReadFile(output_path_); }
 std::string Program::Errors() const { return ReadFile(error_path_); }

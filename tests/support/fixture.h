@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "headunit/unit.h"
+#include "qnx/child_process.h"
 #include "qnx/slog_ring.h"
 #include "wire/at_packet.h"
 
@@ -90,17 +91,14 @@ class Program {
   Program(const TempRoot& root, const std::string& name,
           const std::vector<std::string>& arguments = {},
           const std::function<void()>& before_exec = nullptr);
-  ~Program();
-  Program(const Program&) = delete;
-  Program& operator=(const Program&) = delete;
 
-  pid_t pid() const { return pid_; }
-  bool IsRunning();
-  void Signal(int number) const;
+  pid_t pid() const { return child_->pid(); }
+  bool IsRunning() { return !child_->Poll(); }
+  void Signal(int number) const { child_->Signal(number); }
   // Waits for the end: the exit status, 128 + the signal that killed it, or -1 when it still runs
   // after `limit`.
   int Wait(milliseconds limit = milliseconds(10000));
-  // SIGTERM and Wait.
+  // SIGTERM, SIGKILL when it still runs after `limit`, and the status.
   int Terminate(milliseconds limit = milliseconds(10000));
 
   // What it wrote so far.
@@ -110,8 +108,7 @@ class Program {
  private:
   std::string output_path_;
   std::string error_path_;
-  pid_t pid_;
-  std::optional<int> status_;
+  std::optional<qnx::ChildProcess> child_;
 };
 
 // The lines of the unit's log ring, from the moment of construction on.

@@ -3,16 +3,18 @@
 #include <pwd.h>
 #include <signal.h>
 #include <stdlib.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <filesystem>
+#include <utility>
+#include <vector>
 
 #include "support/fixture.h"
 
 namespace support {
 namespace {
+
+const milliseconds kLongest(60000);  // for the steps of a server
 
 // The server refuses to run as root: there it runs as the user of Debian's package.
 void BecomeServerUser() {
@@ -21,19 +23,14 @@ void BecomeServerUser() {
   if (user == nullptr || ::setgid(user->pw_gid) != 0 || ::setuid(user->pw_uid) != 0) ::_exit(126);
 }
 
-// Starts a program with its output in a file of `directory`.
-pid_t Start(const std::string& directory, const std::vector<std::string>& arguments) {
-  const pid_t pid = ::fork();
-  if (pid != 0) return pid;
-  BecomeServerUser();
-  if (::chdir(directory.c_str()) != 0) ::_exit(126);
-  if (std::freopen("output", "a", stdout) == nullptr || ::dup2(1, 2) != 2) ::_exit(126);
-  std::vector<char*> pointers;
-  for (const std::string& argument : arguments)
-    pointers.push_back(const_cast<char*>(argument.c_str()));
-  pointers.push_back(nullptr);
-  ::execv(pointers[0], pointers.data());
-  ::_exit(127);
+// A program with its output in a file of `directory`.
+qnx::ChildOptions InDirectory(const std::string& directory, std::vector<std::string> words) {
+  qnx::ChildOptions options;
+  options.words = std::move(words);
+  options.directory = directory;
+  options.output = options.errors = directory + "/output";
+  options.before_exec = BecomeServerUser;
+  return options;
 }
 
 }  // namespace
@@ -59,12 +56,10 @@ Postgres::Postgres() {
     problem_ = "there is no user 'postgres' to run the server";
     return;
   }
-  int status = 0;
-  ::waitpid(
-      support::Start(directory_, {programs_ + "/initdb", "-D", directory_ + "/data", "-U",
-                                  "korvandis", "-E", "UTF8", "--locale=C", "-A", "trust", "-N"}),
-      &status, 0);
-  if (status != 0 || !Start())
+  qnx::ChildProcess setup(
+      InDirectory(directory_, {programs_ + "/initdb", "-D", directory_ + "/data", "-U", "korvandis",
+                               "-E", "UTF8", "--locale=C", "-A", "trust", "-N"}));
+  if (setup.Wait(kLongest).value_or(-1) != 0 || !Start())
     problem_ = "the server does not start:\n" + ReadFile(directory_ + "/output");
 }
 
@@ -74,17 +69,17 @@ Postgres::~Postgres() {
 }
 
 bool Postgres::Start() {
-  pid_ = support::Start(directory_, {programs_ + "/postgres", "-D", directory_ + "/data", "-k",
-                                     directory_, "-c", "listen_addresses=", "-F"});
+  server_.emplace(InDirectory(directory_, {programs_ + "/postgres", "-D", directory_ + "/data",
+                                           "-k", directory_, "-c", "listen_addresses=", "-F"}));
   const std::string ready = directory_ + "/data/postmaster.pid";
   return Eventually([&] { return Contains(ReadFile(ready), "ready"); });
 }
 
 void Postgres::Stop() {
-  if (pid_ <= 0) return;
-  ::kill(pid_, SIGQUIT);
-  ::waitpid(pid_, nullptr, 0);
-  pid_ = -1;
+  if (!server_) return;
+  server_->Signal(SIGQUIT);
+  server_->Wait(kLongest);
+  server_.reset();
 }
 
 std::string Postgres::address() const {

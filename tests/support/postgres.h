@@ -2,9 +2,10 @@
 #ifndef KORVANDIS_TESTS_SUPPORT_POSTGRES_H
 #define KORVANDIS_TESTS_SUPPORT_POSTGRES_H
 
-#include <sys/types.h>
-
+#include <optional>
 #include <string>
+
+#include "qnx/child_process.h"
 
 namespace support {
 
@@ -30,7 +31,7 @@ class Postgres {
   std::string problem_;
   std::string directory_;
   std::string programs_;
-  pid_t pid_ = -1;
+  std::optional<qnx::ChildProcess> server_;
 };
 
 }  // namespace support

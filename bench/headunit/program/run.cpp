@@ -88,11 +88,7 @@ class ServiceProcess {
 
   // Ends it in order, or by force when it takes too long.
   void End() {
-    child_->Signal(SIGTERM);
-    if (!child_->Wait(kServiceEnd)) {
-      child_->Signal(SIGKILL);
-      child_->Wait(kServiceEnd);
-    }
+    child_->Terminate(kServiceEnd);
     Look();
   }
 

@@ -22,12 +22,15 @@ struct ChildOptions {
   std::function<void()> before_exec;  // runs in the child
 };
 
-// A child with default signals, none of them blocked, and nothing open but the standard streams.
-// Killed when the object goes. One thread only.
+// A child process, killed when the object goes. One thread only.
 class ChildProcess {
  public:
-  // A child that cannot become the program ends with status 127.
+  // Starts a program with default signals, none of them blocked, and nothing open but the standard
+  // streams. A child that cannot become the program ends with status 127.
   explicit ChildProcess(const ChildOptions& options);
+  // A copy of this process that ends with the status `work` returns, and with the thread that makes
+  // it.
+  explicit ChildProcess(const std::function<int()>& work);
   ~ChildProcess();
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
@@ -44,7 +47,12 @@ class ChildProcess {
   // Waits up to `limit` for that.
   std::optional<int> Wait(std::chrono::milliseconds limit);
 
+  // SIGTERM, SIGKILL when it still runs after `limit`, and the status.
+  int Terminate(std::chrono::milliseconds limit);
+
  private:
+  int Collect();
+
   pid_t pid_ = -1;
   std::optional<int> status_;
 };
