@@ -198,6 +198,7 @@ TEST(PpsDecoder, ObjectsDeletionsAndBrokenLines) {
   EXPECT_EQ(pps_decoder_length(d), 3);
   EXPECT_EQ(d.Push("@two"), "OK");
   EXPECT_EQ(d.Int("a"), "2");
+  EXPECT_EQ(Read(kPps, "@o\na:n:1\n@o\n"), "@o={\"a\":1},@o={}");
   EXPECT_EQ(Read(kPps, ""), "{}");
   EXPECT_EQ(Read(kPps, "-x\na:n:1"), "{\"a\":1}") << "one object, without a name";
   for (const char* lost : {"|@o\n@o\na:n:1\n", "|@o\na:n:1\n", "[n]@o\n[n]a:n:1\n"}) {
@@ -303,6 +304,7 @@ TEST(JsonDecoder, WhereItStands) {
   EXPECT_EQ(d.ClearStatus(), "OK") << "the end of a walk is no failure";
   EXPECT_EQ(d.Pop(), "OK");
   EXPECT_EQ(d.Name(), "i");
+  EXPECT_EQ(pps_decoder_type(d, "o"), PPS_TYPE_OBJECT) << "found although it was passed";
   EXPECT_EQ(d.Pop(), "OK");
   EXPECT_EQ(d.Pop(), "POP_AT_ROOT");
 }
@@ -411,6 +413,7 @@ TEST(Encoder, EveryValueAsAttributeAndAsMember) {
     pps_encoder_start_array(e, nullptr);
     pps_encoder_end_array(e);
     pps_encoder_end_array(e);
+    EXPECT_EQ(e.Text(), fuzz::kNoText) << "while it is open";
     pps_encoder_end_object(e);
     EXPECT_EQ(e.Text(), json ? R"({"i":-2147483648,"l":-9223372036854775808,"d":1.5,)"
                                R"("m":1.7976931348623157e+308,"t":0.1,"y":true,"f":false,)"
@@ -430,8 +433,8 @@ TEST(Encoder, FailuresStickAndLeaveNoBuffer) {
     Encoder e(kPps);
     pps_encoder_start_object(e, "@o");
     act(e);
-    EXPECT_EQ(pps_encoder_add_string(e, "later", nullptr), error) << "the first failure stays";
     EXPECT_EQ(pps_encoder_add_bool(e, "later", true), error);
+    EXPECT_EQ(pps_encoder_add_string(e, "later", nullptr), error) << "the first failure stays";
     EXPECT_EQ(e.Text(), fuzz::kNoText);
     pps_encoder_end_object(e);
     EXPECT_EQ(e.Text(), fuzz::kNoText);
