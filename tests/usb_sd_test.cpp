@@ -9,6 +9,7 @@ namespace support {
 namespace {
 
 const std::uint8_t kUsbSd = 13;
+const std::string kNowPlaying = "/zelmar/navigator/nowplaying";
 const std::string kPresence = "/zelmar/system/dev_status";
 const std::string kUsb = "/zelmar/media/zmusb/status";
 const std::string kSd = "/zelmar/media/zmsd/status";
@@ -46,6 +47,11 @@ TEST_F(UsbSd, OnlyItsOwnAttributeAnswersEach) {
   }
   pps_->Hold(kUsb, "zm_sync:c:finis\\150");
   EXPECT_EQ(Ask(kUsbSd, 2), Bytes{1});
+  const std::string finish = "zm_sync::finish";
+  for (const std::size_t size : {1023U, 1024U}) {  // 1023 bytes are read
+    pps_->Hold(kUsb, "x::" + std::string(size - finish.size() - 4, 'x') + "\n" + finish);
+    EXPECT_EQ(Ask(kUsbSd, 2), Bytes{size == 1023});
+  }
   // Another type, missing, and beside a line that is none.
   const std::pair<std::string, std::string> kFailures[] = {
       {"zm_sync:n:1\n", "2\n"}, {"@status\n", "3\n"}, {"noise\nzm_sync::finish\n", "4\n"}};
@@ -58,29 +64,7 @@ TEST_F(UsbSd, OnlyItsOwnAttributeAnswersEach) {
   }
 }
 
-class Hostile : public RecordedService {
- protected:
-  // What every query answers.
-  std::string Answers() const {
-    std::string text;
-    for (const std::uint8_t sub : Bytes{4, 5, 6, 8}) text += Hex(station_->Ask(3, sub)) + "|";
-    for (const std::uint8_t sub : Bytes{0, 1, 2, 3}) text += Hex(station_->Ask(kUsbSd, sub)) + "|";
-    const Bytes angle = station_->Ask(5, 4);
-    EXPECT_EQ(angle.size(), 78U);
-    return text + std::string(angle.begin(), std::find(angle.begin(), angle.end(), 0));
-  }
-
-  const Lines objects_ = {"/zelmar/navigator/nowplaying",
-                          "/zelmar/disc/device",
-                          "/zelmar/disc/playing",
-                          "/zelmar/disc/status",
-                          "/zelmar/disc/setting_status",
-                          "/zelmar/navigation/status",
-                          "/zelmar/navigation/command",
-                          kPresence,
-                          kUsb,
-                          kSd};
-};
+class Hostile : public RecordedService {};
 
 // The service lives, keeps no descriptor, sends nothing but replies, and does nothing that is not
 // in the table of commands.
@@ -91,7 +75,7 @@ TEST_F(Hostile, AnySubCommandWithAnyParameters) {
   }
   Recorder driver(root_, "/dev/sysinfo");
   driver.answer = [](const Bytes&) { return Join(Words({0}), Bytes(36, 'i')); };
-  pps_->Hold(objects_[0], "zmplaysource::zmdisc\n");
+  pps_->Hold(kNowPlaying, "zmplaysource::zmdisc\n");
   pps_->Hold("/services/bluetooth/settings", "mac::" + std::string(500, ':'));
   pps_->Hold("/services/handsfree/control", "");
   // Takes all replies in, and waits until the service is done.
@@ -114,7 +98,7 @@ TEST_F(Hostile, AnySubCommandWithAnyParameters) {
       if (command == 0 || known.count({command, sub}) != 0) continue;
       // The media command looks up the source, the positioning command asks for fixes.
       for (const std::string& request : requests) {
-        EXPECT_TRUE(request == "r 0 " + objects_[0] || request == "rwc 666 " + kGeolocation)
+        EXPECT_TRUE(request == "r 0 " + kNowPlaying || request == "rwc 666 " + kGeolocation)
             << int{command} << "/" << sub << " " << request;
       }
       EXPECT_EQ(Output(), "");  // of driver and bus
@@ -137,7 +121,7 @@ TEST_F(Hostile, BytesBehindTheRecordAreNoParameters) {
   const std::string settings = "/services/bluetooth/settings";
   const std::string handsfree = "/services/handsfree/control";
   for (const std::string& object : {name, settings, handsfree}) pps_->Hold(object, "");
-  pps_->Hold(objects_[0], "zmplaysource::zmdisc\n");
+  pps_->Hold(kNowPlaying, "zmplaysource::zmdisc\n");
   const std::map<std::pair<int, int>, std::string> kWritten = {
       {{4, 0}, name + " zmlocalname::"},
       {{4, 4}, handsfree + " @control\ncommand::HFP_CALL\ncmd_data::\n"},
@@ -161,19 +145,6 @@ TEST_F(Hostile, BytesBehindTheRecordAreNoParameters) {
     const auto written = kWritten.find({row.command, row.sub_command});
     EXPECT_EQ(all, written == kWritten.end() ? "" : written->second) << row.words;
   }
-}
-
-TEST_F(Hostile, PlainFilesMayBeAsLargeAsTheyLike) {
-  const std::string large(3 << 20, 'x');
-  pps_.reset();
-  for (const std::string& object : objects_) root_.AddFile("/pps" + object, large);
-  EXPECT_EQ(Answers(), "00|00 00 00 00|00|00|00|00|00|00|");
-  const std::string front =
-      "zmplaysource::zmdisc\ndisc:n:7\ndiscstate:n:22\nzmregion:n:5\nzmusb:n:1\nzmsd:n:1\n"
-      "zm_sync::finish\ntrackinfo:json:{\"curmediaid\":300,\"parentFolder\":2}\n"
-      "msgres:json:{\"msg\":1,\"dat\":\"angle=12.5\"}\nx::";
-  for (const std::string& object : objects_) root_.AddFile("/pps" + object, front + large);
-  EXPECT_EQ(Answers(), "07|00 02 01 2c|01|05|01|01|01|01|12.5");
 }
 
 }  // namespace
