@@ -419,6 +419,9 @@ TEST(StationCommandLine, CompletesItsOwnTable) {
   EXPECT_EQ(complete("bt name --v"), "--verify\n");
   EXPECT_EQ(complete("chip --"), "--timeout --root --help\n");
   EXPECT_EQ(complete("run " + root.path() + "/scr"), root.path() + "/script\n");
+  EXPECT_EQ(complete("run end"), "end-of-line\n");
+  EXPECT_EQ(complete("run end-of-line --jun"), "--junit\n");
+  EXPECT_EQ(complete("summary --json --ht"), "--html\n");
   root.AddFile("/a.seq",
                "value serial\nvalue sum = 1\nphase First one\nstep A\n  wait 0 s\nphase B\nstep "
                "C\n  wait 0 s\n");

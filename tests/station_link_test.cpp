@@ -299,7 +299,9 @@ TEST_F(StationLinkTest, ARunKnowsWhichServiceAnswers) {
   connection.Receive();
   connection.Send(std::string("ok service 1 services 2"));
   EXPECT_EQ(program_->Wait(), 3);
-  EXPECT_PRED2(Contains, program_->Errors(), "2 services are connected to the unit: end the other");
+  EXPECT_PRED2(Contains, program_->Output(),
+               "error    A: 2 services are connected to the unit: end");
+  EXPECT_PRED2(Contains, program_->Output(), "0 passed, 0 failed, 1 error, 0 skipped in ");
   Program allowed(root_, "station", {"run", sequence, "--allow-several"});
   EXPECT_EQ(allowed.Wait(), 0) << allowed.Errors();
 }

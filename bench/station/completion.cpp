@@ -19,6 +19,11 @@ _station_of_sequence() {
   [[ $1 == --set ]] && compopt -o nospace 2>/dev/null
   [ ${#COMPREPLY[@]} -eq 0 ] || COMPREPLY=($(printf '%q\n' "${COMPREPLY[@]}"))
 }
+# The names of the shipped sequences.
+_station_shipped() {
+  local program=$(readlink -f "$(type -P "${COMP_WORDS[0]}")")
+  ls "${program%/*}/../share/korvandis/sequences" 2>/dev/null | sed -n 's/\.seq$//p'
+}
 _station() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]}
   local key= word i
@@ -31,10 +36,14 @@ _station() {
       *) key+="$word " ;;
     esac
   done
+  case "$key|$previous" in
+    $flags) previous= ;;
+  esac
   case $previous in
     --set|--only) _station_of_sequence "$previous" "$(sed 's/^run //; s/ $//' <<<"$key")" "$current"; return ;;
     $directory_options) COMPREPLY=($(compgen -d -- "$current")); return ;;
-    $value_options) COMPREPLY=($(compgen -f -- "$current")); return ;;
+    $file_options) COMPREPLY=($(compgen -f -- "$current")); return ;;
+    $other_options) return ;;
   esac
   case "$key|$current" in
 $cases  esac
@@ -59,11 +68,12 @@ std::string Join(const std::vector<std::string>& words, const char* between) {
   return text;
 }
 
-// What may follow each sequence of words: words, or the name of a file.
+// What may follow each sequence of words: words, or what bash's compgen makes of `generator`.
 struct Following {
   std::vector<std::string> words;
   std::vector<std::string> options;
-  bool file = false;
+  std::string generator;
+  bool arguments = false;
 };
 
 std::map<std::string, Following> CollectFollowing() {
@@ -80,8 +90,10 @@ std::map<std::string, Following> CollectFollowing() {
     Following& last = following[key];
     for (const Option& option : OptionsOf(command)) AddWord(option.name, &last.options);
     if (command.parameters.empty()) continue;
+    last.arguments = true;
     const Parameter& first = command.parameters[0];
-    last.file = last.file || first.kind == Parameter::Kind::kFile;
+    if (first.kind == Parameter::Kind::kFile) last.generator = "-f";
+    if (command.words == "run") last.generator = "-f -W \"$(_station_shipped)\"";
     if (first.choices == nullptr) continue;
     for (const wire::Choice* choice = first.choices; choice->word != nullptr; ++choice) {
       AddWord(choice->word, &last.words);
@@ -90,36 +102,59 @@ std::map<std::string, Following> CollectFollowing() {
   return following;
 }
 
+// The options that take a value, by what it is, and those that take none although another command's
+// option of the same name does.
+struct OptionNames {
+  std::vector<std::string> directories, files, others, all, flags;
+
+  void Add(const Option& option) {
+    if (option.value == nullptr) return;
+    const std::string value = option.value;
+    AddWord(option.name, value == "DIR"                     ? &directories
+                         : value == "FILE" || value == "DB" ? &files
+                                                            : &others);
+    AddWord(option.name, &all);
+  }
+};
+
+OptionNames CollectOptions() {
+  OptionNames names;
+  for (const Option& option : GlobalOptions()) names.Add(option);
+  for (const Command& command : Commands()) {
+    for (const Option& option : OptionsOf(command)) names.Add(option);
+  }
+  for (const Command& command : Commands()) {
+    for (const Option& option : OptionsOf(command)) {
+      const bool taken = std::count(names.all.begin(), names.all.end(), option.name) != 0;
+      if (option.value == nullptr && taken) {
+        names.flags.push_back("'" + command.words + " |" + option.name + "'");
+      }
+    }
+  }
+  return names;
+}
+
 }  // namespace
 
 int RunCompletion(Context& context) {
-  std::vector<std::string> directories;
-  std::vector<std::string> files;
-  std::vector<std::string> global;
-  const auto sort_option = [&](const Option& option) {
-    if (option.value == nullptr) return;
-    AddWord(option.name, std::string(option.value) == "DIR" ? &directories : &files);
-  };
-  for (const Option& option : GlobalOptions()) {
-    global.push_back(option.name);
-    sort_option(option);
-  }
-  for (const Command& command : Commands()) {
-    for (const Option& option : OptionsOf(command)) sort_option(option);
-  }
+  const OptionNames names = CollectOptions();
   std::string cases;
   for (const auto& [key, following] : CollectFollowing()) {
     std::vector<std::string> options = following.options;
-    options.insert(options.end(), global.begin(), global.end());
-    cases += "    '" + key + "|'-*) COMPREPLY=($(compgen -W '" + Join(options, " ") +
-             "' -- \"$current\")) ;;\n";
-    const std::string words = following.file ? "-f" : "-W '" + Join(following.words, " ") + "'";
-    cases += "    '" + key + "|'*) COMPREPLY=($(compgen " + words + " -- \"$current\")) ;;\n";
+    for (const Option& option : GlobalOptions()) options.push_back(option.name);
+    cases += "    '" + key + "'" + (following.arguments ? "*" : "") +
+             "'|'-*) COMPREPLY=($(compgen -W '" + Join(options, " ") + "' -- \"$current\")) ;;\n";
+    const std::string words = "-W '" + Join(following.words, " ") + "'";
+    cases += "    '" + key + "|'*) COMPREPLY=($(compgen " +
+             (following.generator.empty() ? words : following.generator) +
+             " -- \"$current\")) ;;\n";
   }
   std::string script = kScript;
-  Replace("$directory_options", Join(directories, "|"), &script);
-  Replace("$value_options", Join(files, "|"), &script);
-  Replace("$all_value_options", Join(directories, "|") + "|" + Join(files, "|"), &script);
+  Replace("$directory_options", Join(names.directories, "|"), &script);
+  Replace("$file_options", Join(names.files, "|"), &script);
+  Replace("$other_options", Join(names.others, "|"), &script);
+  Replace("$all_value_options", Join(names.all, "|"), &script);
+  Replace("$flags", Join(names.flags, "|"), &script);
   Replace("$cases", cases, &script);
   context.out << script;
   return tools::kExitRight;

@@ -28,25 +28,22 @@ std::string WordList(const wire::Choice* choice) {
 }
 
 std::string RangeText(const FieldInfo& info) {
+  if (info.choices != nullptr) return "only: " + WordList(info.choices);
   char text[96];
   std::snprintf(text, sizeof(text), "only numbers from %.15g to %.15g", info.lowest, info.highest);
   if (std::isinf(info.lowest) || std::isinf(info.highest)) return "only numbers";
   return text;
 }
 
-// Why a field is never this text, "" when it can be.
-std::string NeverIs(const FieldInfo& info, const std::string& text) {
-  const std::string start = Quoted(info.name) + " is never " + Quoted(text) + ", ";
+// Whether a field can ever be this text.
+bool CanBe(const FieldInfo& info, const std::string& text) {
   if (info.choices != nullptr) {
-    for (const wire::Choice* choice = info.choices; choice->word != nullptr; ++choice) {
-      if (text == choice->word) return "";
-    }
-    return start + "only: " + WordList(info.choices);
+    const wire::Choice* choice = info.choices;
+    while (choice->word != nullptr && text != choice->word) ++choice;
+    return choice->word != nullptr;
   }
-  if (!info.numeric) return "";
   const double number = ParseNumber(text);
-  const bool can_be = number >= info.lowest && number <= info.highest;
-  return can_be ? "" : start + RangeText(info);
+  return !info.numeric || (number >= info.lowest && number <= info.highest);
 }
 
 }  // namespace
@@ -139,10 +136,12 @@ std::string Impossible(const Expectation& expectation, const FieldInfo& info,
   using Kind = Expectation::Kind;
   if (!MissingValue(expectation, values).empty()) return "";
   if (expectation.kind == Kind::kIs || expectation.kind == Kind::kOneOf) {
+    std::string never;
     for (const std::string& text : expectation.texts) {
-      std::string never = NeverIs(info, Filled(text, values));
-      if (!never.empty()) return never;
+      const std::string filled = Filled(text, values);
+      if (!CanBe(info, filled)) never += (never.empty() ? "" : " or ") + Quoted(filled);
     }
+    if (!never.empty()) return Quoted(info.name) + " is never " + never + ", " + RangeText(info);
   } else if (expectation.kind == Kind::kMatches) {
     const std::string filled = Filled(expectation.texts[0], values);
     const Pattern pattern(filled);

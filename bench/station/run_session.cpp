@@ -94,12 +94,6 @@ int RunSession::RunOnce(const Values& values) {
   Reports reports;
   const std::string unwritable = OpenReports(values, &reports);
   if (!unwritable.empty()) return UsageError(context_, unwritable);
-  const bool allow_several = context_.invocation.Has("--allow-several");
-  const std::string several = allow_several ? "" : SeveralServices();
-  last_ = Outcome::kError;
-  if (!several.empty()) {
-    return StationError(context_, several + ": end the others, or run with --allow-several");
-  }
   records::Run run;
   run.id = records::NewRunId();
   run.station = context_.invocation.Get("--station", HostName());
@@ -107,7 +101,10 @@ int RunSession::RunOnce(const Values& values) {
   RunOptions options;
   options.phases = phases_;
   options.timeout = context_.timeout;
-  options.allow_several = allow_several;
+  options.allow_several = context_.invocation.Has("--allow-several");
+  if (!options.allow_several) options.obstacle = SeveralServices();
+  if (!options.obstacle.empty())
+    options.obstacle += ": end the others, or run with --allow-several";
   options.person = person_;
   Progress progress(out_, console_);
   options.observers.push_back(&progress);

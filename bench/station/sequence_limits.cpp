@@ -131,8 +131,9 @@ std::string CheckField(const Command& command, Expectation* expectation) {
   if (expectation->kind != Expectation::Kind::kLimits) return "";
   if (!info->numeric) return Quoted(expectation->field) + " is a text and has no limits";
   if (unit.empty() || unit == info->unit) return "";
-  return Quoted(expectation->field) + " " +
-         (*info->unit == '\0' ? "has no unit" : std::string("is in ") + info->unit) + ", not in " +
+  return Quoted(expectation->field) +
+         (*info->unit == '\0' ? " has no unit, not "
+                              : std::string(" is in ") + info->unit + ", not in ") +
          Quoted(unit);
 }
 

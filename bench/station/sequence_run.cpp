@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <ctime>
+#include <utility>
 
 #include "sequence_text.h"
 #include "station/expectation.h"
@@ -90,8 +91,13 @@ class Runner {
   std::string RunStep(const Step& step, records::Step* record) {
     record->name = step.name;
     record->start = std::chrono::system_clock::now();
-    record->problem = stopped();
+    record->problem = options_.obstacle.empty() ? stopped() : options_.obstacle;
     if (record->problem.empty()) record->problem = MissingValues(step);
+    // One step is the error that keeps the run from being sent.
+    if (!options_.obstacle.empty() && !std::exchange(hindered_, true)) {
+      record->outcome = Outcome::kError;
+      Tell([&](RunObserver* observer) { observer->BeginStep(*record); });
+    }
     if (!record->problem.empty()) return "";
     const auto start = Clock::now();
     record->outcome = Outcome::kPassed;
@@ -241,6 +247,7 @@ class Runner {
   std::string stopped_in_teardown_;
   bool teardown_ = false;
   bool interrupted_ = false;
+  bool hindered_ = false;
 };
 
 }  // namespace
