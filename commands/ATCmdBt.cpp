@@ -27,9 +27,9 @@ const char* const sPreNext[2] = {"previous", "next"};
 const char* const sPlayStop[2] = {"play", "stop"};
 const char* const sHangupCall[2] = {"HFP_ACCEPT", "HFP_HANGUP"};
 
-std::size_t const kTextSize = 128;     // name or pairing code
-std::size_t const kNumberSize = 35;    // phone number
-std::size_t const kPPSTextSize = 126;  // MAC or name as read
+const std::size_t kTextSize = 128;     // name or pairing code
+const std::size_t kNumberSize = 35;    // phone number
+const std::size_t kPPSTextSize = 126;  // MAC or name as read
 const int kMacInput = 8;               // bytes taken; the first 6 are used
 const int kMacFields = 6;
 
@@ -134,7 +134,7 @@ void CmdBtChgName::SendMacAddr() {
     fields.assign(kMacFields, 0);
   }
   unsigned char data[kPPSTextSize];  // a text has at most one field more than separators
-  std::size_t const count = std::min(fields.size(), sizeof(data));
+  const std::size_t count = std::min(fields.size(), sizeof(data));
   for (std::size_t i = 0; i < count; ++i) data[i] = static_cast<unsigned char>(fields[i] & 0xFF);
   Reply(data, static_cast<int>(count));
 }

@@ -64,7 +64,7 @@ bool Read(const Identity& identity, sysinfo_param_t* record) {
 
 bool Write(const Identity& identity, const char* text, int length) {
   sysinfo_param_t record = sysinfo_param_t();
-  std::size_t const size = std::strlen(text);
+  const std::size_t size = std::strlen(text);
   if (size > sizeof(record.uuid)) {
     platform::PrintOutput("%s: identity of %d bytes does not fit %d \n", identity.setName,
                           static_cast<int>(size), kIdentitySize);

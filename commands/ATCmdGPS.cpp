@@ -28,8 +28,8 @@ enum GPS_SUB_CMD {
   GPS_NAVI_10 = 7,
 };
 
-std::size_t const kObjectSize = 1024;     // of the navigation status, as read
-std::size_t const kNaviCommandSize = 78;  // of a navigation command's line
+const std::size_t kObjectSize = 1024;     // of the navigation status, as read
+const std::size_t kNaviCommandSize = 78;  // of a navigation command's line
 
 const int kBytesPerSatellite = 4;
 const int kMaxListed = (CmdGPS::kReplySize - 1) / kBytesPerSatellite;
@@ -133,7 +133,7 @@ void CmdGPS::GetSensitivityBuf(unsigned char* buffer, int& length) {
   buffer[length++] = static_cast<unsigned char>(count);
   for (int i = 0; i < count; ++i) {
     const GpsSatellite& satellite = store->m_satellites[i];
-    std::uint32_t const cno = static_cast<std::uint32_t>(ToInteger(satellite.cno));
+    const std::uint32_t cno = static_cast<std::uint32_t>(ToInteger(satellite.cno));
     buffer[length++] = static_cast<unsigned char>(satellite.id & 0xFF);
     buffer[length++] = static_cast<unsigned char>(cno >> 16);
     buffer[length++] = static_cast<unsigned char>(cno >> 8);

@@ -19,10 +19,10 @@ enum KEY_SUB_CMD {
 
 const char kScript[] = "/zmapps/etc/calib-recalibrate.sh";
 const int kScriptArgument = 1;
-std::size_t const kArgumentSize = 8;  // of the argument as text
+const std::size_t kArgumentSize = 8;  // of the argument as text
 const int kScriptLimit = 60000;       // seconds
 
-std::uint32_t const kTicksPerSecond = 100;
+const std::uint32_t kTicksPerSecond = 100;
 const useconds_t kPollInterval = 100000;  // microseconds
 
 }  // namespace
@@ -43,7 +43,7 @@ bool CmdKey::ExcuteShell(const char* path, const char* argument, int limit) {
   LOGBASE(LOG_LEV_DEBUG, "ExcuteShell", "@@@@@@ pid = %d\n", script);
   if (script <= 0) return false;
 
-  std::uint32_t const deadline =
+  const std::uint32_t deadline =
       GetTimeTick() + kTicksPerSecond * static_cast<std::uint32_t>(limit);
   int status = 0;
   pid_t collected = 0;

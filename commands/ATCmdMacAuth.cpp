@@ -15,14 +15,14 @@ enum MAC_AUTH_SUB_CMD {
 };
 
 const char kBus[] = "/dev/i2c4";
-std::uint32_t const kBusSpeed = 32000;
-std::uint32_t const kChip = 0x11;  // 7-bit address
-std::uint32_t const kIdentityRegister = 0x04;
-std::uint32_t const kRegisterWidth = 1;
+const std::uint32_t kBusSpeed = 32000;
+const std::uint32_t kChip = 0x11;  // 7-bit address
+const std::uint32_t kIdentityRegister = 0x04;
+const std::uint32_t kRegisterWidth = 1;
 const int kVerbose = 1;
 const unsigned char kIdentity[] = {0x00, 0x00, 0x02, 0x00};
-std::size_t const kPathSize = 32;
-std::size_t const kReceiveSize = 128;
+const std::size_t kPathSize = 32;
+const std::size_t kReceiveSize = 128;
 
 }  // namespace
 

@@ -17,7 +17,7 @@ namespace {
 const unsigned char kCommandNumber = 0;
 const char kLauncherDirectory[] = "/pps/services";
 const char kLauncherName[] = "/app-launcher";
-std::size_t const kDirectorySize = 128;
+const std::size_t kDirectorySize = 128;
 
 }  // namespace
 

@@ -19,8 +19,8 @@ const char kZmVersionStatus[] = "/pps/zelmar/system/zmversion_status";
 const char kNaviSystemInfo[] = "/pps/zelmar/navigation/systeminfo";
 const char kNaviInfoFile[] = "/zmnavigator/zmnavigator.info";
 
-std::size_t const kObjectSize = 16 * 1024;  // of a version object; the longest one has 5 records
-std::size_t const kInfoFileSize = 256;
+const std::size_t kObjectSize = 16 * 1024;  // of a version object; the longest one has 5 records
+const std::size_t kInfoFileSize = 256;
 
 // A reply holds no more of a text than this.
 int ReplyLength(std::size_t length) {

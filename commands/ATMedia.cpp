@@ -25,9 +25,9 @@ const char kDiscPlaying[] = "/pps/zelmar/disc/playing";
 const char kKey[] = "/pps/zelmar/system/key";
 const char kAutotestControl[] = "/pps/zelmar/media/autotest/control";
 
-std::size_t const kLineSize = 256;     // of a path or an attribute line
-std::size_t const kValueSize = 1024;   // of an encoded value
-std::size_t const kObjectSize = 1024;  // of the playing record, as read
+const std::size_t kLineSize = 256;     // of a path or an attribute line
+const std::size_t kValueSize = 1024;   // of an encoded value
+const std::size_t kObjectSize = 1024;  // of the playing record, as read
 
 // Disc commands.
 const int kDiscStop = 129;

@@ -45,8 +45,8 @@ bool SourcesNameIdMap::GetIDByName(const std::string& name, unsigned char& id) {
 namespace {
 
 const char kNowPlaying[] = "/pps/zelmar/navigator/nowplaying";
-std::size_t const kObjectSize = 16384;
-std::size_t const kPrefixSize = 2;  // the maker prefix of application names
+const std::size_t kObjectSize = 16384;
+const std::size_t kPrefixSize = 2;  // the maker prefix of application names
 
 struct AppEntry {
   unsigned char code;  // the test station's

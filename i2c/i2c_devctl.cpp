@@ -16,15 +16,15 @@
 namespace {
 
 const int kAttempts = 5;
-std::uint32_t const kStop = 1;
+const std::uint32_t kStop = 1;
 
 // A device with 7-bit register addresses and 9-bit values, sent as two bytes.
-std::uint32_t const kNineBitSlave = 0x1A;
-std::uint32_t const kNineBitLength = 2;
+const std::uint32_t kNineBitSlave = 0x1A;
+const std::uint32_t kNineBitLength = 2;
 
 const char kNoBytes[] = "0 length";
-std::size_t const kShownByte = 3;                              // characters
-std::size_t const kBytesSize = kShownByte * kI2cDataSize + 1;  // of a data area as text
+const std::size_t kShownByte = 3;                              // characters
+const std::size_t kBytesSize = kShownByte * kI2cDataSize + 1;  // of a data area as text
 static_assert(kBytesSize >= sizeof(kNoBytes), "it takes the place of the bytes");
 
 unsigned char LowByte(std::uint32_t value) { return static_cast<unsigned char>(value & 0xFF); }
@@ -136,14 +136,14 @@ int i2c_write(int handle, std::uint32_t slave, std::uint32_t reg, std::uint32_t 
       record.data[1] = present && length > 1 ? data[1] : static_cast<unsigned char>(0);
     }
   } else {
-    std::uint32_t const used = PutRegister(record.data, reg, width);
+    const std::uint32_t used = PutRegister(record.data, reg, width);
     if (present) std::memcpy(record.data + used, data, length);
   }
 
   if (verbose != 0) {
     platform::PrintOutput("i2c_write(): handle=0x%x, slave=0x%x, reg=0x%x, size=%d \n",
                           static_cast<unsigned>(handle), slave, reg, static_cast<int>(length));
-    std::uint32_t const shown = length + (width == 2 || nineBit ? 2 : 1);
+    const std::uint32_t shown = length + (width == 2 || nineBit ? 2 : 1);
     ShowRecord(record, shown < kI2cDataSize ? shown : kI2cDataSize);
   }
   return Transfer(handle, DCMD_I2C_SEND, &record, "i2c_write(): devctl failed.",

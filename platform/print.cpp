@@ -18,7 +18,7 @@
 
 namespace {
 
-std::size_t const kTextSize = 20 * 1024;  // the longest text shows an object of 16 KiB
+const std::size_t kTextSize = 20 * 1024;  // the longest text shows an object of 16 KiB
 const int kPatienceMs = 100;              // for a stream that takes nothing
 
 // One of the two streams. A write of at most PIPE_BUF bytes does not wait after poll found room.
@@ -89,7 +89,7 @@ bool WriteRest(Stream* stream, int patience) {
 __attribute__((format(printf, 2, 0))) void FormatText(Stream* stream, const char* format,
                                                       va_list arguments) {
   const int needed = std::vsnprintf(stream->text, kTextSize, format, arguments);
-  std::size_t const length = needed > 0 ? static_cast<std::size_t>(needed) : 0;
+  const std::size_t length = needed > 0 ? static_cast<std::size_t>(needed) : 0;
   stream->done = 0;
   stream->length = std::min(length, kTextSize - 1);
   if (length >= kTextSize) stream->text[kTextSize - 2] = '\n';

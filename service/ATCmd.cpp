@@ -17,8 +17,8 @@
 
 namespace {
 
-std::size_t const kPPSTextSize = 1024;  // of an object that is read for one attribute
-std::size_t const kLineSize = 256;      // of a path or an attribute line
+const std::size_t kPPSTextSize = 1024;  // of an object that is read for one attribute
+const std::size_t kLineSize = 256;      // of a path or an attribute line
 
 static_assert(Cmd::kMaxReply == static_cast<int>(wire::kMaxReplyData), "the reply buffer's room");
 
@@ -148,7 +148,7 @@ unsigned char Cmd::Selector(const pkg* record) const {
 
 bool Cmd::ParameterText(const pkg* record, char* buffer, std::size_t size) const {
   const char* const text = reinterpret_cast<const char*>(record->Parameters());
-  std::size_t const length = ::strnlen(text, static_cast<std::size_t>(ParameterCount()));
+  const std::size_t length = ::strnlen(text, static_cast<std::size_t>(ParameterCount()));
   std::memset(buffer, 0, size);
   if (length >= size) {
     LOGBASE(LOG_LEV_ERROR, "Work", "text of %d bytes does not fit %d, refused!\n",

@@ -78,7 +78,7 @@ int ATMcuFile::ProcessDataPacket(const unsigned char* data, int size) {
 
   // The header may claim anything; what has arrived is the bound.
   const int arrived = size - kHeaderSize;
-  std::uint32_t const claimed = wire::LoadLe32(data + wire::kPayloadLengthOffset);
+  const std::uint32_t claimed = wire::LoadLe32(data + wire::kPayloadLengthOffset);
   const int payload =
       claimed < static_cast<std::uint32_t>(arrived) ? static_cast<int>(claimed) : arrived;
   const int link = std::min(payload, kLinkSize);

@@ -27,8 +27,8 @@ std::uint32_t GetTimeTick() {
 }
 
 bool CopyText(char* buffer, std::size_t size, const char* text) {
-  std::size_t const length = ::strnlen(text, size);
-  std::size_t const kept = length < size ? length : size - 1;
+  const std::size_t length = ::strnlen(text, size);
+  const std::size_t kept = length < size ? length : size - 1;
   std::memcpy(buffer, text, kept);
   std::memset(buffer + kept, 0, size - kept);
   return kept == length;
