@@ -308,6 +308,7 @@ pid_t ChildOf(pid_t parent) {
 }
 
 TEST_F(ProfileTest, TheProgramStartsTheServiceAndSaysHowItEnded) {
+  if (KORVANDIS_EMULATOR[0] != '\0') GTEST_SKIP() << "the unit cannot start what needs an emulator";
   Program nobody(root_, "headunit", {"wait", "0"});
   EXPECT_EQ(1, nobody.Wait());
   EXPECT_PRED2(Contains, nobody.Errors(), "no unit runs");
@@ -323,7 +324,9 @@ TEST_F(ProfileTest, TheProgramStartsTheServiceAndSaysHowItEnded) {
     std::string end = "korvandis ended with status 0\n";
     if (killed) {
       end = "korvandis was ended by signal 9\n";
-      kill(ChildOf(unit.pid()), SIGKILL);
+      const pid_t service = ChildOf(unit.pid());
+      ASSERT_GT(service, 0);  // 0 would be this test and all that started it
+      kill(service, SIGKILL);
       EXPECT_TRUE(Eventually([&] { return Contains(unit.Output(), end); }));
       EXPECT_EQ(0, AccessPps(""));  // the unit stays
     }
