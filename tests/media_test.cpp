@@ -91,7 +91,6 @@ TEST_F(MediaCommand, DrivesThePlayerOfEachSource) {
       {0, {0}, Disc(135, 1, 0), Key("PlayNext", 20)},
       {0, {1}, Disc(136, 1, 0), Key("PlayPre", 21)},
       {0, {2}, {}, {}},
-      {0, {255}, {}, {}},
       {1, {0, 3, 0, 10}, Disc(182, 10, 3), Goto("3", "9")},
       {1, {0, 0, 0, 0, 7}, Disc(182, 0, 0), Goto("0", "0")},
       {1, {1, 0, 0, 1}, Disc(182, 1, 256), Goto("256", "0")},
@@ -106,9 +105,7 @@ TEST_F(MediaCommand, DrivesThePlayerOfEachSource) {
       {9, {3}, Disc(193, 1, 0), {}},
       {9, {4}, Disc(193, 0, 0), {}},
       {9, {5}, {}, {}},
-      {9, {255}, {}, {}},
       {10, {1}, {}, {}},
-      {255, {1}, {}, {}},
   };
   const std::map<std::string, int> kSources = {{"disc", 1}, {"sd", 2},    {"usb", 3},  {"rusb", 4},
                                                {"none", 0}, {"radio", 5}, {"svc", 27}, {"", 0}};
@@ -155,7 +152,6 @@ TEST_F(MediaCommand, AnswersTheTrackOfTheDisc) {
   const std::string track = "trackinfo:json:{\"parentFolder\":2,\"curmediaid\":300}";
   const std::pair<std::string, std::string> kCases[] = {
       {"trackinfo:json:{\"a\":[{}],\"parentFolder\":65535,\"curmediaid\":65535}", "ff ff ff ff"},
-      {"trackinfo:json:{\"curmediaid\":300}\n", "00 00 01 2c"},
       {"trackinfo:json:{\"parentFolder\":258}\n", "01 02 00 00"},
       // Beyond 16 bits and below zero: quotient and remainder round toward zero.
       {"trackinfo:json:{\"curmediaid\":65536,\"parentFolder\":-1}\n", "00 ff 00 00"},
