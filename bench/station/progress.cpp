@@ -8,6 +8,7 @@
 #include <cstring>
 #include <iostream>
 
+#include "qnx/text.h"
 #include "records/database.h"
 #include "tools/program.h"
 
@@ -26,10 +27,6 @@ std::string Cut(const std::string& text, std::size_t columns) {
   return text.substr(0, end);
 }
 
-std::string Counted(int count, const char* one, const char* several) {
-  return std::to_string(count) + " " + (count == 1 ? one : several);
-}
-
 // "61 steps skipped: 'A' failed", every reason once.
 std::string SkippedText(const records::Run& run) {
   const int count = CountSteps(run.phases, Outcome::kSkipped);
@@ -43,7 +40,7 @@ std::string SkippedText(const records::Run& run) {
       reasons += (reasons.empty() ? "" : "; ") + reason;
     }
   }
-  return Counted(count, "step", "steps") + " skipped: " + reasons;
+  return qnx::Counted(count, "step", "steps") + " skipped: " + reasons;
 }
 
 const char* VerdictText(Outcome outcome) {
@@ -90,7 +87,7 @@ void Progress::BeginRun(const records::Run& run, std::size_t steps) {
   steps_ = steps;
   done_ = 0;
   out_ << (run.title.empty() ? "Sequence" : tools::Escape(run.title)) << ", "
-       << Counted(static_cast<int>(steps), "step", "steps") << std::endl;
+       << qnx::Counted(static_cast<long long>(steps), "step", "steps") << std::endl;
 }
 
 void Progress::BeginPhase(const records::Phase& phase) { phase_ = phase.name; }
@@ -135,7 +132,7 @@ void Progress::EndRun(const records::Run& run) {
   if (!skipped.empty()) out_ << '\n' << skipped << '\n';
   out_ << '\n'
        << count(Outcome::kPassed) << " passed, " << count(Outcome::kFailed) << " failed, "
-       << Counted(count(Outcome::kError), "error", "errors") << ", ";
+       << qnx::Counted(count(Outcome::kError), "error", "errors") << ", ";
   if (count(Outcome::kAborted) > 0) out_ << count(Outcome::kAborted) << " aborted, ";
   out_ << count(Outcome::kSkipped) << " skipped in " << time;
   if (!run.device.empty()) out_ << ", device " << tools::Escape(run.device);

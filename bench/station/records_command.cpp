@@ -1,10 +1,6 @@
 // `station records`, `station history` and `station summary`.
-#include <unistd.h>
-
 #include <cmath>
-#include <cstdlib>
 #include <fstream>
-#include <iostream>
 
 #include "builtin.h"
 #include "qnx/text.h"
@@ -12,6 +8,7 @@
 #include "records/summary.h"
 #include "run_keeper.h"
 #include "station/packet_text.h"
+#include "station/progress.h"
 #include "station/recording.h"
 #include "tools/program.h"
 
@@ -31,12 +28,6 @@ int UsageError(Context& context, const std::string& reason) {
 int Complain(Context& context, const std::string& problem) {
   context.err << "station: " << context.invocation.command->words << ": " << problem << '\n';
   return tools::kExitWrong;
-}
-
-bool Coloured(const Context& context) {
-  const char* no_colour = std::getenv("NO_COLOR");
-  return &context.out == &std::cout && ::isatty(STDOUT_FILENO) != 0 &&
-         (no_colour == nullptr || *no_colour == '\0');
 }
 
 // Takes the runs that the options select. Returns what is wrong with them, or nothing.
@@ -65,17 +56,15 @@ std::string Seconds(double seconds, int places = 1) {
 
 const std::size_t kVerdictWidth = 8;
 
-std::string Verdict(const Context& context, const std::string& outcome,
+std::string Verdict(const Context& context, records::Outcome outcome,
                     std::size_t width = kVerdictWidth) {
-  std::string text = outcome;
+  std::string text = records::OutcomeText(outcome);
   text.resize(std::max(text.size(), width), ' ');
-  if (!Coloured(context)) return text;
-  const char* code = outcome == "passed" ? "32" : outcome == "skipped" ? "33" : "31";
-  return std::string("\033[") + code + "m" + text + "\033[0m";
+  return Coloured(ConsoleOf(context.out), outcome, text);
 }
 
 void PrintRow(Context& context, const records::RunRow& run) {
-  context.out << run.number << "  " << Verdict(context, run.outcome) << ' '
+  context.out << run.number << "  " << Verdict(context, records::ParseOutcome(run.outcome)) << ' '
               << records::ZoneText(run.started, run.zone_minutes) << "  " << Seconds(run.seconds)
               << "  " << qnx::Escape(run.station) << "  "
               << (run.device.empty() ? "-" : qnx::Escape(run.device)) << "  "
@@ -101,8 +90,7 @@ int List(Context& context, const records::Filter& filter, long most) {
 }
 
 void ShowStep(Context& context, const records::Step& step) {
-  context.out << "  " << Verdict(context, records::OutcomeText(step.outcome)) << ' '
-              << qnx::Escape(step.name);
+  context.out << "  " << Verdict(context, step.outcome) << ' ' << qnx::Escape(step.name);
   if (!step.command.empty()) context.out << ": " << qnx::Escape(step.command);
   if (step.outcome != records::Outcome::kSkipped) {
     context.out << ", " << Seconds(step.seconds, 3);
@@ -135,11 +123,11 @@ void Show(Context& context, const records::Run& run) {
   std::snprintf(crc, sizeof(crc), "%08X", run.sequence_crc);
   context.out << qnx::Escape(run.title) << ", device "
               << (run.device.empty() ? "-" : qnx::Escape(run.device)) << ": "
-              << Verdict(context, records::OutcomeText(run.outcome), 0) << "\nrun " << run.id
-              << "\nbegan " << records::ZoneText(records::UtcText(run.start), run.zone_minutes)
-              << ", took " << Seconds(run.seconds, 3) << "\nstation " << qnx::Escape(run.station)
-              << ", program " << qnx::Escape(run.program) << "\nsequence "
-              << qnx::Escape(run.sequence) << ", CRC-32 " << crc << '\n';
+              << Verdict(context, run.outcome, 0) << "\nrun " << run.id << "\nbegan "
+              << records::ZoneText(records::UtcText(run.start), run.zone_minutes) << ", took "
+              << Seconds(run.seconds, 3) << "\nstation " << qnx::Escape(run.station) << ", program "
+              << qnx::Escape(run.program) << "\nsequence " << qnx::Escape(run.sequence)
+              << ", CRC-32 " << crc << '\n';
   for (const auto& [name, value] : run.values) {
     context.out << "value " << qnx::Escape(name) << " = " << qnx::Escape(value) << '\n';
   }
@@ -238,7 +226,7 @@ int RunSummary(Context& context) {
   } else if (invocation.Has("--csv")) {
     records::WriteSummaryCsv(summary, context.out);
   } else if (!invocation.Has("--html")) {
-    records::WriteSummaryText(summary, Coloured(context), context.out);
+    records::WriteSummaryText(summary, ConsoleOf(context.out).colour, context.out);
   }
   return tools::kExitRight;
 }

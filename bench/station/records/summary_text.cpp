@@ -239,10 +239,11 @@ void WriteSummaryText(const Summary& summary, bool colour, std::ostream& out) {
   };
   const double first = summary.yield.First();
   out << "First-pass yield " << coloured(first < 0.95 ? "31" : "32", Percent(first))
-      << ", final yield " << Percent(summary.yield.Final()) << ", of " << summary.devices
-      << " devices\n"
-      << summary.runs << " runs: " << summary.passed << " passed, " << summary.failed << " failed, "
-      << summary.errors << " errors, " << summary.aborted << " aborted\n";
+      << ", final yield " << Percent(summary.yield.Final()) << ", of "
+      << qnx::Counted(summary.devices, "device", "devices") << '\n'
+      << qnx::Counted(summary.runs, "run", "runs") << ": " << summary.passed << " passed, "
+      << summary.failed << " failed, " << qnx::Counted(summary.errors, "error", "errors") << ", "
+      << summary.aborted << " aborted\n";
   if (!summary.stations.empty()) {
     out << "\nStations\n";
     Table table("lrrr");

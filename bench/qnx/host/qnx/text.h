@@ -24,6 +24,11 @@ std::string Escape(std::string_view text);
 // The escaped text in single quotes, as messages show names that others chose.
 inline std::string Quoted(std::string_view text) { return "'" + Escape(text) + "'"; }
 
+// "1 run", "2 runs".
+inline std::string Counted(long long count, const char* one, const char* several) {
+  return std::to_string(count) + ' ' + (count == 1 ? one : several);
+}
+
 // Puts the integer that the whole of `text` is into *number; digits of `base`, perhaps a minus in
 // front. False, and *number is unchanged, when it is none or lies outside `least` to `most`.
 template <typename Number>
