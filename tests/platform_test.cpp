@@ -474,7 +474,7 @@ TEST_F(SlogTest, TheRingHasItsBlocksAndReadersMapItReadOnly) {
 
 // The guard of a ring that is cut is a handler of SIGBUS.
 TEST(SlogGuardTest, NoThreadBlocksTheSignalOfAFault) {
-  if (!kOwnThreadsOnly) GTEST_SKIP() << "the sanitizer adds a thread";
+  if (!kOwnThreadsOnly) GTEST_SKIP() << "not the threads of the program alone";
   TempRoot root;
   Program unit(root, "headunit", {"--root", root.path()});
   ASSERT_TRUE(Eventually([] { return platform::access("/pps/zelmar/system/key", F_OK) == 0; }));

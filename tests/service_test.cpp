@@ -224,7 +224,7 @@ TEST_F(ServiceTest, EndsInOrderAlsoUnderAFlood) {
 }
 
 TEST_F(ServiceTest, NoThreadWakesWhenNothingComes) {
-  if (!kOwnThreadsOnly) GTEST_SKIP() << "the sanitizer adds a thread";
+  if (!kOwnThreadsOnly) GTEST_SKIP() << "not the threads of the program alone";
   station_->Ask(7, 7);
   // Of all threads: how often each gave the processor up or lost it.
   const auto switches = [this] {

@@ -361,7 +361,7 @@ TEST_F(ProfileTest, AUnitThatCanWriteNothingGoesOnAndSaysSo) {
 
 // The handler that guards the log ring is called in the thread that meets the fault.
 TEST_F(ControlTest, NoThreadBlocksTheSignalsOfFaults) {
-  if (!kOwnThreadsOnly) GTEST_SKIP() << "the sanitizer adds a thread";
+  if (!kOwnThreadsOnly) GTEST_SKIP() << "not the threads of the program alone";
   Control("status");  // answered by the loop's thread, so that one has begun
   for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
     const std::string status = ReadFile(thread.path().string() + "/status");
