@@ -55,12 +55,15 @@ class PpsToolTest : public UnitTest {
 };
 
 TEST_F(PpsToolTest, SetsEveryEncodingAndGetsItBack) {
-  EXPECT_EQ(Pps({"set", "zelmar/setting/systeminfo", "name=Car: 7", "n:n:-5", "b:b:true",
-                 "c:c:a\\tb", "json:json:{\"a\":1}", "text::x:y=z", "lines=a\nb"}),
-            0)
+  EXPECT_EQ(
+      Pps({"set", "zelmar/setting/systeminfo", "name=Car: 7", "n:n:-5", "b:b:true", "c:c:a\\tb",
+           "json:json:{\"a\":1}", "text::x:y=z", "lines=a\nb", "[n]brief=Car 8"}),
+      0)
       << Err();
   EXPECT_EQ(Attribute(kObject, "name"), ":Car: 7");
   EXPECT_EQ(Attribute(kObject, "n"), "n:-5");
+  EXPECT_EQ(Attribute(kObject, "[n]brief"), ":Car 8");
+  ExpectPrints({"get", kObject, "brief"}, "Car 8\n");
   EXPECT_EQ(Attribute(kObject, "text"), ":x:y=z");
   EXPECT_EQ(Attribute(kObject, "lines"), "c:a\\nb");
   for (const char* path : {"/pps/zelmar/setting/systeminfo", "/zelmar/setting/systeminfo",
@@ -95,6 +98,9 @@ TEST_F(PpsToolTest, RefusesWhatIsNoAttributeAndWritesNothing) {
       {":n:1", "no usable"},
       {"@x=1", "no usable"},
       {"-n:n:2", "no usable"},
+      {"[n]-n:n:2", "no usable attribute name"},
+      {"[nm::x", "no usable [options]"},
+      {"[:]m::x", "no usable [options]"},
       {"n::a\nm::b", "a line end in its value"},
   };
   for (const auto& [argument, reason] : wrong) {

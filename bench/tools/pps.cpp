@@ -34,6 +34,7 @@ ATTRIBUTE of set is a PPS line or a shorter form for plain text:
             name:encoding:value   encoding is empty (text), n (number), b (boolean),
                                   c (text with C escapes) or json
             name=value            the text as it stands
+          each perhaps with options in front: [n]name=value is not kept on the unit
   -R           also what the directories hold
   -t           remove all other attributes first
   --times      the time of day above each change
@@ -98,35 +99,45 @@ int Get(const std::string& path, const std::string* name) {
   return kExitWrong;
 }
 
+const std::size_t kMostOptions = 65;  // a manager's limit, brackets included
+
 // Appends the PPS line that `argument` of set stands for. Returns what is wrong with it, or
 // nothing: a manager drops a malformed write without a word, so it is refused here.
 std::string AppendLine(const std::string& argument, std::string* text) {
   const std::string shown = tools::Quoted(argument) + " ";
-  const std::size_t equals = argument.find('=');
-  const std::size_t colon = argument.find(':');
+  const bool has_options = argument.compare(0, 1, "[") == 0;
+  const std::size_t size = has_options ? argument.find(']') + 1 : 0;  // 0 also: no end
+  const std::string options = argument.substr(0, size);
+  const std::string line = argument.substr(size);
+  if ((has_options && size == 0) || size > kMostOptions ||
+      options.find_first_of(":\n") != std::string::npos) {
+    return shown + "has no usable [options] in front";
+  }
+  const std::size_t equals = line.find('=');
+  const std::size_t colon = line.find(':');
   const std::size_t name_end = std::min(equals, colon);
   if (name_end == std::string::npos) return shown + "is neither name:encoding:value nor name=value";
-  const std::string name = argument.substr(0, name_end);
+  const std::string name = line.substr(0, name_end);
   if (name.empty() || std::strchr("@+-*", name[0]) != nullptr ||
       name.find('\n') != std::string::npos) {
     return shown + "has no usable attribute name";
   }
   if (name_end == equals) {
-    const std::string value = argument.substr(equals + 1);
+    const std::string value = line.substr(equals + 1);
     pps_encoder_t encoder;
     pps_encoder_initialize(&encoder, false);
     pps_encoder_start_object(&encoder, nullptr);
     pps_encoder_add_string(&encoder, name.c_str(), value.c_str());
     pps_encoder_end_object(&encoder);
-    const char* line = pps_encoder_buffer(&encoder);
-    if (line != nullptr) *text += line;
+    const char* encoded = pps_encoder_buffer(&encoder);
+    if (encoded != nullptr) *text += options + encoded;
     pps_encoder_cleanup(&encoder);
-    return line != nullptr ? "" : shown + "cannot be written as an attribute";
+    return encoded != nullptr ? "" : shown + "cannot be written as an attribute";
   }
-  const std::size_t second = argument.find(':', colon + 1);
+  const std::size_t second = line.find(':', colon + 1);
   if (second == std::string::npos) return shown + "has no second ':' (name:encoding:value)";
-  const std::string encoding = argument.substr(colon + 1, second - colon - 1);
-  const std::string value = argument.substr(second + 1);
+  const std::string encoding = line.substr(colon + 1, second - colon - 1);
+  const std::string value = line.substr(second + 1);
   if (value.find('\n') != std::string::npos) {
     return shown + "has a line end in its value: write name=value";
   }
