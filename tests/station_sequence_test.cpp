@@ -211,8 +211,10 @@ TEST(StationSequence, VariantsShareASequenceAndHaveTheirOwnLimits) {
   Files files = {
       {"test.seq", "title Variant\nvalue low = 30\nlimits a.csv\ninclude common.seq\n"},
       {"common.seq",
-       "title Common\nvalue low = 5\nvalue high = 50\ninclude more.seq\nphase P\nstep S\n"
-       "do gps satellites\nexpect fourth at least 1\nexpect count at least 4\n"},
+       "title Common\nvalue low = 5\nvalue high = 50\nlimits b.csv\ninclude more.seq\nphase P\n"
+       "step S\ndo gps satellites\nexpect fourth at least 1\nexpect fourth at most 45\n"
+       "expect count at least 4\n"},
+      {"b.csv", "P,S,strongest,40,\n"},
       {"more.seq", "phase M\nstep N\nwait 1 s\n"},
       {"a.csv",
        "phase, step, field, low, high\n# comment\nP, S, fourth, {low}, "
@@ -508,6 +510,26 @@ TEST_F(StationRunTest, APersonAnswersAndEventsTellAtOnce) {
   root_.AddFile("/answers", "y\nperhaps\n");
   EXPECT_EQ(RunText(with_name, answers), 2);
   EXPECT_PRED2(Contains, program_->Errors(), "answers:2: 'perhaps' is neither y nor n");
+}
+
+TEST_F(StationRunTest, OnATerminalAPersonIsAskedUntilTheAnswerFits) {
+  const qnx::Descriptor terminal(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+  ASSERT_EQ(::unlockpt(terminal.get()), 0);
+  const std::string name = ::ptsname(terminal.get());
+  root_.AddFile("/test.seq", "value serial matches [0-9]{3}\nphase P\nstep A\nconfirm {serial}?\n");
+  support::Program program(root_, "station", {"run", root_.path() + "/test.seq"}, [&] {
+    ::dup2(::open(name.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC), STDIN_FILENO);
+  });
+  const std::pair<std::string, std::string> talk[] = {
+      {"serial: ", "x\n"},
+      {"'x' does not match [0-9]{3}\nserial: ", "001\n"},
+      {"001? [y/n] ", "perhaps\n"},
+      {"001? [y/n] 001? [y/n] ", "y\n"}};
+  for (const auto& [asked, typed] : talk) {
+    EXPECT_TRUE(support::Eventually([&] { return Contains(program.Output(), asked); })) << asked;
+    EXPECT_EQ(::write(terminal.get(), typed.data(), typed.size()), ssize_t(typed.size()));
+  }
+  EXPECT_EQ(program.Wait(), 0) << program.Output();
 }
 
 TEST_F(StationRunTest, ALoopAsksForEachUnitUntilTheInputEnds) {

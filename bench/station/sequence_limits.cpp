@@ -94,15 +94,13 @@ std::string ApplyLimit(const Limit& limit, Sequence* sequence) {
   expectation.high = limit.high;
   std::string problem = CheckField(*step->command, &expectation);
   if (!problem.empty()) return problem;
-  const auto own = std::find_if(
-      step->expectations.begin(), step->expectations.end(), [&](const Expectation& other) {
-        return other.field == limit.field && other.kind == Expectation::Kind::kLimits;
-      });
-  if (own == step->expectations.end()) {
-    step->expectations.push_back(expectation);
-  } else {
-    *own = expectation;
-  }
+  const auto replaced = [&](const Expectation& other) {
+    return other.field == limit.field && other.kind == Expectation::Kind::kLimits;
+  };
+  std::vector<Expectation>& all = step->expectations;
+  const auto place = std::find_if(all.begin(), all.end(), replaced) - all.begin();
+  all.erase(std::remove_if(all.begin(), all.end(), replaced), all.end());
+  all.insert(all.begin() + place, expectation);
   return "";
 }
 

@@ -1,6 +1,8 @@
 // Reads sequences and the files they include. step_parser.cpp reads the lines inside a step,
 // sequence_limits.cpp the tables of limits.
 #include <algorithm>
+#include <functional>
+#include <map>
 
 #include "sequence_limits.h"
 #include "sequence_text.h"
@@ -41,9 +43,11 @@ class Parser {
   std::vector<Mistake> Parse(const std::string& path) {
     ReadLines(path);
     FinishPhase();
-    for (const Limit& limit : limits_) {
-      const std::string problem = ApplyLimit(limit, sequence_);
-      if (!problem.empty()) MistakeAt(limit.place, problem);
+    for (const auto& [depth, limits] : limits_) {
+      for (const Limit& limit : limits) {
+        const std::string problem = ApplyLimit(limit, sequence_);
+        if (!problem.empty()) MistakeAt(limit.place, problem);
+      }
     }
     place_ = Place{};
     if (sequence_->phases.empty() && whole_) Wrong("there is no phase");
@@ -191,7 +195,7 @@ class Parser {
     const Place outer = place_;
     std::string text;
     if (Open(BesideFile(sequence_->files[place_.file], rest), &text)) {
-      ReadLimits(text, place_.file, &limits_, &mistakes_);
+      ReadLimits(text, place_.file, &limits_[open_.size()], &mistakes_);
     }
     place_ = outer;
   }
@@ -242,7 +246,9 @@ class Parser {
   const SourceReader& read_;
   Sequence* sequence_;
   std::vector<Mistake> mistakes_;
-  std::vector<Limit> limits_;
+  // By how many files are open: those of an included file first, so that its variant's replace
+  // them.
+  std::map<std::size_t, std::vector<Limit>, std::greater<>> limits_;
   std::vector<std::string> open_;  // the file that is being read and those that include it
   Place place_;
   Place title_place_;

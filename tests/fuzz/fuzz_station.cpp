@@ -132,9 +132,10 @@ void Judge(const station::Expectation& expectation, const station::Values& value
 
 void ReadSequence(const std::string& text) {
   station::Sequence sequence;
-  // Every file that it includes is empty.
+  // Every other file, of steps or of limits, holds what follows a form feed.
+  const std::size_t end = std::min(text.find('\f'), text.size());
   const auto read = [&](const std::string& path, std::string* content) {
-    if (path == "fuzzed") *content = text;
+    *content = path == "fuzzed" ? text.substr(0, end) : text.substr(std::min(end + 1, text.size()));
     return std::string();
   };
   const bool whole = station::ReadSequence("fuzzed", read, &sequence).empty();
