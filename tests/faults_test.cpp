@@ -20,14 +20,30 @@ using std::chrono::steady_clock;
 const char kStatus[] = "/pps/zelmar/system/version_status";
 const Bytes kNothing;
 
+// With the smallest log ring.
+headunit::UnitOptions SmallLog() {
+  headunit::UnitOptions options;
+  options.services = false;
+  options.log_lines = 1024;
+  return options;
+}
+
 class FaultsTest : public ServiceOnUnit {
  protected:
+  FaultsTest() : ServiceOnUnit(SmallLog()) {}
   void SetUp() override {
     ServiceOnUnit::SetUp();
     WriteObject(kStatus, "mpu:json:{\"version\":\"1.2\"}");
     ExpectServed();  // the manager has taken it in
   }
   void ExpectServed() { EXPECT_EQ(Station().Ask(7, 1), Text("1.2")) << Errors(); }
+  // The data of the next reply.
+  Bytes Answer(milliseconds limit) {
+    const std::optional<Bytes> packet = station_->Receive(limit);
+    wire::Reply reply{};
+    EXPECT_TRUE(packet && wire::ParseReply(*packet, &reply));
+    return reply.data;
+  }
   void Control(const std::string& line) {
     ASSERT_EQ(unit_->Control(line).substr(0, 2), "ok") << line;
   }
@@ -74,10 +90,7 @@ TEST_F(FaultsTest, PpsManagerDiesInTheMiddleOfACommand) {
   station_->Send(7, 1);
   std::this_thread::sleep_for(milliseconds(100));
   Control("pps down");
-  const std::optional<Bytes> packet = station_->Receive(milliseconds(1000));
-  wire::Reply reply{};
-  ASSERT_TRUE(packet && wire::ParseReply(*packet, &reply));
-  EXPECT_EQ(reply.data, kNothing);
+  EXPECT_EQ(Answer(milliseconds(1000)), kNothing);
   EXPECT_TRUE(Reported("failed: Input/output error\n"));
   Control("pps up");
   ExpectServed();
@@ -95,6 +108,20 @@ TEST_F(FaultsTest, PpsManagerAcceptsAndNeverAnswers) {
     Control("pps up");
     ExpectServed();
   }
+}
+
+// The system ends a wait for a message when the process was stopped meanwhile.
+TEST_F(FaultsTest, StoppedAndContinuedDuringARead) {
+  FakeManager pps(root_, "/pps");
+  station_->Send(7, 1);
+  const Connection object = pps.Grant();
+  for (const int number : {SIGSTOP, SIGCONT}) {
+    std::this_thread::sleep_for(milliseconds(100));
+    service_->Signal(number);
+  }
+  std::this_thread::sleep_for(milliseconds(100));
+  object.Send("mpu:json:{\"version\":\"1.3\"}");
+  EXPECT_EQ(Answer(kSoon), Text("1.3"));
 }
 
 TEST_F(FaultsTest, ObjectChangesWhileItIsRead) {

@@ -8,8 +8,10 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <set>
 #include <sstream>
+#include <thread>
 
 #include "support/fixture.h"
 
@@ -95,6 +97,31 @@ TEST_F(ServiceLimits, AFullStandardErrorEndsNothing) {
   for (int i = 0; i < 3; ++i) EXPECT_EQ(station_->Ask(7, 1), Bytes());
   EXPECT_LE(service_->Errors().size(), 100U);
   EXPECT_EQ(StopService(), 0);
+}
+
+// No room for the stack of its thread: told once, and tried again until there is some.
+TEST_F(ServiceLimits, WithoutAThreadItTriesAgain) {
+  EXPECT_EQ(StopService(), 0);
+  log_->Clear();
+  const auto limit = [] {
+    const rlimit memory = {rlim_t{512} << 20, RLIM_INFINITY};
+    const rlimit stack = {rlim_t{1024} << 20, RLIM_INFINITY};
+    if (::setrlimit(RLIMIT_AS, &memory) + ::setrlimit(RLIMIT_STACK, &stack) != 0) ::_exit(1);
+  };
+  if (KORVANDIS_EMULATOR[0] != '\0' || Program(root_, "korvandis", {"-v"}, limit).Wait() != 0) {
+    GTEST_SKIP() << "an emulator or a sanitizer needs more memory than that";
+  }
+  service_ = std::make_unique<Program>(root_, "korvandis", std::vector<std::string>(), limit);
+  EXPECT_TRUE(Eventually([this] { return log_->Has(_SLOG_DEBUG1, "_KRV_[Start]-Start!\n"); }));
+  std::this_thread::sleep_for(milliseconds(700));  // and once more
+  const rlimit all = {RLIM_INFINITY, RLIM_INFINITY};
+  ASSERT_EQ(::prlimit(service_->pid(), RLIMIT_AS, &all, nullptr), 0);
+  EXPECT_TRUE(ServiceAnswers());
+  const std::vector<std::string> told = log_->Texts(_SLOG_ERROR);
+  EXPECT_EQ(std::count(told.begin(), told.end(),
+                       "_KRV_[Start]-no delivery: Resource temporarily unavailable!\n"),
+            2)
+      << "once for the packets, once for the fixes";
 }
 
 }  // namespace

@@ -290,21 +290,5 @@ TEST_F(StationVerifyTest, OnlyAValueThatIsNoFailureProvesAWrite) {
   }
 }
 
-TEST_F(StationLinkTest, ARunKnowsWhichServiceAnswers) {
-  FakeManager control(root_, qnx::kControlPath);
-  root_.AddFile("/test.seq", "phase P\nstep A\nwait 0 s\n");
-  const std::string sequence = root_.path() + "/test.seq";
-  program_ = std::make_unique<Program>(root_, "station", std::vector<std::string>{"run", sequence});
-  Connection connection = control.Grant();
-  connection.Receive();
-  connection.Send(std::string("ok service 1 services 2"));
-  EXPECT_EQ(program_->Wait(), 3);
-  EXPECT_PRED2(Contains, program_->Output(),
-               "error    A: 2 services are connected to the unit: end");
-  EXPECT_PRED2(Contains, program_->Output(), "0 passed, 0 failed, 1 error, 0 skipped in ");
-  Program allowed(root_, "station", {"run", sequence, "--allow-several"});
-  EXPECT_EQ(allowed.Wait(), 0) << allowed.Errors();
-}
-
 }  // namespace
 }  // namespace support

@@ -468,6 +468,18 @@ TEST_F(StationRunTest, OneRunAtATimeHasTheUnit) {
   EXPECT_EQ(RunText(text), 0) << program_->Errors();
 }
 
+TEST_F(StationRunTest, ASecondServiceIsTold) {
+  support::Program second(root_, "korvandis");
+  ASSERT_TRUE(
+      support::Eventually([this] { return Contains(unit_->Control("status"), " services 2 "); }));
+  const std::string text = "phase P\nstep A\nwait 0 s\n";
+  EXPECT_EQ(RunText(text), 3);
+  EXPECT_PRED2(Contains, program_->Output(),
+               "error    A: 2 services are connected to the unit: end");
+  EXPECT_PRED2(Contains, program_->Output(), "0 passed, 0 failed, 1 error, 0 skipped in ");
+  EXPECT_EQ(RunText(text, {"--allow-several"}), 0) << program_->Errors();
+}
+
 TEST_F(StationRunTest, ASilentServiceIsNoFailureOfTheUnit) {
   StopService();
   const std::string junit = root_.path() + "/record.xml";

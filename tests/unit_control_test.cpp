@@ -1,4 +1,5 @@
 // The bench's control lines, and the faults that they set on the PPS manager.
+#include <devctl.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -12,6 +13,7 @@
 #include "qnx/bench_link.h"
 #include "support/fixture.h"
 #include "support/raw_client.h"
+#include "wire/devices.h"
 
 namespace support {
 namespace {
@@ -349,6 +351,14 @@ TEST_F(ProfileTest, AUnitThatCanWriteNothingGoesOnAndSaysSo) {
   EXPECT_FALSE(std::filesystem::exists(root_.path() + "/saved/pps/key"));
   ASSERT_TRUE(OpenPps("/key", O_WRONLY).Send("n:n:2"));
   EXPECT_EQ("@key\nn:n:2\n", PpsText("/key"));
+  sysinfo_param_t record = {"an identity", 11};
+  const int driver = platform::open("/dev/sysinfo", O_RDWR);
+  const int burn = static_cast<int>(DCMD_SYS_INFO_SET_UUID);
+  EXPECT_EQ(EIO, devctl(driver, burn, &record, sizeof(record), nullptr));
+  const int get = static_cast<int>(DCMD_SYS_INFO_GET_UUID);
+  EXPECT_EQ(0, devctl(driver, get, &record, sizeof(record), nullptr));
+  EXPECT_STREQ("", record.uuid);
+  close(driver);
   EXPECT_EQ(0, unit.Terminate());
 
   Program no_ring(root_, "headunit", {"--empty"}, [] {
