@@ -217,7 +217,7 @@ TEST(StationSequence, VariantsShareASequenceAndHaveTheirOwnLimits) {
       {"b.csv", "P,S,strongest,40,\n"},
       {"more.seq", "phase M\nstep N\nwait 1 s\n"},
       {"a.csv",
-       "phase, step, field, low, high\n# comment\nP, S, fourth, {low}, "
+       "\xEF\xBB\xBFphase, step, field, low, high\n# comment\nP, S, fourth, {low}, "
        "{high}\n\"P\",S,strongest,35,"}};
   Sequence sequence;
   EXPECT_EQ(Joined(sequence, Read(files, &sequence)), "");

@@ -74,6 +74,9 @@ class Parser {
     place_ = Place{sequence_->files.size(), 0};
     sequence_->files.push_back(path);
     sequence_->crc = Crc32(sequence_->crc, *text);
+    // Spreadsheets and editors on Windows begin a file with a byte order mark.
+    const std::string mark = "\xEF\xBB\xBF";
+    if (text->compare(0, mark.size(), mark) == 0) text->erase(0, mark.size());
     return true;
   }
 
