@@ -249,6 +249,7 @@ TEST(McuFaultsTest, McuStopsReadingAndGoesOn) {
   TempRoot root;
   FakeManager device(root, wire::kMcuDevicePath);
   ASSERT_EQ(qnx::CreateSlogRing(root.path() + "/dev/slog", 1024), 0);
+  Log log(root);
   Program service(root, "korvandis");
   Connection mcu = device.Grant();
   int sent = 0;
@@ -258,7 +259,8 @@ TEST(McuFaultsTest, McuStopsReadingAndGoesOn) {
     ++sent;
     std::this_thread::sleep_for(std::chrono::microseconds(200));
   }
-  std::this_thread::sleep_for(milliseconds(2500));
+  EXPECT_TRUE(
+      Eventually([&] { return log.Has(_SLOG_DEBUG1, "_KRV_[SendCtrCmd]-SendCtrCmd[-11]!\n"); }));
   int received = 0;
   while (mcu.Receive(milliseconds(2500))) ++received;
   EXPECT_GT(received, 100);
