@@ -91,7 +91,7 @@ class Measurement {
   void Settle() {
     station_->Send(kQuestion);
     for (wire::Reply reply{}; reply.command != 7 || reply.sub_command != 255;) {
-      if (!wire::ParseReply(station_->Receive(), &reply)) setup::Fail("a reply that is none");
+      if (!wire::ParseReply(station_->Receive(), &reply)) setup::Fail("a malformed reply");
     }
   }
 

@@ -25,7 +25,7 @@ double TimeToFirstReply(const setup::Unit& unit) {
   return time;
 }
 
-// Waits of all threads of the service a second, over `seconds` in which nobody asks it anything.
+// Waits of all threads of the service a second, over `seconds` without a request.
 double WaitsPerSecond(const setup::Unit& unit, long seconds) {
   double waits = 0;
   {

@@ -101,7 +101,7 @@ int ServeProperty(const Bus& bus, const std::string& value) {
   return 0;
 }
 
-// Empty when nobody has the name yet.
+// Empty while the name has no owner.
 std::string GetByDBus(DBusConnection* connection) {
   const char* interface = kName;
   const char* property = kAttribute;

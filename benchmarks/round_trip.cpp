@@ -68,7 +68,7 @@ void CheckSameWork(const setup::Unit& unit, const std::string& service,
   }
   wire::Reply reply{};
   if (!wire::ParseReply(a.reply, &reply) || reply.data.empty())
-    setup::Fail("the reply is no version");
+    setup::Fail("the reply is not a version");
   std::fprintf(stderr, "both: a reply of %zu bytes, %zu lines to the ring, %td to standard error\n",
                a.reply.size(), a.log.size(), std::count(a.errors.begin(), a.errors.end(), '\n'));
 }
@@ -102,7 +102,7 @@ Cost Measure(const setup::Unit& unit, const std::string& program, long queries) 
 int Run(int argc, char** argv) {
   const long rounds = setup::Argument(argc, argv, 1, 41);
   const long queries = setup::Argument(argc, argv, 2, 1000);
-  // Without the services behind the objects, so that nobody else is at work.
+  // Without the services behind the objects, so that no other thread is at work.
   const setup::Unit unit({"--no-services"});
   const std::string service = setup::BinaryPath("korvandis");
   const std::string minimal =

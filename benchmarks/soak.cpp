@@ -1,5 +1,5 @@
 // Mixed packets, valid and hostile, against the service and a whole unit, while now and then the
-// PPS manager restarts, the service is stopped and continued, and nobody reads its standard error:
+// PPS manager restarts, the service is stopped and continued, and its standard error is not read:
 // the rate, and what both hold in memory, descriptors and threads after a tenth of the packets and
 // at the end, which must be equal.
 //
@@ -72,7 +72,7 @@ setup::Bytes ValidPacket(Random* random) {
   return setup::RequestOf(row, Below(random, 256));
 }
 
-// A command with whatever parameters, and text that means something to whoever reads it.
+// A command with any parameters, and text that means something to a command that reads it.
 setup::Bytes WildPacket(Random* random) {
   static const char* const kTexts[] = {
       "a\nb:n:1", "x::y\nz",  "@control\nmsg::location", "%s%n%d",          "-mac",
@@ -87,7 +87,7 @@ setup::Bytes WildPacket(Random* random) {
   return wire::BuildRequest(command, static_cast<std::uint8_t>(sub_command), parameters);
 }
 
-// A packet that breaks the format: cut, with lengths that lie, of another type, for nobody, or any
+// A packet that breaks the format: cut, with wrong lengths, of another type, for no command, or any
 // bytes at all.
 setup::Bytes BrokenPacket(Random* random) {
   setup::Bytes packet = WildPacket(random);
@@ -221,7 +221,7 @@ class Soak {
     Settle();
   }
 
-  // What both hold once nothing is under way any more.
+  // What both hold once nothing is under way.
   std::pair<Held, Held> LookAtBoth() {
     End();
     Settle();
@@ -258,7 +258,7 @@ class Soak {
     station_.Send(kQuestion);
     for (;;) {
       wire::Reply reply{};
-      if (!wire::ParseReply(station_.Receive(), &reply)) setup::Fail("a reply that is none");
+      if (!wire::ParseReply(station_.Receive(), &reply)) setup::Fail("a malformed reply");
       if (reply.command == kVersionCommand && reply.sub_command == kQuestionSubCommand) break;
     }
     if (trouble_ != kTroubles && --left_ == 0) End();

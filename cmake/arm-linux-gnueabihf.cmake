@@ -7,7 +7,7 @@ set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 # machine's libraries.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-static")
 # Files have 64-bit sizes and inode numbers on the host that the programs are emulated on. The compiler's
-# remarks about its ABI before version 7 concern nobody here.
+# remarks about its ABI before version 7 do not matter here.
 set(CMAKE_CXX_FLAGS_INIT "-D_FILE_OFFSET_BITS=64 -Wno-psabi")
 set(CMAKE_C_FLAGS_INIT "-D_FILE_OFFSET_BITS=64")
 set(CMAKE_CROSSCOMPILING_EMULATOR /usr/bin/qemu-arm)

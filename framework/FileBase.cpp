@@ -13,7 +13,7 @@ namespace NXQ {
 namespace ZMCAR {
 namespace {
 
-// Whether an open failed for want of something that others may give back.
+// True when an open failed because descriptors or memory ran out: a later one may succeed.
 bool IsWant(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
 
 }  // namespace

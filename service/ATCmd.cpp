@@ -1,6 +1,5 @@
 #include "ATCmd.h"
 
-#include <fcntl.h>
 #include <pps.h>
 
 #include <cstdio>

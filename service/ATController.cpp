@@ -5,7 +5,7 @@
 ATController::ATController() : m_mcuFile(this), m_started(false) {}
 
 ATController::~ATController() {
-  // The link and its commands go before the framework's part: no packet may come in any more.
+  // The link and its commands go before the framework's part: no packet may come in after them.
   FilesControlBase::Stop();
 }
 

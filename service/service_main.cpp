@@ -77,7 +77,7 @@ int main(int argc, char** argv) {
   HoldStandardStreams();
   get_options(argc, argv);
 
-  // An ignored SIGCHLD, inherited from whoever started us, would take the children's status away.
+  // An ignored SIGCHLD, inherited from the parent process, would take the children's status away.
   ::signal(SIGCHLD, SIG_DFL);
   // The other end of standard output or error may go; that must not end the service.
   ::signal(SIGPIPE, SIG_IGN);

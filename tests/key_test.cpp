@@ -112,7 +112,7 @@ class KeyTest : public ServiceOnUnit {};
 TEST_F(KeyTest, ACalibrationWaitsForItsScriptAndIsNotAnswered) {
   const auto logged = [this] { return Logged(log_.get(), {"Work", "ExcuteShell"}); };
   root_.AddFile(kScript, kNote, 0755);
-  // Whoever starts the service may ignore the ends of children; the service still sees its
+  // The parent process may ignore the ends of its children; the service still sees its
   // script's.
   EXPECT_EQ(StopService(), 0);
   StartService([] { ::signal(SIGCHLD, SIG_IGN); });

@@ -2,7 +2,6 @@
 // threads, no descriptors, limits on files.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/resource.h>
 #include <sys/slog.h>
 #include <sys/socket.h>

@@ -57,7 +57,7 @@ TEST(OptionsTest, RunsWithoutAUnitUntilSigterm) {
 }
 
 // What is printed must not go to a file that took the place of a closed stream.
-TEST(OptionsTest, ClosedStandardStreamsAreNobodyElses) {
+TEST(OptionsTest, NoFileTakesThePlaceOfAClosedStandardStream) {
   TempRoot root;
   headunit::UnitOptions options;
   options.root = root.path();

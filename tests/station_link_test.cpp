@@ -70,7 +70,7 @@ TEST_F(StationLinkTest, MalformedRepliesAreWrong) {
     EXPECT_EQ(program_->Output(), "");
     EXPECT_PRED2(Contains, program_->Errors(), "a malformed reply of");
   }
-  // Nobody can tell whose this is; it is told when nothing better comes.
+  // Too short for its numbers: reported when nothing better comes.
   Start({"version", "mpu", "--timeout", "0.2"});
   ASSERT_TRUE(link_->Receive());
   link_->Send(Bytes(30, 0xFF));

@@ -310,8 +310,8 @@ TEST_F(StationReplayTest, MissingAndUnexpectedAnswersAreDifferences) {
     return program.Output() + program.Errors();
   };
   const Bytes mpu = wire::BuildRequest(7, 1, {});
-  const Bytes nobody = wire::BuildRequest(99, 1, {});
-  std::string output = replay({{1, kTo, nobody}, {2, kFrom, Reply(99, 1, {})}});
+  const Bytes unknown = wire::BuildRequest(99, 1, {});
+  std::string output = replay({{1, kTo, unknown}, {2, kFrom, Reply(99, 1, {})}});
   EXPECT_PRED2(Contains, output, "now       no answer\n");
   output = replay({{1, kTo, mpu}, {2, kTo, {0x01, 0x02}}});
   EXPECT_PRED2(Contains, output, "an answer that was not recorded: version mpu: ");

@@ -3,7 +3,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <cmath>
 #include <sstream>
 #include <thread>
 
@@ -126,7 +125,7 @@ TEST(StationSequence, ErrorsNameTheLineAndTheReason) {
       {"phase P\nexpect x is y", "2: 'expect' must be inside a step"},
       {"phase P\nstep S", "2: step 'S' does nothing"},
       {"phase P\nstep", "2: step needs a name"},
-      {"device {nobody}\nphase P\nstep S\nwait 1 s", "1: no earlier step defines the value"},
+      {"device {unknown}\nphase P\nstep S\nwait 1 s", "1: no earlier step defines the value"},
       {"value 1\nphase P\nstep S\nwait 1 s", "1: '1' is not a name"},
       {"value a matches ([\nphase P\nstep S\nwait 1 s", "1: '([' is not a pattern"},
       {"value a b\nphase P\nstep S\nwait 1 s", "1: it reads: value NAME"},
@@ -142,7 +141,7 @@ TEST(StationSequence, ErrorsNameTheLineAndTheReason) {
       {"do version", "3: 'version' is not a command that is sent"},
       {"do bt name 'open", "3: a quote ' is not closed"},
       {"do media jump 1", "3: 'media jump' takes FOLDER TRACK"},
-      {"do source tape", "3: 'source': NAME 'tape' is none of"},
+      {"do source tape", "3: 'source': NAME 'tape' is not one of"},
       {"do chip\ndo chip", "4: a second command"},
       {"do chip\nverify", "3: 'chip' cannot be verified"},
       {"do chip\nexpect colour is red", "4: the answer to 'chip' has no 'colour', only: verdict"},
@@ -163,7 +162,7 @@ TEST(StationSequence, ErrorsNameTheLineAndTheReason) {
        "4: retry needs"},
       {"do chip\ntimeout 0 s", "4: timeout needs"},
       {"do chip\nstop", "4: it reads: stop on failure"},
-      {"do bt name {nobody}", "3: no earlier step defines the value"},
+      {"do bt name {unknown}", "3: no earlier step defines the value"},
       {"do chip\x01", "3: control characters"},
       {"do chip\nexpect verdict is passs", "4: 'verdict' is never 'passs', only: fail, pass"},
       {"do usb present\nexpect present one of ja yes nein",
@@ -517,7 +516,7 @@ TEST_F(StationRunTest, APersonAnswersAndEventsTellAtOnce) {
   EXPECT_EQ(kinds,
             "run_start phase_start step_start step_end step_start step_end step_start step_end "
             "phase_end run_end ");
-  // Nobody is there to ask: the unit is not to blame.
+  // Without a person to ask, the outcome is an error: the unit is not to blame.
   EXPECT_EQ(RunText("phase P\nstep A\nconfirm Is it clear?\n"), 3);
   root_.AddFile("/answers", "y\nperhaps\n");
   EXPECT_EQ(RunText(with_name, answers), 2);
@@ -562,7 +561,7 @@ TEST_F(StationRunTest, ALoopAsksForEachUnitUntilTheInputEnds) {
   EXPECT_PRED2(Contains, support::ReadFile(root_.path() + "/002.json"), "\"outcome\": \"passed\"");
   EXPECT_EQ(RunText(text, {"--loop", "--json", root_.path() + "/one.json"}, "001\n"), 2);
   EXPECT_EQ(RunText(text, {"--loop", "--set", "serial=001"}, "001\n"), 2);
-  EXPECT_EQ(RunText(text, {}, "001\n"), 2) << "without a terminal nobody is asked";
+  EXPECT_EQ(RunText(text, {}, "001\n"), 2) << "without a terminal no question is asked";
 }
 
 TEST(StationProgress, StaysWithinTheTerminal) {

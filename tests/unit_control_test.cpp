@@ -224,9 +224,9 @@ TEST_F(ProfileTest, TheProgramSaysWhatIsWrongOnItsCommandLine) {
   EXPECT_PRED2(Contains, help.Output(), "--no-services");
   Program host(root_, "headunit", {"--root", "/"});
   EXPECT_EQ(1, host.Wait());
-  Program nobody(root_, "headunit", {"ctl", "status"});
-  EXPECT_EQ(1, nobody.Wait());
-  EXPECT_PRED2(Contains, nobody.Errors(), "no unit runs below");
+  Program status(root_, "headunit", {"ctl", "status"});
+  EXPECT_EQ(1, status.Wait());
+  EXPECT_PRED2(Contains, status.Errors(), "no unit runs below");
 }
 
 TEST_F(ProfileTest, TheProgramRunsSavesAndEndsInOrder) {
@@ -311,9 +311,9 @@ pid_t ChildOf(pid_t parent) {
 
 TEST_F(ProfileTest, TheProgramStartsTheServiceAndSaysHowItEnded) {
   if (KORVANDIS_EMULATOR[0] != '\0') GTEST_SKIP() << "the unit cannot start what needs an emulator";
-  Program nobody(root_, "headunit", {"wait", "0"});
-  EXPECT_EQ(1, nobody.Wait());
-  EXPECT_PRED2(Contains, nobody.Errors(), "no unit runs");
+  Program early(root_, "headunit", {"wait", "0"});
+  EXPECT_EQ(1, early.Wait());
+  EXPECT_PRED2(Contains, early.Errors(), "no unit runs");
   Program missing(root_, "headunit", {"--empty", "--service", "none"});
   EXPECT_EQ(1, missing.Wait());
   EXPECT_PRED2(Contains, missing.Errors(), "no program 'none'");

@@ -1,6 +1,5 @@
 // The opening protocol that all managers of the unit share, from a hostile client's side.
 #include <errno.h>
-#include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -51,7 +50,7 @@ TEST_F(ManagerTest, MalformedRequestsAreRefusedByEveryManager) {
   }
 }
 
-TEST_F(ManagerTest, SilentClientsBlockNobodyAndAreDropped) {
+TEST_F(ManagerTest, SilentClientsAreDroppedAndDelayNoOther) {
   std::list<RawClient> silent;
   for (int i = 0; i < 200; ++i) {
     silent.emplace_back("/pps");
@@ -63,7 +62,7 @@ TEST_F(ManagerTest, SilentClientsBlockNobodyAndAreDropped) {
   EXPECT_TRUE(silent.back().AtEnd(milliseconds(1000)));
 }
 
-TEST_F(ManagerTest, WhatWasWrittenBeforeIsSeenByWhoeverOpensAfter) {
+TEST_F(ManagerTest, AnOpenSeesEveryWriteBeforeIt) {
   std::list<RawClient> writers;
   for (int i = 0; i < 300; ++i) {
     writers.push_back(OpenPps("/key", O_WRONLY | O_CREAT));

@@ -1,4 +1,4 @@
-// The simulated MCU: who gets which packet.
+// The simulated MCU: which station gets which packet.
 #include <fcntl.h>
 #include <sys/slog.h>
 
@@ -72,7 +72,7 @@ TEST_F(McuTest, RepliesGoToTheStationThatAsked) {
   Pass(first, Request(4, 13), service);
   Pass(second, Request(7, 2), service);
   Pass(service, Reply(7, 2, "x"), second);
-  ASSERT_TRUE(service.Send(Reply(4, 13, "late")));  // now answers nobody
+  ASSERT_TRUE(service.Send(Reply(4, 13, "late")));  // its request is closed by now
   EXPECT_TRUE(Silent(first));
   EXPECT_TRUE(Silent(second));
 
@@ -156,7 +156,7 @@ TEST_F(McuTest, MonitorsSeeEverythingWithTimeDirectionAndStation) {
   std::uint32_t direction = 9;
   std::uint32_t number = 0;
 
-  ASSERT_TRUE(station.Send(Request(7, 1)));  // nobody is there to take it
+  ASSERT_TRUE(station.Send(Request(7, 1)));  // no service is there to take it
   EXPECT_EQ(Request(7, 1), next(&direction, &number));
   EXPECT_EQ(0u, direction);
   EXPECT_NE(0u, number);

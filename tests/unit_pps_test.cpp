@@ -1,6 +1,5 @@
 // The unit's PPS manager, byte by byte.
 #include <errno.h>
-#include <poll.h>
 #include <sys/socket.h>
 
 #include "platform/io.h"
@@ -137,7 +136,7 @@ TEST_F(PpsManagerTest, DirectoriesAreListedAndObjectsRemoved) {
   EXPECT_EQ("-@x\n", follower.Receive().value_or(""));
   EXPECT_TRUE(follower.AtEnd());
 
-  // What a file of the removed object writes reaches nobody, also when the name is taken anew.
+  // What a file of the removed object writes reaches no one else, also when the name is taken anew.
   Write("/d/sub/x", "v::2");
   ASSERT_TRUE(follower.Send("v::3"));
   EXPECT_EQ("@x\nv::2\n", PpsText("/d/sub/x"));
@@ -214,7 +213,7 @@ TEST_F(PpsManagerTest, AFollowerThatDoesNotReadGetsTheWholeTextInPlaceOfWhatItMi
     EXPECT_PRED2(Contains, client.Receive().value_or(""), "@key\nn:n:499\n");
   }
 
-  // A removed object has no text any more.
+  // A removed object has no text.
   for (int i = 0; i < 20; ++i) ASSERT_TRUE(writer.Send("pad::" + padding));
   ASSERT_EQ(0, UnlinkPps("/key"));
   std::string last;
@@ -273,7 +272,7 @@ TEST_F(PpsManagerTest, ServerObjectsPassEachMessageOn) {
             Drain(server));
   EXPECT_EQ(Texts{}, Drain(early));
 
-  // Server to one, to all, to nobody.
+  // Server to one, to all, to a client that is gone.
   ASSERT_TRUE(server.Send(first + "dat:json:{\"a\":1}\n"));
   ASSERT_TRUE(server.Send(first + "dat:json:{\"a\":2}"));
   ASSERT_TRUE(server.Send("@control\nerr::suspended\n"));

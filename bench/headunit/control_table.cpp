@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <sstream>
 #include <vector>
@@ -232,7 +231,7 @@ const Row kRows[] = {
        unit.positioning->Suspend(!words.empty());
        return Ok();
      }},
-    {"gps resume", "", 0, 0, "serve those who asked",
+    {"gps resume", "", 0, 0, "serve the clients that asked",
      [](const Parts& unit, const Words&) {
        unit.positioning->Resume();
        return Ok();

@@ -28,7 +28,7 @@ class ControlTable {
  public:
   explicit ControlTable(const ControlledParts& parts) : parts_(parts) {}
 
-  // Says who takes the positioning lines; null: nobody.
+  // Sets the receiver of the positioning lines; null: they are refused.
   void SetPositioning(PositioningFaults* positioning) { parts_.positioning = positioning; }
 
   // Carries out one line and returns "ok", "ok TEXT" or "error REASON".

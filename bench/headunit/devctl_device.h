@@ -2,7 +2,6 @@
 #ifndef KORVANDIS_HEADUNIT_DEVCTL_DEVICE_H
 #define KORVANDIS_HEADUNIT_DEVCTL_DEVICE_H
 
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <memory>

@@ -25,7 +25,7 @@ bool TakeFailure(std::uint32_t* failures) {
 
 int CheckAddress(std::uint32_t slave, std::uint32_t format) {
   if (format != I2C_ADDRFMT_7BIT) return EINVAL;
-  return slave == kChipAddress ? 0 : EIO;  // nobody acknowledges
+  return slave == kChipAddress ? 0 : EIO;  // no device acknowledges
 }
 
 }  // namespace

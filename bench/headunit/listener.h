@@ -21,8 +21,8 @@ class Listener {
   Listener(const Listener&) = delete;
   Listener& operator=(const Listener&) = delete;
 
-  // Creates the directories above and listens. A socket that nobody serves any more is replaced.
-  // Returns an empty text, or why not: somebody serves it, something else lies there, the host
+  // Creates the directories above and listens. A socket that no process serves is replaced.
+  // Returns an empty text, or why not: a process serves it, something else lies there, the host
   // refuses.
   std::string Bind();
 

@@ -16,7 +16,7 @@ const std::size_t kStationQueue = 1 << 20;  // and for a station or monitor that
 const std::size_t kMostRequests = 4096;     // unanswered: most commands have no answer
 
 // Command and sub-command of an AT packet, at the same place in both directions. False when
-// `packet` is none, or ends before them.
+// `packet` ends before them.
 bool ReadNumbers(const std::string& packet, std::uint8_t* command, std::uint8_t* sub_command) {
   const std::size_t record = wire::kHeaderSize + wire::kLinkSize;
   if (packet.size() < record + wire::kRecordHeadSize) return false;
@@ -25,8 +25,8 @@ bool ReadNumbers(const std::string& packet, std::uint8_t* command, std::uint8_t*
   return true;
 }
 
-// Whether the service takes `packet`, which has numbers, for a request: another one is no station's
-// question, as nothing answers it.
+// True for a packet that the service treats as a request. `packet` has its numbers. Other packets
+// get no reply, so they are not kept as open requests.
 bool IsRequest(const std::string& packet) {
   std::uint8_t header[wire::kHeaderSize];
   std::memcpy(header, packet.data(), sizeof(header));
@@ -178,9 +178,9 @@ void StationConnector::OnServicePacket(const std::string& packet) {
 }
 
 // The station whose oldest request `packet` answers, 0 when there is none, or only one that left.
-// A station mostly leaves because nothing answered it, so whoever is still there and asked the same
-// is preferred. The service answers in order, so whatever was asked before, by any station, gets no
-// answer any more.
+// A station mostly leaves because it got no answer, so a station that is still there and asked the
+// same is preferred. The service answers in order, so the requests before that one, of any station,
+// get no reply and are dropped.
 std::uint32_t StationConnector::TakeAsker(const std::string& packet) {
   std::uint8_t command = 0;
   std::uint8_t sub_command = 0;

@@ -3,14 +3,11 @@
 #ifndef KORVANDIS_HEADUNIT_MCU_DEVICE_H
 #define KORVANDIS_HEADUNIT_MCU_DEVICE_H
 
-#include <atomic>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "qnx/bench_link.h"
@@ -22,7 +19,7 @@ namespace headunit {
 struct LinkCounters {
   std::uint64_t to_service = 0;
   std::uint64_t from_service = 0;
-  std::uint64_t dropped = 0;  // station packets that nobody took
+  std::uint64_t dropped = 0;  // station packets without a service that took them
   std::uint64_t unasked = 0;  // service packets that answer no request
 };
 
@@ -42,7 +39,7 @@ class McuDevice : public ResourceManager {
     presence_ = std::move(presence);
   }
 
-  // Hands a packet to every opener. False when nobody took it.
+  // Hands a packet to every opener. False when no opener took it.
   bool Deliver(const std::string& packet);
 
  protected:
@@ -69,7 +66,7 @@ class StationConnector : public ResourceManager {
   std::size_t stations() const { return stations_; }
   std::size_t monitors() const { return open_files() - stations_; }
 
-  // Nobody is left who could answer what was asked.
+  // The last service is gone: no open request gets a reply.
   void ForgetRequests() { requests_.clear(); }
 
  protected:

@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <string>
-#include <utility>
 
 #include "event_loop.h"
 #include "outbox.h"

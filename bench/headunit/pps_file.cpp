@@ -7,7 +7,7 @@ namespace headunit {
 PpsFile::PpsFile(std::uint32_t flags, const PpsOptions& options, PpsObject* object,
                  std::uint64_t id)
     : OpenFile(flags), options_(options), object_(object), id_(id) {
-  // Half of the backlog may lie in the socket, where nothing can be dropped any more.
+  // Half of the backlog may lie in the socket, where nothing can be dropped.
   outbox().SetWindow(options_.backlog / 2);
 }
 

@@ -280,7 +280,7 @@ void PpsManager::WriteToClients(PpsFile* server, const PpsText& text) {
     delivered = true;
   }
   if (!delivered) {
-    Log(_SLOG_WARNING, "pps: the server of '%s' wrote to '@%s', which is no client of it",
+    Log(_SLOG_WARNING, "pps: the server of '%s' wrote to '@%s', which is not its client",
         object->name.c_str(), std::string(text.head).c_str());
   }
 }

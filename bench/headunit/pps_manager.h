@@ -1,4 +1,4 @@
-// The PPS manager: objects in memory, and who has them open.
+// The PPS manager: objects in memory, and the clients that have them open.
 #ifndef KORVANDIS_HEADUNIT_PPS_MANAGER_H
 #define KORVANDIS_HEADUNIT_PPS_MANAGER_H
 

@@ -40,7 +40,7 @@ struct PpsText {
 
 // Takes `text` apart: an optional first line "@...", then lines "name:encoding:value" or "-name",
 // each with options in square brackets in front or without, the last newline optional. Returns 0,
-// or the number of the first line that is none of these.
+// or the number of the first line that is wrong.
 std::size_t ParsePpsText(std::string_view text, PpsText* parsed);
 
 // A line "@HEAD" and the lines of a write.

@@ -180,7 +180,7 @@ void ResourceManager::OnFileEvent(OpenFile* file, std::uint32_t events) {
   if (!in_barrier_) {
     open = ReadFile(file, kBytesPerTurn, kMessagesPerTurn);
   } else if (file->barrier_ == barrier_) {
-    // The poller goes through what is ready in turn, so it is once around.
+    // The poller takes the ready files in turn, so every ready file has been seen once.
     barrier_complete_ = true;
     WatchAgain(file);
   } else {

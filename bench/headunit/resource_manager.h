@@ -32,14 +32,14 @@ class ResourceManager {
   // Listens; see Listener::Bind.
   std::string Bind();
 
-  // Removes the socket and hangs up on everybody. May be repeated; Bind brings it back.
+  // Removes the socket and closes all connections. May be repeated; Bind brings it back.
   void Close();
 
   bool bound() const { return listener_.bound(); }
   std::size_t open_files() const { return files_.size(); }
 
-  // While stalled, requests are accepted and never answered. The end of it hangs up on those that
-  // wait.
+  // While stalled, requests are accepted and never answered. At the end of the stall the waiting
+  // connections are closed.
   void SetStalled(bool stalled);
 
  protected:

@@ -140,7 +140,7 @@ std::string Unit::Impl::StartServices() {
   if (!options.profile.empty() && ReadWholeFile(path, &text)) {
     const std::size_t bad_line = ParseDrive(text, &drive);
     if (bad_line != 0)
-      return path + ": line " + std::to_string(bad_line) + " is no line of a drive";
+      return path + ": line " + std::to_string(bad_line) + " is not a line of a drive";
   }
   services = std::make_unique<ServiceSet>(std::move(drive));
   std::string failure = services->Start();

@@ -6,7 +6,7 @@
 
 namespace qnx {
 
-// Milliseconds of a clock that nobody sets.
+// Milliseconds of CLOCK_MONOTONIC.
 long NowMs();
 
 // After an interruption (EINTR): waits until `fd` is ready for `event` (POLLIN, POLLOUT), which is

@@ -5,7 +5,6 @@
 #include <sys/time.h>
 
 #include <cerrno>
-#include <climits>
 
 #include "deadline.h"
 #include "qnx/manager_socket.h"
@@ -64,7 +63,7 @@ int Ask(const qnx::ResolvedPath& target, qnx::RequestKind kind, int flags, mode_
       interrupted = true;
       continue;
     }
-    // Nobody listens any more, or nobody accepts.
+    // The manager does not listen, or does not accept.
     if (errno == ECONNREFUSED || errno == EAGAIN || errno == EINPROGRESS || errno == EINTR) {
       errno = EIO;
     }
@@ -86,7 +85,7 @@ int Ask(const qnx::ResolvedPath& target, qnx::RequestKind kind, int flags, mode_
   return connection.Release();
 }
 
-// Asks and hangs up: for requests that are over with their answer.
+// Asks and closes the connection: for requests that end with their answer.
 int AskOnly(const qnx::ResolvedPath& target, qnx::RequestKind kind, int flags) {
   const qnx::Descriptor connection(Ask(target, kind, flags, 0));
   return connection.is_open() ? 0 : -1;

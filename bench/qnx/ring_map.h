@@ -18,7 +18,7 @@ enum class RingUse { kRead, kWrite };
 // This is done in a handler of SIGBUS, so no thread that uses a ring blocks that signal.
 void* MapRing(const char* path, RingUse use, std::size_t* size, unsigned long* inode);
 
-// Ends a mapping that nobody uses any more.
+// Ends a mapping that is no longer used.
 void UnmapRing(void* base, std::size_t size);
 
 // True when `path` is still the file that is mapped, whole and a ring.

@@ -104,7 +104,7 @@ class RingWriter {
   std::atomic_flag checking_ = ATOMIC_FLAG_INIT;
   // Only touched while checking_ is held.
   Mapping retired_ = {};
-  bool settled_ = true;  // nobody can still use what current_ pointed to before
+  bool settled_ = true;  // no writer still uses what current_ pointed to before
 };
 
 RingWriter g_ring;

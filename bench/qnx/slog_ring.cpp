@@ -26,13 +26,14 @@ struct GuardedRing {
   std::atomic<std::uintptr_t> begin;
   std::atomic<std::size_t> size;
 };
-GuardedRing g_guarded[8];
+const std::size_t kMostGuarded = 8;
+GuardedRing g_guarded[kMostGuarded];
 
 struct sigaction g_other_handler;
 
 // A fault behind the end of a file that was cut. When it is a ring's, memory of our own takes the
-// place of the whole ring, which is of no more use, and the access goes on; any other fault is for
-// whoever handled them before.
+// place of the whole ring, which is no longer usable, and the access goes on; any other fault goes
+// to the previous handler.
 void OnBusError(int, siginfo_t* info, void*) {
   const int saved = errno;
   const auto address = reinterpret_cast<std::uintptr_t>(info->si_addr);
@@ -110,7 +111,7 @@ bool IsRing(const SlogHeader& header, std::uint64_t file_size) {
 }
 
 // A file that was cut and has grown again, or one that got the number of the cut one, looks the
-// same from outside; but what is mapped then is no ring any more.
+// same from outside; but what is mapped then is no longer a ring.
 bool IsMappedRing(const char* path, const void* base, unsigned long inode, std::size_t size) {
   struct stat status;
   return ::stat(path, &status) == 0 && static_cast<unsigned long>(status.st_ino) == inode &&

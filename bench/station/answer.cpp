@@ -86,7 +86,7 @@ Answer DecodeChoice(const ReplyFormat& format, const Bytes& data) {
     if (choice->value == data[0]) return Right(format, {choice->word});
     words += (words.empty() ? "" : ", ") + std::to_string(choice->value);
   }
-  return Wrong("none of " + words + ": " + Hex(data));
+  return Wrong("not one of " + words + ": " + Hex(data));
 }
 
 Answer DecodeVerdict(const ReplyFormat& format, const Bytes& data) {

@@ -51,7 +51,7 @@ bool TakeSeconds(Context& context, const char* option, double least, double* sec
   return false;
 }
 
-// True when the table has the command and none of its rows a reply.
+// True when the table has the command and no row of it has a reply.
 bool IsSilent(std::uint8_t number, std::uint8_t sub_command) {
   bool known = false;
   for (const Command& command : Commands()) {
@@ -82,7 +82,7 @@ int RunGroup(Context& context) {
     if (exchange.outcome == Exchange::Outcome::kUnreachable) {
       return Complain(context, exchange.problem);
     }
-    // The first silence is likely to be everybody's: asking on would take the time limit each.
+    // After one silence all others are likely silent: each would take the whole time limit.
     if (exchange.outcome == Exchange::Outcome::kUnanswered && rows.empty()) {
       return Complain(context, exchange.problem);
     }
@@ -151,7 +151,7 @@ int RunMonitor(Context& context) {
       return tools::kExitRight;
     }
     if (head.direction == qnx::kMonitorLost) {
-      context.err << "station: monitor: here packets are missing, it was too slow\n";
+      context.err << "station: monitor: packets lost here: the monitor fell behind\n";
       continue;
     }
     const auto direction = static_cast<qnx::Direction>(head.direction);

@@ -40,7 +40,7 @@ std::size_t CountWords(const std::string& words) {
   return static_cast<std::size_t>(std::count(words.begin(), words.end(), ' ')) + 1;
 }
 
-// Why the words are no command: the group they reach into, and what it has.
+// Why the words are not a command: the group that they begin, and what it has.
 std::string UnknownCommand(const std::vector<std::string>& words) {
   for (std::size_t count = words.size(); count > 0; --count) {
     const std::string group = JoinWords(words, count);

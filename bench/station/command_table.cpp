@@ -1,6 +1,5 @@
 // All commands: the service's, from the table in wire/, with the proofs of the writes, and the
 // station's own.
-#include <algorithm>
 #include <deque>
 
 #include "builtin.h"

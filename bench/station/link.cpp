@@ -84,14 +84,14 @@ void Link::Collect(int milliseconds) {
   }
 }
 
-std::vector<Bytes> Link::TakePassedOver() {
+std::vector<Bytes> Link::TakeDiscarded() {
   std::vector<Bytes> taken;
-  taken.swap(passed_over_);
+  taken.swap(discarded_);
   return taken;
 }
 
 void Link::PassOver(const Bytes& packet) {
-  if (passed_over_.size() < kMostPassedOver) passed_over_.push_back(packet);
+  if (discarded_.size() < kMostDiscarded) discarded_.push_back(packet);
 }
 
 bool Link::Wait(Clock::time_point deadline) {

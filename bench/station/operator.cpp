@@ -72,7 +72,7 @@ Person::Reply Operator::Ask(const std::string& question, std::string* problem) {
     return reply;
   }
   if (!IsThere()) {
-    *problem = "nobody is there to ask " + Quoted(question) + ": no terminal and no --answers";
+    *problem = "no person to ask " + Quoted(question) + ": no terminal and no --answers";
     return Reply::kNone;
   }
   std::string line;

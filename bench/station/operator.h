@@ -16,11 +16,11 @@ class Operator : public Person {
  public:
   Operator(std::ostream& out, tools::Interrupt* interrupt) : out_(out), interrupt_(interrupt) {}
 
-  // True when somebody sits at the standard input.
+  // True when the standard input is a terminal.
   static bool IsThere();
 
   // From now on questions are answered by the lines of a file: y, yes, n or no, one a line, in the
-  // order of the questions; empty lines and lines that begin with # are passed over. Returns what
+  // order of the questions; empty lines and lines that begin with # are skipped. Returns what
   // is wrong, or nothing.
   std::string ReadAnswers(const std::string& path);
 

@@ -131,7 +131,7 @@ std::string CheckArgument(const Parameter& parameter, const std::string& text,
       for (const wire::Choice* choice = parameter.choices; choice->word != nullptr; ++choice) {
         if (text == choice->word) return "";
       }
-      return shown + " is none of: " + WordList(parameter.choices);
+      return shown + " is not one of: " + WordList(parameter.choices);
     case Kind::kHexByte:
       if (!ParseHexByte(text, &byte)) return shown + " is not a byte in hexadecimal";
       *normal = Hex(&byte, 1);

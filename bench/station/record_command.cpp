@@ -112,7 +112,7 @@ class Replay {
 
   // Replies that came although none was recorded.
   void ReportUnexpected() {
-    for (const Bytes& packet : link_.TakePassedOver()) {
+    for (const Bytes& packet : link_.TakeDiscarded()) {
       const std::string text = DescribePacket(qnx::Direction::kFromService, packet);
       if (Ignored(text)) continue;
       Differs("an answer that was not recorded: " + text, "");
@@ -186,7 +186,7 @@ int RecordTraffic(Context& context) {
     if (gone || head.nanoseconds > end) break;
     if (head.direction == qnx::kMonitorLost) {
       lost = true;
-      if (format == RecordingFormat::kText) failed = file.Write("# here packets are missing\n");
+      if (format == RecordingFormat::kText) failed = file.Write("# packets lost here\n");
     }
     if (head.direction > 1 || packet.packet.empty()) continue;
     packet.nanoseconds = head.nanoseconds;
@@ -196,7 +196,7 @@ int RecordTraffic(Context& context) {
   }
   if (!failed.empty()) return Complain(context, failed);
   context.out << count << " packets in " << tools::Escape(path) << '\n';
-  if (lost) return Complain(context, "packets are missing, it was too slow");
+  if (lost) return Complain(context, "packets lost: the recorder fell behind");
   if (gone) return Complain(context, "the unit is gone");
   return tools::kExitRight;
 }

@@ -42,7 +42,8 @@ std::uint32_t WordAt(const std::string& bytes, std::size_t offset) {
   return wire::LoadLe32(raw);
 }
 
-// What a capture file is that this reads none of; empty when its first word tells nothing.
+// The name of a kind of capture file that cannot be read here; empty when the first word is
+// unknown.
 const char* OtherCapture(std::uint32_t magic) {
   switch (magic) {
     case 0x0A0D0D0A:

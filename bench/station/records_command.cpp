@@ -1,5 +1,5 @@
 // `station records`, `station history` and `station summary`.
-#include <cmath>
+
 #include <fstream>
 
 #include "builtin.h"

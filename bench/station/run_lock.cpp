@@ -14,7 +14,7 @@ namespace station {
 namespace {
 
 const char kLockFile[] = "/.station-run";
-const mode_t kEverybody = 0666;  // whoever runs the station
+const mode_t kEverybody = 0666;  // any user may run the station
 
 std::string RootDirectory() {
   const char* root = std::getenv("HEADUNIT_ROOT");

@@ -14,8 +14,8 @@ class RunLock {
  public:
   ~RunLock();
 
-  // Takes the unit below HEADUNIT_ROOT. Returns an empty text, or why not: who has it. Where there
-  // is no such directory there is no unit, and nothing to take.
+  // Takes the unit below HEADUNIT_ROOT. Returns an empty text, or why not: which process has it.
+  // Without that directory there is no unit, and nothing to take.
   std::string Take();
 
  private:

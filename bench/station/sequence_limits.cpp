@@ -1,7 +1,6 @@
 #include "sequence_limits.h"
 
 #include <algorithm>
-#include <cmath>
 
 #include "sequence_text.h"
 #include "tools/program.h"

@@ -217,7 +217,7 @@ class Runner {
     }
     Tell([](RunObserver* observer) { observer->BeginQuestion(); });
     Person::Reply reply = Person::Reply::kNone;
-    record->problem = "there is nobody to ask: " + Quoted(question);
+    record->problem = "no person to ask: " + Quoted(question);
     if (options_.person != nullptr) reply = options_.person->Ask(question, &record->problem);
     records::Measurement measurement;
     measurement.name = "answer";

@@ -44,7 +44,7 @@ ATTRIBUTE of set is a PPS line or a shorter form for plain text:
   pps set zelmar/system/dev_status zmusb:n:1
   pps set zelmar/setting/systeminfo "zmlocalname=Car 7"
 
-Exit status: 0 done, 1 the object or attribute is missing or nobody answers, 2 wrong usage.
+Exit status: 0 done, 1 the object or attribute is missing or no unit answers, 2 wrong usage.
 )";
 
 int UsageError(const std::string& reason) {

@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <memory>
 
 #include "event_loop.h"
 #include "input.h"

@@ -2,8 +2,6 @@
 #ifndef KORVANDIS_FUZZ_TEMP_ROOT_H
 #define KORVANDIS_FUZZ_TEMP_ROOT_H
 
-#include <unistd.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <string>

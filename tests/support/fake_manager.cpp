@@ -44,7 +44,7 @@ FakeManager::~FakeManager() { ::unlink(path_.c_str()); }
 std::optional<FakeManager::Opening> FakeManager::Accept(milliseconds limit) {
   if (!WaitReadable(socket_.get(), limit)) return std::nullopt;
   Opening opening{{}, Connection(::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC))};
-  // The limit is for a connection: whoever has connected sends its request, soon.
+  // The limit is for a connection: a client that has connected sends its request soon.
   if (!WaitReadable(opening.connection.fd(), kSoon)) return std::nullopt;
   if (qnx::ReceiveRequest(opening.connection.fd(), &opening.request) != 0) return std::nullopt;
   return opening;
@@ -53,7 +53,7 @@ std::optional<FakeManager::Opening> FakeManager::Accept(milliseconds limit) {
 Connection FakeManager::Grant(milliseconds limit) {
   std::optional<Opening> opening = Accept(limit);
   if (!opening) {
-    ADD_FAILURE() << "nobody opened " << path_;
+    ADD_FAILURE() << "no client opened " << path_;
     return Connection();
   }
   opening->connection.Answer(0);

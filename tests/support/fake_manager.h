@@ -40,7 +40,7 @@ class FakeManager {
   };
   // Accepts a connection and reads its opening request; nothing within `limit` otherwise.
   std::optional<Opening> Accept(milliseconds limit = kSoon);
-  // The same, granted. Fails the test when nobody asks.
+  // The same, granted. Fails the test when no request comes.
   Connection Grant(milliseconds limit = kSoon);
 
  private:

@@ -1,5 +1,5 @@
-// A resource manager that serves itself and keeps all it was asked and given, and a bench whose
-// service finds one at /pps.
+// A resource manager that serves itself and keeps all it was asked and given, and a test fixture
+// whose service finds one at /pps.
 #ifndef KORVANDIS_TESTS_SUPPORT_RECORDER_H
 #define KORVANDIS_TESTS_SUPPORT_RECORDER_H
 
@@ -70,7 +70,7 @@ class Recorder {
 // The geolocation object, behind "/pps", with the options that the service asks for.
 const std::string kGeolocation = "/services/geolocation/control?wait,backlog=30";
 
-// A bench whose service finds a Recorder at /pps, without a geolocation object. It is to end in
+// A fixture whose service finds a Recorder at /pps, without a geolocation object. It is to end in
 // order and with the descriptors that it began with.
 class RecordedService : public ServiceOnUnit {
  protected:

@@ -15,7 +15,7 @@ class PositioningFaults {
   // `once`, only until the client asks again.
   virtual void Suspend(bool once) = 0;
 
-  // Serves those who asked since.
+  // Serves the clients that asked since.
   virtual void Resume() = 0;
 
   // Sends a fix every `period` instead of the period asked for; zero ends it.

@@ -42,7 +42,7 @@ bool ParseJson(const std::string& text, const std::map<std::string, int*>& numbe
 // often, until it is back. Belongs to the thread of its loop.
 class PpsSubscription {
  public:
-  // Called with each message; `at_open` marks the object's text at open, which is news to nobody.
+  // Called with each message; `at_open`: the object's text at open, which is not a change.
   using Handler = std::function<void(const std::string& text, bool at_open)>;
 
   // `path` with its options. `text_at_open`: whether the manager sends the object's text first.

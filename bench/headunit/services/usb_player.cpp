@@ -62,7 +62,7 @@ void Act(const std::string& object, int key) {
     case kPreviousKey:
       Step(object, -1);
       break;
-    default:  // a key of somebody else
+    default:  // not a key of this player
       break;
   }
 }

@@ -14,7 +14,7 @@
 // --- line parser ---------------------------------------------------------------------------------
 
 typedef enum {
-  PPS_ERROR = -1,         // a line that is none of the below; it is skipped
+  PPS_ERROR = -1,         // a malformed line; it is skipped
   PPS_END = 0,            // no more lines
   PPS_OBJECT,             // "@name"
   PPS_OBJECT_CREATED,     // "+@name"
@@ -70,7 +70,7 @@ typedef enum {
   PPS_TYPE_ARRAY,
   PPS_TYPE_OBJECT,
   PPS_TYPE_NONE,     // nothing there
-  PPS_TYPE_UNKNOWN,  // an attribute whose encoding is none of the five, or whose value is not of it
+  PPS_TYPE_UNKNOWN,  // an attribute with an unknown encoding, or with a value that is not of it
 } pps_node_type_t;
 
 // Initialise before use, clean up after it, also when parsing failed; not to be copied.

@@ -3,7 +3,7 @@
 #define KORVANDIS_PROCESS_H
 
 // Modes of spawnv. P_NOWAIT returns at once and the child runs on. The others (wait for the child,
-// replace the caller, a child that nobody collects) are refused here with EINVAL: no program of
+// replace the caller, a child that is never collected) are refused here with EINVAL: no program of
 // ours uses them.
 #define P_WAIT 0
 #define P_NOWAIT 1

@@ -1,5 +1,4 @@
 // Reading runs back.
-#include <map>
 
 #include "hex.h"
 #include "session.h"

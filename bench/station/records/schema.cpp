@@ -5,7 +5,7 @@ namespace records {
 namespace {
 
 const int kVersion = 1;
-const long long kSchemaLock = 1263686224;  // PostgreSQL: who holds it creates the tables
+const long long kSchemaLock = 1263686224;  // PostgreSQL: the holder creates the tables
 
 // $key: the number of a row that the database gives.
 const char* const kTables[] = {

@@ -1,8 +1,6 @@
 // Storing a run, and claiming an identity.
 #include <cmath>
-#include <map>
 #include <thread>
-#include <tuple>
 
 #include "hex.h"
 #include "qnx/text.h"

@@ -19,7 +19,7 @@ Outcome OutcomeAt(const soci::row& row, std::size_t column) {
   return ParseOutcome(row.get<std::string>(column));
 }
 
-// Who of a group's devices passed their first and their last finished run. `group` is "" or a
+// Which devices of a group passed their first and their last finished run. `group` is "" or a
 // column of run.
 std::string YieldQuery(const Filter& filter, const std::string& group) {
   const std::string partition = "PARTITION BY " + (group.empty() ? "" : group + ", ") + "device ";

@@ -11,7 +11,7 @@ namespace platform {
 // Closes its descriptor when it goes; errno keeps its value. For one thread at a time.
 class Descriptor {
  public:
-  // Takes `fd` over; a negative one is none.
+  // Takes `fd` over; a negative number stands for no descriptor.
   explicit Descriptor(int fd) : m_fd(fd) {}
   ~Descriptor() {
     if (m_fd < 0) return;

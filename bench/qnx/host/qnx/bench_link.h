@@ -23,7 +23,7 @@ enum class Direction : std::uint32_t {
   kFromService = 1,
 };
 
-// In place of a direction, without a packet: here packets are missing, as the monitor was too slow.
+// In place of a direction, without a packet: packets lost here, as the monitor fell behind.
 const std::uint32_t kMonitorLost = 2;
 
 struct MonitorHead {

@@ -36,7 +36,7 @@ int ReceiveAnswer(int fd, int flags = 0);
 int ListenAt(int fd, const char* path, int backlog);
 
 struct OpeningRequest {
-  RequestKind kind = RequestKind::kOpen;  // as it was sent: perhaps none of them
+  RequestKind kind = RequestKind::kOpen;  // as it was sent: perhaps an unknown number
   std::uint32_t flags = 0;
   std::uint32_t mode = 0;
   std::string rest;

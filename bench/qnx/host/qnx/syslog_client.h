@@ -32,7 +32,7 @@ class SyslogClient {
   const char* const path_;
   std::mutex mutex_;
   int fd_ = -1;
-  long next_attempt_ = 0;      // to find the daemon; milliseconds of a clock that nobody sets
+  long next_attempt_ = 0;      // to find the daemon; milliseconds of CLOCK_MONOTONIC
   bool stuck_ = false;         // the daemon was waited for and took nothing
   std::uint64_t dropped_ = 0;  // lines since the last one that was taken
 };

@@ -15,7 +15,8 @@ inline bool IsControl(char c) {
   return byte < 0x20 || byte == 0x7F;
 }
 
-// Length of the well-formed UTF-8 sequence that `text` (not empty) begins with, 0 when it is none.
+// Length of the well-formed UTF-8 sequence that `text` (not empty) begins with, 0 when there is
+// none.
 std::size_t Utf8Length(std::string_view text);
 
 // `text` with control characters, and bytes that are no UTF-8, written as \n, \t, \\ or \xNN.

@@ -26,7 +26,7 @@ struct FieldInfo {
 struct Field {
   const FieldInfo* info;
   std::string text;  // as received; escape it before it is shown
-  double number;     // NaN when the text is no number
+  double number;     // NaN when the text is not a number
 };
 
 struct Answer {

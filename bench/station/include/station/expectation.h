@@ -18,7 +18,7 @@ std::string MissingValue(const Expectation& expectation, const Values& values);
 // The number that a limit is; NaN when it is empty, not a number or lacks a value.
 double LimitNumber(const std::string& limit, const Values& values);
 
-// True when `field` is as expected. *problem says why it cannot be told (a pattern that is none, a
+// True when `field` is as expected. *problem says why it cannot be told (a wrong pattern, a
 // limit that is not a number, a value that is missing).
 bool Holds(const Expectation& expectation, const Field& field, const Values& values,
            std::string* problem);

@@ -1,4 +1,4 @@
-// The station's connections to a unit. None of these classes is thread-safe.
+// The station's connections to a unit. The classes are not thread-safe.
 #ifndef KORVANDIS_STATION_LINK_H
 #define KORVANDIS_STATION_LINK_H
 
@@ -25,7 +25,7 @@ class Link {
   // `interrupt` ends waits early; may be null.
   explicit Link(tools::Interrupt* interrupt) : interrupt_(interrupt) {}
 
-  // Sends one packet. What has come in until then answers nothing any more and is passed over.
+  // Sends one packet. Replies received so far are discarded.
   // Returns an empty text, or why it could not be sent.
   std::string Send(const Bytes& packet);
 
@@ -35,26 +35,26 @@ class Link {
     kMalformed,  // a reply to this command that is not well-formed: *packet holds it
     kGone,       // the unit hung up
   };
-  // Waits for the reply to a command. Replies to others are passed over. A packet so short that
-  // nobody can tell whose it is counts as malformed when nothing better comes.
+  // Waits for the reply to a command. Replies to others are discarded. A packet too short
+  // for its numbers counts as malformed when nothing better comes.
   Result Receive(std::uint8_t command, std::uint8_t sub_command, Clock::time_point deadline,
                  wire::Reply* reply, Bytes* packet);
 
-  // Passes over what comes in within the time.
+  // Discards what comes in within the time.
   void Collect(int milliseconds);
 
-  // The packets that were passed over since the last call; at most the first kMostPassedOver.
-  std::vector<Bytes> TakePassedOver();
+  // The packets that were discarded since the last call; at most the first kMostDiscarded.
+  std::vector<Bytes> TakeDiscarded();
 
  private:
-  static const std::size_t kMostPassedOver = 100;
+  static const std::size_t kMostDiscarded = 100;
 
   bool Wait(Clock::time_point deadline);
   void PassOver(const Bytes& packet);
 
   tools::Interrupt* interrupt_;
   tools::Descriptor connection_;
-  std::vector<Bytes> passed_over_;
+  std::vector<Bytes> discarded_;
 };
 
 // Sends one line to the unit's control connector. Returns true with the answer behind "ok", false

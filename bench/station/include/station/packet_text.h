@@ -19,7 +19,7 @@ bool ParseRequest(const Bytes& packet, std::uint8_t* number, std::uint8_t* sub_c
 std::size_t LinkOffset(const Bytes& packet);
 
 // One line that says what a packet means: "bt name 'Car 7'", "version mpu: 1.4.2"; for packets that
-// are no commands, what they are instead.
+// are not commands, what they are instead.
 std::string DescribePacket(qnx::Direction direction, const Bytes& packet);
 
 }  // namespace station

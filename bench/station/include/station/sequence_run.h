@@ -38,7 +38,7 @@ class Person {
  public:
   enum class Reply { kYes, kNo, kNone };
   virtual ~Person() = default;
-  // kNone with *problem when there is no answer: nobody to ask, no more answers, an interrupt.
+  // kNone with *problem when there is no answer: no person to ask, no more answers, an interrupt.
   virtual Reply Ask(const std::string& question, std::string* problem) = 0;
 };
 

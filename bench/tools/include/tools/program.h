@@ -13,7 +13,7 @@
 namespace tools {
 
 const int kExitRight = 0;
-const int kExitWrong = 1;  // an answer is missing or wrong, or there is nobody to ask
+const int kExitWrong = 1;  // an answer is missing or wrong, or no unit answers
 const int kExitUsage = 2;  // the command line is wrong
 
 // Called first in main: descriptors 0 to 2 are open afterwards, so that a socket never takes their

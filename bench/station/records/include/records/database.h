@@ -1,5 +1,5 @@
 // The record of a line: every run of every station, in an SQLite file or on a PostgreSQL server
-// with the same tables. None of these classes is thread-safe; any number of processes may use one
+// with the same tables. The classes are not thread-safe; any number of processes may use one
 // record at the same time.
 #ifndef KORVANDIS_RECORDS_DATABASE_H
 #define KORVANDIS_RECORDS_DATABASE_H
