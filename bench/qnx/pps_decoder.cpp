@@ -290,8 +290,8 @@ class Decoder {
   pps_decoder_error_t status_ = PPS_DECODER_OK;
 };
 
-static_assert(sizeof(Decoder) <= sizeof(pps_decoder_t) &&
-                  alignof(Decoder) <= alignof(pps_decoder_t),
+const std::size_t kStorageAlignment = alignof(pps_decoder_t);
+static_assert(sizeof(Decoder) <= sizeof(pps_decoder_t) && alignof(Decoder) <= kStorageAlignment,
               "it lies in the caller's storage");
 
 Decoder* In(pps_decoder_t* storage) {

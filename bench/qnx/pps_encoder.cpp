@@ -178,8 +178,8 @@ class Encoder {
   Writer writer_{text_, &memory_};
 };
 
-static_assert(sizeof(Encoder) <= sizeof(pps_encoder_t) &&
-                  alignof(Encoder) <= alignof(pps_encoder_t),
+const std::size_t kStorageAlignment = alignof(pps_encoder_t);
+static_assert(sizeof(Encoder) <= sizeof(pps_encoder_t) && alignof(Encoder) <= kStorageAlignment,
               "it lies in the caller's storage");
 
 Encoder* In(pps_encoder_t* storage) {

@@ -48,8 +48,9 @@ bool SyslogClient::Connect() {
   stuck_ = false;
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  if (std::strlen(path_) >= sizeof(address.sun_path)) return false;
-  std::strcpy(address.sun_path, path_);
+  const std::size_t length = std::strlen(path_);
+  if (length >= sizeof(address.sun_path)) return false;
+  std::memcpy(address.sun_path, path_, length + 1);
   fd_ = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (fd_ < 0) return false;
   if (::connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
