@@ -306,14 +306,16 @@ using qnx::In;
 using qnx::Value;
 
 pps_decoder_error_t pps_decoder_initialize(pps_decoder_t* decoder, char* str) {
-  new (decoder->opaque) Decoder;
+  // cppcheck-suppress ctuuninitvar
+  new (decoder->opaque) Decoder;  // what makes it is not handed one
   return str == nullptr ? PPS_DECODER_OK : pps_decoder_parse_pps_str(decoder, str);
 }
 
 // Leaves a decoder without text and memory.
 void pps_decoder_cleanup(pps_decoder_t* decoder) {
   In(decoder)->~Decoder();
-  new (decoder->opaque) Decoder;
+  // cppcheck-suppress ctuuninitvar
+  new (decoder->opaque) Decoder;  // what makes it is not handed one
 }
 
 pps_decoder_error_t pps_decoder_parse_pps_str(pps_decoder_t* decoder, char* str) {
