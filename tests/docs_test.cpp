@@ -1,13 +1,14 @@
 // What README, docs and man pages show is what the programs do.
 //
-// In README.md and docs/*.md every ```console block is run: its commands ("$ " lines) in order, in
-// one shell, in an empty directory, with a fresh unit of the shipped profile and the service on it.
-// What a command prints on standard output and error is compared. A line "..." stands for any
-// lines, "..." within a line for any text. A command goes on in the next line behind a "\" and
-// until the end of a here-document. A fenced block whose first line is ```text NAME (any word for
-// text) is a file NAME in the directory of every later block of the document.
+// In README.md and docs/*.md the commands ("$ " lines) of all ```console blocks are run as a reader
+// runs them: in order, in one shell, in a directory that is empty at first, with one unit of the
+// shipped profile and the service on it. What a command prints on standard output and error is
+// compared. A line "..." stands for any lines, "..." within a line for any text. A command goes on
+// in the next line behind a "\" and until the end of a here-document. A fenced block whose first
+// line is ```text NAME (any word for text) is a file NAME in the directory of every later block of
+// the document.
 //
-// In man pages each .EX block of the section EXAMPLES is such a block.
+// In man pages the .EX blocks of the section EXAMPLES are such blocks.
 #include <sys/slog.h>
 
 #include <csignal>
@@ -177,11 +178,10 @@ class Shell {
   int count_ = 0;
 };
 
-// Runs one block on a unit of its own.
-void RunBlock(const std::string& document, const Block& block) {
+// Runs the blocks of one document.
+void RunDocument(const std::string& document, const std::vector<Block>& blocks) {
   const TempRoot scratch;
   const fs::path directory = fs::path(scratch.path()) / "directory";
-  for (const auto& [name, content] : block.files) scratch.AddFile("/directory/" + name, content);
   fs::create_directories(directory);
   const TempRoot root;
   headunit::UnitOptions options = WholeUnit();
@@ -195,22 +195,26 @@ void RunBlock(const std::string& document, const Block& block) {
   ASSERT_TRUE(Eventually([&] { return log.Has(_SLOG_DEBUG1, "_KRV_[Start]-Start!\n"); }));
 
   Shell shell(scratch.path(), directory);
-  for (const Step& step : block.steps) {
-    std::vector<std::string> lines;
-    bool ended = true;
-    const auto prints_what_is_shown = [&] {
-      ended = shell.Run(step.command, &lines);
-      return !ended || MatchesAll(step.output, 0, lines, 0);
-    };
-    // The service logs its last lines about a command after the reply.
-    const bool is_log = step.command.rfind("sloginfo", 0) == 0;
-    const bool right = is_log ? Eventually(prints_what_is_shown) : prints_what_is_shown();
-    if (right && ended) continue;
-    std::string shown = ended ? "" : "(does not end)\n";
-    for (const std::string& line : lines) shown += line + "\n";
-    ADD_FAILURE() << document << ":" << step.line << ": $ " << step.command << "\nprints\n"
-                  << shown;
-    if (!ended) return;
+  for (const Block& block : blocks) {
+    EXPECT_FALSE(block.steps.empty()) << document << ": a block without a '$ ' line";
+    for (const auto& [name, content] : block.files) scratch.AddFile("/directory/" + name, content);
+    for (const Step& step : block.steps) {
+      std::vector<std::string> lines;
+      bool ended = true;
+      const auto prints_what_is_shown = [&] {
+        ended = shell.Run(step.command, &lines);
+        return !ended || MatchesAll(step.output, 0, lines, 0);
+      };
+      // The service logs its last lines about a command after the reply.
+      const bool is_log = step.command.rfind("sloginfo", 0) == 0;
+      const bool right = is_log ? Eventually(prints_what_is_shown) : prints_what_is_shown();
+      if (right && ended) continue;
+      std::string shown = ended ? "" : "(does not end)\n";
+      for (const std::string& line : lines) shown += line + "\n";
+      ADD_FAILURE() << document << ":" << step.line << ": $ " << step.command << "\nprints\n"
+                    << shown;
+      if (!ended) return;
+    }
   }
 }
 
@@ -220,10 +224,7 @@ TEST_P(DocsTest, ShowsWhatTheProgramsDo) {
   if (KORVANDIS_EMULATOR[0] != '\0') GTEST_SKIP() << "the programs cannot be started by name";
   std::signal(SIGPIPE, SIG_IGN);  // a block may end its shell
   ::setenv("PATH", (BinDir() + ":" + std::getenv("PATH")).c_str(), 1);
-  for (const Block& block : ReadBlocks(fs::path(SourceDir()) / GetParam())) {
-    EXPECT_FALSE(block.steps.empty()) << GetParam() << ": a block without a '$ ' line";
-    RunBlock(GetParam(), block);
-  }
+  RunDocument(GetParam(), ReadBlocks(fs::path(SourceDir()) / GetParam()));
 }
 
 // The documents that show commands.
