@@ -306,16 +306,14 @@ using qnx::In;
 using qnx::Value;
 
 pps_decoder_error_t pps_decoder_initialize(pps_decoder_t* decoder, char* str) {
-  // cppcheck-suppress ctuuninitvar
-  new (decoder->opaque) Decoder;  // what makes it is not handed one
+  new (decoder->opaque) Decoder;
   return str == nullptr ? PPS_DECODER_OK : pps_decoder_parse_pps_str(decoder, str);
 }
 
 // Leaves a decoder without text and memory.
 void pps_decoder_cleanup(pps_decoder_t* decoder) {
   In(decoder)->~Decoder();
-  // cppcheck-suppress ctuuninitvar
-  new (decoder->opaque) Decoder;  // what makes it is not handed one
+  new (decoder->opaque) Decoder;
 }
 
 pps_decoder_error_t pps_decoder_parse_pps_str(pps_decoder_t* decoder, char* str) {

@@ -199,8 +199,7 @@ using qnx::In;
 using qnx::Try;
 
 void pps_encoder_initialize(pps_encoder_t* encoder, bool encode_json) {
-  // cppcheck-suppress ctuuninitvar
-  new (encoder->opaque) Encoder(encode_json);  // what makes it is not handed one
+  new (encoder->opaque) Encoder(encode_json);
 }
 
 void pps_encoder_reset(pps_encoder_t* encoder) { In(encoder)->Reset(); }
