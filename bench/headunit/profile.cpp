@@ -12,6 +12,7 @@
 #include <system_error>
 
 #include "qnx/descriptor.h"
+#include "wire/hex.h"
 
 namespace headunit {
 namespace {
@@ -31,14 +32,14 @@ bool IsLeftover(const fs::path& path) {
 const char kEscaped[] = ".#~%";
 
 std::string FileName(const std::string& name) {
-  static const char kDigits[] = "0123456789ABCDEF";
   std::string file;
   for (std::size_t i = 0; i < name.size(); ++i) {
     const char c = name[i];
     const bool escaped =
         c == '%' || (i == 0 && (c == '.' || c == '#')) || (i + 1 == name.size() && c == '~');
     if (escaped) {
-      file += {'%', kDigits[c >> 4], kDigits[c & 15]};
+      const auto byte = static_cast<unsigned char>(c);
+      file += {'%', wire::UpperHexDigit(byte >> 4U), wire::UpperHexDigit(byte)};
     } else {
       file += c;
     }

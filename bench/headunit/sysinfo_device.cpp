@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <sstream>
 #include <utility>
 
 #include "log.h"
 #include "profile.h"
+#include "qnx/text.h"
 #include "wire/hex.h"
 
 namespace headunit {
@@ -28,14 +28,8 @@ sysinfo_param_t FreshRecord(std::int32_t length) {
 
 // "WORD LENGTH HEX", all bytes of the record.
 std::string FormatRecord(const char* word, const sysinfo_param_t& record) {
-  std::string line = std::string(word) + " " + std::to_string(record.length) + " ";
-  for (const char byte : record.uuid) {
-    char hex[3];
-    std::snprintf(hex, sizeof(hex), "%02x",
-                  static_cast<unsigned>(static_cast<unsigned char>(byte)));
-    line += hex;
-  }
-  return line + "\n";
+  return std::string(word) + " " + std::to_string(record.length) + " " +
+         qnx::HexText(std::string_view(record.uuid, sizeof(record.uuid))) + "\n";
 }
 
 bool ParseRecord(std::istream* line, sysinfo_param_t* record) {

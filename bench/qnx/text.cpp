@@ -25,6 +25,20 @@ std::size_t Utf8Length(std::string_view text) {
   return length;
 }
 
+std::string EscapeByte(char byte) {
+  const auto value = static_cast<unsigned char>(byte);
+  return {'\\', 'x', wire::UpperHexDigit(value >> 4U), wire::UpperHexDigit(value)};
+}
+
+std::string HexText(std::string_view bytes) {
+  std::string text;
+  for (const char byte : bytes) {
+    text += wire::HexDigit(static_cast<unsigned char>(byte) >> 4U);
+    text += wire::HexDigit(static_cast<unsigned char>(byte));
+  }
+  return text;
+}
+
 std::string Escape(std::string_view text) {
   std::string escaped;
   while (!text.empty()) {
@@ -40,9 +54,7 @@ std::string Escape(std::string_view text) {
     } else if (byte == '\\') {
       escaped += "\\\\";
     } else if (length == 0 || control) {
-      escaped += "\\x";
-      escaped += wire::UpperHexDigit(byte >> 4U);
-      escaped += wire::UpperHexDigit(byte);
+      escaped += EscapeByte(text[0]);
       text.remove_prefix(1);
       continue;
     } else {

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <pugixml.hpp>
 
+#include "qnx/text.h"
 #include "run_report.h"
 #include "station/sequence_run.h"
 
@@ -19,11 +20,7 @@ std::string XmlText(const std::string& text) {
     const bool none = length == 0 || tools::IsControl(rest[0]) || character == "\xEF\xBF\xBE" ||
                       character == "\xEF\xBF\xBF";  // U+FFFE and U+FFFF are no characters
     if (none) {
-      for (const char c : character) {
-        char code[8];
-        std::snprintf(code, sizeof(code), "\\x%02X", static_cast<unsigned char>(c));
-        safe += code;
-      }
+      for (const char c : character) safe += qnx::EscapeByte(c);
     } else {
       safe += character;
     }

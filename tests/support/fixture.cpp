@@ -15,6 +15,7 @@
 
 #include "platform/io.h"
 #include "qnx/bench_link.h"
+#include "wire/hex.h"
 
 namespace support {
 namespace {
@@ -33,12 +34,11 @@ std::chrono::steady_clock::time_point Deadline(milliseconds limit) {
 }  // namespace
 
 std::string Hex(const Bytes& bytes) {
-  static const char kDigits[] = "0123456789abcdef";
   std::string text;
   for (const std::uint8_t byte : bytes) {
     if (!text.empty()) text += ' ';
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 15];
+    text += wire::HexDigit(byte >> 4U);
+    text += wire::HexDigit(byte);
   }
   return text;
 }

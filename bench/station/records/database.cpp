@@ -129,10 +129,7 @@ std::string Storable(const std::string& text) {
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t length = qnx::Utf8Length(std::string_view(text).substr(at));
     if (length == 0 || text[at] == '\0') {
-      char code[8];
-      std::snprintf(code, sizeof(code), "\\x%02X", static_cast<unsigned char>(text[at]));
-      storable += code;
-      ++at;
+      storable += qnx::EscapeByte(text[at++]);
     } else {
       storable.append(text, at, length);
       at += length;

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "qnx/text.h"
 #include "records/database.h"
 
 namespace records {
@@ -63,18 +64,12 @@ Outcome ParseOutcome(const std::string& text) {
 }
 
 std::string NewRunId() {
-  unsigned char bytes[16] = {};
+  char bytes[16] = {};
   for (std::size_t filled = 0; filled < sizeof(bytes);) {
     const ssize_t count = ::getrandom(bytes + filled, sizeof(bytes) - filled, 0);
     if (count > 0) filled += static_cast<std::size_t>(count);
   }
-  std::string id;
-  for (const unsigned char byte : bytes) {
-    char text[3];
-    std::snprintf(text, sizeof(text), "%02x", byte);
-    id += text;
-  }
-  return id;
+  return qnx::HexText(std::string_view(bytes, sizeof(bytes)));
 }
 
 std::string UtcText(Time time) {

@@ -22,6 +22,12 @@ std::size_t Utf8Length(std::string_view text);
 // `text` with control characters, and bytes that are no UTF-8, written as \n, \t, \\ or \xNN.
 std::string Escape(std::string_view text);
 
+// A byte as Escape writes one that is no character: \xNN.
+std::string EscapeByte(char byte);
+
+// Two lower-case hexadecimal digits for each byte.
+std::string HexText(std::string_view bytes);
+
 // The escaped text in single quotes, as messages show names that others chose.
 inline std::string Quoted(std::string_view text) { return "'" + Escape(text) + "'"; }
 
