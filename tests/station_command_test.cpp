@@ -422,6 +422,7 @@ TEST(StationCommandLine, CompletesItsOwnTable) {
   EXPECT_EQ(complete("run end"), "end-of-line\n");
   EXPECT_EQ(complete("run end-of-line --jun"), "--junit\n");
   EXPECT_EQ(complete("summary --json --ht"), "--html\n");
+  if (KORVANDIS_EMULATOR[0] != '\0') return;  // the script cannot ask the program for what follows
   root.AddFile("/a.seq",
                "value serial\nvalue sum = 1\nphase First one\nstep A\n  wait 0 s\nphase B\nstep "
                "C\n  wait 0 s\n");
