@@ -459,7 +459,7 @@ TEST_F(SlogTest, ALineThatAKilledWriterLeftHidesNothingBehindIt) {
   EXPECT_EQ(Next().text, "behind");
 }
 
-// A full disk then ends nobody, and a reader needs no right to write.
+// A full disk then ends no program that logs, and a reader needs no right to write.
 TEST_F(SlogTest, TheRingHasItsBlocksAndReadersMapItReadOnly) {
   struct stat status;
   ASSERT_EQ(::stat(ring_.c_str(), &status), 0);
@@ -498,7 +498,7 @@ TEST(SyslogTest, ADaemonThatDoesNotReadCostsOneShortWait) {
   TempRoot root;
   const std::string path = root.path() + "/log";
   qnx::SyslogClient client(path.c_str());
-  client.Send(LOG_ERR, "nobody listens", 14);
+  client.Send(LOG_ERR, "without daemon", 14);
   const int daemon = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;

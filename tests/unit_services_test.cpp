@@ -388,7 +388,7 @@ TEST_F(PositioningTest, ServicesSurviveTheLossOfTheManager) {
   Request(client);
   EXPECT_TRUE(Take(client).good);
 
-  // A unit whose manager answers nobody still ends at once.
+  // A unit whose manager does not answer still ends at once.
   EXPECT_EQ("ok", Control("pps down"));
   EXPECT_EQ("ok", Control("pps up"));
   EXPECT_EQ("ok", Control("pps stall"));
