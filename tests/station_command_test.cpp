@@ -403,13 +403,7 @@ TEST(StationCommandLine, CompletesItsOwnTable) {
   ASSERT_EQ(script.status, 0);
   root.AddFile("/script", script.out);
   const auto complete = [&](const std::string& words) {
-    const std::string shell = "bash -c '. " + root.path() + "/script; PATH=" + support::BinDir() +
-                              ":$PATH; COMP_WORDS=(station " + words +
-                              "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _station; "
-                              "echo ${COMPREPLY[*]}' > " +
-                              root.path() + "/words";
-    EXPECT_EQ(std::system(shell.c_str()), 0) << words;
-    return support::ReadFile(root.path() + "/words");
+    return support::Completed(root, root.path() + "/script", "station " + words);
   };
   EXPECT_EQ(complete("\"\"").substr(0, 9), "wait raw ");
   EXPECT_EQ(complete("v"), "version\n");

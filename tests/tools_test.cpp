@@ -240,16 +240,9 @@ TEST_F(PpsToolTest, AnOutputThatTakesNothingIsAFailureWithItsReason) {
 TEST_F(PpsToolTest, BashCompletesWhatTheUnitHas) {
   if (KORVANDIS_EMULATOR[0] != '\0') GTEST_SKIP() << "the programs cannot be started by name";
   WriteObject(kObject, "name::1\nnumber:n:2");
-  // `line` ends with the word to complete, which '' leaves empty.
   const auto complete = [&](const std::string& line) {
     const std::string program = line.substr(0, line.find(' '));
-    root_.AddFile("/script", ". '" + SourceDir() + "/bench/tools/completion/" + program +
-                                 "'\nPATH='" + BinDir() + "':$PATH\nCOMP_WORDS=(" + line +
-                                 ")\nCOMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n_" + program +
-                                 "\necho ${COMPREPLY[*]}\n");
-    const std::string run = "bash " + root_.path() + "/script > " + root_.path() + "/words";
-    EXPECT_EQ(std::system(run.c_str()), 0) << line;
-    return ReadFile(root_.path() + "/words");
+    return Completed(root_, SourceDir() + "/bench/tools/completion/" + program, line);
   };
   EXPECT_EQ(complete("pps w"), "watch\n");
   EXPECT_EQ(complete("pps get zelmar/s"), "zelmar/setting/ zelmar/setting/systeminfo\n");

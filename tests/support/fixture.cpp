@@ -111,6 +111,15 @@ void TempRoot::AddFile(const std::string& path, const std::string& content, mode
   ::chmod(host.c_str(), mode);
 }
 
+std::string Completed(const TempRoot& root, const std::string& script, const std::string& words) {
+  root.AddFile("/complete", ". '" + script + "'\nPATH='" + BinDir() + "':$PATH\nCOMP_WORDS=(" +
+                                words + ")\nCOMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n_" +
+                                words.substr(0, words.find(' ')) + "\necho ${COMPREPLY[*]}\n");
+  const std::string run = "bash " + root.path() + "/complete > " + root.path() + "/words";
+  EXPECT_EQ(std::system(run.c_str()), 0) << words;
+  return ReadFile(root.path() + "/words");
+}
+
 std::string SourceDir() { return KORVANDIS_SOURCE_DIR; }
 
 std::string BinDir() { return KORVANDIS_BIN_DIR; }

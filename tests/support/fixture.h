@@ -84,6 +84,10 @@ class TempRoot {
   std::string path_;
 };
 
+// What bash completes with the script at `script` loaded. `words` is a command line that ends with
+// the word to complete, which '' leaves empty. Its files lie below `root`.
+std::string Completed(const TempRoot& root, const std::string& script, const std::string& words);
+
 // A program of the build as a child process, in the root, with its output in files there. Killed
 // when the object goes.
 class Program {
