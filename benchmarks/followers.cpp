@@ -12,7 +12,7 @@
 
 #include <functional>
 
-#include "qnx/descriptor.h"
+#include "platform/descriptor.h"
 #include "setup.h"
 
 namespace {
@@ -22,9 +22,9 @@ const std::size_t kTextSize = 60 * 1024;
 const char kBusy[] = "/pps/bench/busy";
 const char kOther[] = "/pps/zelmar/system/version_status";
 
-qnx::Descriptor Connected(int fd) {
+platform::Descriptor Connected(int fd) {
   if (fd < 0) setup::Fail(std::string("no connection: ") + std::strerror(errno));
-  return qnx::Descriptor(fd);
+  return platform::Descriptor(fd);
 }
 
 // A process that carries out `work` again and again until the object goes.
@@ -71,25 +71,25 @@ std::string Lines(std::size_t size) {
   return text;
 }
 
-qnx::Descriptor Open(const std::string& path, int flags) {
+platform::Descriptor Open(const std::string& path, int flags) {
   return Connected(platform::open(path.c_str(), flags | O_CREAT, 0666));
 }
 
-void Write(const qnx::Descriptor& writer, const std::string& text) {
-  const ssize_t sent = platform::write(writer.get(), text.data(), text.size());
+void Write(const platform::Descriptor& writer, const std::string& text) {
+  const ssize_t sent = platform::write(writer.Get(), text.data(), text.size());
   if (sent != static_cast<ssize_t>(text.size())) setup::Fail("the manager takes no write");
 }
 
 std::string Get(const char* path) {
   static char text[64 * 1024];
-  const qnx::Descriptor file = Connected(platform::open(path, O_RDONLY));
-  const ssize_t size = ::read(file.get(), text, sizeof(text));
+  const platform::Descriptor file = Connected(platform::open(path, O_RDONLY));
+  const ssize_t size = ::read(file.Get(), text, sizeof(text));
   if (size <= 0) setup::Fail("the manager gives no text");
   return std::string(text, std::min(static_cast<std::size_t>(size), sizeof(text)));
 }
 
-std::vector<qnx::Descriptor> Follow(int count) {
-  std::vector<qnx::Descriptor> followers;
+std::vector<platform::Descriptor> Follow(int count) {
+  std::vector<platform::Descriptor> followers;
   for (int i = 0; i < count; ++i) {
     followers.push_back(Open(std::string(kBusy) + "?wait,delta", O_RDONLY));
   }
@@ -101,11 +101,11 @@ void MeasureUnit(long gets) {
   const setup::Process service(unit.root(), {setup::BinaryPath("korvandis")});
   unit.WaitForService(true);
   const std::string expected = Get(kOther);
-  const std::vector<qnx::Descriptor> followers = Follow(kFollowers);
-  const qnx::Descriptor busy = Open(kBusy, O_WRONLY);
+  const std::vector<platform::Descriptor> followers = Follow(kFollowers);
+  const platform::Descriptor busy = Open(kBusy, O_WRONLY);
   const std::string text = Lines(kTextSize);
   const Worker writer([&] {
-    while (platform::write(busy.get(), text.data(), text.size()) < 0) continue;
+    while (platform::write(busy.Get(), text.data(), text.size()) < 0) continue;
   });
 
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
@@ -126,15 +126,15 @@ void MeasureUnit(long gets) {
 
 // --- Redis --------------------------------------------------------------------------------------
 
-qnx::Descriptor ConnectTo(const std::string& path) {
+platform::Descriptor ConnectTo(const std::string& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   if (path.size() >= sizeof(address.sun_path)) setup::Fail("the temporary path is too long");
   std::memcpy(address.sun_path, path.c_str(), path.size());
   const auto deadline = setup::Clock::now() + std::chrono::milliseconds(setup::kPatienceMs);
   for (;;) {
-    qnx::Descriptor connection = Connected(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (::connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) ==
+    platform::Descriptor connection = Connected(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (::connect(connection.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) ==
         0) {
       return connection;
     }
@@ -144,15 +144,15 @@ qnx::Descriptor ConnectTo(const std::string& path) {
 }
 
 // Sends a command of Redis and reads an answer of up to 4 KiB, which comes in one piece.
-std::string Command(const qnx::Descriptor& redis, const std::string& command) {
+std::string Command(const platform::Descriptor& redis, const std::string& command) {
   char answer[4096];
   for (std::size_t sent = 0; sent < command.size();) {
     const ssize_t size =
-        ::send(redis.get(), command.data() + sent, command.size() - sent, MSG_NOSIGNAL);
+        ::send(redis.Get(), command.data() + sent, command.size() - sent, MSG_NOSIGNAL);
     if (size <= 0) setup::Fail("Redis takes no command");
     sent += static_cast<std::size_t>(size);
   }
-  const ssize_t size = ::read(redis.get(), answer, sizeof(answer));
+  const ssize_t size = ::read(redis.Get(), answer, sizeof(answer));
   if (size <= 0) setup::Fail("Redis does not answer");
   return std::string(answer, static_cast<std::size_t>(size));
 }
@@ -162,14 +162,14 @@ void MeasureRedis(long gets) {
   const std::string path = root.path() + "/redis";
   const setup::Process server(root.path(), {"redis-server", "--port", "0", "--unixsocket", path,
                                             "--save", "", "--appendonly", "no"});
-  const qnx::Descriptor client = ConnectTo(path);
+  const platform::Descriptor client = ConnectTo(path);
   if (Command(client, "SET key value\r\n") != "+OK\r\n") setup::Fail("Redis refuses a key");
-  std::vector<qnx::Descriptor> subscribers;
+  std::vector<platform::Descriptor> subscribers;
   for (int i = 0; i < kFollowers; ++i) {
     subscribers.push_back(ConnectTo(path));
     Command(subscribers.back(), "SUBSCRIBE busy\r\n");
   }
-  const qnx::Descriptor publisher = ConnectTo(path);
+  const platform::Descriptor publisher = ConnectTo(path);
   const std::string text(kTextSize, 'x');
   const std::string publish = "*3\r\n$7\r\nPUBLISH\r\n$4\r\nbusy\r\n$" +
                               std::to_string(text.size()) + "\r\n" + text + "\r\n";
@@ -186,11 +186,11 @@ void MeasureRedis(long gets) {
 // Microseconds for one write of `text` to the object, which `followers` follow and never read.
 double CostOfWrite(int followers, std::size_t object_size, const std::string& text) {
   const setup::Unit unit({"--empty"});
-  const qnx::Descriptor writer = Open(kBusy, O_WRONLY);
+  const platform::Descriptor writer = Open(kBusy, O_WRONLY);
   const std::string lines = Lines(object_size);
   const std::size_t part = 60 * 1000;  // the length of a line divides it
   for (std::size_t i = 0; i < lines.size(); i += part) Write(writer, lines.substr(i, part));
-  const std::vector<qnx::Descriptor> connections = Follow(followers);
+  const std::vector<platform::Descriptor> connections = Follow(followers);
   const auto write_all = [&](int writes) {
     for (int i = 0; i < writes; ++i) Write(writer, text);
     platform::access(kBusy, F_OK);  // answered when all is taken in

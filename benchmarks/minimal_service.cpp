@@ -37,14 +37,15 @@ std::string g_root;
 
 // --- a resource manager -------------------------------------------------------------------------
 
-int Open(const std::string& socket_path, std::string_view rest, std::uint32_t flags) {
-  qnx::Descriptor connection = qnx::NewManagerSocket();
-  if (qnx::ConnectToManager(connection.get(), socket_path.c_str()) != 0 ||
-      !qnx::SendRequest(connection.get(), qnx::RequestKind::kOpen, flags, 0, rest) ||
-      qnx::ReceiveAnswer(connection.get()) != 0) {
+platform::Descriptor Open(const std::string& socket_path, std::string_view rest,
+                          std::uint32_t flags) {
+  platform::Descriptor connection = qnx::NewManagerSocket();
+  if (qnx::ConnectToManager(connection.Get(), socket_path.c_str()) != 0 ||
+      !qnx::SendRequest(connection.Get(), qnx::RequestKind::kOpen, flags, 0, rest) ||
+      qnx::ReceiveAnswer(connection.Get()) != 0) {
     std::exit(1);
   }
-  return connection.Release();
+  return connection;
 }
 
 // --- the log ring -------------------------------------------------------------------------------
@@ -52,12 +53,11 @@ int Open(const std::string& socket_path, std::string_view rest, std::uint32_t fl
 class Ring {
  public:
   explicit Ring(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+    const platform::Descriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC));
     struct stat status;
-    if (fd < 0 || ::fstat(fd, &status) != 0) std::exit(1);
+    if (::fstat(file.Get(), &status) != 0) std::exit(1);
     void* const map = ::mmap(nullptr, static_cast<std::size_t>(status.st_size),
-                             PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    ::close(fd);
+                             PROT_READ | PROT_WRITE, MAP_SHARED, file.Get(), 0);
     header_ = static_cast<qnx::SlogHeader*>(map);
     slots_ = reinterpret_cast<qnx::SlogSlot*>(header_ + 1);
     pid_ = static_cast<std::uint32_t>(::getpid());
@@ -117,9 +117,8 @@ std::string_view ReadVersion(char* text, std::size_t size) {
   ErrorLine("path is('", kPath);
   ErrorLine("attr is('", "mpu");
   ErrorLine("ver is('", "version");
-  const int fd = Open(g_root + "/pps", kPath.substr(4), O_RDONLY);
-  const ssize_t count = ::read(fd, text, size);
-  ::close(fd);
+  const platform::Descriptor file = Open(g_root + "/pps", kPath.substr(4), O_RDONLY);
+  const ssize_t count = ::read(file.Get(), text, size);
   const std::string_view object(text, static_cast<std::size_t>(count));
   ErrorLine("read buf is('", object);
   static const std::string_view kMember = "\"version\":\"";
@@ -161,11 +160,11 @@ void Reply(int mcu, Ring* ring, std::uint8_t sequence, std::string_view data) {
 int main() {
   g_root = std::getenv("HEADUNIT_ROOT");
   Ring ring(g_root + qnx::kSlogPath);
-  const int mcu = Open(g_root + wire::kMcuDevicePath, "", O_RDWR);
+  const platform::Descriptor mcu = Open(g_root + wire::kMcuDevicePath, "", O_RDWR);
   static std::uint8_t packet[wire::kMaxPacket];
   static char object[16 * 1024];
   for (std::uint8_t sequence = 0;;) {
-    const ssize_t size = ::read(mcu, packet, sizeof(packet));
+    const ssize_t size = ::read(mcu.Get(), packet, sizeof(packet));
     if (size <= 0) return 0;
     const std::size_t head = wire::kHeaderSize + wire::kLinkSize;
     ring.Line("OnRecvData", "OnRecvData++++++!\n");
@@ -175,7 +174,7 @@ int main() {
     ring.Line("CmdWork", "CmdWork? for [7]\n");
     ring.Line("CmdWork", "CmdWork [7]!\n");
     ring.Line("SendVer", "m_subCmd = 1\n");
-    Reply(mcu, &ring, sequence++, ReadVersion(object, sizeof(object)));
+    Reply(mcu.Get(), &ring, sequence++, ReadVersion(object, sizeof(object)));
     ring.Line("CmdWork", "CmdWork for m_cmd=7,m_subCmd= 1\n");
     ring.Line("OnRecvData", "OnRecvData------!\n");
   }

@@ -8,12 +8,14 @@
 #include <dbus/dbus.h>
 #include <pps.h>
 
+#include "platform/pps_guards.h"
 #include "setup.h"
 
 namespace {
 
 const char kObject[] = "/pps/services/bluetooth/settings";
 const char kAttribute[] = "mac";
+const std::size_t kTextSize = 1024;  // of the object, with its end
 
 const char kName[] = "net.korvandis.Settings";
 const char kPath[] = "/net/korvandis/settings";
@@ -22,19 +24,16 @@ const char kProperties[] = "org.freedesktop.DBus.Properties";
 // --- PPS ----------------------------------------------------------------------------------------
 
 std::string GetByPps() {
-  char text[1024];
-  const int fd = platform::open(kObject, O_RDONLY);
-  if (fd < 0) setup::Fail("no PPS object");
-  const ssize_t size = ::read(fd, text, sizeof(text) - 1);
-  ::close(fd);
+  char text[kTextSize];
+  const platform::Descriptor object(platform::open(kObject, O_RDONLY));
+  if (!object.IsOpen()) setup::Fail("no PPS object");
+  const ssize_t size = ::read(object.Get(), text, sizeof(text) - 1);
   text[size < 0 ? 0 : size] = '\0';
-  pps_decoder_t decoder;
+  platform::Decoder decoder;
   const char* value = "";
-  pps_decoder_initialize(&decoder, nullptr);
-  pps_decoder_parse_pps_str(&decoder, text);
-  pps_decoder_push(&decoder, nullptr);
-  pps_decoder_get_string(&decoder, kAttribute, &value);
-  pps_decoder_cleanup(&decoder);
+  pps_decoder_parse_pps_str(decoder.Get(), text);
+  pps_decoder_push(decoder.Get(), nullptr);
+  pps_decoder_get_string(decoder.Get(), kAttribute, &value);
   return value;
 }
 

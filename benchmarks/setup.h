@@ -26,6 +26,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/descriptor.h"
 #include "platform/io.h"
 #include "qnx/bench_link.h"
 #include "qnx/child_process.h"
@@ -39,6 +40,7 @@ namespace fs = std::filesystem;
 
 const int kCannotMeasure = 2;
 const int kPatienceMs = 10000;  // for what takes milliseconds when all is well
+const int kMomentMs = 200;      // for an answer of a service that may not have started yet
 
 // Ends the program through Main, with everything released that it started.
 [[noreturn]] inline void Fail(const std::string& reason) { throw std::runtime_error(reason); }
@@ -188,7 +190,6 @@ class Unit {
  public:
   explicit Unit(std::vector<std::string> options = {})
       : process_(root_.path(), Words(std::move(options))), control_(Connect(qnx::kControlPath)) {}
-  ~Unit() { ::close(control_); }
 
   const std::string& root() const { return root_.path(); }
   const Process& process() const { return process_; }
@@ -204,30 +205,28 @@ class Unit {
 
   // Whether the service answers a question within a moment.
   static bool Answers() {
-    const int station = Connect(qnx::kStationPath);
+    const platform::Descriptor station = Connect(qnx::kStationPath);
     const Bytes question = wire::BuildRequest(7, 1, {});
-    pollfd answer = {station, POLLIN, 0};
-    const bool answered = platform::write(station, question.data(), question.size()) > 0 &&
-                          ::poll(&answer, 1, 200) > 0;
-    ::close(station);
-    return answered;
+    pollfd answer = {station.Get(), POLLIN, 0};
+    return platform::write(station.Get(), question.data(), question.size()) > 0 &&
+           ::poll(&answer, 1, kMomentMs) > 0;
   }
 
   // The answer to a control line.
   std::string Ask(const char* line) const {
     char answer[4096];
-    const ssize_t sent = platform::write(control_, line, std::strlen(line));
-    const ssize_t size = sent < 0 ? -1 : ::read(control_, answer, sizeof(answer));
+    const ssize_t sent = platform::write(control_.Get(), line, std::strlen(line));
+    const ssize_t size = sent < 0 ? -1 : ::read(control_.Get(), answer, sizeof(answer));
     if (size <= 0) Fail("the unit's control connector does not answer");
     return std::string(answer, static_cast<std::size_t>(size));
   }
 
   // Opens a manager's path as soon as it is there.
-  static int Connect(const char* path) {
+  static platform::Descriptor Connect(const char* path) {
     const auto deadline = Clock::now() + std::chrono::milliseconds(kPatienceMs);
     for (;;) {
-      const int fd = platform::open(path, O_RDWR);
-      if (fd >= 0) return fd;
+      platform::Descriptor file(platform::open(path, O_RDWR));
+      if (file.IsOpen()) return file;
       if (Clock::now() > deadline) Fail(std::string("no unit answers at ") + path);
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
@@ -241,19 +240,16 @@ class Unit {
 
   TempRoot root_;
   Process process_;
-  int control_;
+  platform::Descriptor control_;
 };
 
 // One connection to the unit's test connector.
 class Station {
  public:
-  Station() : fd_(Unit::Connect(qnx::kStationPath)), packet_(wire::kMaxPacket) {}
-  ~Station() { ::close(fd_); }
-  Station(const Station&) = delete;
-  Station& operator=(const Station&) = delete;
+  Station() : file_(Unit::Connect(qnx::kStationPath)), packet_(wire::kMaxPacket) {}
 
   void Send(const Bytes& packet) const {
-    const ssize_t sent = platform::write(fd_, packet.data(), packet.size());
+    const ssize_t sent = platform::write(file_.Get(), packet.data(), packet.size());
     if (sent != static_cast<ssize_t>(packet.size())) Fail("the unit takes no packet");
   }
 
@@ -261,7 +257,7 @@ class Station {
   Bytes Receive() {
     const auto deadline = Clock::now() + std::chrono::milliseconds(kPatienceMs);
     for (;;) {
-      const ssize_t count = ::read(fd_, packet_.data(), packet_.size());
+      const ssize_t count = ::read(file_.Get(), packet_.data(), packet_.size());
       if (count > 0) return Bytes(packet_.begin(), packet_.begin() + count);
       if (count == 0 || errno != EAGAIN) Fail("the unit has hung up");
       if (Clock::now() > deadline) Fail("no reply within the time");
@@ -275,7 +271,7 @@ class Station {
   }
 
  private:
-  int fd_;
+  platform::Descriptor file_;
   Bytes packet_;
 };
 

@@ -173,12 +173,12 @@ class Errors {
  public:
   explicit Errors(std::string path) : path_(std::move(path)) {
     if (::mkfifo(path_.c_str(), 0600) != 0) setup::Fail("no pipe " + path_);
-    fd_ = ::open(path_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-    ::fcntl(fd_, F_SETPIPE_SZ, kPipe);
+    pipe_.Reset(::open(path_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    ::fcntl(pipe_.Get(), F_SETPIPE_SZ, kPipe);
     reader_ = std::thread([this] {
       std::vector<char> bytes(1 << 16);
       while (!ends_) {
-        if (drained_ && ::read(fd_, bytes.data(), bytes.size()) > 0) continue;
+        if (drained_ && ::read(pipe_.Get(), bytes.data(), bytes.size()) > 0) continue;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
       }
     });
@@ -186,7 +186,6 @@ class Errors {
   ~Errors() {
     ends_ = true;
     reader_.join();
-    ::close(fd_);
   }
   Errors(const Errors&) = delete;
   Errors& operator=(const Errors&) = delete;
@@ -196,7 +195,7 @@ class Errors {
 
  private:
   const std::string path_;
-  int fd_ = -1;
+  platform::Descriptor pipe_;
   std::atomic<bool> drained_{true};
   std::atomic<bool> ends_{false};
   std::thread reader_;

@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "ATController.h"
+#include "platform/descriptor.h"
 #include "platform/logbase.h"
 #include "platform/print.h"
 
@@ -47,7 +48,7 @@ void HoldStandardStreams() {
   do {
     fd = ::open("/dev/null", O_RDWR);
   } while (fd >= 0 && fd <= STDERR_FILENO);
-  if (fd >= 0) ::close(fd);
+  const platform::Descriptor surplus(fd);
 }
 
 // Blocks SIGTERM for this thread and those it starts, so that only WaitForTermination collects it.

@@ -524,9 +524,9 @@ TEST_F(StationRunTest, APersonAnswersAndEventsTellAtOnce) {
 }
 
 TEST_F(StationRunTest, OnATerminalAPersonIsAskedUntilTheAnswerFits) {
-  const qnx::Descriptor terminal(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
-  ASSERT_EQ(::unlockpt(terminal.get()), 0);
-  const std::string name = ::ptsname(terminal.get());
+  const platform::Descriptor terminal(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+  ASSERT_EQ(::unlockpt(terminal.Get()), 0);
+  const std::string name = ::ptsname(terminal.Get());
   root_.AddFile("/test.seq", "value serial matches [0-9]{3}\nphase P\nstep A\nconfirm {serial}?\n");
   support::Program program(root_, "station", {"run", root_.path() + "/test.seq"}, [&] {
     ::dup2(::open(name.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC), STDIN_FILENO);
@@ -538,7 +538,7 @@ TEST_F(StationRunTest, OnATerminalAPersonIsAskedUntilTheAnswerFits) {
       {"001? [y/n] 001? [y/n] ", "y\n"}};
   for (const auto& [asked, typed] : talk) {
     EXPECT_TRUE(support::Eventually([&] { return Contains(program.Output(), asked); })) << asked;
-    EXPECT_EQ(::write(terminal.get(), typed.data(), typed.size()), ssize_t(typed.size()));
+    EXPECT_EQ(::write(terminal.Get(), typed.data(), typed.size()), ssize_t(typed.size()));
   }
   EXPECT_EQ(program.Wait(), 0) << program.Output();
 }

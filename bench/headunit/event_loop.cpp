@@ -33,7 +33,7 @@ bool Poller::Add(int fd, std::uint32_t events, Handler handler) {
   epoll_event event = {};
   event.events = events;
   event.data.u64 = EventKey(++next_serial_, fd);
-  if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &event) != 0) return false;
+  if (epoll_ctl(epoll_.Get(), EPOLL_CTL_ADD, fd, &event) != 0) return false;
   entries_[fd] = Entry{next_serial_, std::make_shared<Handler>(std::move(handler))};
   return true;
 }
@@ -44,16 +44,16 @@ void Poller::Modify(int fd, std::uint32_t events) {
   epoll_event event = {};
   event.events = events;
   event.data.u64 = EventKey(entry->second.serial, fd);
-  epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, fd, &event);
+  epoll_ctl(epoll_.Get(), EPOLL_CTL_MOD, fd, &event);
 }
 
 void Poller::Remove(int fd) {
-  if (entries_.erase(fd) != 0) epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, nullptr);
+  if (entries_.erase(fd) != 0) epoll_ctl(epoll_.Get(), EPOLL_CTL_DEL, fd, nullptr);
 }
 
 int Poller::Dispatch(int timeout_ms) {
   epoll_event events[kEventsPerWait];
-  const int count = epoll_wait(epoll_.get(), events, kEventsPerWait, timeout_ms);
+  const int count = epoll_wait(epoll_.Get(), events, kEventsPerWait, timeout_ms);
   int ran = 0;
   for (int i = 0; i < count; ++i) {
     const int fd = static_cast<int>(events[i].data.u64 & std::numeric_limits<std::uint32_t>::max());
@@ -73,11 +73,11 @@ EventLoop::EventLoop() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 EventLoop::~EventLoop() { Stop(); }
 
 std::string EventLoop::Start() {
-  if (!poller_.valid() || !wake_.is_open()) return std::string("epoll: ") + std::strerror(errno);
-  poller_.Remove(wake_.get());
-  const bool watched = poller_.Add(wake_.get(), EPOLLIN, [this](std::uint32_t) {
+  if (!poller_.valid() || !wake_.IsOpen()) return std::string("epoll: ") + std::strerror(errno);
+  poller_.Remove(wake_.Get());
+  const bool watched = poller_.Add(wake_.Get(), EPOLLIN, [this](std::uint32_t) {
     std::uint64_t count = 0;
-    if (read(wake_.get(), &count, sizeof(count)) < 0) return;
+    if (read(wake_.Get(), &count, sizeof(count)) < 0) return;
   });
   if (!watched) return std::string("epoll: ") + std::strerror(errno);
 
@@ -135,7 +135,7 @@ void EventLoop::Post(Task task) {
     tasks_.push_back(std::move(task));
   }
   const std::uint64_t one = 1;
-  if (write(wake_.get(), &one, sizeof(one)) < 0) return;  // full: the loop is awake already
+  if (write(wake_.Get(), &one, sizeof(one)) < 0) return;  // full: the loop is awake already
 }
 
 void EventLoop::Call(const Task& task) {

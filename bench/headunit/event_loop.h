@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "qnx/descriptor.h"
+#include "platform/descriptor.h"
 
 namespace headunit {
 
@@ -29,8 +29,8 @@ class Poller {
   Poller(const Poller&) = delete;
   Poller& operator=(const Poller&) = delete;
 
-  bool valid() const { return epoll_.is_open(); }
-  int fd() const { return epoll_.get(); }
+  bool valid() const { return epoll_.IsOpen(); }
+  int fd() const { return epoll_.Get(); }
 
   // Watches `fd` for the EPOLL* events. False when the host refuses; nothing is kept then.
   bool Add(int fd, std::uint32_t events, Handler handler);
@@ -53,7 +53,7 @@ class Poller {
     std::shared_ptr<Handler> handler;
   };
 
-  qnx::Descriptor epoll_;
+  platform::Descriptor epoll_;
   std::uint32_t next_serial_ = 0;
   std::unordered_map<int, Entry> entries_;
 };
@@ -99,7 +99,7 @@ class EventLoop {
   int RunTimers();  // milliseconds to the next timer, -1 when there is none
 
   Poller poller_;
-  qnx::Descriptor wake_;
+  platform::Descriptor wake_;
   TimerId last_timer_ = 0;
   std::map<TimerKey, Task> timers_;
   std::unordered_map<TimerId, Clock::time_point> due_;

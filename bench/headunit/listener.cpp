@@ -42,13 +42,13 @@ std::string Listener::Prepare() {
   struct stat there;
   if (lstat(path_.c_str(), &there) == 0) {
     if (!S_ISSOCK(there.st_mode)) return "something else lies there";
-    const qnx::Descriptor probe = qnx::NewManagerSocket(SOCK_NONBLOCK);
-    const int result = qnx::ConnectToManager(probe.get(), path_.c_str());
+    const platform::Descriptor probe = qnx::NewManagerSocket(SOCK_NONBLOCK);
+    const int result = qnx::ConnectToManager(probe.Get(), path_.c_str());
     if (result == 0 || errno != ECONNREFUSED) return "a running unit serves it";
     unlink(path_.c_str());
   }
   socket_ = qnx::NewManagerSocket(SOCK_NONBLOCK);
-  if (!socket_.is_open() || qnx::ListenAt(socket_.get(), path_.c_str(), SOMAXCONN) != 0) {
+  if (!socket_.IsOpen() || qnx::ListenAt(socket_.Get(), path_.c_str(), SOMAXCONN) != 0) {
     return std::strerror(errno);
   }
   return "";
@@ -59,27 +59,27 @@ void Listener::Close() {
   unlink(path_.c_str());
   loop_->CancelTimer(timer_);
   timer_ = 0;
-  loop_->poller().Remove(socket_.get());
+  loop_->poller().Remove(socket_.Get());
   socket_.Reset();
 }
 
 void Listener::Watch() {
   timer_ = 0;
-  loop_->poller().Add(socket_.get(), EPOLLIN, [this](std::uint32_t) { Accept(); });
+  loop_->poller().Add(socket_.Get(), EPOLLIN, [this](std::uint32_t) { Accept(); });
 }
 
 void Listener::Accept() {
   for (int count = 0; count < kAcceptsPerTurn; ++count) {
-    qnx::Descriptor connection(
-        accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (connection.is_open()) {
+    platform::Descriptor connection(
+        accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (connection.IsOpen()) {
       take_(std::move(connection));
       continue;
     }
     if (errno == EINTR || errno == ECONNABORTED) continue;
     if (errno == EAGAIN) return;
     // No descriptor or memory left: the clients wait in the socket's queue.
-    loop_->poller().Remove(socket_.get());
+    loop_->poller().Remove(socket_.Get());
     timer_ = loop_->AddTimer(kAcceptPause, [this] { Watch(); });
     return;
   }

@@ -6,14 +6,14 @@
 #include <string>
 
 #include "event_loop.h"
-#include "qnx/descriptor.h"
+#include "platform/descriptor.h"
 
 namespace headunit {
 
 // Belongs to the loop's thread.
 class Listener {
  public:
-  using Taker = std::function<void(qnx::Descriptor connection)>;
+  using Taker = std::function<void(platform::Descriptor connection)>;
 
   // Will lie at the host path `path` and give each connection to `take`.
   Listener(EventLoop* loop, std::string path, Taker take);
@@ -29,7 +29,7 @@ class Listener {
   // Removes the socket. May be repeated; Bind brings it back.
   void Close();
 
-  bool bound() const { return socket_.is_open(); }
+  bool bound() const { return socket_.IsOpen(); }
 
  private:
   std::string Prepare();
@@ -39,7 +39,7 @@ class Listener {
   EventLoop* const loop_;
   const std::string path_;
   const Taker take_;
-  qnx::Descriptor socket_;
+  platform::Descriptor socket_;
   EventLoop::TimerId timer_ = 0;  // of the pause while the host has no descriptor left
 };
 

@@ -31,17 +31,17 @@ bool OpenFile::SendWithin(const std::string& message, std::size_t limit) {
 void OpenFile::WatchQueue() {
   if (poller_ == nullptr || watching_ != outbox_.idle()) return;
   watching_ = !watching_;
-  poller_->Modify(socket_.get(), watching_ ? kQueueEvents : kReadEvents);
+  poller_->Modify(socket_.Get(), watching_ ? kQueueEvents : kReadEvents);
 }
 
-void OpenFile::Attach(qnx::Descriptor socket, Poller* poller) {
+void OpenFile::Attach(platform::Descriptor socket, Poller* poller) {
   socket_ = std::move(socket);
   poller_ = poller;
-  outbox_.Attach(socket_.get());
+  outbox_.Attach(socket_.Get());
 }
 
 void OpenFile::Detach() {
-  if (poller_ != nullptr) poller_->Remove(socket_.get());
+  if (poller_ != nullptr) poller_->Remove(socket_.Get());
   poller_ = nullptr;
   socket_.Reset();
 }

@@ -9,7 +9,7 @@
 
 #include "event_loop.h"
 #include "outbox.h"
-#include "qnx/descriptor.h"
+#include "platform/descriptor.h"
 
 namespace headunit {
 
@@ -45,11 +45,11 @@ class OpenFile {
  private:
   friend class ResourceManager;
 
-  void Attach(qnx::Descriptor socket, Poller* poller);
+  void Attach(platform::Descriptor socket, Poller* poller);
   void Detach();
 
   const std::uint32_t flags_;
-  qnx::Descriptor socket_;
+  platform::Descriptor socket_;
   Poller* poller_ = nullptr;
   Outbox outbox_;
   bool watching_ = false;

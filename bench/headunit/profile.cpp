@@ -11,7 +11,7 @@
 #include <sstream>
 #include <system_error>
 
-#include "qnx/descriptor.h"
+#include "platform/descriptor.h"
 #include "wire/hex.h"
 
 namespace headunit {
@@ -71,16 +71,16 @@ std::string ForEachName(const fs::path& path, Change change) {
 }
 
 bool WriteFile(const std::string& path, const std::string& text, bool durable) {
-  const qnx::Descriptor file(
+  const platform::Descriptor file(
       open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kFileMode));
-  if (!file.is_open()) return false;
+  if (!file.IsOpen()) return false;
   for (std::size_t done = 0; done < text.size();) {
-    const ssize_t count = write(file.get(), text.data() + done, text.size() - done);
+    const ssize_t count = write(file.Get(), text.data() + done, text.size() - done);
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) return false;
     done += static_cast<std::size_t>(count);
   }
-  return !durable || fsync(file.get()) == 0;
+  return !durable || fsync(file.Get()) == 0;
 }
 
 // Calls visit(path) for each file below `folder`, until it returns a text.

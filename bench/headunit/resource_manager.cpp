@@ -21,7 +21,7 @@ const int kMessagesPerBarrier = 1 << 17;  // of one open file: more than a socke
 }  // namespace
 
 ResourceManager::ResourceManager(EventLoop* loop, std::string path)
-    : loop_(loop), listener_(loop, std::move(path), [this](qnx::Descriptor socket) {
+    : loop_(loop), listener_(loop, std::move(path), [this](platform::Descriptor socket) {
         TakeConnection(std::move(socket));
       }) {}
 
@@ -66,7 +66,7 @@ std::chrono::milliseconds ResourceManager::Delay(const std::string&) {
 
 // --- openings -----------------------------------------------------------------------------------
 
-void ResourceManager::TakeConnection(qnx::Descriptor socket) {
+void ResourceManager::TakeConnection(platform::Descriptor socket) {
   const OpeningHandle opening = openings_.emplace(openings_.end());
   opening->socket = std::move(socket);
   if (TakeRequest(opening)) return;
@@ -75,7 +75,7 @@ void ResourceManager::TakeConnection(qnx::Descriptor socket) {
 }
 
 bool ResourceManager::WatchOpening(OpeningHandle opening, std::uint32_t events) {
-  const int fd = opening->socket.get();
+  const int fd = opening->socket.Get();
   loop_->poller().Remove(fd);
   return loop_->poller().Add(fd, events, [this, opening](std::uint32_t) {
     // Once the request was read, only the client's end is watched for.
@@ -88,7 +88,7 @@ bool ResourceManager::WatchOpening(OpeningHandle opening, std::uint32_t events) 
 }
 
 bool ResourceManager::TakeRequest(OpeningHandle opening) {
-  const int error = qnx::ReceiveRequest(opening->socket.get(), &opening->request);
+  const int error = qnx::ReceiveRequest(opening->socket.Get(), &opening->request);
   if (error == EAGAIN) return false;
   if (error == EPIPE) {
     Drop(opening);
@@ -130,12 +130,12 @@ void ResourceManager::Serve(OpeningHandle opening) {
 }
 
 void ResourceManager::Answer(OpeningHandle opening, int error, std::unique_ptr<OpenFile> file) {
-  qnx::Descriptor socket = TakeSocket(opening);
-  const bool sent = qnx::SendAnswer(socket.get(), error);
+  platform::Descriptor socket = TakeSocket(opening);
+  const bool sent = qnx::SendAnswer(socket.Get(), error);
   if (!file) return;
 
   OpenFile* const opened = file.get();
-  const int fd = socket.get();
+  const int fd = socket.Get();
   opened->Attach(std::move(socket), &file_poller_);
   files_.emplace(opened, std::move(file));
   const bool watched =
@@ -146,10 +146,10 @@ void ResourceManager::Answer(OpeningHandle opening, int error, std::unique_ptr<O
   if (!watched) CloseFile(opened);
 }
 
-qnx::Descriptor ResourceManager::TakeSocket(OpeningHandle opening) {
+platform::Descriptor ResourceManager::TakeSocket(OpeningHandle opening) {
   loop_->CancelTimer(opening->timer);
-  loop_->poller().Remove(opening->socket.get());
-  qnx::Descriptor socket = std::move(opening->socket);
+  loop_->poller().Remove(opening->socket.Get());
+  platform::Descriptor socket = std::move(opening->socket);
   openings_.erase(opening);
   return socket;
 }
@@ -186,18 +186,18 @@ void ResourceManager::OnFileEvent(OpenFile* file, std::uint32_t events) {
   } else {
     file->barrier_ = barrier_;
     int waiting = 0;
-    ioctl(file->socket_.get(), SIOCINQ, &waiting);
+    ioctl(file->socket_.Get(), SIOCINQ, &waiting);
     open = ReadFile(file, static_cast<std::size_t>(waiting), kMessagesPerBarrier);
   }
   if (open) return;
   // What others sent before this end is taken in before it.
-  file_poller_.Remove(file->socket_.get());
+  file_poller_.Remove(file->socket_.Get());
   ended_.push_back(file);
   if (!in_barrier_) Barrier();
 }
 
 bool ResourceManager::ReadFile(OpenFile* file, std::size_t bytes, int messages) {
-  const int fd = file->socket_.get();
+  const int fd = file->socket_.Get();
   std::size_t taken_bytes = 0;
   for (int count = 0; count < messages && taken_bytes <= bytes; ++count) {
     const ssize_t size = recv(fd, nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);

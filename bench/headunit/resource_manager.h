@@ -76,21 +76,21 @@ class ResourceManager {
  private:
   // A connection whose request has not come or not been answered yet.
   struct Opening {
-    qnx::Descriptor socket;
+    platform::Descriptor socket;
     EventLoop::TimerId timer = 0;
     qnx::OpeningRequest request;
     bool answered_later = false;
   };
   using OpeningHandle = std::list<Opening>::iterator;
 
-  void TakeConnection(qnx::Descriptor socket);
+  void TakeConnection(platform::Descriptor socket);
   bool WatchOpening(OpeningHandle opening, std::uint32_t events);
 
   // Reads the request and answers it, now or later. False when it has not come yet.
   bool TakeRequest(OpeningHandle opening);
   void Serve(OpeningHandle opening);
   void Answer(OpeningHandle opening, int error, std::unique_ptr<OpenFile> file);
-  qnx::Descriptor TakeSocket(OpeningHandle opening);
+  platform::Descriptor TakeSocket(OpeningHandle opening);
   void Drop(OpeningHandle opening);
 
   // Takes in what lies in the open files now, not what a busy client adds meanwhile.

@@ -19,10 +19,10 @@
 #include "i2c_bus.h"
 #include "log.h"
 #include "mcu_device.h"
+#include "platform/descriptor.h"
 #include "pps_manager.h"
 #include "profile.h"
 #include "qnx/bench_link.h"
-#include "qnx/descriptor.h"
 #include "qnx/slog_ring.h"
 #include "services/service_set.h"
 #include "sysinfo_device.h"
@@ -70,7 +70,7 @@ struct Unit::Impl {
   void OnPresence(std::size_t openers);
 
   const UnitOptions options;
-  qnx::Descriptor lock;  // on the root, held while the unit runs
+  platform::Descriptor lock;  // on the root, held while the unit runs
   EventLoop managers;
   PpsManager pps;
   McuDevice mcu;
@@ -98,8 +98,8 @@ std::string Unit::Impl::TakeRoot() {
   }
   if (error) return options.root + ": " + error.message();
   lock.Reset(open(options.root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!lock.is_open()) return options.root + ": " + std::strerror(errno);
-  if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+  if (!lock.IsOpen()) return options.root + ": " + std::strerror(errno);
+  if (flock(lock.Get(), LOCK_EX | LOCK_NB) != 0) {
     return options.root + ": " +
            (errno == EWOULDBLOCK ? "another unit runs below it" : std::strerror(errno));
   }

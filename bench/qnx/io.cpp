@@ -55,11 +55,11 @@ int TakeAnswer(int fd, long deadline) {
 // -1 with errno otherwise.
 int Ask(const qnx::ResolvedPath& target, qnx::RequestKind kind, int flags, mode_t mode) {
   const long deadline = NowMs() + kManagerTimeoutMs;
-  qnx::Descriptor connection = qnx::NewManagerSocket();
-  if (!connection.is_open() || !LimitWaits(connection.get())) return -1;
+  platform::Descriptor connection = qnx::NewManagerSocket();
+  if (!connection.IsOpen() || !LimitWaits(connection.Get())) return -1;
   bool interrupted = false;
-  while (qnx::ConnectToManager(connection.get(), target.path) != 0) {
-    if (errno == EINTR && LimitWaitUntil(connection.get(), SO_SNDTIMEO, deadline)) {
+  while (qnx::ConnectToManager(connection.Get(), target.path) != 0) {
+    if (errno == EINTR && LimitWaitUntil(connection.Get(), SO_SNDTIMEO, deadline)) {
       interrupted = true;
       continue;
     }
@@ -69,15 +69,15 @@ int Ask(const qnx::ResolvedPath& target, qnx::RequestKind kind, int flags, mode_
     }
     return -1;
   }
-  if (interrupted && !LimitWaits(connection.get())) return -1;
+  if (interrupted && !LimitWaits(connection.Get())) return -1;
 
   // Into an empty queue, so it never waits.
-  if (!qnx::SendRequest(connection.get(), kind, static_cast<std::uint32_t>(flags),
+  if (!qnx::SendRequest(connection.Get(), kind, static_cast<std::uint32_t>(flags),
                         static_cast<std::uint32_t>(mode), target.rest)) {
     errno = EIO;
     return -1;
   }
-  const int error = TakeAnswer(connection.get(), deadline);
+  const int error = TakeAnswer(connection.Get(), deadline);
   if (error != 0) {
     errno = error;
     return -1;
@@ -87,8 +87,8 @@ int Ask(const qnx::ResolvedPath& target, qnx::RequestKind kind, int flags, mode_
 
 // Asks and closes the connection: for requests that end with their answer.
 int AskOnly(const qnx::ResolvedPath& target, qnx::RequestKind kind, int flags) {
-  const qnx::Descriptor connection(Ask(target, kind, flags, 0));
-  return connection.is_open() ? 0 : -1;
+  const platform::Descriptor connection(Ask(target, kind, flags, 0));
+  return connection.IsOpen() ? 0 : -1;
 }
 
 }  // namespace

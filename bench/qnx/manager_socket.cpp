@@ -18,13 +18,14 @@ const std::size_t kLargestRequest = kRequestHead + PATH_MAX;
 const std::size_t kFilePart = 65536;  // of a plain file, which has no messages
 
 // Puts `path`, seen from the directory or socket `at` when it is too long itself, into *address.
-bool FormAddress(const char* path, const Descriptor& at, const char* name, sockaddr_un* address) {
+bool FormAddress(const char* path, const platform::Descriptor& at, const char* name,
+                 sockaddr_un* address) {
   std::memset(address, 0, sizeof(*address));
   address->sun_family = AF_UNIX;
   const std::size_t room = sizeof(address->sun_path);
   const int length =
-      at.is_open() ? std::snprintf(address->sun_path, room, "/proc/self/fd/%d%s", at.get(), name)
-                   : std::snprintf(address->sun_path, room, "%s", path);
+      at.IsOpen() ? std::snprintf(address->sun_path, room, "/proc/self/fd/%d%s", at.Get(), name)
+                  : std::snprintf(address->sun_path, room, "%s", path);
   if (length >= 0 && static_cast<std::size_t>(length) < room) return true;
   errno = ENAMETOOLONG;
   return false;
@@ -38,15 +39,15 @@ const sockaddr* AsSockaddr(const sockaddr_un& address) {
 
 }  // namespace
 
-Descriptor NewManagerSocket(int flags) {
-  return Descriptor(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0));
+platform::Descriptor NewManagerSocket(int flags) {
+  return platform::Descriptor(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0));
 }
 
 int ConnectToManager(int fd, const char* path) {
-  Descriptor target;
+  platform::Descriptor target;
   if (!FitsAnAddress(path)) {
     target.Reset(::open(path, O_PATH | O_CLOEXEC));
-    if (!target.is_open()) return -1;
+    if (!target.IsOpen()) return -1;
   }
   sockaddr_un address;
   if (!FormAddress(path, target, "", &address)) return -1;
@@ -72,11 +73,11 @@ int ReceiveAnswer(int fd, int flags) {
 }
 
 int ListenAt(int fd, const char* path, int backlog) {
-  Descriptor directory;
+  platform::Descriptor directory;
   const char* const name = std::strrchr(path, '/');
   if (!FitsAnAddress(path) && name != nullptr) {
     directory.Reset(::open(std::string(path, name).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!directory.is_open()) return -1;
+    if (!directory.IsOpen()) return -1;
   }
   sockaddr_un address;
   if (!FormAddress(path, directory, name, &address)) return -1;

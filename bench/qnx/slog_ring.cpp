@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "deadline.h"
+#include "platform/descriptor.h"
 #include "ring_map.h"
 
 namespace qnx {
@@ -20,6 +21,8 @@ namespace {
 
 // A line is written within a microsecond, unless its writer waits for a processor.
 const long kUnfinishedMs = 500;
+
+const mode_t kEverybody = 0666;
 
 // The rings that are mapped, for the handler: a writer has two at most for a moment, a reader one.
 struct GuardedRing {
@@ -68,6 +71,22 @@ void Guard(void* base, std::size_t size) {
   }
 }
 
+int OpenRing(const char* path, int access) {
+  return ::open(path, access | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+}
+
+// False with errno EINVAL when the file is not a ring.
+bool ReadHeader(const platform::Descriptor& file, SlogHeader* header, struct stat* status) {
+  if (::fstat(file.Get(), status) == 0 && S_ISREG(status->st_mode) &&
+      ::pread(file.Get(), static_cast<void*>(header), sizeof(*header), 0) ==
+          static_cast<ssize_t>(sizeof(*header)) &&
+      IsRing(*header, static_cast<std::uint64_t>(status->st_size))) {
+    return true;
+  }
+  errno = EINVAL;
+  return false;
+}
+
 }  // namespace
 
 void UnmapRing(void* base, std::size_t size) {
@@ -81,25 +100,16 @@ void UnmapRing(void* base, std::size_t size) {
 
 void* MapRing(const char* path, RingUse use, std::size_t* size, unsigned long* inode) {
   const bool writes = use == RingUse::kWrite;
-  const int fd = ::open(path, (writes ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  if (fd < 0) return nullptr;
-  struct stat status;
+  const platform::Descriptor file(OpenRing(path, writes ? O_RDWR : O_RDONLY));
   SlogHeader header{};
-  void* map = nullptr;
-  errno = EINVAL;
-  if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode) &&
-      ::pread(fd, static_cast<void*>(&header), sizeof(header), 0) ==
-          static_cast<ssize_t>(sizeof(header)) &&
-      IsRing(header, static_cast<std::uint64_t>(status.st_size))) {
-    *size = sizeof(SlogHeader) + std::size_t{header.slots} * kSlogSlotSize;
-    *inode = static_cast<unsigned long>(status.st_ino);
-    map = ::mmap(nullptr, *size, writes ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED, fd, 0);
-    if (map == MAP_FAILED) map = nullptr;
-    if (map != nullptr) Guard(map, *size);
-  }
-  const int saved = errno;
-  ::close(fd);
-  errno = saved;
+  struct stat status;
+  if (!file.IsOpen() || !ReadHeader(file, &header, &status)) return nullptr;
+  *size = sizeof(SlogHeader) + std::size_t{header.slots} * kSlogSlotSize;
+  *inode = static_cast<unsigned long>(status.st_ino);
+  void* const map = ::mmap(nullptr, *size, writes ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED,
+                           file.Get(), 0);
+  if (map == MAP_FAILED) return nullptr;
+  Guard(map, *size);
   return map;
 }
 
@@ -122,8 +132,9 @@ bool IsMappedRing(const char* path, const void* base, unsigned long inode, std::
 int CreateSlogRing(const std::string& path, std::uint32_t slots) {
   if (slots == 0 || (slots & (slots - 1)) != 0) return EINVAL;
   const std::string fresh = path + ".new";
-  const int fd = ::open(fresh.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (fd < 0) return errno;
+  platform::Descriptor file(
+      ::open(fresh.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, kEverybody));
+  if (!file.IsOpen()) return errno;
   SlogHeader header{};
   std::memcpy(header.magic, kSlogMagic, sizeof(kSlogMagic));
   header.slots = slots;
@@ -132,34 +143,27 @@ int CreateSlogRing(const std::string& path, std::uint32_t slots) {
   // With all its blocks: a write to a hole of a full disk would be a fault.
   int error;
   do {
-    error = ::posix_fallocate(fd, 0, size);
+    error = ::posix_fallocate(file.Get(), 0, size);
   } while (error == EINTR);
+  errno = 0;
   if (error == 0 &&
-      ::pwrite(fd, &header, sizeof(header), 0) != static_cast<ssize_t>(sizeof(header))) {
+      ::pwrite(file.Get(), &header, sizeof(header), 0) != static_cast<ssize_t>(sizeof(header))) {
     error = errno != 0 ? errno : EIO;
   }
-  ::close(fd);
+  file.Reset();
   if (error == 0 && std::rename(fresh.c_str(), path.c_str()) != 0) error = errno;
   if (error != 0) ::unlink(fresh.c_str());
   return error;
 }
 
 int ClearSlogRing(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  if (fd < 0) return errno;
+  const platform::Descriptor file(OpenRing(path.c_str(), O_RDWR));
   SlogHeader header{};
   struct stat status;
-  int error = EINVAL;
-  if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode) &&
-      ::pread(fd, static_cast<void*>(&header), sizeof(header), 0) ==
-          static_cast<ssize_t>(sizeof(header)) &&
-      IsRing(header, static_cast<std::uint64_t>(status.st_size))) {
-    const std::uint64_t next = header.next;
-    const auto written = ::pwrite(fd, &next, sizeof(next), offsetof(SlogHeader, first));
-    error = written == static_cast<ssize_t>(sizeof(next)) ? 0 : errno;
-  }
-  ::close(fd);
-  return error;
+  if (!file.IsOpen() || !ReadHeader(file, &header, &status)) return errno;
+  const std::uint64_t next = header.next;
+  const auto written = ::pwrite(file.Get(), &next, sizeof(next), offsetof(SlogHeader, first));
+  return written == static_cast<ssize_t>(sizeof(next)) ? 0 : errno;
 }
 
 SlogReader::~SlogReader() {

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
 #include "deadline.h"
 
@@ -22,13 +23,9 @@ const std::size_t kLongestLine = 1024;  // with what stands in front of the text
 
 }  // namespace
 
-SyslogClient::~SyslogClient() {
-  if (fd_ >= 0) ::close(fd_);
-}
-
 void SyslogClient::Send(int priority, const char* text, std::size_t length) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  if (fd_ < 0 && !Connect()) {
+  if (!socket_.IsOpen() && !Connect()) {
     ++dropped_;
     return;
   }
@@ -51,19 +48,17 @@ bool SyslogClient::Connect() {
   const std::size_t length = std::strlen(path_);
   if (length >= sizeof(address.sun_path)) return false;
   std::memcpy(address.sun_path, path_, length + 1);
-  fd_ = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  if (fd_ < 0) return false;
-  if (::connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
-    return true;
+  platform::Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+    return false;
   }
-  ::close(fd_);
-  fd_ = -1;
-  return false;
+  socket_ = std::move(socket);
+  return true;
 }
 
 // False when the line was not taken.
 bool SyslogClient::Put(int priority, const char* text, std::size_t length) {
-  if (fd_ < 0) return false;
+  if (!socket_.IsOpen()) return false;
   char line[kLongestLine];
   const std::time_t now = std::time(nullptr);
   std::tm parts{};
@@ -76,20 +71,18 @@ bool SyslogClient::Put(int priority, const char* text, std::size_t length) {
   const std::size_t size = static_cast<std::size_t>(wanted) < sizeof(line)
                                ? static_cast<std::size_t>(wanted)
                                : sizeof(line) - 1;
-  ssize_t sent = ::send(fd_, line, size, MSG_NOSIGNAL);
+  ssize_t sent = ::send(socket_.Get(), line, size, MSG_NOSIGNAL);
   if (sent < 0 && errno == EAGAIN && !stuck_) {
     stuck_ = true;
-    if (WaitAgain(fd_, POLLOUT, NowMs() + kPatienceMs))
-      sent = ::send(fd_, line, size, MSG_NOSIGNAL);
+    if (WaitAgain(socket_.Get(), POLLOUT, NowMs() + kPatienceMs)) {
+      sent = ::send(socket_.Get(), line, size, MSG_NOSIGNAL);
+    }
   }
   if (sent >= 0) {
     stuck_ = false;
     return true;
   }
-  if (errno != EAGAIN) {  // the daemon is gone
-    ::close(fd_);
-    fd_ = -1;
-  }
+  if (errno != EAGAIN) socket_.Reset();  // the daemon is gone
   return false;
 }
 

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/descriptor.h"
 #include "platform/io.h"
 #include "qnx/bench_link.h"
 
@@ -41,12 +42,9 @@ std::string WhyNoUnit() {
     return "the unit's root " + root + ": " + std::strerror(errno) + note;
   }
   if (!S_ISDIR(status.st_mode)) return "the unit's root " + root + " is not a directory" + note;
-  const int fd = platform::open(kControlPath, O_RDWR);
+  const platform::Descriptor control(platform::open(kControlPath, O_RDWR));
+  if (control.IsOpen()) return "";
   const int error = errno;
-  if (fd >= 0) {
-    ::close(fd);
-    return "";
-  }
   if (error == EIO) return "the unit below " + root + " does not answer" + note;
   if (error == ENOENT || error == ENOTDIR) {
     return "no unit runs below " + root + note + "; 'headunit' starts one";

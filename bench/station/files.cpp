@@ -13,13 +13,13 @@ namespace station {
 
 std::string ReadFile(const std::string& path, std::string* text) {
   const std::string shown = tools::Quoted(path) + ": ";
-  const tools::Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  const platform::Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   struct stat status {};
-  if (!file.is_open() || ::fstat(file.get(), &status) != 0) return shown + std::strerror(errno);
+  if (!file.IsOpen() || ::fstat(file.Get(), &status) != 0) return shown + std::strerror(errno);
   if (S_ISDIR(status.st_mode)) return shown + std::strerror(EISDIR);
   char part[65536];
   ssize_t count;
-  while ((count = ::read(file.get(), part, sizeof(part))) > 0) {
+  while ((count = ::read(file.Get(), part, sizeof(part))) > 0) {
     text->append(part, static_cast<std::size_t>(count));
     if (text->size() > kLargestFile) return shown + std::strerror(EFBIG);
   }

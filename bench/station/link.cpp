@@ -60,11 +60,11 @@ Clock::duration Seconds(double seconds) {
 
 std::string Link::Send(const Bytes& packet) {
   Collect(0);
-  if (!connection_.is_open()) {
+  if (!connection_.IsOpen()) {
     connection_.Reset(platform::open(qnx::kStationPath, O_RDWR));
-    if (!connection_.is_open()) return OpenProblem(qnx::kStationPath, errno);
+    if (!connection_.IsOpen()) return OpenProblem(qnx::kStationPath, errno);
   }
-  if (platform::write(connection_.get(), packet.data(), packet.size()) < 0) {
+  if (platform::write(connection_.Get(), packet.data(), packet.size()) < 0) {
     const std::string reason = std::strerror(errno);
     connection_.Reset(-1);
     return "the unit takes no request: " + reason;
@@ -75,8 +75,8 @@ std::string Link::Send(const Bytes& packet) {
 void Link::Collect(int milliseconds) {
   Bytes packet;
   const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
-  while (connection_.is_open() && PollFor(connection_.get(), RestMilliseconds(deadline))) {
-    if (TakePacket(connection_.get(), &packet)) {
+  while (connection_.IsOpen() && PollFor(connection_.Get(), RestMilliseconds(deadline))) {
+    if (TakePacket(connection_.Get(), &packet)) {
       PassOver(packet);
     } else {
       connection_.Reset(-1);
@@ -96,15 +96,15 @@ void Link::PassOver(const Bytes& packet) {
 
 bool Link::Wait(Clock::time_point deadline) {
   const int rest = RestMilliseconds(deadline);
-  if (interrupt_ != nullptr) return interrupt_->Wait(connection_.get(), rest);
-  return PollFor(connection_.get(), rest);
+  if (interrupt_ != nullptr) return interrupt_->Wait(connection_.Get(), rest);
+  return PollFor(connection_.Get(), rest);
 }
 
 Link::Result Link::Receive(std::uint8_t command, std::uint8_t sub_command,
                            Clock::time_point deadline, wire::Reply* reply, Bytes* packet) {
   Bytes fragment;
   while (Clock::now() < deadline && Wait(deadline)) {
-    if (!TakePacket(connection_.get(), packet)) {
+    if (!TakePacket(connection_.Get(), packet)) {
       connection_.Reset(-1);
       return Result::kGone;
     }
@@ -122,15 +122,15 @@ Link::Result Link::Receive(std::uint8_t command, std::uint8_t sub_command,
 }
 
 bool Control(const std::string& line, std::string* answer) {
-  const tools::Descriptor connection(platform::open(qnx::kControlPath, O_RDWR));
-  if (!connection.is_open()) {
+  const platform::Descriptor connection(platform::open(qnx::kControlPath, O_RDWR));
+  if (!connection.IsOpen()) {
     *answer = OpenProblem(qnx::kControlPath, errno);
     return false;
   }
   std::string message;
-  if (platform::write(connection.get(), line.data(), line.size()) < 0 ||
-      !PollFor(connection.get(), kControlMilliseconds) ||
-      tools::ReadMessage(connection.get(), &message) <= 0) {
+  if (platform::write(connection.Get(), line.data(), line.size()) < 0 ||
+      !PollFor(connection.Get(), kControlMilliseconds) ||
+      tools::ReadMessage(connection.Get(), &message) <= 0) {
     *answer = "the unit's control connector does not answer";
     return false;
   }
@@ -173,14 +173,14 @@ std::string SeveralServices() {
 std::string Monitor::Open() {
   const std::string path = std::string(qnx::kStationPath) + qnx::kMonitorRest;
   connection_.Reset(platform::open(path.c_str(), O_RDONLY));
-  return connection_.is_open() ? "" : OpenProblem(path.c_str(), errno);
+  return connection_.IsOpen() ? "" : OpenProblem(path.c_str(), errno);
 }
 
-bool Monitor::HasPacket(int milliseconds) { return PollFor(connection_.get(), milliseconds); }
+bool Monitor::HasPacket(int milliseconds) { return PollFor(connection_.Get(), milliseconds); }
 
 bool Monitor::Read(qnx::MonitorHead* head, Bytes* packet) {
   Bytes message;
-  while (TakePacket(connection_.get(), &message)) {
+  while (TakePacket(connection_.Get(), &message)) {
     if (message.size() < sizeof(*head)) continue;  // not from this connector
     std::memcpy(head, message.data(), sizeof(*head));
     packet->assign(message.begin() + sizeof(*head), message.end());

@@ -21,7 +21,7 @@ std::string OutputFile::Open(const std::string& path, bool force) {
   int flags = kFlags | O_CREAT | (force ? O_TRUNC : O_EXCL);
   while (true) {
     file_.Reset(::open(path.c_str(), flags, kFileMode));
-    if (file_.is_open()) break;
+    if (file_.IsOpen()) break;
     // What is there already may be a device or a FIFO, which nothing is lost of.
     if (errno == EEXIST) {
       struct stat status {};
@@ -40,7 +40,7 @@ std::string OutputFile::Open(const std::string& path, bool force) {
 
 std::string OutputFile::Write(const std::string& text) {
   for (std::size_t written = 0; written < text.size();) {
-    const ssize_t count = ::write(file_.get(), text.data() + written, text.size() - written);
+    const ssize_t count = ::write(file_.Get(), text.data() + written, text.size() - written);
     if (count >= 0) {
       written += static_cast<std::size_t>(count);
     } else if (errno != EAGAIN && errno != EINTR) {

@@ -26,7 +26,7 @@ class OutputFile {
   std::string Problem(const std::string& reason) const;
 
   tools::Interrupt* interrupt_;
-  tools::Descriptor file_;
+  platform::Descriptor file_;
   std::string path_;
 };
 

@@ -35,27 +35,27 @@ std::string NowText() {
 
 RunLock::~RunLock() {
   // The next run must not be told of this one.
-  if (file_.is_open() && ::ftruncate(file_.get(), 0) != 0) return;
+  if (file_.IsOpen() && ::ftruncate(file_.Get(), 0) != 0) return;
 }
 
 std::string RunLock::Take() {
   const std::string path = RootDirectory() + kLockFile;
-  tools::Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kEverybody));
-  if (!file.is_open() && (errno == ENOENT || errno == ENOTDIR)) return "";
-  if (!file.is_open()) {
+  platform::Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kEverybody));
+  if (!file.IsOpen() && (errno == ENOENT || errno == ENOTDIR)) return "";
+  if (!file.IsOpen()) {
     return "the unit cannot be locked: " + tools::Escape(path) + ": " + std::strerror(errno);
   }
-  if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+  if (::flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
     char text[64] = "";
-    const ssize_t size = ::read(file.get(), text, sizeof(text) - 1);
+    const ssize_t size = ::read(file.Get(), text, sizeof(text) - 1);
     const std::string holder(text, size > 0 ? static_cast<std::size_t>(size) : 0);
     return "another run has the unit" + (holder.empty() ? "" : ": " + tools::Escape(holder));
   }
   // Another user's run may take the unit next.
-  ::fchmod(file.get(), kEverybody);
+  ::fchmod(file.Get(), kEverybody);
   const std::string holder = "process " + std::to_string(::getpid()) + ", started " + NowText();
-  if (::ftruncate(file.get(), 0) != 0 ||
-      ::pwrite(file.get(), holder.data(), holder.size(), 0) < 0) {
+  if (::ftruncate(file.Get(), 0) != 0 ||
+      ::pwrite(file.Get(), holder.data(), holder.size(), 0) < 0) {
     return "the unit cannot be locked: " + tools::Escape(path) + ": " + std::strerror(errno);
   }
   file_ = std::move(file);

@@ -19,7 +19,7 @@ class RunLock {
   std::string Take();
 
  private:
-  tools::Descriptor file_;
+  platform::Descriptor file_;
 };
 
 }  // namespace station

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/io.h"
+#include "platform/pps_guards.h"
 #include "pps_watch.h"
 #include "qnx/remove.h"
 #include "tools/pps_object.h"
@@ -61,9 +62,9 @@ std::string ObjectPath(std::string path) {
 }
 
 int Write(const std::string& path, int flags, const std::string& text) {
-  const tools::Descriptor file(platform::open(path.c_str(), flags, 0666));
-  if (!file.is_open()) return errno;
-  return platform::write(file.get(), text.data(), text.size()) < 0 ? errno : 0;
+  const platform::Descriptor file(platform::open(path.c_str(), flags, 0666));
+  if (!file.IsOpen()) return errno;
+  return platform::write(file.Get(), text.data(), text.size()) < 0 ? errno : 0;
 }
 
 int List(const std::string& path, bool recursive) {
@@ -124,15 +125,14 @@ std::string AppendLine(const std::string& argument, std::string* text) {
   }
   if (name_end == equals) {
     const std::string value = line.substr(equals + 1);
-    pps_encoder_t encoder;
-    pps_encoder_initialize(&encoder, false);
-    pps_encoder_start_object(&encoder, nullptr);
-    pps_encoder_add_string(&encoder, name.c_str(), value.c_str());
-    pps_encoder_end_object(&encoder);
-    const char* encoded = pps_encoder_buffer(&encoder);
-    if (encoded != nullptr) *text += options + encoded;
-    pps_encoder_cleanup(&encoder);
-    return encoded != nullptr ? "" : shown + "cannot be written as an attribute";
+    platform::Encoder encoder;
+    pps_encoder_start_object(encoder.Get(), nullptr);
+    pps_encoder_add_string(encoder.Get(), name.c_str(), value.c_str());
+    pps_encoder_end_object(encoder.Get());
+    const char* const encoded = pps_encoder_buffer(encoder.Get());
+    if (encoded == nullptr) return shown + "cannot be written as an attribute";
+    *text += options + encoded;
+    return "";
   }
   const std::size_t second = line.find(':', colon + 1);
   if (second == std::string::npos) return shown + "has no second ':' (name:encoding:value)";

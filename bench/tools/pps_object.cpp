@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "platform/io.h"
+#include "platform/pps_guards.h"
 #include "tools/program.h"
 
 namespace tools {
@@ -16,24 +17,22 @@ namespace {
 
 std::string Unescape(const char* escaped) {
   std::string line = std::string("v:c:") + escaped + "\n";
-  pps_decoder_t decoder;
+  platform::Decoder decoder;
   const char* value = nullptr;
-  pps_decoder_initialize(&decoder, nullptr);
-  pps_decoder_parse_pps_str(&decoder, line.data());
-  pps_decoder_push(&decoder, nullptr);
-  pps_decoder_get_string(&decoder, "v", &value);
-  pps_decoder_cleanup(&decoder);
+  pps_decoder_parse_pps_str(decoder.Get(), line.data());
+  pps_decoder_push(decoder.Get(), nullptr);
+  pps_decoder_get_string(decoder.Get(), "v", &value);
   return value != nullptr ? value : escaped;
 }
 
 }  // namespace
 
 int ReadObject(const std::string& path, int flags, std::string* text) {
-  const Descriptor file(platform::open(path.c_str(), flags));
-  if (!file.is_open()) return errno;
+  const platform::Descriptor file(platform::open(path.c_str(), flags));
+  if (!file.IsOpen()) return errno;
   std::string part;
   int result;
-  while ((result = ReadMessage(file.get(), &part)) > 0) *text += part;
+  while ((result = ReadMessage(file.Get(), &part)) > 0) *text += part;
   return result < 0 ? errno : 0;
 }
 
@@ -72,11 +71,8 @@ bool FindAttribute(const std::string& object_text, const std::string& name, std:
 
 bool IsJson(const std::string& value) {
   std::string copy = value;
-  pps_decoder_t decoder;
-  pps_decoder_initialize(&decoder, nullptr);
-  const bool whole = pps_decoder_parse_json_str(&decoder, copy.data()) == PPS_DECODER_OK;
-  pps_decoder_cleanup(&decoder);
-  return whole;
+  platform::Decoder decoder;
+  return pps_decoder_parse_json_str(decoder.Get(), copy.data()) == PPS_DECODER_OK;
 }
 
 bool IsNumber(const std::string& value) {

@@ -44,10 +44,10 @@ class Watcher {
     const bool headed = times_ || files_.size() > 1 || !directories_.empty();
     auto listed = std::chrono::steady_clock::now();
     while (std::cout.good() && (!files_.empty() || !directories_.empty())) {
-      const bool readable = interrupt.Wait(ready_.get(), directories_.empty() ? -1 : kListTime);
+      const bool readable = interrupt.Wait(ready_.Get(), directories_.empty() ? -1 : kListTime);
       if (interrupt.Pending()) return kExitRight;
       epoll_event event{};
-      if (readable && ::epoll_wait(ready_.get(), &event, 1, 0) == 1) {
+      if (readable && ::epoll_wait(ready_.Get(), &event, 1, 0) == 1) {
         PrintNext(event.data.fd, headed);
       }
       if (std::chrono::steady_clock::now() - listed < std::chrono::milliseconds(kListTime))
@@ -64,17 +64,17 @@ class Watcher {
  private:
   struct File {
     std::string path;
-    Descriptor descriptor;
+    platform::Descriptor descriptor;
   };
 
   int Follow(const std::string& path) {
-    Descriptor file(platform::open((path + "?wait,delta").c_str(), O_RDONLY));
-    if (!file.is_open()) return errno;
+    platform::Descriptor file(platform::open((path + "?wait,delta").c_str(), O_RDONLY));
+    if (!file.IsOpen()) return errno;
     epoll_event event{};
     event.events = EPOLLIN;
-    event.data.fd = file.get();
-    if (::epoll_ctl(ready_.get(), EPOLL_CTL_ADD, file.get(), &event) != 0) return errno;
-    const int number = file.get();
+    event.data.fd = file.Get();
+    if (::epoll_ctl(ready_.Get(), EPOLL_CTL_ADD, file.Get(), &event) != 0) return errno;
+    const int number = file.Get();
     files_[number] = File{path, std::move(file)};
     followed_.insert(path);
     return 0;
@@ -120,7 +120,7 @@ class Watcher {
   }
 
   const bool times_;
-  Descriptor ready_;
+  platform::Descriptor ready_;
   std::map<int, File> files_;       // by descriptor
   std::set<std::string> followed_;  // their paths
   std::vector<std::string> directories_;

@@ -104,20 +104,19 @@ Interrupt::Interrupt() : saved_(new Mask) {
   sigaddset(&set, SIGINT);
   sigaddset(&set, SIGTERM);
   ::pthread_sigmask(SIG_BLOCK, &set, &saved_->set);
-  signals_ = ::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
-  g_signals = signals_;
+  signals_.Reset(::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+  g_signals = signals_.Get();
 }
 
 Interrupt::~Interrupt() {
   Pending();  // a signal that was asked for is not delivered a second time
   g_signals = -1;
-  if (signals_ >= 0) ::close(signals_);
   ::pthread_sigmask(SIG_SETMASK, &saved_->set, nullptr);
 }
 
 bool Interrupt::Pending() {
   signalfd_siginfo info;
-  while (::read(signals_, &info, sizeof(info)) == static_cast<ssize_t>(sizeof(info))) {
+  while (::read(signals_.Get(), &info, sizeof(info)) == static_cast<ssize_t>(sizeof(info))) {
     ++count_;
   }
   return count_ > tolerated_;
@@ -126,7 +125,7 @@ bool Interrupt::Pending() {
 bool Interrupt::Wait(int fd, int milliseconds) {
   if (Pending()) return false;
   const auto start = std::chrono::steady_clock::now();
-  pollfd files[2] = {{signals_, POLLIN, 0}, {fd, POLLIN, 0}};
+  pollfd files[2] = {{signals_.Get(), POLLIN, 0}, {fd, POLLIN, 0}};
   while (true) {
     int rest = -1;
     if (milliseconds >= 0) {

@@ -71,27 +71,27 @@ class Connection {
   void Request(Manager* manager, const std::string& message) {
     HangUp(manager);
     socket_ = qnx::NewManagerSocket(SOCK_NONBLOCK);
-    fuzz::Require(qnx::ConnectToManager(socket_.get(), Manager::Path().c_str()) == 0,
+    fuzz::Require(qnx::ConnectToManager(socket_.Get(), Manager::Path().c_str()) == 0,
                   "the manager takes connections");
-    fuzz::Require(::send(socket_.get(), message.data(), message.size(), MSG_NOSIGNAL) >= 0,
+    fuzz::Require(::send(socket_.Get(), message.data(), message.size(), MSG_NOSIGNAL) >= 0,
                   "a request can be sent");
     manager->Turn();
-    const int answer = qnx::ReceiveAnswer(socket_.get());
+    const int answer = qnx::ReceiveAnswer(socket_.Get());
     fuzz::Require(answer >= 0, "each request is answered by an error number");
     if (answer != 0) HangUp(manager);
   }
 
   void Write(Manager* manager, const std::string& message) {
-    if (!socket_.is_open()) return;
-    ::send(socket_.get(), message.data(), message.size(), MSG_NOSIGNAL);
+    if (!socket_.IsOpen()) return;
+    ::send(socket_.Get(), message.data(), message.size(), MSG_NOSIGNAL);
     manager->Turn();
   }
 
   // Reads whole messages until none is left. Each is text that a reader can take apart.
   void Read(Manager* manager) {
-    if (!socket_.is_open()) return;
+    if (!socket_.IsOpen()) return;
     std::string text;
-    while (qnx::ReadMessage(socket_.get(), &text) > 0) {
+    while (qnx::ReadMessage(socket_.Get(), &text) > 0) {
       fuzz::Require(text.find('\0') == text.npos, "no text has a zero byte");
       fuzz::Require(text.back() == '\n', "every text ends with its last line");
     }
@@ -99,13 +99,13 @@ class Connection {
   }
 
   void HangUp(Manager* manager) {
-    if (!socket_.is_open()) return;
+    if (!socket_.IsOpen()) return;
     socket_.Reset();
     manager->Turn();
   }
 
  private:
-  qnx::Descriptor socket_;
+  platform::Descriptor socket_;
 };
 
 std::string Message(qnx::RequestKind kind, std::uint32_t flags, const std::string& path) {

@@ -115,16 +115,15 @@ void ParseLines(const std::string& content) {
 }  // namespace
 
 Decoding::Decoding(const std::string& text, bool json) : text_(text) {
-  pps_decoder_initialize(&decoder_, nullptr);
-  parsed_ = json ? pps_decoder_parse_json_str(&decoder_, text_.get())
-                 : pps_decoder_parse_pps_str(&decoder_, text_.get());
+  parsed_ = json ? pps_decoder_parse_json_str(*this, text_.get())
+                 : pps_decoder_parse_pps_str(*this, text_.get());
   Require(parsed_ == PPS_DECODER_OK || parsed_ == PPS_DECODER_PARSE_ERROR, "a text parses or not");
-  Require(pps_decoder_status(&decoder_, false) == parsed_, "the status tells how it was parsed");
+  Require(pps_decoder_status(*this, false) == parsed_, "the status tells how it was parsed");
 }
 
 std::string Encoding::Text() {
-  const char* const text = pps_encoder_buffer(&encoder_);
-  const auto length = static_cast<std::size_t>(pps_encoder_length(&encoder_));
+  const char* const text = pps_encoder_buffer(*this);
+  const auto length = static_cast<std::size_t>(pps_encoder_length(*this));
   Require(length == (text == nullptr ? 0 : std::strlen(text)), "a text is as long as its length");
   return text == nullptr ? kNoText : text;
 }

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "input.h"
+#include "platform/pps_guards.h"
 
 namespace fuzz {
 
@@ -35,33 +36,27 @@ class DecodedText {
 class Decoding {
  public:
   Decoding(const std::string& text, bool json);
-  ~Decoding() { pps_decoder_cleanup(&decoder_); }
-  Decoding(const Decoding&) = delete;
-  Decoding& operator=(const Decoding&) = delete;
 
-  operator pps_decoder_t*() { return &decoder_; }
+  operator pps_decoder_t*() { return decoder_.Get(); }
   const DecodedText& text() const { return text_; }
   pps_decoder_error_t parsed() const { return parsed_; }
 
  private:
   DecodedText text_;
-  pps_decoder_t decoder_;
+  platform::Decoder decoder_;
   pps_decoder_error_t parsed_;
 };
 
 // A text under construction.
 class Encoding {
  public:
-  explicit Encoding(bool json) { pps_encoder_initialize(&encoder_, json); }
-  ~Encoding() { pps_encoder_cleanup(&encoder_); }
-  Encoding(const Encoding&) = delete;
-  Encoding& operator=(const Encoding&) = delete;
+  explicit Encoding(bool json) : encoder_(json) {}
 
-  operator pps_encoder_t*() { return &encoder_; }
+  operator pps_encoder_t*() { return encoder_.Get(); }
   std::string Text();  // kNoText when it is not whole
 
  private:
-  pps_encoder_t encoder_;
+  platform::Encoder encoder_;
 };
 
 const char kNoText[] = "no text";

@@ -34,7 +34,7 @@ FakeManager::FakeManager(const TempRoot& root, const std::string& path)
     : path_(root.path() + path), socket_(qnx::NewManagerSocket()) {
   std::filesystem::create_directories(std::filesystem::path(path_).parent_path());
   ::unlink(path_.c_str());
-  if (qnx::ListenAt(socket_.get(), path_.c_str(), kQueue) != 0) {
+  if (qnx::ListenAt(socket_.Get(), path_.c_str(), kQueue) != 0) {
     ADD_FAILURE() << path_ << ": " << std::strerror(errno);
   }
 }
@@ -42,8 +42,8 @@ FakeManager::FakeManager(const TempRoot& root, const std::string& path)
 FakeManager::~FakeManager() { ::unlink(path_.c_str()); }
 
 std::optional<FakeManager::Opening> FakeManager::Accept(milliseconds limit) {
-  if (!WaitReadable(socket_.get(), limit)) return std::nullopt;
-  Opening opening{{}, Connection(::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC))};
+  if (!WaitReadable(socket_.Get(), limit)) return std::nullopt;
+  Opening opening{{}, Connection(::accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC))};
   // The limit is for a connection: a client that has connected sends its request soon.
   if (!WaitReadable(opening.connection.fd(), kSoon)) return std::nullopt;
   if (qnx::ReceiveRequest(opening.connection.fd(), &opening.request) != 0) return std::nullopt;

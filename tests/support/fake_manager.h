@@ -19,10 +19,10 @@ class Connection {
   // One 4-byte error number.
   void Answer(std::int32_t error) const;
   void Close() { socket_.Reset(); }
-  int fd() const { return socket_.get(); }
+  int fd() const { return socket_.Get(); }
 
  private:
-  qnx::Descriptor socket_;
+  platform::Descriptor socket_;
 };
 
 class FakeManager {
@@ -45,7 +45,7 @@ class FakeManager {
 
  private:
   std::string path_;
-  qnx::Descriptor socket_;
+  platform::Descriptor socket_;
 };
 
 }  // namespace support

@@ -29,13 +29,13 @@ const std::chrono::milliseconds kPause{20};  // between two looks at a unit
 
 // Sends one line; true when the unit carried it out. *answer is its text, or what is wrong.
 bool Ask(const std::string& line, std::string* answer) {
-  const qnx::Descriptor connection(platform::open(qnx::kControlPath, O_RDWR));
-  if (!connection.is_open()) {
+  const platform::Descriptor connection(platform::open(qnx::kControlPath, O_RDWR));
+  if (!connection.IsOpen()) {
     *answer = std::strerror(errno);
     return false;
   }
-  const bool sent = platform::write(connection.get(), line.data(), line.size()) >= 0;
-  const int read = sent ? qnx::ReadMessage(connection.get(), answer) : -1;
+  const bool sent = platform::write(connection.Get(), line.data(), line.size()) >= 0;
+  const int read = sent ? qnx::ReadMessage(connection.Get(), answer) : -1;
   if (read <= 0) {
     *answer = std::string("no answer: ") + (read < 0 ? std::strerror(errno) : "end");
     return false;

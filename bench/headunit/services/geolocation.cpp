@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "../log.h"
+#include "platform/pps_guards.h"
 
 namespace headunit {
 namespace {
@@ -135,17 +136,14 @@ std::string Geolocation::FormatFix(const std::string& address, Client* client) {
   const bool has_fix = !lost_ && !drive_.empty();
   const Fix& fix = has_fix ? drive_[client->next++ % drive_.size()] : kNoFix;
 
-  pps_encoder_t encoder;
-  pps_encoder_initialize(&encoder, false);
-  pps_encoder_start_object(&encoder, address.c_str());
-  pps_encoder_add_string(&encoder, "msg", "location");
-  pps_encoder_add_string(&encoder, "id", client->id.c_str());
-  Encode(fix, &encoder);
-  pps_encoder_end_object(&encoder);
-  const char* const text = pps_encoder_buffer(&encoder);
-  std::string message = text == nullptr ? "" : text;
-  pps_encoder_cleanup(&encoder);
-  return message;
+  platform::Encoder encoder;
+  pps_encoder_start_object(encoder.Get(), address.c_str());
+  pps_encoder_add_string(encoder.Get(), "msg", "location");
+  pps_encoder_add_string(encoder.Get(), "id", client->id.c_str());
+  Encode(fix, encoder.Get());
+  pps_encoder_end_object(encoder.Get());
+  const char* const text = pps_encoder_buffer(encoder.Get());
+  return text == nullptr ? "" : text;
 }
 
 // --- faults, from any thread --------------------------------------------------------------------

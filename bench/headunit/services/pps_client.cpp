@@ -12,6 +12,7 @@
 
 #include "../log.h"
 #include "platform/io.h"
+#include "platform/pps_guards.h"
 #include "qnx/manager_socket.h"
 #include "qnx/text.h"
 
@@ -20,21 +21,6 @@ namespace {
 
 const std::chrono::milliseconds kRetryPause{200};
 const mode_t kObjectMode = 0666;
-
-// Releases a decoder on every path.
-struct Decoder {
-  explicit Decoder(char* json) {
-    pps_decoder_initialize(&decoder, nullptr);
-    good = pps_decoder_parse_json_str(&decoder, json) == PPS_DECODER_OK &&
-           pps_decoder_push(&decoder, nullptr) == PPS_DECODER_OK;
-  }
-  ~Decoder() { pps_decoder_cleanup(&decoder); }
-  Decoder(const Decoder&) = delete;
-  Decoder& operator=(const Decoder&) = delete;
-
-  pps_decoder_t decoder;
-  bool good;
-};
 
 }  // namespace
 
@@ -51,10 +37,10 @@ std::vector<PpsLine> AttributesOf(std::string text) {
 }
 
 bool ReadObject(const char* path, std::vector<PpsLine>* attributes) {
-  const qnx::Descriptor file(platform::open(path, O_RDONLY));
-  if (!file.is_open()) return false;
+  const platform::Descriptor file(platform::open(path, O_RDONLY));
+  if (!file.IsOpen()) return false;
   std::string text;
-  if (qnx::ReadMessage(file.get(), &text) > 0) *attributes = AttributesOf(std::move(text));
+  if (qnx::ReadMessage(file.Get(), &text) > 0) *attributes = AttributesOf(std::move(text));
   return true;
 }
 
@@ -75,8 +61,8 @@ int ReadNumber(const char* path, const std::string& name, int fallback) {
 }
 
 bool Publish(const char* path, const std::string& lines) {
-  const qnx::Descriptor file(platform::open(path, O_WRONLY | O_CREAT, kObjectMode));
-  if (file.is_open() && platform::write(file.get(), lines.data(), lines.size()) >= 0) return true;
+  const platform::Descriptor file(platform::open(path, O_WRONLY | O_CREAT, kObjectMode));
+  if (file.IsOpen() && platform::write(file.Get(), lines.data(), lines.size()) >= 0) return true;
   Log(_SLOG_ERROR, "%s cannot be written: %s", path, std::strerror(errno));
   return false;
 }
@@ -84,19 +70,20 @@ bool Publish(const char* path, const std::string& lines) {
 bool ParseJson(const std::string& text, const std::map<std::string, int*>& numbers,
                const std::map<std::string, std::string*>& texts) {
   std::string buffer = text;
-  Decoder json(&buffer[0]);
-  if (!json.good) return false;
-  if (pps_decoder_length(&json.decoder) != static_cast<int>(numbers.size() + texts.size())) {
+  platform::Decoder json;
+  if (pps_decoder_parse_json_str(json.Get(), &buffer[0]) != PPS_DECODER_OK ||
+      pps_decoder_push(json.Get(), nullptr) != PPS_DECODER_OK ||
+      pps_decoder_length(json.Get()) != static_cast<int>(numbers.size() + texts.size())) {
     return false;
   }
   for (const auto& number : numbers) {
-    if (pps_decoder_get_int(&json.decoder, number.first.c_str(), number.second) != PPS_DECODER_OK) {
+    if (pps_decoder_get_int(json.Get(), number.first.c_str(), number.second) != PPS_DECODER_OK) {
       return false;
     }
   }
   for (const auto& member : texts) {
     const char* value = nullptr;
-    if (pps_decoder_get_string(&json.decoder, member.first.c_str(), &value) != PPS_DECODER_OK) {
+    if (pps_decoder_get_string(json.Get(), member.first.c_str(), &value) != PPS_DECODER_OK) {
       return false;
     }
     *member.second = value;
@@ -113,18 +100,18 @@ PpsSubscription::PpsSubscription(EventLoop* loop, std::string path, bool text_at
 
 PpsSubscription::~PpsSubscription() {
   loop_->CancelTimer(timer_);
-  if (file_.is_open()) loop_->poller().Remove(file_.get());
+  if (file_.IsOpen()) loop_->poller().Remove(file_.Get());
 }
 
 void PpsSubscription::Start() {
   timer_ = 0;
   file_.Reset(platform::open(path_.c_str(), O_RDWR | O_CREAT, kObjectMode));
-  if (!file_.is_open()) {
+  if (!file_.IsOpen()) {
     Retry();
     return;
   }
   at_open_ = text_at_open_;
-  if (!loop_->poller().Add(file_.get(), EPOLLIN | EPOLLRDHUP,
+  if (!loop_->poller().Add(file_.Get(), EPOLLIN | EPOLLRDHUP,
                            [this](std::uint32_t) { OnReady(); })) {
     file_.Reset();
     Retry();
@@ -134,7 +121,7 @@ void PpsSubscription::Start() {
 }
 
 bool PpsSubscription::Write(const std::string& text) {
-  return file_.is_open() && platform::write(file_.get(), text.data(), text.size()) >= 0;
+  return file_.IsOpen() && platform::write(file_.Get(), text.data(), text.size()) >= 0;
 }
 
 void PpsSubscription::Retry() {
@@ -143,8 +130,8 @@ void PpsSubscription::Retry() {
 
 void PpsSubscription::OnReady() {
   std::string text;
-  if (qnx::ReadMessage(file_.get(), &text) <= 0) {
-    loop_->poller().Remove(file_.get());
+  if (qnx::ReadMessage(file_.Get(), &text) <= 0) {
+    loop_->poller().Remove(file_.Get());
     file_.Reset();
     Retry();
     return;

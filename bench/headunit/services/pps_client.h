@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "../event_loop.h"
-#include "qnx/descriptor.h"
+#include "platform/descriptor.h"
 
 namespace headunit {
 
@@ -66,7 +66,7 @@ class PpsSubscription {
   const bool text_at_open_;
   const Handler handler_;
   std::function<void()> opened_;
-  qnx::Descriptor file_;
+  platform::Descriptor file_;
   EventLoop::TimerId timer_ = 0;
   bool at_open_ = false;
 };

@@ -45,8 +45,8 @@ class Spool {
   // Returns an empty text, or why not.
   std::string OpenForAppending() {
     file_.Reset(::open(path_.c_str(), O_RDWR | O_CLOEXEC | O_APPEND | O_CREAT, 0600));
-    if (!file_.is_open()) return std::strerror(errno);
-    while (::flock(file_.get(), LOCK_EX) != 0) {
+    if (!file_.IsOpen()) return std::strerror(errno);
+    while (::flock(file_.Get(), LOCK_EX) != 0) {
       if (errno != EINTR) return std::strerror(errno);
     }
     return "";
@@ -55,14 +55,14 @@ class Spool {
   // False when there is nothing to read, or another process is at it.
   bool OpenForReading() {
     file_.Reset(::open(path_.c_str(), O_RDWR | O_CLOEXEC));
-    return file_.is_open() && ::flock(file_.get(), LOCK_EX | LOCK_NB) == 0;
+    return file_.IsOpen() && ::flock(file_.Get(), LOCK_EX | LOCK_NB) == 0;
   }
 
   std::vector<std::string> Lines() const {
     std::string text;
     char chunk[65536];
     off_t at = 0;
-    for (ssize_t count; (count = ::pread(file_.get(), chunk, sizeof(chunk), at)) > 0; at += count) {
+    for (ssize_t count; (count = ::pread(file_.Get(), chunk, sizeof(chunk), at)) > 0; at += count) {
       text.append(chunk, static_cast<std::size_t>(count));
     }
     std::vector<std::string> lines;
@@ -77,19 +77,19 @@ class Spool {
   std::string Append(const std::string& line) const {
     const std::string text = "\n" + line + "\n";
     for (std::size_t done = 0; done < text.size();) {
-      const ssize_t count = ::write(file_.get(), text.data() + done, text.size() - done);
+      const ssize_t count = ::write(file_.Get(), text.data() + done, text.size() - done);
       if (count < 0 && errno == EINTR) continue;
       if (count <= 0) return std::strerror(errno);
       done += static_cast<std::size_t>(count);
     }
-    return ::fsync(file_.get()) == 0 ? "" : std::strerror(errno);
+    return ::fsync(file_.Get()) == 0 ? "" : std::strerror(errno);
   }
 
-  bool Clear() const { return ::ftruncate(file_.get(), 0) == 0; }
+  bool Clear() const { return ::ftruncate(file_.Get(), 0) == 0; }
 
  private:
   std::string path_;
-  tools::Descriptor file_;
+  platform::Descriptor file_;
 };
 
 void AddSentence(const std::string& sentence, std::string* text) {

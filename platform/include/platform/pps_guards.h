@@ -7,10 +7,10 @@
 
 namespace platform {
 
-// An empty encoder of PPS text.
+// An empty encoder of PPS text or, with `json`, of one JSON value.
 class Encoder {
  public:
-  Encoder() { pps_encoder_initialize(&m_encoder, false); }
+  explicit Encoder(bool json = false) { pps_encoder_initialize(&m_encoder, json); }
   ~Encoder() { pps_encoder_cleanup(&m_encoder); }
   Encoder(const Encoder&) = delete;
   Encoder& operator=(const Encoder&) = delete;

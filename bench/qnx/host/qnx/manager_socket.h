@@ -7,14 +7,14 @@
 #include <string>
 #include <string_view>
 
-#include "qnx/descriptor.h"
+#include "platform/descriptor.h"
 #include "qnx/manager_protocol.h"
 
 namespace qnx {
 
 // An open socket for either side; `flags` as SOCK_NONBLOCK. Not open, with errno, when the host has
 // none left.
-Descriptor NewManagerSocket(int flags = 0);
+platform::Descriptor NewManagerSocket(int flags = 0);
 
 // The client's side. -----------------------------------------------------------------------------
 

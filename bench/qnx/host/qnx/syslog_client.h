@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <mutex>
 
+#include "platform/descriptor.h"
+
 namespace qnx {
 
 const char kSyslogPath[] = "/dev/log";
@@ -16,7 +18,6 @@ class SyslogClient {
  public:
   // `path` of the daemon's datagram socket; it must outlive the client.
   explicit SyslogClient(const char* path) : path_(path) {}
-  ~SyslogClient();
   SyslogClient(const SyslogClient&) = delete;
   SyslogClient& operator=(const SyslogClient&) = delete;
 
@@ -31,7 +32,7 @@ class SyslogClient {
 
   const char* const path_;
   std::mutex mutex_;
-  int fd_ = -1;
+  platform::Descriptor socket_;
   long next_attempt_ = 0;      // to find the daemon; milliseconds of CLOCK_MONOTONIC
   bool stuck_ = false;         // the daemon was waited for and took nothing
   std::uint64_t dropped_ = 0;  // lines since the last one that was taken

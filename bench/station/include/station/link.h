@@ -53,7 +53,7 @@ class Link {
   void PassOver(const Bytes& packet);
 
   tools::Interrupt* interrupt_;
-  tools::Descriptor connection_;
+  platform::Descriptor connection_;
   std::vector<Bytes> discarded_;
 };
 
@@ -78,7 +78,7 @@ class Monitor {
   std::string Open();
 
   // Readable when a packet waits or the unit is gone.
-  int fd() const { return connection_.get(); }
+  int fd() const { return connection_.Get(); }
 
   // Waits for a packet, whatever signal comes. Also true when the unit is gone.
   bool HasPacket(int milliseconds);
@@ -87,7 +87,7 @@ class Monitor {
   bool Read(qnx::MonitorHead* head, Bytes* packet);
 
  private:
-  tools::Descriptor connection_;
+  platform::Descriptor connection_;
 };
 
 }  // namespace station

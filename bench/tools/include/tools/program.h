@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/descriptor.h"
 #include "qnx/manager_socket.h"
 #include "qnx/text.h"
 
@@ -46,14 +47,13 @@ class Interrupt {
   bool Wait(int fd, int milliseconds);
 
  private:
-  int signals_ = -1;
+  platform::Descriptor signals_;
   int count_ = 0;
   int tolerated_ = 0;
   struct Mask;
   std::unique_ptr<Mask> saved_;
 };
 
-using qnx::Descriptor;
 using qnx::ReadMessage;
 
 using qnx::Escape;
