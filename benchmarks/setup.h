@@ -30,6 +30,7 @@
 #include "platform/io.h"
 #include "qnx/bench_link.h"
 #include "qnx/child_process.h"
+#include "support/temp_root.h"
 #include "wire/at_packet.h"
 
 namespace setup {
@@ -37,6 +38,7 @@ namespace setup {
 using Bytes = std::vector<std::uint8_t>;
 using Clock = std::chrono::steady_clock;
 namespace fs = std::filesystem;
+using support::TempRoot;
 
 const int kCannotMeasure = 2;
 const int kPatienceMs = 10000;  // for what takes milliseconds when all is well
@@ -78,27 +80,6 @@ inline long Argument(int argc, char** argv, int index, long otherwise) {
   }
   return value;
 }
-
-// A temporary directory that stands for the unit's '/', for this process and those it starts.
-class TempRoot {
- public:
-  TempRoot() {
-    std::string pattern = (fs::temp_directory_path() / "korvandis-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) Fail("no temporary directory");
-    path_ = pattern;
-    ::setenv("HEADUNIT_ROOT", path_.c_str(), 1);
-  }
-  ~TempRoot() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  TempRoot(const TempRoot&) = delete;
-  TempRoot& operator=(const TempRoot&) = delete;
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
 
 // A program that runs in `directory`, with its output and errors in files or devices. Ended with
 // the object.

@@ -15,7 +15,7 @@
 #include "pps_manager.h"
 #include "qnx/manager_socket.h"
 #include "qnx/slog_ring.h"
-#include "temp_root.h"
+#include "support/temp_root.h"
 
 namespace {
 
@@ -45,8 +45,8 @@ class Manager {
   static std::string Path() { return Root().path() + "/pps"; }
 
   // Removed at the end of the process.
-  static const fuzz::TempRoot& Root() {
-    static const fuzz::TempRoot root;
+  static const support::TempRoot& Root() {
+    static const support::TempRoot root;
     return root;
   }
 

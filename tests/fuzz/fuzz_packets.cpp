@@ -23,7 +23,7 @@
 #include "headunit/unit.h"
 #include "input.h"
 #include "platform/io.h"
-#include "temp_root.h"
+#include "support/temp_root.h"
 #include "wire/at_packet.h"
 
 namespace {
@@ -164,7 +164,7 @@ class Service {
     }
   }
 
-  const fuzz::TempRoot root_;
+  const support::TempRoot root_;
   std::unique_ptr<headunit::Unit> unit_;
   std::unique_ptr<ATController> service_;
   std::vector<std::string> profile_;  // texts of the objects at the start

@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <sys/slog.h>
-#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -87,28 +86,6 @@ int CountDescriptors(pid_t pid) {
   const auto directory = "/proc/" + std::to_string(pid) + "/fd";
   for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory)) ++count;
   return count;
-}
-
-TempRoot::TempRoot() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "korvandis-XXXXXX").string();
-  if (::mkdtemp(pattern.data()) == nullptr) {
-    ADD_FAILURE() << "no temporary directory: " << std::strerror(errno);
-  }
-  path_ = pattern;
-  ::setenv("HEADUNIT_ROOT", path_.c_str(), 1);
-}
-
-TempRoot::~TempRoot() {
-  ::unsetenv("HEADUNIT_ROOT");
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
-void TempRoot::AddFile(const std::string& path, const std::string& content, mode_t mode) const {
-  const std::filesystem::path host = path_ + path;
-  std::filesystem::create_directories(host.parent_path());
-  std::ofstream(host, std::ios::binary) << content;
-  ::chmod(host.c_str(), mode);
 }
 
 std::string Completed(const TempRoot& root, const std::string& script, const std::string& words) {

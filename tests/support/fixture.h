@@ -17,6 +17,7 @@
 #include "headunit/unit.h"
 #include "qnx/child_process.h"
 #include "qnx/slog_ring.h"
+#include "support/temp_root.h"
 #include "wire/at_packet.h"
 
 namespace support {
@@ -66,23 +67,6 @@ int CountDescriptors(pid_t pid);
 
 // Waits until `fd` has something to read; false when it has nothing within `limit`.
 bool WaitReadable(int fd, milliseconds limit);
-
-// A new directory that HEADUNIT_ROOT names as long as this object lives, and that goes with it.
-class TempRoot {
- public:
-  TempRoot();
-  ~TempRoot();
-  TempRoot(const TempRoot&) = delete;
-  TempRoot& operator=(const TempRoot&) = delete;
-
-  const std::string& path() const { return path_; }
-
-  // Writes a file below the root, with the directories above it.
-  void AddFile(const std::string& path, const std::string& content, mode_t mode = 0644) const;
-
- private:
-  std::string path_;
-};
 
 // What bash completes with the script at `script` loaded. `words` is a command line that ends with
 // the word to complete, which '' leaves empty. Its files lie below `root`.
