@@ -1,6 +1,5 @@
 // The record of a line, on both kinds of databases.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>

@@ -5,7 +5,6 @@
 #include <sys/resource.h>
 #include <sys/slog.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <set>

@@ -1,7 +1,6 @@
 // The process: options, lifecycle, the packet link, the registry and the frame of replies.
 
 #include <signal.h>
-#include <sys/slog.h>
 
 #include <atomic>
 #include <cstdio>

@@ -74,6 +74,9 @@ TEST_F(PpsToolTest, SetsEveryEncodingAndGetsItBack) {
   ExpectPrints({"get", kObject, "lines"}, "a\nb\n");
   ExpectPrints({"get", kObject, "json"}, "{\"a\":1}\n");
   ExpectPrints({"get", kObject}, ReadObject(kObject).value_or("none"));
+  const std::string value(100000, 'x');
+  WriteObject(kObject, "big::" + value);
+  ExpectPrints({"get", kObject, "big"}, value + "\n");
   // A second write keeps the others, -t removes them.
   EXPECT_EQ(Pps({"set", kObject, "n:n:6"}), 0);
   EXPECT_EQ(Attribute(kObject, "b"), "b:true");
@@ -131,12 +134,6 @@ TEST_F(PpsToolTest, ListsAndRemoves) {
   EXPECT_EQ(ReadObject(kObject), std::nullopt) << "not created by asking";
   EXPECT_EQ(Pps({"get", kObject}), 1);
   ExpectFails({"get", "zelmar/key", "y"}, "has no attribute 'y'");
-}
-
-TEST_F(PpsToolTest, GetsAnObjectOfAnySize) {
-  const std::string value(100000, 'x');
-  WriteObject(kObject, "big::" + value);
-  ExpectPrints({"get", kObject, "big"}, value + "\n");
 }
 
 TEST_F(PpsToolTest, WatchTellsChangesUntilInterrupted) {

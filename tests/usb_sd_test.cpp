@@ -1,5 +1,4 @@
 // The presence command, and what all commands have to survive.
-#include <algorithm>
 #include <set>
 
 #include "support/recorder.h"
