@@ -265,5 +265,20 @@ TEST_F(StationVerifyTest, OnlyAValueThatIsNoFailureProvesAWrite) {
   }
 }
 
+TEST_F(StationVerifyTest, WhatAnObjectHeldBeforeProvesNoWrite) {
+  WriteObject("/pps/zelmar/setting/bt_control", "zmbt_switch::on");
+  FakeManager connector(root_, qnx::kStationPath);
+  for (const bool answered : {false, true}) {
+    Program station(root_, "station", {"bt", "on", "--verify", "--timeout", "0.3"});
+    const Connection link = connector.Grant();
+    EXPECT_EQ(link.Receive(), wire::BuildRequest(4, 11, {1}));
+    EXPECT_EQ(link.Receive(), wire::BuildRequest(7, 1, {}));
+    if (answered) link.Send(Reply(7, 1, Text("1")));
+    EXPECT_EQ(station.Wait(), 1);
+    EXPECT_PRED2(Contains, station.Errors(),
+                 answered ? "zmbt_switch is not written" : "perhaps not carried out");
+  }
+}
+
 }  // namespace
 }  // namespace support

@@ -134,7 +134,7 @@ int Run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
   if (invocation.Has("--timeout")) {
     timeout = ParseNumber(invocation.Get("--timeout"));
     if (!(timeout > 0 && timeout <= kLongestTimeout)) {
-      return UsageError(err, "--timeout needs a number of seconds above 0", words);
+      return UsageError(err, "--timeout needs a number of seconds above 0, at most 3600", words);
     }
   }
   if (invocation.Has("--root")) ::setenv("HEADUNIT_ROOT", invocation.Get("--root").c_str(), 1);

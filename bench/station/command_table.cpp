@@ -31,6 +31,12 @@ Proof InObject(const char* object, std::vector<Proof::Expected> expected) {
   return Proof{nullptr, nullptr, object, std::move(expected)};
 }
 
+Proof ByState(const char* object, std::vector<Proof::Expected> expected) {
+  Proof proof = InObject(object, std::move(expected));
+  proof.is_state = true;
+  return proof;
+}
+
 Proof WhileSource(const char* source, Proof proof) {
   proof.source = source;
   return proof;
@@ -72,7 +78,7 @@ std::vector<ProofRow> MakeProofs() {
     {"bt previous", {InObject(kAvrcp, {{"command", "previous"}})}},
     {"bt play", {InObject(kAvrcp, {{"command", "play"}})}},
     {"bt stop", {InObject(kAvrcp, {{"command", "stop"}})}},
-    {"source", {InObject(kNowPlaying, {{"zmplaysource", "zm{1}"}})}},
+    {"source", {ByState(kNowPlaying, {{"zmplaysource", "zm{1}"}})}},
     {"media play", ByKey(kPlayKey, {WhileSource("zmdisc", ReadBack("media state", {{"state", "playing"}}))})},
     {"media pause", ByKey(kPauseKey, {ByDisc(R"({"cmd":130,"param1":1,"param2":0})")})},
     {"media stop", ByKey(kPauseKey, {ByDisc(R"({"cmd":129,"param1":1,"param2":0})")})},

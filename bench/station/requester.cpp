@@ -9,6 +9,7 @@
 #include <limits>
 #include <thread>
 
+#include "object_changes.h"
 #include "qnx/text.h"
 #include "tools/pps_object.h"
 
@@ -105,7 +106,13 @@ Exchange Requester::Send(std::uint8_t number, std::uint8_t sub_command, const By
   exchange.problem = link_.Send(exchange.request);
   if (exchange.problem.empty()) {
     exchange.outcome = Exchange::Outcome::kRight;
-    if (expected) TakeReply(number, sub_command, &exchange);
+    std::string reason;
+    if (expected) {
+      TakeReply(number, sub_command, &exchange);
+    } else if (CountServices(&reason) == 0) {
+      exchange.outcome = Exchange::Outcome::kUnanswered;
+      exchange.problem = "sent, but no service is connected that could take it";
+    }
   }
   exchange.seconds = std::chrono::duration<double>(Clock::now() - start).count();
   return exchange;
@@ -141,6 +148,8 @@ void Requester::TakeReply(std::uint8_t number, std::uint8_t sub_command, Exchang
 // NOLINTBEGIN(misc-no-recursion): performing proves with `verify` alone, a proof performs without.
 Exchange Requester::Perform(const Invocation& invocation, bool verify) {
   const Command& command = *invocation.command;
+  Followed followed;
+  if (verify) followed = FollowProofs(command);
   Exchange exchange = Send(command.number, command.sub_command, EncodeParameters(invocation),
                            command.reply != nullptr);
   if (!exchange.right()) return exchange;
@@ -150,13 +159,22 @@ Exchange Requester::Perform(const Invocation& invocation, bool verify) {
     if (!exchange.problem.empty()) exchange.outcome = Exchange::Outcome::kWrong;
   } else if (verify && !command.proofs.empty()) {
     const auto start = Clock::now();
-    Prove(invocation, &exchange);
+    Prove(invocation, &followed, &exchange);
     exchange.seconds += std::chrono::duration<double>(Clock::now() - start).count();
   }
   return exchange;
 }
 
-void Requester::Prove(const Invocation& invocation, Exchange* exchange) {
+Requester::Followed Requester::FollowProofs(const Command& command) {
+  Followed followed;
+  for (const Proof& proof : command.proofs) {
+    if (proof.object != nullptr && !proof.is_state)
+      followed.try_emplace(proof.object, proof.object);
+  }
+  return followed;
+}
+
+void Requester::Prove(const Invocation& invocation, Followed* followed, Exchange* exchange) {
   const auto deadline = Clock::now() + Seconds(timeout_);
   bool carried_out = false;
   do {
@@ -180,8 +198,7 @@ void Requester::Prove(const Invocation& invocation, Exchange* exchange) {
                                                     "': a read that fails is answered so too";
       return;
     }
-    // An object may hold the value from before. That the service has come to the write tells only
-    // an answer behind it.
+    // That the service has come to the write tells only an answer behind it.
     if (proof->object != nullptr && !carried_out) {
       const Exchange question = Send(kBarrierCommand, kBarrierSubCommand, {}, true);
       if (question.reply.empty()) {
@@ -191,7 +208,7 @@ void Requester::Prove(const Invocation& invocation, Exchange* exchange) {
       }
       carried_out = true;
     }
-    LookAtProof(invocation, *proof, exchange);
+    LookAtProof(invocation, *proof, followed, exchange);
   } while (!exchange->right() && AwaitNextLook(deadline));
 }
 
@@ -205,7 +222,8 @@ bool Requester::AwaitNextLook(Clock::time_point deadline) const {
   return Clock::now() < deadline;
 }
 
-void Requester::LookAtProof(const Invocation& invocation, const Proof& proof, Exchange* exchange) {
+void Requester::LookAtProof(const Invocation& invocation, const Proof& proof, Followed* followed,
+                            Exchange* exchange) {
   exchange->read_back.clear();
   Answer answer;
   const std::string where = proof.object != nullptr ? proof.object : proof.command;
@@ -218,6 +236,7 @@ void Requester::LookAtProof(const Invocation& invocation, const Proof& proof, Ex
     }
     answer = question.answer;
   }
+  const char* const missing = proof.object == nullptr || proof.is_state ? "missing" : "not written";
   std::string shown;
   bool holds = true;
   for (const Proof::Expected& expected : proof.expected) {
@@ -228,12 +247,14 @@ void Requester::LookAtProof(const Invocation& invocation, const Proof& proof, Ex
       there = field != nullptr;
       if (there) read.text = field->text;
       if (there && field->info->numeric) read.number = field->number;
-    } else {
+    } else if (proof.is_state) {
       there = ReadAttribute(proof.object, expected.field, &read.text);
+    } else {
+      there = followed->at(proof.object).Find(expected.field, &read.text);
     }
     holds = holds && there && read.text == read.expected;
     shown += (shown.empty() ? "" : ", ") + read.name + " is " +
-             (there ? qnx::Quoted(read.text) : "missing");
+             (there ? qnx::Quoted(read.text) : missing);
     if (there) exchange->read_back.push_back(read);
   }
   shown = "in " + where + " " + shown;

@@ -130,8 +130,10 @@ std::vector<records::LogLine> RunKeeper::TakeLog() {
     const qnx::SlogReader::Result result = log_.Next(&line, &lost);
     if (result == qnx::SlogReader::Result::kNothing) break;
     records::LogLine kept;
-    if (result == qnx::SlogReader::Result::kLost) {
-      kept.text = std::to_string(lost) + " lines were overwritten here";
+    if (result != qnx::SlogReader::Result::kLine) {
+      kept.text = result == qnx::SlogReader::Result::kLost
+                      ? std::to_string(lost) + " lines were overwritten here"
+                      : "a line that its writer did not finish";
       if (!lines.empty()) kept.time = lines.back().time;
     } else {
       kept.time = FromNanoseconds(line.nanoseconds);

@@ -26,7 +26,8 @@ struct Option {
   Needs matters = Needs::kNothing;  // help shows it for commands that need this or more
 };
 
-// How a write is proven: by the reply to another command, or by an object of the unit.
+// How a write is proven: by the reply to another command, or by an object of the unit. An object is
+// one that each write writes anew, unless it shows a state: then it may be as expected already.
 struct Proof {
   const char* source;   // only while this is the playing application; null: always
   const char* command;  // words of the reading command, or null
@@ -38,6 +39,7 @@ struct Proof {
     const char* value;
   };
   std::vector<Expected> expected;
+  bool is_state = false;
 };
 
 struct Command;

@@ -2,12 +2,15 @@
 #ifndef KORVANDIS_STATION_REQUESTER_H
 #define KORVANDIS_STATION_REQUESTER_H
 
+#include <map>
 #include <string>
 
 #include "station/command.h"
 #include "station/link.h"
 
 namespace station {
+
+class ObjectChanges;
 
 // One value that the proof of a write read back.
 struct ReadBack {
@@ -49,7 +52,8 @@ class Requester {
   // again: what it changes may take a moment.
   Exchange Perform(const Invocation& invocation, bool verify);
 
-  // Sends any request; every reply counts as right. With `expected` false it does not wait.
+  // Sends any request; every reply counts as right. With `expected` false it does not wait, and
+  // counts as unanswered when no service is there to take the request.
   Exchange Send(std::uint8_t number, std::uint8_t sub_command, const Bytes& parameters,
                 bool expected);
 
@@ -58,9 +62,14 @@ class Requester {
   double timeout() const { return timeout_; }
 
  private:
-  void Prove(const Invocation& invocation, Exchange* exchange);
+  // The objects that may prove a write, by their paths, followed since before it was sent.
+  using Followed = std::map<std::string, ObjectChanges>;
+
+  static Followed FollowProofs(const Command& command);
+  void Prove(const Invocation& invocation, Followed* followed, Exchange* exchange);
   // Looks at the proof once: outcome, problem or proof, and what was read back.
-  void LookAtProof(const Invocation& invocation, const Proof& proof, Exchange* exchange);
+  void LookAtProof(const Invocation& invocation, const Proof& proof, Followed* followed,
+                   Exchange* exchange);
   void TakeReply(std::uint8_t number, std::uint8_t sub_command, Exchange* exchange);
 
   // Waits before the next look at a proof; false when there is no more time.
