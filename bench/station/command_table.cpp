@@ -272,7 +272,7 @@ const std::vector<Command>& Commands() {
 
 const std::vector<Option>& GlobalOptions() {
   static const std::vector<Option> options = {
-      {"--timeout", "SECONDS", "longest wait for a reply (default 5)", Needs::kReplies},
+      {"--timeout", "SECONDS", "longest wait for a reply (default 7)", Needs::kReplies},
       {"--root", "DIR", "directory that stands for the unit's / (default: $HEADUNIT_ROOT)",
        Needs::kUnit},
       {"--help", nullptr, "what this command does and takes"},
