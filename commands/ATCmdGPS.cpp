@@ -23,8 +23,9 @@ enum GPS_SUB_CMD {
   GPS_POSITION = 2,
   GPS_SPEED = 3,
   GPS_ANGLE = 4,
-  GPS_NAVI_5 = 5,  // the number of the navigation command that it sends, as below
-  GPS_NAVI_TEST = 6,
+  // Named by the navigation commands that they send.
+  GPS_NAVI_5 = 5,
+  GPS_NAVI_2_OR_3 = 6,
   GPS_NAVI_10 = 7,
 };
 
@@ -110,14 +111,14 @@ bool CmdGPS::Work(pkg* record) {
       SendAngle();
       break;
     case GPS_NAVI_5:
-      SendMsg2Navi(NAVI_MSG_SUB_5);
+      SendMsg2Navi(NAVI_MSG_5);
       break;
-    case GPS_NAVI_TEST:
-      if (Selector(record) == 1) SendMsg2Navi(NAVI_MSG_TEST_1);
-      if (Selector(record) == 2) SendMsg2Navi(NAVI_MSG_TEST_2);
+    case GPS_NAVI_2_OR_3:
+      if (Selector(record) == 1) SendMsg2Navi(NAVI_MSG_2);
+      if (Selector(record) == 2) SendMsg2Navi(NAVI_MSG_3);
       break;
     case GPS_NAVI_10:
-      SendMsg2Navi(NAVI_MSG_SUB_7);
+      SendMsg2Navi(NAVI_MSG_10);
       break;
     default:
       break;

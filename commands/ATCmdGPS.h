@@ -5,13 +5,13 @@
 #include "ATCmd.h"
 #include "GpsController.h"
 
-// Command numbers of the navigation service.
+// Command numbers of the navigation service. What 2, 3, 5 and 10 mean is not known.
 enum E_NAVI_MSG_CMD : int {
   NAVI_MSG_ANGLE = 1,
-  NAVI_MSG_TEST_1 = 2,
-  NAVI_MSG_TEST_2 = 3,
-  NAVI_MSG_SUB_5 = 5,
-  NAVI_MSG_SUB_7 = 10,
+  NAVI_MSG_2 = 2,
+  NAVI_MSG_3 = 3,
+  NAVI_MSG_5 = 5,
+  NAVI_MSG_10 = 10,
 };
 
 // Owns the GpsController: opened and started at construction and again before every command,

@@ -1,4 +1,4 @@
-// Command 12: is the authentication chip there, and is it the right one?
+// Command 12: checks the authentication chip's identity.
 #ifndef KORVANDIS_COMMANDS_ATCMDMACAUTH_H
 #define KORVANDIS_COMMANDS_ATCMDMACAUTH_H
 

@@ -15,24 +15,25 @@
 namespace {
 
 const unsigned char kCommandNumber = 0;
+const unsigned char kReport = 0;  // in the place of a source's code: asks for a report
 const char kLauncherDirectory[] = "/pps/services";
 const char kLauncherName[] = "/app-launcher";
 const std::size_t kDirectorySize = 128;
 
 }  // namespace
 
-CmdSrc::CmdSrc() : m_src(0) {}
+CmdSrc::CmdSrc() : m_src(kReport) {}
 
 bool CmdSrc::Work(pkg* record) {
   if (!GetHead(record)) return false;
-  m_src = ParameterCount() > 0 ? record->Parameters()[0] : static_cast<unsigned char>(0);
+  m_src = ParameterCount() > 0 ? record->Parameters()[0] : kReport;
   LOGBASE(LOG_LEV_DEBUG, "Work", "Cmd Work[%d]!\n", record->cmd);
   if (m_cmd != kCommandNumber) return false;
   LOGBASE(LOG_LEV_DEBUG, "Work", "Cmd Work!!\n");
-  if (m_src != 0) {
-    chg();
-  } else {
+  if (m_src == kReport) {
     report();
+  } else {
+    chg();
   }
   return true;
 }

@@ -4,7 +4,7 @@
 
 #include "ATCmd.h"
 
-// Never answers the MCU.
+// Has no sub-commands: the first parameter byte alone says what to do. Never answers the MCU.
 class CmdSrc : public Cmd {
  public:
   CmdSrc();
