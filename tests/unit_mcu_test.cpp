@@ -102,7 +102,9 @@ TEST_F(McuTest, AStationThatLeftTakesNoAnswerFromTheOthers) {
   cut[0] = 8;
   std::string empty = Request(7, 1);
   empty[wire::kHeaderSize + wire::kLinkSize + wire::kRecordLengthOffset] = 0;
-  for (const std::string& packet : {Request(7, 1), Request(7, 1), cut, empty}) {
+  std::string lacks_parameters = Request(7, 1);
+  lacks_parameters[wire::kHeaderSize + wire::kLinkSize + wire::kRecordLengthOffset] = 2;
+  for (const std::string& packet : {Request(7, 1), Request(7, 1), cut, empty, lacks_parameters}) {
     ask_and_leave(packet);
     ASSERT_TRUE(stays.Send(packet));  // as little a question of the one that stays
     EXPECT_TRUE(service.Receive());

@@ -1,5 +1,6 @@
 #include "mcu_device.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -30,10 +31,12 @@ bool ReadNumbers(const std::string& packet, std::uint8_t* command, std::uint8_t*
 bool IsRequest(const std::string& packet) {
   std::uint8_t header[wire::kHeaderSize];
   std::memcpy(header, packet.data(), sizeof(header));
-  return wire::LoadLe32(header + wire::kPacketTypeOffset) == wire::kAtPacketType &&
-         wire::LoadLe32(header + wire::kPayloadLengthOffset) >=
-             wire::kLinkSize + wire::kRecordHeadSize &&
-         packet[wire::kHeaderSize + wire::kLinkSize + wire::kRecordLengthOffset] != 0;
+  const std::size_t record = wire::kHeaderSize + wire::kLinkSize;
+  const auto length = static_cast<std::uint8_t>(packet[record + wire::kRecordLengthOffset]);
+  const std::size_t arrived = packet.size() - wire::kHeaderSize;
+  const std::size_t claimed = wire::LoadLe32(header + wire::kPayloadLengthOffset);
+  return wire::LoadLe32(header + wire::kPacketTypeOffset) == wire::kAtPacketType && length != 0 &&
+         std::min(arrived, claimed) >= wire::kReplyOverhead + length - 1;
 }
 
 // A reply's numbers; the rest of the packet is the station's to check.
