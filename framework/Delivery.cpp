@@ -143,7 +143,7 @@ bool Delivery::Add(int key, FileBase* file) {
   if (file == nullptr) return false;
   const auto registered = m_files.find(key);
   if (registered != m_files.end()) return registered->second == file;
-  if (!file->Join(this)) return false;
+  if (PlaceOf(file) != m_files.end() || !file->Join(this)) return false;
   m_files[key] = file;
   file->SetWakeup(m_wakeup);
   if (m_wakeup) m_wakeup->Wake();
@@ -160,14 +160,18 @@ bool Delivery::Remove(int key) {
 
 void Delivery::Forget(FileBase* file) {
   std::unique_lock<std::mutex> lock(m_mutex);
-  const auto place = std::find_if(
-      m_files.begin(), m_files.end(),
-      [file](const std::pair<const int, FileBase*>& entry) { return entry.second == file; });
+  const auto place = PlaceOf(file);
   if (place != m_files.end()) {
     RemoveLocked(lock, place);
   } else if (m_busy == file) {
     WaitForCallback(lock, file);
   }
+}
+
+std::map<int, FileBase*>::iterator Delivery::PlaceOf(const FileBase* file) {
+  return std::find_if(
+      m_files.begin(), m_files.end(),
+      [file](const std::pair<const int, FileBase*>& entry) { return entry.second == file; });
 }
 
 void Delivery::RemoveLocked(std::unique_lock<std::mutex>& lock,
@@ -191,11 +195,9 @@ void Delivery::WaitForCallback(std::unique_lock<std::mutex>& lock, FileBase* fil
   }
 }
 
-void Delivery::EndCallback(int key) {
-  FileBase* const file = m_busy;
-  const auto place = m_files.find(key);
+void Delivery::EndCallback() {
   // Removed meanwhile; its destructor has waited for this.
-  if (place == m_files.end() || place->second != file) file->Join(nullptr);
+  if (PlaceOf(m_busy) == m_files.end()) m_busy->Join(nullptr);
   m_busy = nullptr;
   m_idle.notify_all();
 }
@@ -254,7 +256,7 @@ void Delivery::Attend(std::unique_lock<std::mutex>& lock, const Watch& watch) {
   lock.unlock();
   if (!DeliverOne(watch)) watch.file->Lose(watch.descriptor);
   lock.lock();
-  EndCallback(watch.key);
+  EndCallback();
 }
 
 bool Delivery::DeliverOne(const Watch& watch) {
@@ -271,19 +273,15 @@ bool Delivery::DeliverOne(const Watch& watch) {
 }
 
 void Delivery::ReopenLost(std::unique_lock<std::mutex>& lock) {
-  for (std::size_t key_index = 0; !m_stop; ++key_index) {
-    // Files may be added and removed while one is opened: each round finds its place anew.
-    if (key_index >= m_files.size()) return;
-    auto place = m_files.begin();
-    std::advance(place, static_cast<std::ptrdiff_t>(key_index));
-    const int key = place->first;
-    FileBase* const file = place->second;
+  // Files may be added and removed while one is opened: each round finds its place anew.
+  for (std::size_t i = 0; !m_stop && i < m_files.size(); ++i) {
+    FileBase* const file = std::next(m_files.begin(), static_cast<std::ptrdiff_t>(i))->second;
     if (!file->WantsReopen()) continue;
     m_busy = file;
     lock.unlock();
     file->Open();
     lock.lock();
-    EndCallback(key);
+    EndCallback();
   }
 }
 

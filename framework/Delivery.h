@@ -58,13 +58,15 @@ class Delivery {
   // Starts the thread. Throws away first what waits in links.
   bool StartLocked();
   bool OnOwnThread() const;
+  // Where `file` is registered, the end of m_files when it is not.
+  std::map<int, FileBase*>::iterator PlaceOf(const FileBase* file);
   // Unregisters the file at `place` and waits for its callback.
   void RemoveLocked(std::unique_lock<std::mutex>& lock, std::map<int, FileBase*>::iterator place);
   // Waits until the callback of `file`, which runs, is over; called from within it, cuts it
   // instead.
   void WaitForCallback(std::unique_lock<std::mutex>& lock, FileBase* file);
-  // The callback of the busy file, registered under `key` when it began, is over.
-  void EndCallback(int key);
+  // The callback of the busy file is over.
+  void EndCallback();
 
   // Reads one message and delivers it; false when the other side is gone. Without the mutex.
   bool DeliverOne(const Watch& watch);

@@ -42,7 +42,7 @@ class FilesControlBase : public IPPSOnChange {
   virtual bool Stop();
 
   // Registers `file` under `key`. False for a null file, a key that another file has, or a file
-  // that is registered with another controller.
+  // that is registered under another key or with another controller.
   bool AddFile(int key, FileBase* file) const;
   // When it returns, no callback with `key` runs or will run, save the one it is called from; the
   // further lines of that one's text are not delivered. False when there is no such file.
