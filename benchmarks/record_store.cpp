@@ -1,30 +1,19 @@
 // The record of a line after 100 000 runs: how long a summary and storing one more run take.
+//
+// Usage: record_store [RUNS]. Exit status 1 when a goal is missed.
 #include <sqlite3.h>
-#include <stdlib.h>
-
-#include <algorithm>
-#include <chrono>
-#include <cstdio>
-#include <filesystem>
-#include <string>
-#include <vector>
 
 #include "records/spool.h"
 #include "records/summary.h"
+#include "setup.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 const int kSteps = 63;
 const int kNumbers = 21;  // steps that measure a number; the others measure a text
 const int kStored = 50;
 const double kSummaryGoal = 5;   // seconds
 const double kStoreGoal = 0.05;  // seconds
-
-double Since(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 records::Run MakeRun(int number) {
   records::Run run;
@@ -69,7 +58,7 @@ records::Run MakeRun(int number) {
 }
 
 // Makes `runs` runs of the first one, in one transaction.
-bool Multiply(const std::string& path, int runs) {
+void Multiply(const std::string& path, long runs) {
   const std::string script =
       "PRAGMA synchronous = OFF; BEGIN;"
       "WITH RECURSIVE n(i) AS (SELECT 2 UNION ALL SELECT i + 1 FROM n WHERE i < " +
@@ -91,71 +80,68 @@ bool Multiply(const std::string& path, int runs) {
       "COMMIT";
   sqlite3* database = nullptr;
   char* message = nullptr;
-  bool done = sqlite3_open(path.c_str(), &database) == SQLITE_OK &&
-              sqlite3_exec(database, script.c_str(), nullptr, nullptr, &message) == SQLITE_OK;
-  if (message != nullptr) std::fprintf(stderr, "record_store: %s\n", message);
+  const bool done = sqlite3_open(path.c_str(), &database) == SQLITE_OK &&
+                    sqlite3_exec(database, script.c_str(), nullptr, nullptr, &message) == SQLITE_OK;
+  const std::string reason = message == nullptr ? "no database" : message;
   sqlite3_free(message);
   sqlite3_close(database);
-  return done;
+  if (!done) setup::Fail(reason);
 }
 
-void Row(const std::string& what, double seconds, double goal, const char* goal_text) {
-  std::printf("| %s | %.*f %s | %s | %s |\n", what.c_str(), seconds < 1 ? 1 : 2,
-              seconds < 1 ? seconds * 1000 : seconds, seconds < 1 ? "ms" : "s", goal_text,
-              goal == 0        ? ""
-              : seconds < goal ? "reached"
-                               : "missed");
-  std::fflush(stdout);
+void Store(const std::string& path, const records::Run& run) {
+  if (!records::StoreRun(path, run).stored) setup::Fail("a run is not stored");
+}
+
+// "3.14 s", "24.0 ms".
+std::string Time(double seconds) {
+  return seconds < 1 ? setup::Number(seconds * 1000, 1) + " ms" : setup::Number(seconds, 2) + " s";
 }
 
 // Seconds that a summary takes, the median of three.
 double SummarySeconds(const std::string& path, const records::Filter& filter, long long expected) {
   std::vector<double> times;
   for (int i = 0; i < 3; ++i) {
-    const auto start = Clock::now();
+    const auto start = setup::Clock::now();
     records::Summary summary;
     const std::string problem = records::Summarise(path, filter, &summary);
-    times.push_back(Since(start));
+    times.push_back(setup::Seconds(setup::Clock::now() - start));
     if (!problem.empty() || (expected != 0 && summary.runs != expected) ||
         summary.steps.size() != kSteps || summary.measurements.size() != kNumbers) {
-      std::fprintf(stderr, "record_store: a wrong summary %s\n", problem.c_str());
-      std::exit(1);
+      setup::Fail("a wrong summary " + problem);
     }
   }
-  std::sort(times.begin(), times.end());
-  return times[1];
+  return setup::Median(std::move(times));
+}
+
+int Run(int argc, char** argv) {
+  const long runs = setup::Argument(argc, argv, 1, 100000);
+  const setup::TempRoot root;
+  const std::string path = root.path() + "/line.db";
+  Store(path, MakeRun(1));
+  Multiply(path, runs);
+  const std::string of = "records of " + std::to_string(runs) + " runs, " +
+                         std::to_string(setup::fs::file_size(path) >> 20U) + " MiB: ";
+  const double all = SummarySeconds(path, {}, runs);
+  setup::Row(of + "a summary", Time(all), "under 5 s", all < kSummaryGoal);
+  records::Filter station;
+  station.station = "station 1";
+  station.since = "2023-11-14T22:15:00.000Z";
+  setup::Row(of + "a summary of one of four stations", Time(SummarySeconds(path, station, 0)), "",
+             true);
+  std::vector<double> times;
+  for (int i = 0; i < kStored; ++i) {
+    const records::Run run = MakeRun(static_cast<int>(runs) + i);
+    const auto start = setup::Clock::now();
+    Store(path, run);
+    times.push_back(setup::Seconds(setup::Clock::now() - start));
+  }
+  const double store = setup::Median(std::move(times));
+  setup::Row(of + "storing a run, median", Time(store), "under 50 ms", store < kStoreGoal);
+  return all < kSummaryGoal && store < kStoreGoal ? 0 : 1;
 }
 
 }  // namespace
 
-// record_store [RUNS]
 int main(int argc, char** argv) {
-  const int runs = argc > 1 ? std::atoi(argv[1]) : 100000;
-  const char* parent = std::getenv("TMPDIR");
-  std::string directory = std::string(parent == nullptr ? "/tmp" : parent) + "/records-XXXXXX";
-  if (runs < 2 || ::mkdtemp(directory.data()) == nullptr) return 2;
-  const std::string path = directory + "/line.db";
-  bool right = records::StoreRun(path, MakeRun(1)).stored && Multiply(path, runs);
-  if (right) {
-    const std::string of = "records of " + std::to_string(runs) + " runs, " +
-                           std::to_string(std::filesystem::file_size(path) >> 20U) + " MiB: ";
-    const double all = SummarySeconds(path, {}, runs);
-    Row(of + "a summary", all, kSummaryGoal, "under 5 s");
-    records::Filter station;
-    station.station = "station 1";
-    station.since = "2023-11-14T22:15:00.000Z";
-    Row(of + "a summary of one of four stations", SummarySeconds(path, station, 0), 0, "");
-    std::vector<double> times;
-    for (int i = 0; i < kStored; ++i) {
-      const records::Run run = MakeRun(runs + i);
-      const auto start = Clock::now();
-      right = right && records::StoreRun(path, run).stored;
-      times.push_back(Since(start));
-    }
-    std::sort(times.begin(), times.end());
-    Row(of + "storing a run, median", times[kStored / 2], kStoreGoal, "under 50 ms");
-    right = right && all < kSummaryGoal && times[kStored / 2] < kStoreGoal;
-  }
-  std::filesystem::remove_all(directory);
-  return right ? 0 : 1;
+  return setup::Main([&] { return Run(argc, argv); });
 }

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -30,6 +31,7 @@
 #include "platform/io.h"
 #include "qnx/bench_link.h"
 #include "qnx/child_process.h"
+#include "qnx/text.h"
 #include "support/temp_root.h"
 #include "wire/at_packet.h"
 
@@ -72,11 +74,9 @@ inline void Row(const std::string& what, const std::string& figure, const std::s
 // A number on the command line, or `otherwise` when there is none.
 inline long Argument(int argc, char** argv, int index, long otherwise) {
   if (index >= argc) return otherwise;
-  char* end = nullptr;
-  errno = 0;
-  const long value = std::strtol(argv[index], &end, 10);
-  if (end == argv[index] || *end != '\0' || errno != 0 || value < 1) {
-    Fail(std::string("'") + argv[index] + "' is no number above 0");
+  long value = 0;
+  if (!qnx::ParseNumber(argv[index], 1, LONG_MAX, &value)) {
+    Fail(qnx::Quoted(argv[index]) + " is not a number above 0");
   }
   return value;
 }

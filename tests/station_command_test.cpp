@@ -253,9 +253,9 @@ TEST(StationAnswer, PositionSpeedAndAngle) {
 }
 
 TEST(StationAnswer, NumbersAreWholeTexts) {
-  EXPECT_EQ(ParseNumber("-1.5e1"), -15);
+  EXPECT_EQ(qnx::ParseReal("-1.5e1"), -15);
   for (const char* text : {"", " ", "1 ", " 1", "1x", "nan", "inf", "1e999", "--1", "1,5"}) {
-    EXPECT_TRUE(std::isnan(ParseNumber(text))) << text;
+    EXPECT_TRUE(std::isnan(qnx::ParseReal(text))) << text;
   }
 }
 

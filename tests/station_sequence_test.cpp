@@ -254,7 +254,7 @@ TEST(StationSequence, ExpectationsHoldAtTheirEdges) {
     EXPECT_EQ(Joined(sequence, Read({{"test.seq", kStep + command + expected}}, &sequence)), "");
     std::string problem;
     return Holds(sequence.phases.at(0).steps.at(0).expectations.at(0),
-                 Field{&info, text, ParseNumber(text)}, {{"v", "5"}}, &problem);
+                 Field{&info, text, qnx::ParseReal(text)}, {{"v", "5"}}, &problem);
   };
   const struct {
     const FieldInfo& info;

@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstdlib>
+
+#include "qnx/text.h"
 
 namespace headunit {
 namespace {
@@ -22,11 +23,11 @@ PpsOptions ParseOptions(const std::string& text) {
     if (option == "delta") options.delta = true;
     if (option == "server") options.server = true;
     if (option.compare(0, kBacklog.size(), kBacklog) != 0) continue;
-    char* rest = nullptr;
-    const char* const digits = option.c_str() + kBacklog.size();
-    const unsigned long kilobytes = std::strtoul(digits, &rest, 10);
-    if (*digits < '0' || *digits > '9' || *rest != '\0') continue;
-    options.backlog = std::min<std::size_t>(kilobytes, kLargestBacklog) * kBytesPerKilobyte;
+    const std::string digits = option.substr(kBacklog.size());
+    if (digits.empty() || digits.find_first_not_of("0123456789") != std::string::npos) continue;
+    std::size_t kilobytes = kLargestBacklog;  // of a number that is larger
+    qnx::ParseNumber(digits, 0, kLargestBacklog, &kilobytes);
+    options.backlog = kilobytes * kBytesPerKilobyte;
   }
   return options;
 }

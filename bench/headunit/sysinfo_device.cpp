@@ -29,7 +29,7 @@ sysinfo_param_t FreshRecord(std::int32_t length) {
 // "WORD LENGTH HEX", all bytes of the record.
 std::string FormatRecord(const char* word, const sysinfo_param_t& record) {
   return std::string(word) + " " + std::to_string(record.length) + " " +
-         qnx::HexText(std::string_view(record.uuid, sizeof(record.uuid))) + "\n";
+         qnx::LowerHex(std::string_view(record.uuid, sizeof(record.uuid))) + "\n";
 }
 
 bool ParseRecord(std::istream* line, sysinfo_param_t* record) {
@@ -40,10 +40,9 @@ bool ParseRecord(std::istream* line, sysinfo_param_t* record) {
     return false;
   }
   for (std::size_t i = 0; i < sizeof(record->uuid); ++i) {
-    const int high = wire::HexValue(hex[2 * i]);
-    const int low = wire::HexValue(hex[2 * i + 1]);
-    if (high < 0 || low < 0) return false;
-    record->uuid[i] = static_cast<char>(high << 4 | low);
+    const int byte = wire::HexByteValue(&hex[2 * i]);
+    if (byte < 0) return false;
+    record->uuid[i] = static_cast<char>(byte);
   }
   record->length = length;
   return true;

@@ -1,5 +1,8 @@
 #include "qnx/text.h"
 
+#include <cmath>
+#include <limits>
+
 #include "wire/hex.h"
 
 namespace qnx {
@@ -30,7 +33,18 @@ std::string EscapeByte(char byte) {
   return {'\\', 'x', wire::UpperHexDigit(value >> 4U), wire::UpperHexDigit(value)};
 }
 
-std::string HexText(std::string_view bytes) {
+std::string Hex(const std::uint8_t* bytes, std::size_t size, char between) {
+  std::string text;
+  text.reserve(size * 3);
+  for (std::size_t i = 0; i < size; ++i) {
+    if (i > 0 && between != '\0') text += between;
+    text += wire::UpperHexDigit(bytes[i] >> 4U);
+    text += wire::UpperHexDigit(bytes[i]);
+  }
+  return text;
+}
+
+std::string LowerHex(std::string_view bytes) {
   std::string text;
   for (const char byte : bytes) {
     text += wire::HexDigit(static_cast<unsigned char>(byte) >> 4U);
@@ -63,6 +77,15 @@ std::string Escape(std::string_view text) {
     text.remove_prefix(length);
   }
   return escaped;
+}
+
+double ParseReal(std::string_view text) {
+  if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
+  double value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, value);
+  const bool whole = error == std::errc() && rest == end;
+  return whole && std::isfinite(value) ? value : std::numeric_limits<double>::quiet_NaN();
 }
 
 }  // namespace qnx

@@ -5,11 +5,8 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
-#include <locale>
-#include <sstream>
 
 #include "qnx/text.h"
-#include "wire/hex.h"
 
 namespace station {
 namespace {
@@ -41,8 +38,8 @@ Answer WrongSize(const Bytes& data, const std::string& expected) {
 Answer Right(const ReplyFormat& format, const std::vector<std::string>& texts) {
   Answer answer;
   for (std::size_t i = 0; i < format.fields.size() && i < texts.size(); ++i) {
-    const double number =
-        format.fields[i].numeric ? ParseNumber(texts[i]) : std::numeric_limits<double>::quiet_NaN();
+    const double number = format.fields[i].numeric ? qnx::ParseReal(texts[i])
+                                                   : std::numeric_limits<double>::quiet_NaN();
     answer.fields.push_back(Field{&format.fields[i], texts[i], number});
   }
   return answer;
@@ -269,27 +266,6 @@ std::string Describe(const Answer& answer) {
     if (*field.info->unit != '\0') line += std::string(" ") + field.info->unit;
   }
   return line;
-}
-
-std::string Hex(const std::uint8_t* data, std::size_t size, char between) {
-  std::string text;
-  text.reserve(size * 3);
-  for (std::size_t i = 0; i < size; ++i) {
-    if (i > 0) text += between;
-    text += wire::UpperHexDigit(data[i] >> 4U);
-    text += wire::UpperHexDigit(data[i]);
-  }
-  return text;
-}
-
-double ParseNumber(const std::string& text) {
-  std::istringstream stream(text);
-  stream.imbue(std::locale::classic());
-  double value = 0;
-  if (text.empty() || !(stream >> std::noskipws >> value) || stream.peek() != EOF) {
-    return std::numeric_limits<double>::quiet_NaN();
-  }
-  return value;
 }
 
 }  // namespace station

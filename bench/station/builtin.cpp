@@ -42,7 +42,7 @@ int UsageError(Context& context, const std::string& problem) {
 // Puts the option's value into *seconds when it is given; false, and says so, when it is wrong.
 bool TakeSeconds(Context& context, const char* option, double least, double* seconds) {
   if (!context.invocation.Has(option)) return true;
-  *seconds = ParseNumber(context.invocation.Get(option));
+  *seconds = qnx::ParseReal(context.invocation.Get(option));
   if (*seconds >= least && *seconds <= kLongestTime) return true;
   char text[64];
   std::snprintf(text, sizeof(text), " needs a number of seconds from %g to %g", least,
@@ -168,7 +168,7 @@ int RunWait(Context& context) {
   tools::Interrupt interrupt;
   const std::vector<std::string>& arguments = context.invocation.arguments;
   const auto deadline =
-      Clock::now() + Seconds(arguments.empty() ? kDefaultWait : ParseNumber(arguments[0]));
+      Clock::now() + Seconds(arguments.empty() ? kDefaultWait : qnx::ParseReal(arguments[0]));
   std::string reason;
   while (!ServiceAnswers(&interrupt, &reason)) {
     if (Clock::now() >= deadline) return Complain(context, reason);

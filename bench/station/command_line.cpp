@@ -132,7 +132,7 @@ int Run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
   }
   double timeout = kDefaultTimeout;
   if (invocation.Has("--timeout")) {
-    timeout = ParseNumber(invocation.Get("--timeout"));
+    timeout = qnx::ParseReal(invocation.Get("--timeout"));
     if (!(timeout > 0 && timeout <= kLongestTimeout)) {
       return UsageError(err, "--timeout needs a number of seconds above 0, at most 3600", words);
     }

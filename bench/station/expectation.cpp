@@ -42,7 +42,7 @@ bool CanBe(const FieldInfo& info, const std::string& text) {
     while (choice->word != nullptr && text != choice->word) ++choice;
     return choice->word != nullptr;
   }
-  const double number = ParseNumber(text);
+  const double number = qnx::ParseReal(text);
   return !info.numeric || (number >= info.lowest && number <= info.highest);
 }
 
@@ -90,7 +90,7 @@ double LimitNumber(const std::string& limit, const Values& values) {
   std::string filled;
   std::string missing;
   if (limit.empty() || !FillValues(limit, values, &filled, &missing)) return kNone;
-  return ParseNumber(filled);
+  return qnx::ParseReal(filled);
 }
 
 bool Holds(const Expectation& expectation, const Field& field, const Values& values,
@@ -113,7 +113,7 @@ bool Holds(const Expectation& expectation, const Field& field, const Values& val
                        [&](const std::string& text) {
                          const std::string filled = Filled(text, values);
                          return filled == field.text ||
-                                (field.info->numeric && ParseNumber(filled) == field.number);
+                                (field.info->numeric && qnx::ParseReal(filled) == field.number);
                        });
   }
   // A field that is not a number is within no limits.

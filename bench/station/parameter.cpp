@@ -35,11 +35,10 @@ bool ParseHexByte(const std::string& text, std::uint8_t* value) {
 bool ParseMac(const std::string& text, Bytes* mac) {
   if (text.size() != wire::kMacSize * 3 - 1) return false;
   for (std::size_t i = 0; i < text.size(); i += 3) {
-    const int high = wire::HexValue(text[i]);
-    const int low = wire::HexValue(text[i + 1]);
-    if (high < 0 || low < 0) return false;
+    const int byte = wire::HexByteValue(&text[i]);
+    if (byte < 0) return false;
     if (i > 0 && text[i - 1] != ':' && text[i - 1] != '-') return false;
-    mac->push_back(static_cast<std::uint8_t>(high * 16 + low));
+    mac->push_back(static_cast<std::uint8_t>(byte));
   }
   return true;
 }
@@ -137,7 +136,7 @@ std::string CheckArgument(const Parameter& parameter, const std::string& text,
       *normal = Hex(&byte, 1);
       return "";
     case Kind::kSeconds: {
-      const double seconds = ParseNumber(text);
+      const double seconds = qnx::ParseReal(text);
       if (seconds >= parameter.low && seconds <= parameter.high) return "";
       return shown + " is not a number of seconds up to " + std::to_string(parameter.high);
     }

@@ -124,10 +124,9 @@ std::string ParseLine(const std::string& line, RecordedPacket* packet) {
   while (true) {
     while (*at == ' ') ++at;
     if (at == line.c_str() + line.size()) break;
-    const int high = wire::HexValue(at[0]);
-    const int low = high < 0 ? -1 : wire::HexValue(at[1]);
-    if (low < 0) return "bytes are two hexadecimal digits each";
-    packet->packet.push_back(static_cast<std::uint8_t>(high * 16 + low));
+    const int byte = wire::HexByteValue(at);
+    if (byte < 0) return "bytes are two hexadecimal digits each";
+    packet->packet.push_back(static_cast<std::uint8_t>(byte));
     at += 2;
   }
   if (packet->packet.empty() || packet->packet.size() > wire::kMaxPacket) {

@@ -14,7 +14,7 @@ const double kLongestTime = 3600;  // seconds, of any one time in a file
 // "2 s": seconds.
 bool ParseTime(const std::string& text, double* seconds) {
   std::string rest = text;
-  *seconds = ParseNumber(TakeWord(&rest));
+  *seconds = qnx::ParseReal(TakeWord(&rest));
   return rest == "s" && *seconds >= 0 && *seconds <= kLongestTime;
 }
 
@@ -96,7 +96,7 @@ std::string ParseWait(const std::string& text, const Place& /*place*/, Step* ste
 
 std::string ParseRetry(const std::string& text, const Place& /*place*/, Step* step) {
   std::string rest = text;
-  const double count = ParseNumber(TakeWord(&rest));
+  const double count = qnx::ParseReal(TakeWord(&rest));
   const bool whole = count >= 1 && count <= kMostRetries && std::floor(count) == count;
   const bool times = TakePrefix("times", &rest) || TakePrefix("time", &rest);
   double pause = 0;

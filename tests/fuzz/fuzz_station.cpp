@@ -119,7 +119,7 @@ void Judge(const station::Expectation& expectation, const station::Values& value
   const station::FieldInfo info = {"field", "", true};
   std::string problem;
   for (const char* text : {"", "3", "text"}) {
-    station::Holds(expectation, station::Field{&info, text, station::ParseNumber(text)}, values,
+    station::Holds(expectation, station::Field{&info, text, qnx::ParseReal(text)}, values,
                    &problem);
   }
 }

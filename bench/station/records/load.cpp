@@ -1,7 +1,7 @@
 // Reading runs back.
 
 #include "hex.h"
-#include "session.h"
+#include "query.h"
 
 namespace records {
 namespace {
@@ -102,21 +102,21 @@ class Reader {
   }
 
   void ReadTrace() {
-    // Numbers are taken as text where the databases differ in how wide they declare them.
+    // Numbers are asked for as text where the databases differ in how wide they declare them.
     for (const soci::row& row :
          Rows("SELECT CAST(nanoseconds AS TEXT), from_service, bytes FROM packet WHERE run = :run"
               " ORDER BY position")) {
-      run_->packets.push_back(Packet{FromNanoseconds(std::stoll(row.get<std::string>(0))),
-                                     row.get<int>(1) != 0, HexBytes(row.get<std::string>(2))});
+      run_->packets.push_back(Packet{FromNanoseconds(WholeAt(row, 0)), row.get<int>(1) != 0,
+                                     HexBytes(row.get<std::string>(2))});
     }
     for (const soci::row& row :
          Rows("SELECT CAST(nanoseconds AS TEXT), CAST(code AS TEXT), severity, CAST(process AS"
               " TEXT), line FROM log_line WHERE run = :run ORDER BY position")) {
       LogLine line;
-      line.time = FromNanoseconds(std::stoll(row.get<std::string>(0)));
-      line.code = static_cast<std::uint32_t>(std::stoll(row.get<std::string>(1)));
+      line.time = FromNanoseconds(WholeAt(row, 0));
+      line.code = static_cast<std::uint32_t>(WholeAt(row, 1));
       line.severity = row.get<int>(2);
-      line.process = static_cast<std::uint32_t>(std::stoll(row.get<std::string>(3)));
+      line.process = static_cast<std::uint32_t>(WholeAt(row, 3));
       line.text = row.get<std::string>(4);
       run_->log.push_back(line);
     }
@@ -135,7 +135,7 @@ const char kColumns[] =
 
 RunRow ReadRow(const soci::row& row) {
   RunRow run;
-  run.number = std::stoll(row.get<std::string>(0));
+  run.number = WholeAt(row, 0);
   run.id = row.get<std::string>(1);
   run.device = row.get<std::string>(2);
   run.title = row.get<std::string>(3);
@@ -205,7 +205,7 @@ bool Database::Load(const std::string& number_or_id, Run* run, std::string* prob
     run->station = head.station;
     run->program = head.program;
     run->sequence = head.sequence;
-    run->sequence_crc = static_cast<std::uint32_t>(std::stoul(head.sequence_crc, nullptr, 16));
+    qnx::ParseNumber(head.sequence_crc, 0, UINT32_MAX, &run->sequence_crc, 16);
     run->start = FromText(head.started);
     run->zone_minutes = head.zone_minutes;
     run->seconds = head.seconds;

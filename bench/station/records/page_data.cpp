@@ -1,11 +1,9 @@
 // The page of a summary: what the database counts for its figures, as JSON in the page.
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-
 #include <algorithm>
 #include <cmath>
 #include <map>
 
+#include "json.h"
 #include "page.h"
 #include "query.h"
 #include "records/summary.h"
@@ -17,46 +15,25 @@ const int kBins = 24;
 const std::size_t kMostRuns = 200;
 const std::size_t kMostTimes = 120;
 
-using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
-
-void Text(Writer& json, const char* name, const std::string& text) {
-  json.Key(name);
-  json.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
-}
-
-void Number(Writer& json, const char* name, double number) {
-  json.Key(name);
-  if (std::isfinite(number)) {
-    json.Double(number);
-  } else {
-    json.Null();
-  }
-}
-
 class Page {
  public:
-  Page(Database& database, const Filter& filter, Writer& json)
+  Page(Database& database, const Filter& filter, JsonWriter& json)
       : database_(database), query_(database.inside().sql, filter), filter_(filter), json_(json) {}
 
   void Write(const Summary& summary) {
     FindTimeWidth();
-    json_.StartObject();
-    Text(json_, "selection", Selection());
+    json_.Open();
+    json_.Text("selection", Selection());
     json_.Key("summary");
     const std::string text = SummaryJson(summary);
-    json_.RawValue(text.data(), text.size(), rapidjson::kObjectType);
+    json_.writer().RawValue(text.data(), text.size(), rapidjson::kObjectType);
     WriteTimes();
-    json_.Key("measurements");
-    json_.StartArray();
-    for (const MeasurementNumbers& numbers : summary.measurements) {
-      json_.StartObject();
+    json_.List("measurements", summary.measurements, [this](const MeasurementNumbers& numbers) {
       WriteHistogram(numbers);
       WriteCourse(numbers);
-      json_.EndObject();
-    }
-    json_.EndArray();
+    });
     WriteRuns();
-    json_.EndObject();
+    json_.Close();
   }
 
  private:
@@ -122,20 +99,15 @@ class Page {
           counts.devices = WholeAt(row, 1);
           counts.passed = WholeAt(row, 2);
         });
-    json_.Key("times");
-    json_.StartArray();
-    for (const auto& [time, counts] : times) {
-      json_.StartObject();
-      Text(json_, "time", Shown(time));
-      json_.Key("runs");
-      json_.Int64(counts.runs);
-      Number(json_, "first_pass_yield",
-             counts.devices == 0
-                 ? kUnknown
-                 : static_cast<double>(counts.passed) / static_cast<double>(counts.devices));
-      json_.EndObject();
-    }
-    json_.EndArray();
+    json_.List("times", times, [this](const auto& time) {
+      const Counts& counts = time.second;
+      json_.Text("time", Shown(time.first));
+      json_.Whole("runs", counts.runs);
+      json_.Number("first_pass_yield",
+                   counts.devices == 0
+                       ? kUnknown
+                       : static_cast<double>(counts.passed) / static_cast<double>(counts.devices));
+    });
   }
 
   static std::string Values(const MeasurementNumbers& numbers) {
@@ -163,61 +135,54 @@ class Page {
                  bins[static_cast<std::size_t>(std::clamp(WholeAt(row, 0), 0LL, last))] +=
                      WholeAt(row, 1);
                });
-    Number(json_, "from", from);
-    Number(json_, "width", width);
+    json_.Number("from", from);
+    json_.Number("width", width);
     json_.Key("bins");
-    json_.StartArray();
-    for (const long long count : bins) json_.Int64(count);
-    json_.EndArray();
+    json_.writer().StartArray();
+    for (const long long count : bins) json_.writer().Int64(count);
+    json_.writer().EndArray();
   }
 
   void WriteCourse(const MeasurementNumbers& numbers) {
     json_.Key("course");
-    json_.StartArray();
+    json_.writer().StartArray();
     query_.Run("SELECT " + TimeColumn() +
                    " AS moment, CAST(count(*) AS TEXT), avg(number),"
                    " min(number), max(number) FROM measurement JOIN run ON run.id = measurement.run"
                    " WHERE" +
                    Values(numbers) + query_.condition() + " GROUP BY moment ORDER BY moment",
                [this](const soci::row& row) {
-                 json_.StartObject();
-                 Text(json_, "time", Shown(row.get<std::string>(0)));
-                 json_.Key("count");
-                 json_.Int64(WholeAt(row, 1));
-                 Number(json_, "mean", NumberAt(row, 2));
-                 Number(json_, "min", NumberAt(row, 3));
-                 Number(json_, "max", NumberAt(row, 4));
-                 json_.EndObject();
+                 json_.Open();
+                 json_.Text("time", Shown(row.get<std::string>(0)));
+                 json_.Whole("count", WholeAt(row, 1));
+                 json_.Number("mean", NumberAt(row, 2));
+                 json_.Number("min", NumberAt(row, 3));
+                 json_.Number("max", NumberAt(row, 4));
+                 json_.Close();
                });
-    json_.EndArray();
+    json_.writer().EndArray();
   }
 
   void WriteRuns() {
     std::vector<RunRow> rows;
     const std::string problem = database_.List(filter_, kMostRuns, &rows);
     if (!problem.empty()) throw soci::soci_error(problem);
-    json_.Key("runs");
-    json_.StartArray();
-    for (const RunRow& run : rows) {
-      json_.StartObject();
-      json_.Key("number");
-      json_.Int64(run.number);
-      Text(json_, "began", ZoneText(run.started, run.zone_minutes));
-      Text(json_, "device", run.device);
-      Text(json_, "station", run.station);
-      Text(json_, "title", run.title);
-      Number(json_, "seconds", run.seconds);
-      Text(json_, "outcome", run.outcome);
-      Text(json_, "failed", run.failed);
-      json_.EndObject();
-    }
-    json_.EndArray();
+    json_.List("runs", rows, [this](const RunRow& run) {
+      json_.Whole("number", run.number);
+      json_.Text("began", ZoneText(run.started, run.zone_minutes));
+      json_.Text("device", run.device);
+      json_.Text("station", run.station);
+      json_.Text("title", run.title);
+      json_.Number("seconds", run.seconds);
+      json_.Text("outcome", run.outcome);
+      json_.Text("failed", run.failed);
+    });
   }
 
   Database& database_;
   Query query_;
   const Filter& filter_;
-  Writer& json_;
+  JsonWriter& json_;
   std::size_t width_ = 10;
 };
 
@@ -228,8 +193,7 @@ std::string WriteSummaryPage(const std::string& address, const Filter& filter,
   std::string problem;
   const auto database = Database::Open(address, Database::Mode::kRead, &problem);
   if (database == nullptr) return problem;
-  rapidjson::StringBuffer buffer;
-  Writer json(buffer);
+  JsonWriter json;
   try {
     Page(*database, filter, json).Write(summary);
   } catch (const std::exception& error) {
@@ -237,11 +201,12 @@ std::string WriteSummaryPage(const std::string& address, const Filter& filter,
   }
   out << kPageHead;
   // Nothing in the data ends the script element that holds it.
-  for (const char* c = buffer.GetString(); *c != '\0'; ++c) {
-    if (*c == '<') {
+  const std::string data = json.text();
+  for (const char c : data) {
+    if (c == '<') {
       out << "\\u003c";
     } else {
-      out << *c;
+      out << c;
     }
   }
   out << kPageTail;

@@ -2,17 +2,24 @@
 #ifndef KORVANDIS_RECORDS_QUERY_H
 #define KORVANDIS_RECORDS_QUERY_H
 
+#include <climits>
 #include <cstdio>
 #include <limits>
 #include <string>
 
+#include "qnx/text.h"
 #include "session.h"
 
 namespace records {
 
 // A whole number that the question casts to text: the databases differ in how wide a sum is.
 inline long long WholeAt(const soci::row& row, std::size_t column) {
-  return std::stoll(row.get<std::string>(column));
+  const auto text = row.get<std::string>(column);
+  long long number = 0;
+  if (!qnx::ParseNumber(text, LLONG_MIN, LLONG_MAX, &number)) {
+    throw soci::soci_error(qnx::Quoted(text) + " is not a whole number");
+  }
+  return number;
 }
 
 // NaN for null. An expression has no declared type: SQLite gives a sum of whole numbers as one.
@@ -26,7 +33,7 @@ inline double NumberAt(const soci::row& row, std::size_t column) {
     case soci::dt_long_long:
       return static_cast<double>(row.get<long long>(column));
     default:
-      return std::stod(row.get<std::string>(column));
+      return qnx::ParseReal(row.get<std::string>(column));
   }
 }
 

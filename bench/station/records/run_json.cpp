@@ -1,18 +1,17 @@
 // A run as one line of JSON, for the spool.
 #include <rapidjson/document.h>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 
+#include <climits>
 #include <cmath>
 
 #include "hex.h"
+#include "json.h"
 #include "records/database.h"
 #include "records/spool.h"
 
 namespace records {
 namespace {
 
-using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
 using Json = rapidjson::Value;
 
 std::string Nanoseconds(Time time) {
@@ -20,102 +19,81 @@ std::string Nanoseconds(Time time) {
       std::chrono::duration_cast<std::chrono::nanoseconds>(time.time_since_epoch()).count());
 }
 
-// Texts are written as they are, also bytes that are no UTF-8: the reader below takes them back.
+// The reader below takes back what is no UTF-8, and leaves a number that is missing unknown.
 class RunWriter {
  public:
-  explicit RunWriter(Writer& out) : out_(out) {}
-
-  void Text(const char* name, const std::string& text) {
-    out_.Key(name);
-    out_.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
-  }
-  void Number(const char* name, double number) {
-    if (!std::isfinite(number)) return;
-    out_.Key(name);
-    out_.Double(number);
-  }
-  void Whole(const char* name, long long number) {
-    out_.Key(name);
-    out_.Int64(number);
-  }
-  template <typename Items, typename Write>
-  void List(const char* name, const Items& items, Write write) {
-    out_.Key(name);
-    out_.StartArray();
-    for (const auto& item : items) {
-      out_.StartObject();
-      write(item);
-      out_.EndObject();
-    }
-    out_.EndArray();
-  }
+  std::string text() const { return json_.text(); }
 
   void Run(const records::Run& run) {
-    out_.StartObject();
-    Text("id", run.id);
-    Text("device", run.device);
-    Text("title", run.title);
-    Text("station", run.station);
-    Text("program", run.program);
-    Text("sequence", run.sequence);
-    Whole("sequence_crc", run.sequence_crc);
-    Text("start", Nanoseconds(run.start));
-    Whole("zone_minutes", run.zone_minutes);
-    Number("seconds", run.seconds);
-    Text("outcome", OutcomeText(run.outcome));
-    List("values", run.values, [this](const auto& value) {
-      Text("name", value.first);
-      Text("value", value.second);
+    json_.Open();
+    json_.Text("id", run.id);
+    json_.Text("device", run.device);
+    json_.Text("title", run.title);
+    json_.Text("station", run.station);
+    json_.Text("program", run.program);
+    json_.Text("sequence", run.sequence);
+    json_.Whole("sequence_crc", run.sequence_crc);
+    json_.Text("start", Nanoseconds(run.start));
+    json_.Whole("zone_minutes", run.zone_minutes);
+    Known("seconds", run.seconds);
+    json_.Text("outcome", OutcomeText(run.outcome));
+    json_.List("values", run.values, [this](const auto& value) {
+      json_.Text("name", value.first);
+      json_.Text("value", value.second);
     });
-    List("phases", run.phases, [this](const records::Phase& phase) { Phase(phase); });
-    List("packets", run.packets, [this](const Packet& packet) {
-      Text("time", Nanoseconds(packet.time));
-      Whole("from_service", packet.from_service ? 1 : 0);
-      Text("bytes", HexText(packet.bytes));
+    json_.List("phases", run.phases, [this](const records::Phase& phase) { Phase(phase); });
+    json_.List("packets", run.packets, [this](const Packet& packet) {
+      json_.Text("time", Nanoseconds(packet.time));
+      json_.Whole("from_service", packet.from_service ? 1 : 0);
+      json_.Text("bytes", HexText(packet.bytes));
     });
-    List("log", run.log, [this](const LogLine& line) {
-      Text("time", Nanoseconds(line.time));
-      Whole("code", line.code);
-      Whole("severity", line.severity);
-      Whole("process", line.process);
-      Text("text", line.text);
+    json_.List("log", run.log, [this](const LogLine& line) {
+      json_.Text("time", Nanoseconds(line.time));
+      json_.Whole("code", line.code);
+      json_.Whole("severity", line.severity);
+      json_.Whole("process", line.process);
+      json_.Text("text", line.text);
     });
-    out_.EndObject();
+    json_.Close();
   }
 
  private:
+  void Known(const char* name, double number) {
+    if (std::isfinite(number)) json_.Number(name, number);
+  }
+
   void Phase(const records::Phase& phase) {
-    Text("name", phase.name);
-    Text("outcome", OutcomeText(phase.outcome));
-    Text("start", Nanoseconds(phase.start));
-    Number("seconds", phase.seconds);
-    List("steps", phase.steps, [this](const records::Step& step) { Step(step); });
+    json_.Text("name", phase.name);
+    json_.Text("outcome", OutcomeText(phase.outcome));
+    json_.Text("start", Nanoseconds(phase.start));
+    Known("seconds", phase.seconds);
+    json_.List("steps", phase.steps, [this](const records::Step& step) { Step(step); });
   }
 
   void Step(const records::Step& step) {
-    Text("name", step.name);
-    Text("outcome", OutcomeText(step.outcome));
-    Text("command", step.command);
-    Text("problem", step.problem);
-    Text("expected", step.expected);
-    Text("start", Nanoseconds(step.start));
-    Number("seconds", step.seconds);
-    Whole("attempts", step.attempts);
-    Text("request", HexText(step.request));
-    Text("reply", HexText(step.reply));
-    List("measurements", step.measurements, [this](const Measurement& measurement) {
-      Text("name", measurement.name);
-      Text("unit", measurement.unit);
-      Text("text", measurement.text);
-      Number("number", measurement.number);
-      Number("low", measurement.low);
-      Number("high", measurement.high);
-      Text("expected", measurement.expected);
-      Text("outcome", OutcomeText(measurement.outcome));
+    json_.Text("name", step.name);
+    json_.Text("outcome", OutcomeText(step.outcome));
+    json_.Text("command", step.command);
+    json_.Text("problem", step.problem);
+    json_.Text("expected", step.expected);
+    json_.Text("start", Nanoseconds(step.start));
+    Known("seconds", step.seconds);
+    json_.Whole("attempts", step.attempts);
+    json_.Text("request", HexText(step.request));
+    json_.Text("reply", HexText(step.reply));
+    json_.List("measurements", step.measurements, [this](const Measurement& measurement) {
+      json_.Text("name", measurement.name);
+      json_.Text("unit", measurement.unit);
+      json_.Text("text", measurement.text);
+      Known("number", measurement.number);
+      Known("low", measurement.low);
+      Known("high", measurement.high);
+      json_.Text("expected", measurement.expected);
+      json_.Text("outcome", OutcomeText(measurement.outcome));
     });
   }
 
-  Writer& out_;
+  JsonWriter json_;
 };
 
 std::string TextOf(const Json& object, const char* name) {
@@ -136,7 +114,8 @@ long long WholeOf(const Json& object, const char* name) {
 }
 
 Time TimeOf(const Json& object, const char* name) {
-  const long long nanoseconds = std::strtoll(TextOf(object, name).c_str(), nullptr, 10);
+  long long nanoseconds = 0;
+  qnx::ParseNumber(TextOf(object, name), LLONG_MIN, LLONG_MAX, &nanoseconds);
   return Time(std::chrono::duration_cast<Time::duration>(std::chrono::nanoseconds(nanoseconds)));
 }
 
@@ -174,10 +153,9 @@ Step StepOf(const Json& json) {
 }  // namespace
 
 std::string RunJson(const Run& run) {
-  rapidjson::StringBuffer buffer;
-  Writer writer(buffer);
-  RunWriter(writer).Run(run);
-  return {buffer.GetString(), buffer.GetSize()};
+  RunWriter writer;
+  writer.Run(run);
+  return writer.text();
 }
 
 bool ParseRunJson(const std::string& text, Run* run) {

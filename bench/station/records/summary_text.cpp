@@ -1,11 +1,9 @@
 // A summary as JSON, as comma separated values and as text.
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 
+#include "json.h"
 #include "qnx/text.h"
 #include "records/summary.h"
 
@@ -16,27 +14,6 @@ const std::size_t kMostSteps = 10;
 const std::size_t kMostMeasurements = 10;
 // A process with less than 1.33 is watched on most lines.
 const double kCapable = 4.0 / 3.0;
-
-using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
-
-void Text(Writer& json, const char* name, const std::string& text) {
-  json.Key(name);
-  json.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
-}
-
-void Whole(Writer& json, const char* name, long long number) {
-  json.Key(name);
-  json.Int64(number);
-}
-
-void Number(Writer& json, const char* name, double number) {
-  json.Key(name);
-  if (std::isfinite(number)) {
-    json.Double(number);
-  } else {
-    json.Null();
-  }
-}
 
 // With so many decimal places; with so many digits in all. Empty for what is not known.
 std::string Decimals(double number, int places) {
@@ -151,61 +128,45 @@ void WriteMeasurements(const Summary& summary, std::ostream& out) {
 }  // namespace
 
 std::string SummaryJson(const Summary& summary) {
-  rapidjson::StringBuffer buffer;
-  Writer json(buffer);
-  json.StartObject();
-  Whole(json, "runs", summary.runs);
-  Whole(json, "devices", summary.devices);
-  Whole(json, "passed", summary.passed);
-  Whole(json, "failed", summary.failed);
-  Whole(json, "errors", summary.errors);
-  Whole(json, "aborted", summary.aborted);
-  Number(json, "first_pass_yield", summary.yield.First());
-  Number(json, "final_yield", summary.yield.Final());
-  json.Key("stations");
-  json.StartArray();
-  for (const StationNumbers& numbers : summary.stations) {
-    json.StartObject();
-    Text(json, "station", numbers.station);
-    Whole(json, "runs", numbers.runs);
-    Number(json, "first_pass_yield", numbers.yield.First());
-    Number(json, "seconds", numbers.seconds);
-    json.EndObject();
-  }
-  json.EndArray();
-  json.Key("steps");
-  json.StartArray();
-  for (const StepNumbers& numbers : summary.steps) {
-    json.StartObject();
-    Text(json, "phase", numbers.phase);
-    Text(json, "step", numbers.step);
-    Whole(json, "runs", numbers.runs);
-    Whole(json, "failed", numbers.failed);
-    Whole(json, "errors", numbers.errors);
-    json.EndObject();
-  }
-  json.EndArray();
-  json.Key("measurements");
-  json.StartArray();
-  for (const MeasurementNumbers& numbers : summary.measurements) {
-    json.StartObject();
-    Text(json, "phase", numbers.phase);
-    Text(json, "step", numbers.step);
-    Text(json, "name", numbers.name);
-    Text(json, "unit", numbers.unit);
-    Whole(json, "count", numbers.count);
-    Number(json, "mean", numbers.mean);
-    Number(json, "stddev", numbers.stddev);
-    Number(json, "min", numbers.min);
-    Number(json, "max", numbers.max);
-    Number(json, "low", numbers.low);
-    Number(json, "high", numbers.high);
-    Number(json, "cpk", numbers.cpk);
-    json.EndObject();
-  }
-  json.EndArray();
-  json.EndObject();
-  return {buffer.GetString(), buffer.GetSize()};
+  JsonWriter json;
+  json.Open();
+  json.Whole("runs", summary.runs);
+  json.Whole("devices", summary.devices);
+  json.Whole("passed", summary.passed);
+  json.Whole("failed", summary.failed);
+  json.Whole("errors", summary.errors);
+  json.Whole("aborted", summary.aborted);
+  json.Number("first_pass_yield", summary.yield.First());
+  json.Number("final_yield", summary.yield.Final());
+  json.List("stations", summary.stations, [&json](const StationNumbers& numbers) {
+    json.Text("station", numbers.station);
+    json.Whole("runs", numbers.runs);
+    json.Number("first_pass_yield", numbers.yield.First());
+    json.Number("seconds", numbers.seconds);
+  });
+  json.List("steps", summary.steps, [&json](const StepNumbers& numbers) {
+    json.Text("phase", numbers.phase);
+    json.Text("step", numbers.step);
+    json.Whole("runs", numbers.runs);
+    json.Whole("failed", numbers.failed);
+    json.Whole("errors", numbers.errors);
+  });
+  json.List("measurements", summary.measurements, [&json](const MeasurementNumbers& numbers) {
+    json.Text("phase", numbers.phase);
+    json.Text("step", numbers.step);
+    json.Text("name", numbers.name);
+    json.Text("unit", numbers.unit);
+    json.Whole("count", numbers.count);
+    json.Number("mean", numbers.mean);
+    json.Number("stddev", numbers.stddev);
+    json.Number("min", numbers.min);
+    json.Number("max", numbers.max);
+    json.Number("low", numbers.low);
+    json.Number("high", numbers.high);
+    json.Number("cpk", numbers.cpk);
+  });
+  json.Close();
+  return json.text();
 }
 
 void WriteSummaryCsv(const Summary& summary, std::ostream& out) {

@@ -71,7 +71,7 @@ std::string NewRunId() {
     const ssize_t count = ::getrandom(bytes + filled, sizeof(bytes) - filled, 0);
     if (count > 0) filled += static_cast<std::size_t>(count);
   }
-  return qnx::HexText(std::string_view(bytes, sizeof(bytes)));
+  return qnx::LowerHex(std::string_view(bytes, sizeof(bytes)));
 }
 
 std::string UtcText(Time time) {

@@ -18,6 +18,14 @@ inline int HexValue(char c) {
   return -1;
 }
 
+// The value of two hexadecimal digits, -1 when there are none. The second is read only behind a
+// digit.
+inline int HexByteValue(const char* digits) {
+  const int high = HexValue(digits[0]);
+  const int low = high < 0 ? -1 : HexValue(digits[1]);
+  return low < 0 ? -1 : high * 16 + low;
+}
+
 }  // namespace wire
 
 #endif  // KORVANDIS_WIRE_HEX_H

@@ -3,9 +3,11 @@
 #define KORVANDIS_QNX_TEXT_H
 
 #include <charconv>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <vector>
 
 namespace qnx {
 
@@ -25,8 +27,15 @@ std::string Escape(std::string_view text);
 // A byte as Escape writes one that is no character: \xNN.
 std::string EscapeByte(char byte);
 
+// Two upper-case hexadecimal digits for each byte, and `between` two bytes that character; none
+// when it is 0.
+std::string Hex(const std::uint8_t* bytes, std::size_t size, char between = ' ');
+inline std::string Hex(const std::vector<std::uint8_t>& bytes, char between = ' ') {
+  return Hex(bytes.data(), bytes.size(), between);
+}
+
 // Two lower-case hexadecimal digits for each byte.
-std::string HexText(std::string_view bytes);
+std::string LowerHex(std::string_view bytes);
 
 // The escaped text in single quotes, as messages show names that others chose.
 inline std::string Quoted(std::string_view text) { return "'" + Escape(text) + "'"; }
@@ -48,6 +57,10 @@ bool ParseNumber(std::string_view text, std::common_type_t<Number> least,
   *number = value;
   return true;
 }
+
+// The decimal number, perhaps with a fraction and an exponent, that the whole of `text` is; NaN
+// when it is none, or none that a double holds.
+double ParseReal(std::string_view text);
 
 }  // namespace qnx
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "qnx/text.h"
 #include "wire/command_table.h"
 
 namespace station {
@@ -53,14 +54,7 @@ const Field* FindField(const Answer& answer, const std::string& name);
 // control characters escaped.
 std::string Describe(const Answer& answer);
 
-// "2A A2 00"; `between` stands between two bytes.
-std::string Hex(const std::uint8_t* data, std::size_t size, char between = ' ');
-inline std::string Hex(const Bytes& bytes, char between = ' ') {
-  return Hex(bytes.data(), bytes.size(), between);
-}
-
-// The number that the whole of `text` is, as C writes it; NaN otherwise.
-double ParseNumber(const std::string& text);
+using qnx::Hex;
 
 }  // namespace station
 
