@@ -17,7 +17,7 @@ enum MEDIA_SUB_CMD {
   MEDIA_PRE_NEXT = 0,
   MEDIA_JUMP = 1,
   MEDIA_PLAY = 2,
-  MEDIA_SETUP = 3,
+  MEDIA_DISC_COMMAND_200 = 3,
   MEDIA_DISC_DEVICE = 4,
   MEDIA_DISC_POSITION = 5,
   MEDIA_DISC_STATE = 6,
@@ -85,7 +85,7 @@ bool CmdMedia::Work(pkg* record) {
     case MEDIA_PLAY:
       if (player != nullptr) player->CtrlPlay(parameters[0]);
       return true;
-    case MEDIA_SETUP:
+    case MEDIA_DISC_COMMAND_200:
       if (disc != nullptr) {
         disc->PublishCmdCommmand(kDiscCommand200, 1, 0);
       } else {

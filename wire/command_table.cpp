@@ -115,7 +115,7 @@ const CommandSpec kCommands[] = {
     {kMedia, 9, 2, "media repeat 2", {}, kSilent, "disc player's repeat mode 2"},
     {kMedia, 9, 3, "media repeat 3", {}, kSilent, "disc player's repeat mode 3"},
     {kMedia, 9, 4, "media repeat 4", {}, kSilent, "disc player's repeat mode 4"},
-    {kMedia, 3, kNoSelector, "media setup", {}, kSilent, "send the disc player's setup command"},
+    {kMedia, 3, kNoSelector, "media setup", {}, kSilent, "send disc command 200, whatever plays"},
 
     {kUsbSd, 0, kNoSelector, "usb present", {}, kPresent, "whether a USB device is there"},
     {kUsbSd, 2, kNoSelector, "usb sync", {}, kSynchronised, "whether its synchronisation has finished"},
