@@ -13,7 +13,7 @@
 
 namespace {
 
-NXQ::ZMCAR::fileTagInfo const kMcuTag = {1, wire::kMcuDevicePath, O_RDWR, 0};
+const NXQ::ZMCAR::fileTagInfo kMcuTag = {1, wire::kMcuDevicePath, O_RDWR, 0};
 
 const int kHeaderSize = static_cast<int>(wire::kHeaderSize);
 static_assert(sizeof(NXQ::ZMCAR::PacketHeader_s) == wire::kHeaderSize,
