@@ -155,8 +155,8 @@ TEST(PpsParse, EveryKindOfLine) {
 }
 
 TEST(PpsParse, OtherLinesAreErrorsAndAreSkipped) {
-  for (const std::string& bad :
-       Split("|word|a:n|:n:1|::|@|-|-@|+@|*@|+|*|+a:n:1|*a:n:1|-a:n:1| |[n|[]|[a:n:1|[]:n:1")) {
+  for (const std::string& bad : Split("|word|a:n|:n:1|::|@|-|-@|+@|*@|+|*|+a:n:1|*a:n:1|-a:n:1| "
+                                      "|[n|[]|[a:n:1|[]:n:1|[x][n]a:n:1|-[n]a")) {
     EXPECT_EQ(Lines("@o\n" + bad + "\nb:n:2\n"),
               "object [@o] - - - -1 -1 0\nerror [@o] - - - -1 -1 0\n"
               "attribute [@o] [b] [n] [2] -1 1 0\n")

@@ -102,6 +102,7 @@ TEST_F(PpsToolTest, RefusesWhatIsNoAttributeAndWritesNothing) {
       {"@x=1", "no usable"},
       {"-n:n:2", "no usable"},
       {"[n]-n:n:2", "no usable attribute name"},
+      {"[n][n]n:n:2", "no usable attribute name"},
       {"[nm::x", "no usable [options]"},
       {"[:]m::x", "no usable [options]"},
       {"n::a\nm::b", "a line end in its value"},

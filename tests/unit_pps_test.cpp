@@ -69,7 +69,8 @@ TEST_F(PpsManagerTest, OptionsInBracketsStayWhereTheyWereGiven) {
   EXPECT_EQ("[n]@o\n[n]a:n:1\nb::2\n", PpsText("/o"));
   Write("/o", "a:n:3\n[x]b::[4]");
   EXPECT_EQ("[n]@o\n[n]a:n:3\n[x]b::[4]\n", PpsText("/o"));
-  for (const char* wrong : {"[na:n:1", "[n]", "[n]:n:1", "[n]a:n", "a:n:9\n[n]@o", "[:]a:n:1"}) {
+  for (const char* wrong : {"[na:n:1", "[n]", "[n]:n:1", "[n]a:n", "a:n:9\n[n]@o", "[:]a:n:1",
+                            "[n][n]a:n:9", "|@o:n:1", "-[n]a"}) {
     Write("/o", wrong);
   }
   Write("/o", "[]@o\n[n]-a\n[]b::5");

@@ -6,13 +6,15 @@
 namespace headunit {
 namespace {
 
-// A reader takes "+@...", "-@..." and "*@..." for news about an object, so no attribute begins so.
-bool LooksLikeObjectLine(std::string_view name) {
-  return name[0] == '@' || (name.size() > 1 && name[1] == '@' &&
-                            (name[0] == '+' || name[0] == '-' || name[0] == '*'));
-}
-
 const std::size_t kLongestOptions = 64;
+
+// What <pps.h> takes for an object line or for options when a line begins with it, so no
+// attribute's name does.
+const std::string_view kNotInFront = "@+*|[";
+
+bool IsAttributeName(std::string_view name) {
+  return !name.empty() && kNotInFront.find(name[0]) == name.npos;
+}
 
 // Takes "[options]" from the front of *line. False when the brackets do not close, or hold too
 // much.
@@ -37,15 +39,15 @@ bool ParseLine(std::string_view line, PpsChange* change) {
   if (line.find('\0') != line.npos || !TakeOptions(&line, &change->options, &change->has_options)) {
     return false;
   }
-  if (line.empty() || LooksLikeObjectLine(line)) return false;
   const std::size_t name_end = line.find(':');
-  if (line[0] == '-') {
+  if (!line.empty() && line[0] == '-') {
     change->deleted = true;
     change->name = line.substr(1);
-    return line.size() > 1 && name_end == line.npos;
+    return IsAttributeName(change->name) && name_end == line.npos;
   }
-  if (name_end == 0 || name_end == line.npos) return false;
+  if (name_end == line.npos) return false;
   change->name = line.substr(0, name_end);
+  if (!IsAttributeName(change->name)) return false;
   change->value = line.substr(name_end + 1);
   return change->value.find(':') != line.npos;
 }

@@ -40,7 +40,8 @@ Line ObjectLine(pps_status_t status, char* mark, bool last) {
 
 Line DeletionLine(char* name, bool last) {
   if (*name == '\0') return Error(last);
-  return std::strchr(name, ':') == nullptr ? Named(PPS_ATTRIBUTE_DELETED, name) : Error(false);
+  return *name != '[' && std::strchr(name, ':') == nullptr ? Named(PPS_ATTRIBUTE_DELETED, name)
+                                                           : Error(false);
 }
 
 Line AttributeLine(char* name, bool last) {
@@ -67,6 +68,8 @@ Line PlainLine(char* line, bool last) {
     case '-':
       return line[1] == '@' ? ObjectLine(PPS_OBJECT_DELETED, line + 1, last)
                             : DeletionLine(line + 1, last);
+    case '[':
+      return Error(false);  // behind its options a line has no others
     default:
       return AttributeLine(line, last);
   }

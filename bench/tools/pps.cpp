@@ -119,7 +119,7 @@ std::string AppendLine(const std::string& argument, std::string* text) {
   const std::size_t name_end = std::min(equals, colon);
   if (name_end == std::string::npos) return shown + "is neither name:encoding:value nor name=value";
   const std::string name = line.substr(0, name_end);
-  if (name.empty() || std::strchr("@+-*", name[0]) != nullptr ||
+  if (name.empty() || std::strchr("@+-*|[", name[0]) != nullptr ||
       name.find('\n') != std::string::npos) {
     return shown + "has no usable attribute name";
   }

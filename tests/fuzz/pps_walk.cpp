@@ -148,8 +148,6 @@ void Run(Input input, bool json) {
   const std::string before = Shown(shown);
   if (!json) ParseLines(text);
   if (before.empty()) return;  // malformed JSON
-  // Behind its options a line may have a name that begins with '[', which the encoder refuses.
-  if (!json && text.find("][") != std::string::npos) return;
   Encoding encoding(json);
   while (CopyNext(copied, encoding)) continue;
   Require(encoding.Text() != kNoText, "what was decoded can be encoded");

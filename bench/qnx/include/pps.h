@@ -3,7 +3,7 @@
 // An object is text: a line "@name", then one line "name:encoding:value" an attribute. Encodings:
 // empty (plain text), n (number), b (true or false), c (text with C escapes), json. An object line
 // or an attribute line may begin with options in square brackets, "[n]name:encoding:value"; they
-// are never part of the name.
+// stand there once and are never part of the name.
 //
 // Two decoders or encoders share nothing; one of them belongs to one thread at a time.
 #ifndef KORVANDIS_PPS_H
