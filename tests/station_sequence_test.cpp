@@ -230,7 +230,7 @@ TEST(StationSequence, VariantsShareASequenceAndHaveTheirOwnLimits) {
 
   files["a.csv"] =
       "P,S\nQ,S,fourth,1,2\nP,T,fourth,1,2\nP,S,fifth,1,2\nP,S,count,x,\nP,S,fourth,,\n"
-      "P,S,count,1,2\nM,N,count,1,2\n";
+      "P,S,count,1,y\nM,N,count,1,2\n";
   files["more.seq"] += "title T\nnonsense\n";
   EXPECT_EQ(
       Errors(files),
@@ -238,7 +238,8 @@ TEST(StationSequence, VariantsShareASequenceAndHaveTheirOwnLimits) {
       "a.csv:3: phase 'P' has no step 'T'\na.csv:4: the answer to 'gps satellites' has no "
       "'fifth', only: count, strongest, fourth\na.csv:5: 'x' is not a number\n"
       "a.csv:6: a limit needs LOW, HIGH or both\na.csv:7: this field of this step has its "
-      "limits already\na.csv:8: step 'N' has no command\nmore.seq:5: unknown word 'nonsense'\n");
+      "limits already\na.csv:7: 'y' is not a number\na.csv:8: step 'N' has no command\nmore.seq:5: "
+      "unknown word 'nonsense'\n");
   files["test.seq"] += "title Again\nvalue low = 1\n";
   EXPECT_PRED2(Contains, Errors(files), "5: a second title\n6: values must be declared before");
 }

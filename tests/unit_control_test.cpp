@@ -48,6 +48,10 @@ TEST_F(ControlTest, LinesAreAnsweredOnTheConnectorAsInTheProcess) {
     if (help.find('\n', begin) == std::string::npos) break;
   }
   EXPECT_GT(lines, 20u);
+  EXPECT_EQ(
+      "ok mcu down                    take the MCU device away\nmcu up                      "
+      "bring it back",
+      Control("mcu help"));
 }
 
 TEST_F(ControlTest, WrongLinesAreErrorsAndChangeNothing) {

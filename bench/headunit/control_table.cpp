@@ -117,11 +117,12 @@ struct Row {
   std::string (*act)(const Parts& parts, const Words& arguments);
 };
 
-std::string ShowHelp();
+std::string ShowHelp(const std::string& group);
 
 // One row a line; arguments are counted before the row acts.
 const Row kRows[] = {
-    {"help", "", 0, 0, "this list", [](const Parts&, const Words&) { return ShowHelp(); }},
+    {"help", "", 0, 0, "this list; 'i2c help' shows only the lines of i2c",
+     [](const Parts&, const Words&) { return ShowHelp(""); }},
     {"status", "", 0, 0, "who is connected, and the counters",
      [](const Parts& unit, const Words&) { return ShowStatus(unit); }},
     {"ready", "", 0, 0, "whether the service that the unit starts is connected",
@@ -178,7 +179,7 @@ const Row kRows[] = {
      [](const Parts& unit, const Words& words) {
        return WithCount(words[0], [&](std::uint32_t count) { unit.i2c->FailReceives(count); });
      }},
-    {"i2c speed", "refuse|accept", 1, 1, "what becomes of the bus speed",
+    {"i2c speed", "refuse|accept", 1, 1, "refuse or accept a bus speed",
      [](const Parts& unit, const Words& words) {
        const bool refuse = words[0] == "refuse";
        if (!refuse && words[0] != "accept") return Error("usage: i2c speed refuse|accept");
@@ -254,15 +255,18 @@ const Row kRows[] = {
      }},
 };
 
-std::string ShowHelp() {
+// The lines that begin with the word `group`, or all. An error when there are none.
+std::string ShowHelp(const std::string& group) {
   static const std::size_t kHelpColumn = 28;
+  const std::string beginning = group.empty() ? "" : group + " ";
   std::string text;
   for (const Row& row : kRows) {
+    if (std::string(row.words).compare(0, beginning.size(), beginning) != 0) continue;
     std::string usage = std::string(row.words) + " " + row.arguments;
     usage.resize(std::max(usage.size() + 1, kHelpColumn), ' ');
     text += (text.empty() ? "" : "\n") + usage + row.help;
   }
-  return Ok(text);
+  return text.empty() ? Error("no line begins with '" + group + "'; try 'help'") : Ok(text);
 }
 
 }  // namespace
@@ -274,6 +278,7 @@ std::string ControlTable::Run(const std::string& line) {
   Words words;
   for (std::string word; stream >> word;) words.push_back(word);
   if (words.empty()) return Error("no words; try 'help'");
+  if (words.size() == 2 && words[1] == "help") return ShowHelp(words[0]);
 
   for (const Row& row : kRows) {
     const std::size_t name_words = std::strchr(row.words, ' ') != nullptr ? 2 : 1;

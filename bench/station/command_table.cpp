@@ -208,7 +208,7 @@ std::vector<Command> MakeOwn() {
         "send any request (numbers decimal, bytes hexadecimal) and show the reply"),
     Needing(Needs::kUnit, Own("monitor", RunMonitor, {}, {{"--whole", nullptr, "show the whole packet, not only what follows the header"}},
         "follow the traffic between the MCU and the service until interrupted")),
-    Own("run", RunSequenceFile, {Parameter{"SEQUENCE", Kind::kFile}},
+    Own("run", RunSequenceFile, {Parameter{"SEQUENCE", Kind::kSequence}},
         {{"--set", "NAME=VALUE", "give a value of the sequence (may be repeated)"},
          {"--only", "PHASE", "run only this phase (may be repeated)"},
          {"--answers", "FILE", "answers to the questions of 'confirm': y or n, one a line"},

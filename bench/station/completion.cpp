@@ -93,7 +93,7 @@ std::map<std::string, Following> CollectFollowing() {
     last.arguments = true;
     const Parameter& first = command.parameters[0];
     if (first.kind == Parameter::Kind::kFile) last.generator = "-f";
-    if (command.words == "run") last.generator = "-f -W \"$(_station_shipped)\"";
+    if (first.kind == Parameter::Kind::kSequence) last.generator = "-f -W \"$(_station_shipped)\"";
     if (first.choices == nullptr) continue;
     for (const wire::Choice* choice = first.choices; choice->word != nullptr; ++choice) {
       AddWord(choice->word, &last.words);

@@ -19,14 +19,6 @@ std::string Filled(const std::string& text, const Values& values) {
   return filled;
 }
 
-// The words that a field can be, "fail, pass".
-std::string WordList(const wire::Choice* choice) {
-  std::string list;
-  for (; choice->word != nullptr; ++choice)
-    list += (list.empty() ? "" : ", ") + std::string(choice->word);
-  return list;
-}
-
 std::string RangeText(const FieldInfo& info) {
   if (info.choices != nullptr) return "only: " + WordList(info.choices);
   char text[96];

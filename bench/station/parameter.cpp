@@ -10,14 +10,6 @@ namespace {
 
 using Kind = Parameter::Kind;
 
-std::string WordList(const wire::Choice* choices) {
-  std::string list;
-  for (; choices->word != nullptr; ++choices) {
-    list += (list.empty() ? "" : ", ") + std::string(choices->word);
-  }
-  return list;
-}
-
 bool HasHexMark(const std::string& text) {
   return text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
 }
@@ -51,6 +43,14 @@ bool ParseUnsigned(const Parameter& parameter, const std::string& text, unsigned
 }
 
 }  // namespace
+
+std::string WordList(const wire::Choice* choices) {
+  std::string list;
+  for (; choices->word != nullptr; ++choices) {
+    list += (list.empty() ? "" : ", ") + std::string(choices->word);
+  }
+  return list;
+}
 
 Parameter MakeParameter(const wire::ParameterSpec& spec) {
   Kind kind = Kind::kText;
@@ -92,9 +92,11 @@ std::string DescribeParameter(const Parameter& parameter) {
     case Kind::kSeconds:
       return "seconds" + range;
     case Kind::kFile:
+      return "a file";
+    case Kind::kSequence:
       break;
   }
-  return "a file";
+  return "a file, or the name of a shipped sequence";
 }
 
 std::string CheckArgument(const Parameter& parameter, const std::string& text,
@@ -141,6 +143,7 @@ std::string CheckArgument(const Parameter& parameter, const std::string& text,
       return shown + " is not a number of seconds up to " + std::to_string(parameter.high);
     }
     case Kind::kFile:
+    case Kind::kSequence:
       return text.empty() ? shown + " is empty" : "";
   }
   return shown + " is of no known kind";
@@ -172,6 +175,7 @@ void AppendArgument(const Parameter& parameter, const std::string& normal, Bytes
       break;
     case Kind::kSeconds:
     case Kind::kFile:
+    case Kind::kSequence:
       break;
   }
 }
@@ -210,6 +214,7 @@ bool TakeArgument(const Parameter& parameter, const Bytes& bytes, std::size_t* p
     case Kind::kHexByte:
     case Kind::kSeconds:
     case Kind::kFile:
+    case Kind::kSequence:
       return false;
   }
   return false;

@@ -64,7 +64,6 @@ void ReadLimits(const std::string& text, std::size_t file, std::vector<Limit>* l
     });
     if (again) {
       mistakes->push_back({place, "this field of this step has its limits already"});
-      continue;
     }
     limits->push_back(limit);
   }
@@ -93,8 +92,10 @@ std::string ApplyLimit(const Limit& limit, Sequence* sequence) {
   expectation.high = limit.high;
   std::string problem = CheckField(*step->command, &expectation);
   if (!problem.empty()) return problem;
+  // A second line of the same file is a mistake: both stay, so that both are checked.
   const auto replaced = [&](const Expectation& other) {
-    return other.field == limit.field && other.kind == Expectation::Kind::kLimits;
+    return other.field == limit.field && other.kind == Expectation::Kind::kLimits &&
+           other.place.file != limit.place.file;
   };
   std::vector<Expectation>& all = step->expectations;
   const auto place = std::find_if(all.begin(), all.end(), replaced) - all.begin();

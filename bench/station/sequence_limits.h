@@ -21,8 +21,8 @@ struct Limit {
 void ReadLimits(const std::string& text, std::size_t file, std::vector<Limit>* limits,
                 std::vector<Mistake>* mistakes);
 
-// Puts the limit into its step, in place of the step's own for this field. Returns what is wrong,
-// or nothing.
+// Puts the limit into its step, in place of those that the field has from other files. Returns what
+// is wrong, or nothing.
 std::string ApplyLimit(const Limit& limit, Sequence* sequence);
 
 // The field of that name in the command's answer; null when there is none.

@@ -21,6 +21,7 @@ struct Parameter {
     kHexByte,  // two digits
     kSeconds,  // from `low` to `high`
     kFile,     // name of a file of the host
+    kSequence  // the same, or the name of a shipped sequence
   };
   const char* name;
   Kind kind;
@@ -33,6 +34,9 @@ struct Parameter {
 
 // The parameter of a row of the service's commands; `spec` is not of the kind kNone.
 Parameter MakeParameter(const wire::ParameterSpec& spec);
+
+// The words of a choice, "fail, pass".
+std::string WordList(const wire::Choice* choices);
 
 // What an argument may be: "a number from 0 to 6".
 std::string DescribeParameter(const Parameter& parameter);
