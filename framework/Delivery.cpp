@@ -86,6 +86,7 @@ bool Delivery::PrepareLocked() {
 bool Delivery::Release() {
   if (!Stop()) return false;
   std::lock_guard<std::mutex> lock(m_mutex);
+  if (m_running) return false;  // another thread has started it again
   for (const auto& entry : m_files) entry.second->SetWakeup(std::shared_ptr<Wakeup>());
   m_wakeup.reset();
   return true;
