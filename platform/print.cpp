@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 
 #include "platform/descriptor.h"
@@ -40,18 +41,18 @@ Stream g_output = {"standard output",        g_texts[0], STDOUT_FILENO, false, f
 Stream g_error = {"standard error",         g_texts[1], STDERR_FILENO, false, false, 0, 0, 0,
                   PTHREAD_MUTEX_INITIALIZER};
 
-long NowMs() {
+std::int64_t NowMs() {
   timespec now;
   ::clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * 1000L + now.tv_nsec / 1000000;
+  return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
 }
 
 // Waits until the stream takes something, or `limit` ms are over: false.
-bool WaitForRoom(const Stream& stream, long limit) {
-  const long deadline = NowMs() + limit;
+bool WaitForRoom(const Stream& stream, std::int64_t limit) {
+  const std::int64_t deadline = NowMs() + limit;
   for (;;) {
     pollfd wait = {stream.fd, POLLOUT, 0};
-    const long left = std::max(deadline - NowMs(), 0L);
+    const std::int64_t left = std::max(deadline - NowMs(), std::int64_t{0});
     const int ready = ::poll(&wait, 1, static_cast<int>(left));
     if (ready >= 0 || errno != EINTR) return ready > 0;
   }
@@ -73,14 +74,14 @@ ssize_t WriteSome(const Stream& stream) {
 // Writes the rest of the text, and waits at most `patience` ms for a stream that takes nothing.
 // False when something is left.
 bool WriteRest(Stream* stream, int patience) {
-  long deadline = 0;
+  std::int64_t deadline = 0;
   while (stream->done < stream->length) {
     const ssize_t count = WriteSome(*stream);
     if (count > 0) stream->done += static_cast<std::size_t>(count);
     if (count > 0 || errno == EINTR) continue;
     if (errno != EAGAIN || patience == 0) return false;
     if (deadline == 0) deadline = NowMs() + patience;
-    const long left = deadline - NowMs();
+    const std::int64_t left = deadline - NowMs();
     if (left <= 0 || !WaitForRoom(*stream, left)) return false;
   }
   return true;

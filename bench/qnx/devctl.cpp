@@ -2,6 +2,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <new>
 
@@ -16,7 +17,7 @@ const std::size_t kInlineAnswer = 1024;
 
 // Receives one answer: its error number, then up to `size` bytes at `data`. The number of data
 // bytes goes to *received. Returns 0 or the reason why there is no answer.
-int ReceiveAnswer(int fd, long deadline, std::int32_t* error, void* data, std::size_t size,
+int ReceiveAnswer(int fd, std::int64_t deadline, std::int32_t* error, void* data, std::size_t size,
                   std::size_t* received) {
   iovec parts[2] = {{error, sizeof(*error)}, {data, size}};
   msghdr message{};
@@ -42,7 +43,7 @@ int Exchange(int fd, std::uint32_t dcmd, void* data, std::size_t size, char* ans
   msghdr message{};
   message.msg_iov = parts;
   message.msg_iovlen = 2;
-  const long deadline = qnx::NowMs() + platform::kManagerTimeoutMs;
+  const std::int64_t deadline = qnx::NowMs() + platform::kManagerTimeoutMs;
   ssize_t sent = ::sendmsg(fd, &message, MSG_NOSIGNAL);
   while (sent < 0 && errno == EINTR && qnx::WaitAgain(fd, POLLOUT, deadline)) {
     sent = ::sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);

@@ -5,6 +5,7 @@
 #include <sys/time.h>
 
 #include <cerrno>
+#include <cstdint>
 
 #include "deadline.h"
 #include "qnx/manager_socket.h"
@@ -32,14 +33,14 @@ bool LimitWaits(int fd) {
 
 // For a call that was interrupted: limits its next wait to the time left until `deadline`; false
 // when none is left.
-bool LimitWaitUntil(int fd, int option, long deadline) {
-  const long left = deadline - NowMs();
+bool LimitWaitUntil(int fd, int option, std::int64_t deadline) {
+  const long left = static_cast<long>(deadline - NowMs());
   return left > 0 && LimitWait(fd, option, left);
 }
 
 // The manager's answer, an error number, until `deadline` of NowMs; EIO when it gives none.
-int TakeAnswer(int fd, long deadline) {
-  const long left = deadline - NowMs();
+int TakeAnswer(int fd, std::int64_t deadline) {
+  const long left = static_cast<long>(deadline - NowMs());
   // The connection's own limit does unless connecting took its time.
   const bool late = left < kManagerTimeoutMs - kLatenessMs;
   if (late && (left <= 0 || !LimitWait(fd, SO_RCVTIMEO, left))) return EIO;
@@ -54,7 +55,7 @@ int TakeAnswer(int fd, long deadline) {
 // Asks the manager of `target` for the rest of the path. Returns the connection when it is granted,
 // -1 with errno otherwise.
 int Ask(const qnx::ResolvedPath& target, qnx::RequestKind kind, int flags, mode_t mode) {
-  const long deadline = NowMs() + kManagerTimeoutMs;
+  const std::int64_t deadline = NowMs() + kManagerTimeoutMs;
   platform::Descriptor connection = qnx::NewManagerSocket();
   if (!connection.IsOpen() || !LimitWaits(connection.Get())) return -1;
   bool interrupted = false;
@@ -108,7 +109,7 @@ int access(const char* path, int mode) {
 }
 
 ssize_t read(int fd, void* data, std::size_t size) {
-  const long deadline = NowMs() + kManagerTimeoutMs;
+  const std::int64_t deadline = NowMs() + kManagerTimeoutMs;
   ssize_t received = ::recv(fd, data, size, MSG_TRUNC);
   while (received < 0 && errno == EINTR && WaitAgain(fd, POLLIN, deadline)) {
     received = ::recv(fd, data, size, MSG_TRUNC | MSG_DONTWAIT);
@@ -118,7 +119,7 @@ ssize_t read(int fd, void* data, std::size_t size) {
 }
 
 ssize_t write(int fd, const void* data, std::size_t size) {
-  const long deadline = NowMs() + kManagerTimeoutMs;
+  const std::int64_t deadline = NowMs() + kManagerTimeoutMs;
   ssize_t sent = ::send(fd, data, size, MSG_NOSIGNAL);
   while (sent < 0 && errno == EINTR && WaitAgain(fd, POLLOUT, deadline)) {
     sent = ::send(fd, data, size, MSG_NOSIGNAL | MSG_DONTWAIT);

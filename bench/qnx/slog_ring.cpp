@@ -228,7 +228,7 @@ SlogReader::Result SlogReader::Next(SlogLine* line, std::uint64_t* lost) {
   }
 
   const SlogSlot& slot = slots[position_ & (count - 1)];
-  const long deadline = NowMs() + kUnfinishedMs;
+  const std::int64_t deadline = NowMs() + kUnfinishedMs;
   for (;;) {
     const std::uint64_t sequence = slot.sequence.load(std::memory_order_acquire);
     if (sequence == position_ + 1 && Copy(slot, position_, line)) {

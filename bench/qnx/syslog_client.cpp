@@ -39,7 +39,7 @@ void SyslogClient::Send(int priority, const char* text, std::size_t length) {
 }
 
 bool SyslogClient::Connect() {
-  const long now = NowMs();
+  const std::int64_t now = NowMs();
   if (now < next_attempt_) return false;
   next_attempt_ = now + kRetryMs;
   stuck_ = false;

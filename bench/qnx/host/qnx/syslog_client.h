@@ -33,9 +33,9 @@ class SyslogClient {
   const char* const path_;
   std::mutex mutex_;
   platform::Descriptor socket_;
-  long next_attempt_ = 0;      // to find the daemon; milliseconds of CLOCK_MONOTONIC
-  bool stuck_ = false;         // the daemon was waited for and took nothing
-  std::uint64_t dropped_ = 0;  // lines since the last one that was taken
+  std::int64_t next_attempt_ = 0;  // to find the daemon; milliseconds of CLOCK_MONOTONIC
+  bool stuck_ = false;             // the daemon was waited for and took nothing
+  std::uint64_t dropped_ = 0;      // lines since the last one that was taken
 };
 
 }  // namespace qnx
