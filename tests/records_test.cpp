@@ -423,6 +423,10 @@ TEST_F(RecordedRuns, ARunThatIsNotStoredIsAnError) {
   std::filesystem::remove(record_);
   EXPECT_EQ(RunLine("B1", "U1"), 0);
   EXPECT_PRED2(Contains, out_, "Recorded as run 4, with 3 that waited\n");
+  // A verdict that cannot be shown is not the unit's fault either.
+  std::ofstream full("/dev/full");
+  const std::string line = "run " + root_.path() + "/line.seq --only Position --set board=B1";
+  EXPECT_EQ(station::Run(support::Arguments(line), full, full), 3);
 }
 
 }  // namespace

@@ -372,6 +372,7 @@ TEST_F(StationRunTest, AWriteThatIsNotCarriedOutIsNotRight) {
   StopService();
   EXPECT_EQ(station({"bt", "on"}), 1);
   EXPECT_PRED2(Contains, program_->Errors(), "no service is connected");
+  EXPECT_EQ(station({"chip", "--timeout", "1000"}), 1) << "no answer will ever come";
 }
 
 TEST_F(StationRunTest, StopsWhereAFailureMakesTheRestUseless) {

@@ -109,8 +109,9 @@ std::string Unit::Impl::TakeRoot() {
 std::string Unit::Impl::LayOut() {
   std::error_code error;
   fs::create_directories(options.root + "/dev", error);
-  if (!error) fs::create_directories(State(), error);
-  if (error) return options.root + ": " + error.message();
+  if (error) return options.root + "/dev: " + error.message();
+  fs::create_directories(State(), error);
+  if (error) return State() + ": " + error.message();
   const int result = qnx::CreateSlogRing(options.root + qnx::kSlogPath, options.log_lines);
   if (result != 0) return options.root + qnx::kSlogPath + ": " + std::strerror(result);
   std::string failure = sysinfo.Restore();

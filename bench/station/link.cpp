@@ -14,6 +14,7 @@ namespace station {
 namespace {
 
 const int kControlMilliseconds = 2000;
+const std::chrono::milliseconds kServiceLook(500);  // between two looks whether a service is there
 
 // Why a connector could not be opened.
 std::string OpenProblem(const char* path, int error) {
@@ -103,7 +104,17 @@ bool Link::Wait(Clock::time_point deadline) {
 Link::Result Link::Receive(std::uint8_t command, std::uint8_t sub_command,
                            Clock::time_point deadline, wire::Reply* reply, Bytes* packet) {
   Bytes fragment;
-  while (Clock::now() < deadline && Wait(deadline)) {
+  bool looks = true;
+  while (Clock::now() < deadline) {
+    if (!Wait(looks ? std::min(deadline, Clock::now() + kServiceLook) : deadline)) {
+      std::string reason;
+      if (Clock::now() >= deadline || (interrupt_ != nullptr && interrupt_->Pending())) break;
+      // Without a service no reply will come: the next one starts with nothing to answer.
+      const int services = CountServices(&reason);
+      if (services == 0) break;
+      looks = services > 0;
+      continue;
+    }
     if (!TakePacket(connection_.Get(), packet)) {
       connection_.Reset(-1);
       return Result::kGone;

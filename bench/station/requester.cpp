@@ -121,8 +121,9 @@ Exchange Requester::Send(std::uint8_t number, std::uint8_t sub_command, const By
 void Requester::TakeReply(std::uint8_t number, std::uint8_t sub_command, Exchange* exchange) {
   using Outcome = Exchange::Outcome;
   Bytes packet;
-  const Link::Result result = link_.Receive(number, sub_command, Clock::now() + Seconds(timeout_),
-                                            &exchange->parsed, &packet);
+  const auto deadline = Clock::now() + Seconds(timeout_);
+  const Link::Result result =
+      link_.Receive(number, sub_command, deadline, &exchange->parsed, &packet);
   if (result == Link::Result::kReply) {
     exchange->reply = packet;
     return;
@@ -140,9 +141,11 @@ void Requester::TakeReply(std::uint8_t number, std::uint8_t sub_command, Exchang
     return;
   }
   std::string reason;
+  const bool early = Clock::now() < deadline;
   const bool connected = ServiceConnected(&reason);
   exchange->problem = "no answer within " + SecondsText(timeout_) +
                       (connected ? ", although the service is connected" : ": " + reason);
+  if (early && !connected) exchange->problem = "no answer: " + reason;
 }
 
 // NOLINTBEGIN(misc-no-recursion): performing proves with `verify` alone, a proof performs without.

@@ -122,7 +122,9 @@ int RunSession::RunOnce(const Values& values) {
   if (!lost.empty()) StationError(context_, tools::Escape(lost) + " could not be written");
   const bool kept = keeper.Keep(&run);
   if (context_.invocation.Has("--loop")) ShowBanner(run);
-  if (lost.empty() && kept) return status;
+  // A verdict that nobody can read is an error of the station, not of the unit.
+  const bool told = out_.flush().good() && context_.out.flush().good();
+  if (lost.empty() && kept && told) return status;
   return status == tools::kExitRight ? kExitError : status;
 }
 

@@ -64,9 +64,7 @@ std::unique_ptr<Database> Database::Open(const std::string& address, Mode mode,
       inside.sql.open(soci::sqlite3, SqliteOptions(address));
     }
     if (mode == Mode::kWrite) CreateTables(inside);
-    // A look at the tables tells now what is wrong with them.
-    int version = 0;
-    inside.sql << "SELECT max(version) FROM record_version", soci::into(version);
+    CheckVersion(inside);
   } catch (const std::exception& error) {
     *problem = shown + ": " + Reason(error);
     return nullptr;

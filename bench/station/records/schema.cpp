@@ -55,17 +55,18 @@ bool HasTables(Database::Inside& inside) {
                       "'record_version' AND table_schema = current_schema()"
                     : "SELECT count(*) FROM sqlite_master WHERE name = 'record_version'";
   inside.sql << query, soci::into(count);
-  if (count == 0) return false;
-  int version = 0;
-  inside.sql << "SELECT max(version) FROM record_version", soci::into(version);
-  if (version != kVersion) {
-    throw soci::soci_error("the record has tables of version " + std::to_string(version) +
-                           ", this program knows version " + std::to_string(kVersion));
-  }
-  return true;
+  return count != 0;
 }
 
 }  // namespace
+
+void CheckVersion(Database::Inside& inside) {
+  int version = 0;
+  inside.sql << "SELECT max(version) FROM record_version", soci::into(version);
+  if (version == kVersion) return;
+  throw soci::soci_error("the record has tables of version " + std::to_string(version) +
+                         ", this program knows version " + std::to_string(kVersion));
+}
 
 void CreateTables(Database::Inside& inside) {
   if (HasTables(inside)) return;

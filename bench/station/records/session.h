@@ -32,6 +32,9 @@ class Writing {
 // Creates the tables that are missing. Throws soci_error.
 void CreateTables(Database::Inside& inside);
 
+// Throws soci_error when the tables are missing, or are not the ones that this program knows.
+void CheckVersion(Database::Inside& inside);
+
 // " AND title = :title ..." for the parts of the filter that are set; every name is bound by Bind.
 std::string Condition(const Filter& filter);
 

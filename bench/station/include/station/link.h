@@ -31,7 +31,7 @@ class Link {
 
   enum class Result {
     kReply,      // *reply holds it, *packet its bytes
-    kNone,       // the deadline passed, or the wait was interrupted
+    kNone,       // the deadline passed, the service is gone, or the wait was interrupted
     kMalformed,  // a reply to this command that is not well-formed: *packet holds it
     kGone,       // the unit hung up
   };
