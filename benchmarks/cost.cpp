@@ -108,11 +108,9 @@ class Measurement {
 std::string Line(const Row& row) {
   const setup::Cost& a = row.split.ships;
   const setup::Cost& b = row.split.bench;
-  char text[160];
-  std::snprintf(text, sizeof(text), "%-6s %-24s %8.0f %5.1f %5.1f %10.0f %5.1f %5.1f",
-                row.key.c_str(), row.words.c_str(), a.instructions, a.allocations, a.calls,
-                b.instructions, b.allocations, b.calls);
-  return text;
+  return qnx::Formatted("%-6s %-24s %8.0f %5.1f %5.1f %10.0f %5.1f %5.1f", row.key.c_str(),
+                        row.words.c_str(), a.instructions, a.allocations, a.calls, b.instructions,
+                        b.allocations, b.calls);
 }
 
 const char kHead[] =

@@ -19,6 +19,7 @@ namespace {
 
 const int kFollowers = 20;
 const std::size_t kTextSize = 60 * 1024;
+const std::size_t kAnswerSize = 4096;  // more than Redis answers here
 const char kBusy[] = "/pps/bench/busy";
 const char kOther[] = "/pps/zelmar/system/version_status";
 
@@ -145,7 +146,7 @@ platform::Descriptor ConnectTo(const std::string& path) {
 
 // Sends a command of Redis and reads an answer of up to 4 KiB, which comes in one piece.
 std::string Command(const platform::Descriptor& redis, const std::string& command) {
-  char answer[4096];
+  char answer[kAnswerSize];
   for (std::size_t sent = 0; sent < command.size();) {
     const ssize_t size =
         ::send(redis.Get(), command.data() + sent, command.size() - sent, MSG_NOSIGNAL);

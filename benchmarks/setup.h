@@ -43,8 +43,9 @@ namespace fs = std::filesystem;
 using support::TempRoot;
 
 const int kCannotMeasure = 2;
-const int kPatienceMs = 10000;  // for what takes milliseconds when all is well
-const int kMomentMs = 200;      // for an answer of a service that may not have started yet
+const std::size_t kAnswerSize = 4096;  // more than the unit answers to a control line
+const int kPatienceMs = 10000;         // for what takes milliseconds when all is well
+const int kMomentMs = 200;             // for an answer of a service that may not have started yet
 
 // Ends the program through Main, with everything released that it started.
 [[noreturn]] inline void Fail(const std::string& reason) { throw std::runtime_error(reason); }
@@ -58,9 +59,7 @@ inline double Median(std::vector<double> values) {
 }
 
 inline std::string Number(double value, int digits) {
-  char text[32];
-  std::snprintf(text, sizeof(text), "%.*f", digits, value);
-  return text;
+  return qnx::Formatted("%.*f", digits, value);
 }
 
 // One line of the table that benchmarks/run collects. `goal` may be empty.
@@ -195,7 +194,7 @@ class Unit {
 
   // The answer to a control line.
   std::string Ask(const char* line) const {
-    char answer[4096];
+    char answer[kAnswerSize];
     const ssize_t sent = platform::write(control_.Get(), line, std::strlen(line));
     const ssize_t size = sent < 0 ? -1 : ::read(control_.Get(), answer, sizeof(answer));
     if (size <= 0) Fail("the unit's control connector does not answer");

@@ -276,9 +276,7 @@ class Soak {
 bool Compare(const char* who, const Held& before, const Held& after) {
   const bool same = after.descriptors == before.descriptors && after.threads == before.threads &&
                     after.in_use <= before.in_use + kSameMemory;
-  char text[160];
-  std::snprintf(
-      text, sizeof(text),
+  const std::string text = qnx::Formatted(
       "%ld to %ld KiB in use, %ld to %ld resident, %d to %d descriptors, %d to %d threads",
       before.in_use, after.in_use, before.resident, after.resident, before.descriptors,
       after.descriptors, before.threads, after.threads);

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <utility>
 
+#include "qnx/text.h"
 #include "wire/devices.h"
 
 namespace headunit {
@@ -136,12 +136,9 @@ void I2cBus::Read(std::uint8_t* bytes, std::size_t count) {
 
 void I2cBus::Note(const char* what, std::uint32_t slave, const std::uint8_t* bytes,
                   std::size_t count, int error) {
-  char text[64];
-  std::snprintf(text, sizeof(text), "%s 0x%02x %zu:", what, slave, count);
-  std::string line = text;
+  std::string line = qnx::Formatted("%s 0x%02x %zu:", what, slave, count);
   for (std::size_t i = 0; i < std::min(count, kLoggedBytes); ++i) {
-    std::snprintf(text, sizeof(text), " %02x", static_cast<unsigned>(bytes[i]));
-    line += text;
+    line += qnx::Formatted(" %02x", static_cast<unsigned>(bytes[i]));
   }
   if (count > kLoggedBytes) line += " ...";
   if (error != 0) line += " failed";

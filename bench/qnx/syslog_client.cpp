@@ -20,6 +20,8 @@ namespace {
 const long kPatienceMs = 100;
 const long kRetryMs = 1000;
 const std::size_t kLongestLine = 1024;  // with what stands in front of the text
+const std::size_t kTimeSize = 32;       // "Nov 23 14:26:38" with its end, and room
+const std::size_t kNoteSize = 64;       // a number of 20 digits and 38 characters, with its end
 
 }  // namespace
 
@@ -30,7 +32,7 @@ void SyslogClient::Send(int priority, const char* text, std::size_t length) {
     return;
   }
   if (dropped_ > 0) {
-    char note[64];
+    char note[kNoteSize];
     const int size = std::snprintf(note, sizeof(note), "%llu lines lost: the log did not take them",
                                    static_cast<unsigned long long>(dropped_));
     if (Put(LOG_ERR, note, static_cast<std::size_t>(size))) dropped_ = 0;
@@ -63,7 +65,7 @@ bool SyslogClient::Put(int priority, const char* text, std::size_t length) {
   const std::time_t now = std::time(nullptr);
   std::tm parts{};
   ::localtime_r(&now, &parts);
-  char when[32] = "";
+  char when[kTimeSize] = "";
   std::strftime(when, sizeof(when), "%b %e %T", &parts);
   const int wanted =
       std::snprintf(line, sizeof(line), "<%d>%s %s[%d]: %.*s", priority | LOG_USER, when,

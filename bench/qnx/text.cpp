@@ -1,6 +1,8 @@
 #include "qnx/text.h"
 
 #include <cmath>
+#include <cstdarg>
+#include <cstdio>
 #include <limits>
 
 #include "wire/hex.h"
@@ -77,6 +79,19 @@ std::string Escape(std::string_view text) {
     text.remove_prefix(length);
   }
   return escaped;
+}
+
+std::string Formatted(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  va_list again;
+  va_copy(again, arguments);
+  const int length = std::vsnprintf(nullptr, 0, format, arguments);
+  std::string text(length < 0 ? 0 : static_cast<std::size_t>(length), '\0');
+  std::vsnprintf(text.data(), text.size() + 1, format, again);  // the end has its place
+  va_end(again);
+  va_end(arguments);
+  return text;
 }
 
 double ParseReal(std::string_view text) {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <limits>
 
@@ -22,11 +21,7 @@ struct Satellite {
   int signal;  // dBHz
 };
 
-std::string Degrees(double value) {
-  char text[32];
-  std::snprintf(text, sizeof(text), "%.6f", value);
-  return text;
-}
+std::string Degrees(double value) { return qnx::Formatted("%.6f", value); }
 
 Answer Wrong(const std::string& problem) { return Answer{problem, {}}; }
 
@@ -146,9 +141,8 @@ std::string SatelliteTable(const Bytes& data) {
   std::string table = "satellite  C/N0\n";
   for (const Satellite& satellite : satellites) {
     const int length = std::clamp(satellite.signal, 0, kBarFull) * kBarWidth / kBarFull;
-    char row[64];
-    std::snprintf(row, sizeof(row), "%9u  %3d dBHz  ", satellite.id, satellite.signal);
-    table += row + std::string(static_cast<std::size_t>(length), '#') + "\n";
+    table += qnx::Formatted("%9u  %3d dBHz  ", satellite.id, satellite.signal) +
+             std::string(static_cast<std::size_t>(length), '#') + "\n";
   }
   return table + std::to_string(satellites.size()) + " satellites\n";
 }

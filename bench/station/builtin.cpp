@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <iostream>
 
 #include "station/packet_text.h"
@@ -44,10 +43,8 @@ bool TakeSeconds(Context& context, const char* option, double least, double* sec
   if (!context.invocation.Has(option)) return true;
   *seconds = qnx::ParseReal(context.invocation.Get(option));
   if (*seconds >= least && *seconds <= kLongestTime) return true;
-  char text[64];
-  std::snprintf(text, sizeof(text), " needs a number of seconds from %g to %g", least,
-                kLongestTime);
-  UsageError(context, option + std::string(text));
+  UsageError(context, qnx::Formatted("%s needs a number of seconds from %g to %g", option, least,
+                                     kLongestTime));
   return false;
 }
 

@@ -21,10 +21,8 @@ std::string Filled(const std::string& text, const Values& values) {
 
 std::string RangeText(const FieldInfo& info) {
   if (info.choices != nullptr) return "only: " + WordList(info.choices);
-  char text[96];
-  std::snprintf(text, sizeof(text), "only numbers from %.15g to %.15g", info.lowest, info.highest);
   if (std::isinf(info.lowest) || std::isinf(info.highest)) return "only numbers";
-  return text;
+  return qnx::Formatted("only numbers from %.15g to %.15g", info.lowest, info.highest);
 }
 
 // Whether a field can ever be this text.

@@ -10,6 +10,11 @@
 #include "tools/program.h"
 
 namespace station {
+namespace {
+
+const std::size_t kPartSize = 65536;  // of one read
+
+}  // namespace
 
 std::string ReadFile(const std::string& path, std::string* text) {
   const std::string shown = tools::Quoted(path) + ": ";
@@ -17,7 +22,7 @@ std::string ReadFile(const std::string& path, std::string* text) {
   struct stat status {};
   if (!file.IsOpen() || ::fstat(file.Get(), &status) != 0) return shown + std::strerror(errno);
   if (S_ISDIR(status.st_mode)) return shown + std::strerror(EISDIR);
-  char part[65536];
+  char part[kPartSize];
   ssize_t count;
   while ((count = ::read(file.Get(), part, sizeof(part))) > 0) {
     text->append(part, static_cast<std::size_t>(count));

@@ -5,7 +5,6 @@
 #include <rapidjson/ostreamwrapper.h>
 
 #include <cmath>
-#include <cstdio>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -52,15 +51,9 @@ class Json {
   }
   // Nothing for what is not a number.
   void Number(const char* name, double number) {
-    char text[32];
-    std::snprintf(text, sizeof(text), "%.15g", number);
-    if (std::isfinite(number)) Raw(name, text);
+    if (std::isfinite(number)) Raw(name, qnx::Formatted("%.15g", number));
   }
-  void Seconds(double seconds) {
-    char text[32];
-    std::snprintf(text, sizeof(text), "%.3f", seconds);
-    Raw("seconds", text);
-  }
+  void Seconds(double seconds) { Raw("seconds", qnx::Formatted("%.3f", seconds)); }
 
   template <typename Items, typename Write>
   void List(const char* name, const Items& items, Write write) {

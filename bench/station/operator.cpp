@@ -12,6 +12,7 @@ namespace station {
 namespace {
 
 const std::size_t kLongestLine = 4096;
+const std::size_t kPartSize = 512;  // of one read
 
 // kNone when it is neither yes nor no.
 Person::Reply ParseReply(std::string text) {
@@ -96,7 +97,7 @@ bool Operator::ReadLine(std::string* line) {
       return true;
     }
     if (!interrupt_->Wait(STDIN_FILENO, -1)) return false;
-    char part[512];
+    char part[kPartSize];
     const ssize_t count = ::read(STDIN_FILENO, part, sizeof(part));
     if (count > 0) {
       typed_.append(part, static_cast<std::size_t>(count));

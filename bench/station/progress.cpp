@@ -3,7 +3,6 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -97,9 +96,8 @@ void Progress::BeginStep(const records::Step& step) {
   phase_.clear();
   if (!console_.lines_change) return;
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start_;
-  char head[64];
-  std::snprintf(head, sizeof(head), "  [%zu/%zu] %.1f s  ", done_ + 1, steps_, elapsed.count());
-  std::string line = head + tools::Escape(step.name);
+  std::string line = qnx::Formatted("  [%zu/%zu] %.1f s  ", done_ + 1, steps_, elapsed.count()) +
+                     tools::Escape(step.name);
   if (step.attempts > 1) line += " (attempt " + std::to_string(step.attempts) + ")";
   if (console_.width > 1) line = Cut(line, console_.width - 1);
   out_ << "\r\033[K" << line << std::flush;
@@ -112,12 +110,10 @@ void Progress::BeginQuestion() {
 void Progress::EndStep(const records::Step& step, const std::string& answer) {
   ++done_;
   if (step.outcome == Outcome::kSkipped) return;  // counted at the end
-  char time[32];
-  std::snprintf(time, sizeof(time), "%8.2f s  ", step.seconds);
   if (console_.lines_change) out_ << "\r\033[K";
   const std::string verdict = records::OutcomeText(step.outcome);
-  out_ << time << Coloured(console_, step.outcome, verdict) << std::string(9 - verdict.size(), ' ')
-       << tools::Escape(step.name);
+  out_ << qnx::Formatted("%8.2f s  ", step.seconds) << Coloured(console_, step.outcome, verdict)
+       << std::string(9 - verdict.size(), ' ') << tools::Escape(step.name);
   const std::string& detail = step.outcome == Outcome::kPassed ? answer : step.problem;
   if (!detail.empty()) out_ << ": " << detail;
   if (step.attempts > 1) out_ << " (" << step.attempts << " attempts)";
@@ -126,15 +122,13 @@ void Progress::EndStep(const records::Step& step, const std::string& answer) {
 
 void Progress::EndRun(const records::Run& run) {
   const auto count = [&](Outcome outcome) { return CountSteps(run.phases, outcome); };
-  char time[32];
-  std::snprintf(time, sizeof(time), "%.1f s", run.seconds);
   const std::string skipped = SkippedText(run);
   if (!skipped.empty()) out_ << '\n' << skipped << '\n';
   out_ << '\n'
        << count(Outcome::kPassed) << " passed, " << count(Outcome::kFailed) << " failed, "
        << qnx::Counted(count(Outcome::kError), "error", "errors") << ", ";
   if (count(Outcome::kAborted) > 0) out_ << count(Outcome::kAborted) << " aborted, ";
-  out_ << count(Outcome::kSkipped) << " skipped in " << time;
+  out_ << count(Outcome::kSkipped) << " skipped in " << qnx::Formatted("%.1f s", run.seconds);
   if (!run.device.empty()) out_ << ", device " << tools::Escape(run.device);
   out_ << ": " << Coloured(console_, run.outcome, VerdictText(run.outcome)) << std::endl;
   ShowFailures(run);

@@ -130,9 +130,7 @@ class Replay {
   }
 
   std::string Head(const char* verdict) const {
-    char head[48];
-    std::snprintf(head, sizeof(head), "%5zu  %-8s  ", number_, verdict);
-    return head;
+    return qnx::Formatted("%5zu  %-8s  ", number_, verdict);
   }
 
   // Tells a difference now, and keeps it for the end.

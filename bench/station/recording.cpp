@@ -1,7 +1,6 @@
 #include "station/recording.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <deque>
 #include <map>
@@ -157,12 +156,11 @@ std::string RecordingHead(RecordingFormat format) {
 
 std::string RecordingEntry(RecordingFormat format, const RecordedPacket& packet) {
   if (format == RecordingFormat::kText) {
-    char time[48];
-    std::snprintf(time, sizeof(time), "%llu.%09llu",
-                  static_cast<unsigned long long>(packet.nanoseconds / kSecond),
-                  static_cast<unsigned long long>(packet.nanoseconds % kSecond));
-    return std::string(time) + (packet.direction == qnx::Direction::kToService ? " > " : " < ") +
-           Hex(packet.packet) + "  # " + DescribePacket(packet.direction, packet.packet) + "\n";
+    return qnx::Formatted("%llu.%09llu",
+                          static_cast<unsigned long long>(packet.nanoseconds / kSecond),
+                          static_cast<unsigned long long>(packet.nanoseconds % kSecond)) +
+           (packet.direction == qnx::Direction::kToService ? " > " : " < ") + Hex(packet.packet) +
+           "  # " + DescribePacket(packet.direction, packet.packet) + "\n";
   }
   std::string entry;
   const auto size = static_cast<std::uint32_t>(packet.packet.size() + 1);

@@ -49,9 +49,7 @@ std::string TakeFilter(const Context& context, records::Filter* filter) {
 }
 
 std::string Seconds(double seconds, int places = 1) {
-  char text[40];
-  std::snprintf(text, sizeof(text), "%.*f s", places, seconds);
-  return text;
+  return qnx::Formatted("%.*f s", places, seconds);
 }
 
 const std::size_t kVerdictWidth = 8;
@@ -119,15 +117,13 @@ qnx::Direction DirectionOf(const records::Packet& packet) {
 }
 
 void Show(Context& context, const records::Run& run) {
-  char crc[16];
-  std::snprintf(crc, sizeof(crc), "%08X", run.sequence_crc);
   context.out << qnx::Escape(run.title) << ", device "
               << (run.device.empty() ? "-" : qnx::Escape(run.device)) << ": "
               << Verdict(context, run.outcome, 0) << "\nrun " << run.id << "\nbegan "
               << records::ZoneText(records::UtcText(run.start), run.zone_minutes) << ", took "
               << Seconds(run.seconds, 3) << "\nstation " << qnx::Escape(run.station) << ", program "
               << qnx::Escape(run.program) << "\nsequence " << qnx::Escape(run.sequence)
-              << ", CRC-32 " << crc << '\n';
+              << ", CRC-32 " << qnx::Formatted("%08X", run.sequence_crc) << '\n';
   for (const auto& [name, value] : run.values) {
     context.out << "value " << qnx::Escape(name) << " = " << qnx::Escape(value) << '\n';
   }

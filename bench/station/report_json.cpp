@@ -1,7 +1,6 @@
 // The record of a run as JSON.
 #include <rapidjson/prettywriter.h>
 
-#include <cstdio>
 #include <ctime>
 
 #include "json_writer.h"
@@ -38,17 +37,13 @@ std::string TimeText(records::Time time, int zone_minutes) {
   std::tm parts{};
   ::gmtime_r(&seconds, &parts);
   const int zone = std::abs(zone_minutes);
-  char text[96];
-  std::snprintf(text, sizeof(text), "%04d-%02d-%02dT%02d:%02d:%02d.%03d%c%02d:%02d",
-                parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min,
-                parts.tm_sec, static_cast<int>(since.count() % 1000), zone_minutes < 0 ? '-' : '+',
-                zone / 60, zone % 60);
-  return text;
+  return qnx::Formatted("%04d-%02d-%02dT%02d:%02d:%02d.%03d%c%02d:%02d", parts.tm_year + 1900,
+                        parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
+                        static_cast<int>(since.count() % 1000), zone_minutes < 0 ? '-' : '+',
+                        zone / 60, zone % 60);
 }
 
 void WriteJson(const records::Run& run, std::ostream& out) {
-  char crc[16];
-  std::snprintf(crc, sizeof(crc), "%08x", static_cast<unsigned>(run.sequence_crc));
   Writer json(out);
   json.writer().SetIndent(' ', 2);
   json.Open();
@@ -60,7 +55,7 @@ void WriteJson(const records::Run& run, std::ostream& out) {
   json.Text("station", run.station);
   json.Text("program", run.program);
   json.Text("file", run.sequence);
-  json.Text("file_crc32", crc);
+  json.Text("file_crc32", qnx::Formatted("%08x", run.sequence_crc));
   json.Text("start", TimeText(run.start, run.zone_minutes));
   json.Seconds(run.seconds);
   json.Text("outcome", records::OutcomeText(run.outcome));

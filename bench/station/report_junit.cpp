@@ -1,5 +1,4 @@
 // The record of a run as JUnit XML.
-#include <cstdio>
 #include <pugixml.hpp>
 
 #include "qnx/text.h"
@@ -36,9 +35,7 @@ pugi::xml_attribute Add(pugi::xml_node node, const char* name, const std::string
 }
 
 void AddTime(pugi::xml_node node, double seconds) {
-  char text[32];
-  std::snprintf(text, sizeof(text), "%.3f", seconds);
-  node.append_attribute("time").set_value(text);
+  node.append_attribute("time").set_value(qnx::Formatted("%.3f", seconds).c_str());
 }
 
 // An aborted step is counted as an error: it is neither skipped nor failed.

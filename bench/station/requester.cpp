@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstdio>
-#include <cstring>
 #include <limits>
 #include <thread>
 
@@ -27,11 +25,7 @@ const double kNoNumber = std::numeric_limits<double>::quiet_NaN();
 const std::uint8_t kBarrierCommand = 7;
 const std::uint8_t kBarrierSubCommand = 1;
 
-std::string SecondsText(double seconds) {
-  char text[32];
-  std::snprintf(text, sizeof(text), "%g s", seconds);
-  return text;
-}
+std::string SecondsText(double seconds) { return qnx::Formatted("%g s", seconds); }
 
 // Replaces "{N}" by the N-th argument and "{N-1}" by that number less one, not below 0. What was
 // inserted is not looked at again.

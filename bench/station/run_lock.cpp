@@ -16,6 +16,8 @@ namespace {
 const char kLockFile[] = "/.station-run";
 const mode_t kEverybody = 0666;  // any user may run the station
 
+const std::size_t kHolderSize = 64;  // of the text that names a run, with its end
+
 std::string RootDirectory() {
   const char* root = std::getenv("HEADUNIT_ROOT");
   return root == nullptr ? "" : root;
@@ -24,11 +26,9 @@ std::string RootDirectory() {
 std::string NowText() {
   const std::time_t now = std::time(nullptr);
   std::tm parts{};
-  char text[32] = "";
-  if (::localtime_r(&now, &parts) != nullptr) {
-    std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &parts);
-  }
-  return text;
+  if (::localtime_r(&now, &parts) == nullptr) return "";
+  return qnx::Formatted("%04d-%02d-%02d %02d:%02d:%02d", parts.tm_year + 1900, parts.tm_mon + 1,
+                        parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
 }
 
 }  // namespace
@@ -46,7 +46,7 @@ std::string RunLock::Take() {
     return "the unit cannot be locked: " + tools::Escape(path) + ": " + std::strerror(errno);
   }
   if (::flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
-    char text[64] = "";
+    char text[kHolderSize] = "";
     const ssize_t size = ::read(file.Get(), text, sizeof(text) - 1);
     const std::string holder(text, size > 0 ? static_cast<std::size_t>(size) : 0);
     return "another run has the unit" + (holder.empty() ? "" : ": " + tools::Escape(holder));

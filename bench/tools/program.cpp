@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <iostream>
@@ -145,11 +144,9 @@ std::string DateTime(std::uint64_t nanoseconds) {
   const auto seconds = static_cast<std::time_t>(nanoseconds / 1000000000U);
   std::tm parts{};
   ::localtime_r(&seconds, &parts);  // a time that it cannot tell is all zero
-  char text[64];
-  const std::size_t length = std::strftime(text, sizeof(text), "%F %T", &parts);
-  std::snprintf(text + length, sizeof(text) - length, ".%06u",
-                static_cast<unsigned>(nanoseconds / 1000U % 1000000U));
-  return text;
+  return qnx::Formatted("%04d-%02d-%02d %02d:%02d:%02d.%06u", parts.tm_year + 1900,
+                        parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
+                        static_cast<unsigned>(nanoseconds / 1000U % 1000000U));
 }
 
 std::string ClockTime(std::uint64_t nanoseconds) {

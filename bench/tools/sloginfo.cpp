@@ -2,7 +2,6 @@
 #include <getopt.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
@@ -69,9 +68,7 @@ int UsageError(const std::string& reason) {
 }
 
 std::string Columns(const char* severity, const char* opcode, const char* process) {
-  char text[64];
-  std::snprintf(text, sizeof(text), " %-8s %-8s %6s  ", severity, opcode, process);
-  return text;
+  return qnx::Formatted(" %-8s %-8s %6s  ", severity, opcode, process);
 }
 
 std::string Headline(const Options& options) {
@@ -81,15 +78,13 @@ std::string Headline(const Options& options) {
 }
 
 std::string Format(const Options& options, const qnx::SlogLine& line) {
-  char opcode[16];
-  std::snprintf(opcode, sizeof(opcode), "%08x", line.opcode);
   std::string text = line.text;
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
   const std::string time =
       options.dates ? tools::DateTime(line.nanoseconds) : tools::ClockTime(line.nanoseconds);
   return time +
-         Columns(line.severity < kSeverityCount ? kSeverities[line.severity] : "?", opcode,
-                 std::to_string(line.pid).c_str()) +
+         Columns(line.severity < kSeverityCount ? kSeverities[line.severity] : "?",
+                 qnx::Formatted("%08x", line.opcode).c_str(), std::to_string(line.pid).c_str()) +
          tools::Escape(text) + "\n";
 }
 

@@ -3,7 +3,6 @@
 #define KORVANDIS_RECORDS_QUERY_H
 
 #include <climits>
-#include <cstdio>
 #include <limits>
 #include <string>
 
@@ -38,11 +37,7 @@ inline double NumberAt(const soci::row& row, std::size_t column) {
 }
 
 // The number, exactly, as SQL writes it.
-inline std::string Digits(double number) {
-  char text[40];
-  std::snprintf(text, sizeof(text), "%.17e", number);
-  return text;
-}
+inline std::string Digits(double number) { return qnx::Formatted("%.17e", number); }
 
 // All of it throws soci_error.
 class Query {

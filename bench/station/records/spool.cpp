@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -20,13 +19,13 @@
 namespace records {
 namespace {
 
+const std::size_t kChunkSize = 65536;  // of one read
+
 // FNV-1a, 32 bits: tells the spools of several servers apart.
 std::string ShortHash(const std::string& text) {
   std::uint32_t hash = 2166136261U;
   for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
-  char digits[16];
-  std::snprintf(digits, sizeof(digits), "%08x", hash);
-  return digits;
+  return qnx::Formatted("%08x", hash);
 }
 
 std::string StateDirectory() {
@@ -60,7 +59,7 @@ class Spool {
 
   std::vector<std::string> Lines() const {
     std::string text;
-    char chunk[65536];
+    char chunk[kChunkSize];
     off_t at = 0;
     for (ssize_t count; (count = ::pread(file_.Get(), chunk, sizeof(chunk), at)) > 0; at += count) {
       text.append(chunk, static_cast<std::size_t>(count));

@@ -57,9 +57,7 @@ class Writer {
     const std::string station = Storable(run_.station);
     const std::string program = Storable(run_.program);
     const std::string sequence = Storable(run_.sequence);
-    char crc[16];
-    std::snprintf(crc, sizeof(crc), "%08X", run_.sequence_crc);
-    const std::string crc_text = crc;
+    const std::string crc = qnx::Formatted("%08X", run_.sequence_crc);
     const std::string started = UtcText(run_.start);
     const std::string outcome = OutcomeText(run_.outcome);
     sql_
@@ -67,7 +65,7 @@ class Writer {
            " zone_minutes, seconds, outcome) VALUES (:uid, :device, :title, :station, :program,"
            " :sequence, :crc, :started, :zone, :seconds, :outcome) RETURNING id",
         soci::use(id), soci::use(device), soci::use(title), soci::use(station), soci::use(program),
-        soci::use(sequence), soci::use(crc_text), soci::use(started), soci::use(run_.zone_minutes),
+        soci::use(sequence), soci::use(crc), soci::use(started), soci::use(run_.zone_minutes),
         soci::use(run_.seconds), soci::use(outcome), soci::into(number_);
     return true;
   }

@@ -1,7 +1,6 @@
 // A summary as JSON, as comma separated values and as text.
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 #include "json.h"
 #include "qnx/text.h"
@@ -18,16 +17,12 @@ const double kCapable = 4.0 / 3.0;
 // With so many decimal places; with so many digits in all. Empty for what is not known.
 std::string Decimals(double number, int places) {
   if (!std::isfinite(number)) return "";
-  char text[340];
-  std::snprintf(text, sizeof(text), "%.*f", places, number);
-  return text;
+  return qnx::Formatted("%.*f", places, number);
 }
 
 std::string Significant(double number, int digits) {
   if (!std::isfinite(number)) return "";
-  char text[40];
-  std::snprintf(text, sizeof(text), "%.*g", digits, number);
-  return text;
+  return qnx::Formatted("%.*g", digits, number);
 }
 
 std::string Short(double number) { return Significant(number, 6); }

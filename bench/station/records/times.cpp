@@ -1,7 +1,6 @@
 // Words and times of a record.
 #include <sys/random.h>
 
-#include <cstdio>
 #include <ctime>
 
 #include "qnx/text.h"
@@ -11,6 +10,8 @@ namespace records {
 namespace {
 
 const int kLastYear = 2261;  // the last one that Time, in nanoseconds, holds whole
+
+const std::size_t kRunIdSize = 16;  // bytes
 
 const char* const kOutcomes[] = {"passed", "failed", "error", "aborted", "skipped"};
 
@@ -66,7 +67,7 @@ Outcome ParseOutcome(const std::string& text) {
 }
 
 std::string NewRunId() {
-  char bytes[16] = {};
+  char bytes[kRunIdSize] = {};
   for (std::size_t filled = 0; filled < sizeof(bytes);) {
     const ssize_t count = ::getrandom(bytes + filled, sizeof(bytes) - filled, 0);
     if (count > 0) filled += static_cast<std::size_t>(count);
@@ -80,11 +81,9 @@ std::string UtcText(Time time) {
       static_cast<std::time_t>(std::chrono::floor<std::chrono::seconds>(since).count());
   std::tm parts{};
   ::gmtime_r(&seconds, &parts);
-  char text[80];
-  std::snprintf(text, sizeof(text), "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", parts.tm_year + 1900,
-                parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
-                static_cast<int>(since.count() - seconds * 1000));
-  return text;
+  return qnx::Formatted("%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", parts.tm_year + 1900,
+                        parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
+                        static_cast<int>(since.count() - seconds * 1000));
 }
 
 bool ParseUtc(const std::string& text, Time* time) {
@@ -104,10 +103,8 @@ std::string ZoneText(const std::string& utc, int zone_minutes) {
   std::string text = UtcText(time + std::chrono::minutes(zone_minutes)).substr(0, 19);
   text[10] = ' ';
   const int distance = zone_minutes < 0 ? -zone_minutes : zone_minutes;
-  char zone[32];
-  std::snprintf(zone, sizeof(zone), " %c%02d:%02d", zone_minutes < 0 ? '-' : '+', distance / 60,
-                distance % 60);
-  return text + zone;
+  return text +
+         qnx::Formatted(" %c%02d:%02d", zone_minutes < 0 ? '-' : '+', distance / 60, distance % 60);
 }
 
 bool ParseMoment(const std::string& text, std::string* utc) {

@@ -45,6 +45,9 @@ inline std::string Counted(long long count, const char* one, const char* several
   return std::to_string(count) + ' ' + (count == 1 ? one : several);
 }
 
+// A text as printf formats it, however long.
+__attribute__((format(printf, 1, 2))) std::string Formatted(const char* format, ...);
+
 // Puts the integer that the whole of `text` is into *number; digits of `base`, perhaps a minus in
 // front. False, and *number is unchanged, when it is none or lies outside `least` to `most`.
 template <typename Number>
