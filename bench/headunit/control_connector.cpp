@@ -15,13 +15,6 @@ ControlConnector::ControlConnector(EventLoop* loop, std::string path, ControlTab
 
 ControlConnector::~ControlConnector() { Close(); }
 
-int ControlConnector::OnOpen(const std::string& rest, std::uint32_t flags,
-                             std::unique_ptr<OpenFile>* file) {
-  if (!rest.empty()) return ENOTDIR;
-  *file = std::make_unique<OpenFile>(flags);
-  return 0;
-}
-
 void ControlConnector::OnMessage(OpenFile* file, const std::string& message) {
   file->SendWithin(control_table_->Run(message), kLongestQueue);
 }

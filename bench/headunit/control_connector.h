@@ -17,8 +17,6 @@ class ControlConnector : public ResourceManager {
   ~ControlConnector() override;
 
  protected:
-  int OnOpen(const std::string& rest, std::uint32_t flags,
-             std::unique_ptr<OpenFile>* file) override;
   void OnMessage(OpenFile* file, const std::string& message) override;
 
  private:

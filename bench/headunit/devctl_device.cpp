@@ -18,13 +18,6 @@ const std::size_t kLongestQueue = 256 * 1024;  // answers to a client that asks 
 DevctlDevice::DevctlDevice(EventLoop* loop, std::string path)
     : ResourceManager(loop, std::move(path)) {}
 
-int DevctlDevice::OnOpen(const std::string& rest, std::uint32_t flags,
-                         std::unique_ptr<OpenFile>* file) {
-  if (!rest.empty()) return ENOTDIR;
-  *file = std::make_unique<OpenFile>(flags);
-  return 0;
-}
-
 int DevctlDevice::Decode(const std::string& message, std::uint32_t* dcmd, std::string* data) const {
   qnx::DevctlRequest request;
   if (message.size() < sizeof(request)) return EINVAL;

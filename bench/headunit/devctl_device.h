@@ -22,8 +22,6 @@ class DevctlDevice : public ResourceManager {
   // number.
   virtual int OnDevctl(std::uint32_t dcmd, std::string* data) = 0;
 
-  int OnOpen(const std::string& rest, std::uint32_t flags,
-             std::unique_ptr<OpenFile>* file) override;
   void OnMessage(OpenFile* file, const std::string& message) final;
 
  private:

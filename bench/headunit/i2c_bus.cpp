@@ -51,11 +51,11 @@ void I2cBus::Reset() {
 }
 
 int I2cBus::OnOpen(const std::string& rest, std::uint32_t flags, std::unique_ptr<OpenFile>* file) {
-  return absent_ ? ENXIO : DevctlDevice::OnOpen(rest, flags, file);
+  return absent_ ? ENXIO : ResourceManager::OnOpen(rest, flags, file);
 }
 
 int I2cBus::OnAccess(const std::string& rest, std::uint32_t mode) {
-  return absent_ ? ENXIO : DevctlDevice::OnAccess(rest, mode);
+  return absent_ ? ENXIO : ResourceManager::OnAccess(rest, mode);
 }
 
 int I2cBus::OnDevctl(std::uint32_t dcmd, std::string* data) {

@@ -73,13 +73,6 @@ bool McuDevice::Deliver(const std::string& packet) {
   return taken;
 }
 
-int McuDevice::OnOpen(const std::string& rest, std::uint32_t flags,
-                      std::unique_ptr<OpenFile>* file) {
-  if (!rest.empty()) return ENOTDIR;
-  *file = std::make_unique<OpenFile>(flags);
-  return 0;
-}
-
 void McuDevice::OnOpened(OpenFile*) {
   if (open_files() > 1) {
     Log(_SLOG_WARNING, "mcu: %zu services have the device open, each carries out every command",

@@ -43,8 +43,6 @@ class McuDevice : public ResourceManager {
   bool Deliver(const std::string& packet);
 
  protected:
-  int OnOpen(const std::string& rest, std::uint32_t flags,
-             std::unique_ptr<OpenFile>* file) override;
   void OnOpened(OpenFile* file) override;
   void OnMessage(OpenFile* file, const std::string& message) override;
   void OnClosed(OpenFile* file) override;

@@ -11,8 +11,8 @@
 namespace headunit {
 namespace {
 
-const std::chrono::milliseconds kRequestTimeout{
-    2000};  // for a client that connects and says nothing
+// For a client that connects and says nothing.
+const std::chrono::milliseconds kRequestTimeout{2000};
 // Of one open file, before the others have their turn.
 const int kMessagesPerTurn = 64;
 const std::size_t kBytesPerTurn = 64 * 1024;
@@ -52,6 +52,13 @@ void ResourceManager::SetStalled(bool stalled) {
     const OpeningHandle current = opening++;
     if (current->answered_later && current->timer == 0) Drop(current);
   }
+}
+
+int ResourceManager::OnOpen(const std::string& rest, std::uint32_t flags,
+                            std::unique_ptr<OpenFile>* file) {
+  if (!rest.empty()) return ENOTDIR;
+  *file = std::make_unique<OpenFile>(flags);
+  return 0;
 }
 
 void ResourceManager::OnOpened(OpenFile*) {}

@@ -44,8 +44,8 @@ class ResourceManager {
 
  protected:
   // Decides on an open of the rest of the path `rest`. Returns 0 and *file, or an error number.
-  virtual int OnOpen(const std::string& rest, std::uint32_t flags,
-                     std::unique_ptr<OpenFile>* file) = 0;
+  // Unless overridden, the path itself can be opened and nothing below it.
+  virtual int OnOpen(const std::string& rest, std::uint32_t flags, std::unique_ptr<OpenFile>* file);
 
   // The open was granted; the first messages may be sent.
   virtual void OnOpened(OpenFile* file);

@@ -6,7 +6,6 @@
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <mutex>
@@ -24,6 +23,7 @@
 #include "profile.h"
 #include "qnx/bench_link.h"
 #include "qnx/slog_ring.h"
+#include "qnx/unit_root.h"
 #include "services/service_set.h"
 #include "sysinfo_device.h"
 #include "wire/at_packet.h"
@@ -38,7 +38,6 @@ const char kSysInfoPath[] = "/dev/sysinfo";
 const char kI2cPath[] = "/dev/i2c4";
 const char kSysInfoStore[] = "/sysinfo";  // in the state folder
 const char kDrive[] = "/drive.txt";       // in the profile
-const char kRootVariable[] = "HEADUNIT_ROOT";
 const char kStateFolder[] = "/var/headunit";
 
 }  // namespace
@@ -131,9 +130,8 @@ std::string Unit::Impl::BindAll() {
 // The services are ordinary clients, which find the managers through the environment.
 std::string Unit::Impl::StartServices() {
   if (!options.services) return "";
-  const char* const root = std::getenv(kRootVariable);
-  if (root == nullptr || options.root != root) {
-    return std::string(kRootVariable) + " is not " + options.root + ": the services need it";
+  if (options.root != qnx::UnitRoot()) {
+    return std::string(qnx::kRootVariable) + " is not " + options.root + ": the services need it";
   }
   Drive drive;
   std::string text;

@@ -6,12 +6,14 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "qnx/unit_root.h"
+
 namespace qnx {
 namespace {
 
 // The directory that stands for '/', without its trailing slashes; its length goes to *length.
 const char* Root(std::size_t* length) {
-  const char* root = std::getenv("HEADUNIT_ROOT");
+  const char* root = std::getenv(kRootVariable);
   if (root == nullptr) root = "";
   *length = std::strlen(root);
   while (*length > 0 && root[*length - 1] == '/') --*length;

@@ -25,9 +25,13 @@ std::string WorkingDirectory() {
 
 }  // namespace
 
+std::string UnitRoot() {
+  const char* const variable = std::getenv(kRootVariable);
+  return variable != nullptr ? variable : "";
+}
+
 std::string WhyNoUnit() {
-  const char* const variable = std::getenv("HEADUNIT_ROOT");
-  const std::string given = variable != nullptr ? variable : "";
+  const std::string given = UnitRoot();
   std::string root = given.empty() ? "/" : given;
   std::string note;
   if (given.empty()) {

@@ -166,7 +166,8 @@ Answer DecodePosition(const ReplyFormat& format, const Bytes& data) {
 // A text in the fixed reply buffer, zero bytes behind it. Returns what is wrong, or nothing.
 std::string ReadFixedText(const Bytes& data, std::string* text) {
   if (data.size() != wire::kFixedTextSize) {
-    return "a reply of " + std::to_string(data.size()) + " bytes instead of 78";
+    return "a reply of " + std::to_string(data.size()) + " bytes instead of " +
+           std::to_string(wire::kFixedTextSize);
   }
   const auto end = std::find(data.begin(), data.end(), std::uint8_t{0});
   if (end == data.end() || std::any_of(end, data.end(), [](std::uint8_t b) { return b != 0; })) {

@@ -26,18 +26,6 @@ Invocation Question(const Command& command) {
   return invocation;
 }
 
-int Complain(Context& context, const std::string& problem) {
-  context.err << "station: " << context.invocation.command->words << ": " << problem << '\n';
-  return tools::kExitWrong;
-}
-
-int UsageError(Context& context, const std::string& problem) {
-  const std::string& words = context.invocation.command->words;
-  context.err << "station: " << words << ": " << problem << "; see 'station " << words
-              << " --help'\n";
-  return tools::kExitUsage;
-}
-
 // Puts the option's value into *seconds when it is given; false, and says so, when it is wrong.
 bool TakeSeconds(Context& context, const char* option, double least, double* seconds) {
   if (!context.invocation.Has(option)) return true;
@@ -61,6 +49,18 @@ bool IsSilent(std::uint8_t number, std::uint8_t sub_command) {
 }
 
 }  // namespace
+
+int Complain(Context& context, const std::string& problem) {
+  context.err << "station: " << context.invocation.command->words << ": " << problem << '\n';
+  return tools::kExitWrong;
+}
+
+int UsageError(Context& context, const std::string& problem) {
+  const std::string& words = context.invocation.command->words;
+  context.err << "station: " << words << ": " << problem << "; see 'station " << words
+              << " --help'\n";
+  return tools::kExitUsage;
+}
 
 int RunGroup(Context& context) {
   struct Row {

@@ -7,6 +7,11 @@
 
 namespace station {
 
+// Both say what is wrong, under the words of the command, and return the exit status: a wrong
+// command line; anything else.
+int UsageError(Context& context, const std::string& problem);
+int Complain(Context& context, const std::string& problem);
+
 int RunGroup(Context& context);  // every question of the group, as a table with verdicts
 int RunRaw(Context& context);
 int RunMonitor(Context& context);

@@ -6,6 +6,7 @@
 
 #include "builtin.h"
 #include "help.h"
+#include "qnx/unit_root.h"
 #include "station/command.h"
 #include "station/requester.h"
 
@@ -137,7 +138,7 @@ int Run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
       return UsageError(err, "--timeout needs a number of seconds above 0, at most 3600", words);
     }
   }
-  if (invocation.Has("--root")) ::setenv("HEADUNIT_ROOT", invocation.Get("--root").c_str(), 1);
+  if (invocation.Has("--root")) ::setenv(qnx::kRootVariable, invocation.Get("--root").c_str(), 1);
 
   Context context{out, err, invocation, timeout};
   return invocation.command->run != nullptr ? invocation.command->run(context)

@@ -6,6 +6,7 @@
 #include "builtin.h"
 #include "files.h"
 #include "output_file.h"
+#include "records/database.h"
 #include "station/link.h"
 #include "station/packet_text.h"
 #include "station/recording.h"
@@ -18,11 +19,6 @@ const std::chrono::milliseconds kPatience(500);
 const int kAskAgainMilliseconds = 50;
 const int kLateReplyMilliseconds = 200;  // for a reply where none was recorded
 const int kLastPacketMilliseconds = 50;  // for what had passed before an interruption
-
-int Complain(Context& context, const std::string& problem) {
-  context.err << "station: " << context.invocation.command->words << ": " << problem << '\n';
-  return tools::kExitWrong;
-}
 
 // Plays the requests of a recording and compares the answers.
 class Replay {
@@ -153,9 +149,7 @@ class Replay {
 };
 
 std::uint64_t NanosecondsSinceEpoch() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return static_cast<std::uint64_t>(
-      std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
+  return static_cast<std::uint64_t>(records::Nanoseconds(std::chrono::system_clock::now()));
 }
 
 }  // namespace
@@ -209,10 +203,7 @@ int ReplayTraffic(Context& context) {
     problem = ParseRecording(text, &packets, &cut);
     if (!problem.empty()) problem = tools::Quoted(path) + ": " + problem;
   }
-  if (!problem.empty()) {
-    context.err << "station: replay: " << problem << "; see 'station replay --help'\n";
-    return tools::kExitUsage;
-  }
+  if (!problem.empty()) return UsageError(context, problem);
   if (!cut.empty())
     context.err << "station: replay: " << tools::Quoted(path) << ": " << cut << '\n';
   const std::vector<RecordedExchange> exchanges = PairExchanges(packets);

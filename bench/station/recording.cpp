@@ -129,7 +129,7 @@ std::string ParseLine(const std::string& line, RecordedPacket* packet) {
     at += 2;
   }
   if (packet->packet.empty() || packet->packet.size() > wire::kMaxPacket) {
-    return "a packet has 1 to 65536 bytes";
+    return "a packet has 1 to " + std::to_string(wire::kMaxPacket) + " bytes";
   }
   return "";
 }

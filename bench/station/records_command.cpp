@@ -18,18 +18,6 @@ namespace {
 const long kMostRuns = 20;
 const long kMostHistory = 100000;
 
-int UsageError(Context& context, const std::string& reason) {
-  const std::string& words = context.invocation.command->words;
-  context.err << "station: " << words << ": " << reason << "; see 'station " << words
-              << " --help'\n";
-  return tools::kExitUsage;
-}
-
-int Complain(Context& context, const std::string& problem) {
-  context.err << "station: " << context.invocation.command->words << ": " << problem << '\n';
-  return tools::kExitWrong;
-}
-
 // Takes the runs that the options select. Returns what is wrong with them, or nothing.
 std::string TakeFilter(const Context& context, records::Filter* filter) {
   const Invocation& invocation = context.invocation;
@@ -108,8 +96,7 @@ void ShowStep(Context& context, const records::Step& step) {
 }
 
 std::uint64_t Nanoseconds(records::Time time) {
-  return static_cast<std::uint64_t>(
-      std::chrono::duration_cast<std::chrono::nanoseconds>(time.time_since_epoch()).count());
+  return static_cast<std::uint64_t>(records::Nanoseconds(time));
 }
 
 qnx::Direction DirectionOf(const records::Packet& packet) {

@@ -1,8 +1,6 @@
 // The record of a run as JSON.
 #include <rapidjson/prettywriter.h>
 
-#include <ctime>
-
 #include "json_writer.h"
 #include "run_report.h"
 #include "station/answer.h"
@@ -32,15 +30,9 @@ void WriteStep(const records::Step& step, int zone_minutes, Writer* json) {
 }  // namespace
 
 std::string TimeText(records::Time time, int zone_minutes) {
-  const auto since = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch());
-  const auto seconds = static_cast<std::time_t>(since.count() / 1000 + zone_minutes * 60);
-  std::tm parts{};
-  ::gmtime_r(&seconds, &parts);
-  const int zone = std::abs(zone_minutes);
-  return qnx::Formatted("%04d-%02d-%02dT%02d:%02d:%02d.%03d%c%02d:%02d", parts.tm_year + 1900,
-                        parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
-                        static_cast<int>(since.count() % 1000), zone_minutes < 0 ? '-' : '+',
-                        zone / 60, zone % 60);
+  std::string text = records::UtcText(time + std::chrono::minutes(zone_minutes));
+  text.pop_back();  // the Z
+  return text + records::ZoneOffset(zone_minutes);
 }
 
 void WriteJson(const records::Run& run, std::ostream& out) {

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "qnx/text.h"
+#include "qnx/unit_root.h"
 #include "records/spool.h"
 
 namespace station {
@@ -21,13 +22,7 @@ struct Identity {
 const Identity kIdentities[] = {{"serial", "serial"}, {"uuid", "uuid"}, {"bt mac", "mac"}};
 
 records::Time FromNanoseconds(std::uint64_t nanoseconds) {
-  return records::Time(
-      std::chrono::duration_cast<records::Time::duration>(std::chrono::nanoseconds(nanoseconds)));
-}
-
-std::string LogPath() {
-  const char* root = std::getenv("HEADUNIT_ROOT");
-  return std::string(root == nullptr ? "" : root) + qnx::kSlogPath;
+  return records::FromNanoseconds(static_cast<long long>(nanoseconds));
 }
 
 bool Passed(const records::Run& run) {
@@ -96,7 +91,7 @@ void RunKeeper::BeginRun(const records::Run& /*run*/, std::size_t /*steps*/) {
   if (address_.empty()) return;
   packets_.clear();
   monitors_ = monitor_.Open().empty();
-  logs_ = log_.Open(LogPath()) == 0;
+  logs_ = log_.Open(qnx::UnitRoot() + qnx::kSlogPath) == 0;
   if (logs_) log_.SkipToEnd();
 }
 

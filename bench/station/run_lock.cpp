@@ -6,9 +6,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
+
+#include "qnx/unit_root.h"
 
 namespace station {
 namespace {
@@ -17,11 +18,6 @@ const char kLockFile[] = "/.station-run";
 const mode_t kEverybody = 0666;  // any user may run the station
 
 const std::size_t kHolderSize = 64;  // of the text that names a run, with its end
-
-std::string RootDirectory() {
-  const char* root = std::getenv("HEADUNIT_ROOT");
-  return root == nullptr ? "" : root;
-}
 
 std::string NowText() {
   const std::time_t now = std::time(nullptr);
@@ -39,7 +35,7 @@ RunLock::~RunLock() {
 }
 
 std::string RunLock::Take() {
-  const std::string path = RootDirectory() + kLockFile;
+  const std::string path = qnx::UnitRoot() + kLockFile;
   platform::Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kEverybody));
   if (!file.IsOpen() && (errno == ENOENT || errno == ENOTDIR)) return "";
   if (!file.IsOpen()) {

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "banner.h"
+#include "builtin.h"
 #include "records/database.h"
 #include "run_keeper.h"
 #include "run_report.h"
@@ -40,13 +41,8 @@ bool EventsOnOutput(const Invocation& invocation) { return invocation.Get("--eve
 
 }  // namespace
 
-int UsageError(Context& context, const std::string& reason) {
-  context.err << "station: run: " << reason << "; see 'station run --help'\n";
-  return tools::kExitUsage;
-}
-
 int StationError(Context& context, const std::string& reason) {
-  context.err << "station: run: " << reason << '\n';
+  Complain(context, reason);
   return kExitError;
 }
 

@@ -19,9 +19,6 @@ namespace station {
 const int kExitError = 3;
 const int kExitInterrupted = 130;
 
-// A wrong command line: says so and returns its exit status.
-int UsageError(Context& context, const std::string& reason);
-
 // The unit, the service or the station did not do its part: says so and returns its exit status.
 int StationError(Context& context, const std::string& reason);
 

@@ -44,9 +44,7 @@ void ReadLimits(const std::string& text, std::size_t file, std::vector<Limit>* l
     ++place.line;
     if (line.empty() || line[0] == '#') continue;
     std::vector<std::string> cells;
-    const bool control = std::any_of(line.begin(), line.end(),
-                                     [](char c) { return c != '\t' && tools::IsControl(c); });
-    if (control || !SplitCells(line, &cells) || cells.size() != kColumns) {
+    if (HasControls(line) || !SplitCells(line, &cells) || cells.size() != kColumns) {
       mistakes->push_back({place, "a limit reads: PHASE, STEP, FIELD, LOW, HIGH"});
       continue;
     }

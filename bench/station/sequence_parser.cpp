@@ -102,9 +102,7 @@ class Parser {
   // NOLINTNEXTLINE(misc-no-recursion)
   void ParseLine(std::string rest) {
     if (rest.empty() || rest[0] == '#') return;
-    const bool control = std::any_of(rest.begin(), rest.end(),
-                                     [](char c) { return c != '\t' && tools::IsControl(c); });
-    if (control) return Wrong("control characters");
+    if (HasControls(rest)) return Wrong("control characters");
     if (rest.size() > kLongestLine) return Wrong("the line is too long");
     const std::string keyword = TakeWord(&rest);
     using Handler = void (Parser::*)(const std::string&);

@@ -26,6 +26,11 @@ std::string Trim(const std::string& text) {
   return text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
 }
 
+bool HasControls(const std::string& line) {
+  return std::any_of(line.begin(), line.end(),
+                     [](char c) { return c != '\t' && tools::IsControl(c); });
+}
+
 std::string TakeWord(std::string* rest) {
   const std::size_t end = rest->find_first_of(" \t");
   std::string word = rest->substr(0, end);

@@ -17,6 +17,9 @@ std::string AsWritten(const std::string& text);
 // Without the blanks at both ends.
 std::string Trim(const std::string& text);
 
+// True when the line has control characters other than tabs.
+bool HasControls(const std::string& line);
+
 // Takes the first word off *rest.
 std::string TakeWord(std::string* rest);
 

@@ -13,6 +13,7 @@
 #include "platform/pps_guards.h"
 #include "pps_watch.h"
 #include "qnx/remove.h"
+#include "qnx/unit_root.h"
 #include "tools/pps_object.h"
 #include "tools/program.h"
 
@@ -209,7 +210,7 @@ std::string Parse(const std::vector<std::string>& arguments, CommandLine* line) 
     } else if (argument == "--times") {
       line->times = true;
     } else if (argument == "--root" && i + 1 < arguments.size()) {
-      ::setenv("HEADUNIT_ROOT", arguments[++i].c_str(), 1);
+      ::setenv(qnx::kRootVariable, arguments[++i].c_str(), 1);
     } else {
       return "unknown option or missing value: '" + tools::Escape(argument) + "'";
     }

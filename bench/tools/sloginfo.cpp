@@ -134,12 +134,6 @@ class Printer {
   const Options& options_;
 };
 
-// Host path of the ring.
-std::string RingPath() {
-  const char* root = std::getenv("HEADUNIT_ROOT");
-  return std::string(root != nullptr ? root : "") + qnx::kSlogPath;
-}
-
 int NoLog(const std::string& path, int error) {
   std::string reason = path + ": " + (error == EINVAL ? "not a log ring" : std::strerror(error));
   const std::string no_unit = error == EINVAL ? "" : qnx::WhyNoUnit();
@@ -148,7 +142,7 @@ int NoLog(const std::string& path, int error) {
 }
 
 int Show(const Options& options) {
-  const std::string path = RingPath();
+  const std::string path = qnx::UnitRoot() + qnx::kSlogPath;
   tools::Interrupt interrupt;
   qnx::SlogReader reader;
   int error = reader.Open(path);
@@ -226,7 +220,7 @@ std::string TakeOption(int option, const std::string& value, Options* options) {
       options->text = value;
       break;
     case 'r':
-      ::setenv("HEADUNIT_ROOT", value.c_str(), 1);
+      ::setenv(qnx::kRootVariable, value.c_str(), 1);
       break;
     default:
       break;

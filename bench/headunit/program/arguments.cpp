@@ -1,14 +1,12 @@
 #include "arguments.h"
 
-#include <cstdlib>
 #include <limits>
 
 #include "qnx/text.h"
+#include "qnx/unit_root.h"
 
 namespace headunit {
 namespace {
-
-const char kRootVariable[] = "HEADUNIT_ROOT";
 
 bool ParseLines(const std::string& text, std::uint32_t* lines) {
   std::uint32_t value = 0;
@@ -90,8 +88,7 @@ std::string ParseArguments(const std::vector<std::string>& words, Arguments* arg
       return "the shipped profile is not installed: give --profile or --empty";
   }
   if (!options->profile.empty()) options->profile = FindProfile(options->profile);
-  const char* const variable = std::getenv(kRootVariable);
-  if (options->root.empty() && variable != nullptr) options->root = variable;
+  if (options->root.empty()) options->root = qnx::UnitRoot();
   if (options->root.empty()) return "no root: give --root DIR or set HEADUNIT_ROOT";
   options->starts_service = !arguments->service.empty();
   return "";

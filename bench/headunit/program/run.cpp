@@ -13,13 +13,13 @@
 
 #include "fail.h"
 #include "qnx/child_process.h"
+#include "qnx/unit_root.h"
 
 namespace headunit {
 namespace {
 
 namespace fs = std::filesystem;
 
-const char kRootVariable[] = "HEADUNIT_ROOT";
 const int kSignalBase = 128;  // of an exit status that stands for a signal
 
 // The service finishes its command first, and each step of one has a time limit; a calibration ends
@@ -108,7 +108,7 @@ int Run(Arguments arguments) {
   std::error_code error;
   if (root->front() != '/') *root = (fs::current_path(error) / *root).string();
   if (error) return Fail(error.message());
-  setenv(kRootVariable, root->c_str(), 1);
+  setenv(qnx::kRootVariable, root->c_str(), 1);
   RaiseDescriptorLimit();
   const std::string program = FindProgram(arguments.service);
   if (!arguments.service.empty() && program.empty()) {

@@ -6,10 +6,6 @@
 namespace records {
 namespace {
 
-Time FromNanoseconds(long long nanoseconds) {
-  return Time(std::chrono::duration_cast<Time::duration>(std::chrono::nanoseconds(nanoseconds)));
-}
-
 Time FromText(const std::string& text) {
   Time time;
   ParseUtc(text, &time);

@@ -14,10 +14,8 @@ namespace {
 
 using Json = rapidjson::Value;
 
-std::string Nanoseconds(Time time) {
-  return std::to_string(
-      std::chrono::duration_cast<std::chrono::nanoseconds>(time.time_since_epoch()).count());
-}
+// As a text: not every reader of JSON takes numbers of 19 digits.
+std::string TimeText(Time time) { return std::to_string(Nanoseconds(time)); }
 
 // The reader below takes back what is no UTF-8, and leaves a number that is missing unknown.
 class RunWriter {
@@ -33,7 +31,7 @@ class RunWriter {
     json_.Text("program", run.program);
     json_.Text("sequence", run.sequence);
     json_.Whole("sequence_crc", run.sequence_crc);
-    json_.Text("start", Nanoseconds(run.start));
+    json_.Text("start", TimeText(run.start));
     json_.Whole("zone_minutes", run.zone_minutes);
     Known("seconds", run.seconds);
     json_.Text("outcome", OutcomeText(run.outcome));
@@ -43,12 +41,12 @@ class RunWriter {
     });
     json_.List("phases", run.phases, [this](const records::Phase& phase) { Phase(phase); });
     json_.List("packets", run.packets, [this](const Packet& packet) {
-      json_.Text("time", Nanoseconds(packet.time));
+      json_.Text("time", TimeText(packet.time));
       json_.Whole("from_service", packet.from_service ? 1 : 0);
       json_.Text("bytes", HexText(packet.bytes));
     });
     json_.List("log", run.log, [this](const LogLine& line) {
-      json_.Text("time", Nanoseconds(line.time));
+      json_.Text("time", TimeText(line.time));
       json_.Whole("code", line.code);
       json_.Whole("severity", line.severity);
       json_.Whole("process", line.process);
@@ -65,7 +63,7 @@ class RunWriter {
   void Phase(const records::Phase& phase) {
     json_.Text("name", phase.name);
     json_.Text("outcome", OutcomeText(phase.outcome));
-    json_.Text("start", Nanoseconds(phase.start));
+    json_.Text("start", TimeText(phase.start));
     Known("seconds", phase.seconds);
     json_.List("steps", phase.steps, [this](const records::Step& step) { Step(step); });
   }
@@ -76,7 +74,7 @@ class RunWriter {
     json_.Text("command", step.command);
     json_.Text("problem", step.problem);
     json_.Text("expected", step.expected);
-    json_.Text("start", Nanoseconds(step.start));
+    json_.Text("start", TimeText(step.start));
     Known("seconds", step.seconds);
     json_.Whole("attempts", step.attempts);
     json_.Text("request", HexText(step.request));
@@ -116,7 +114,7 @@ long long WholeOf(const Json& object, const char* name) {
 Time TimeOf(const Json& object, const char* name) {
   long long nanoseconds = 0;
   qnx::ParseNumber(TextOf(object, name), LLONG_MIN, LLONG_MAX, &nanoseconds);
-  return Time(std::chrono::duration_cast<Time::duration>(std::chrono::nanoseconds(nanoseconds)));
+  return FromNanoseconds(nanoseconds);
 }
 
 Outcome OutcomeOf(const Json& object) { return ParseOutcome(TextOf(object, "outcome")); }

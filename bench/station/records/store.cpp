@@ -22,10 +22,6 @@ struct Number {
   soci::indicator indicator;
 };
 
-long long Nanoseconds(Time time) {
-  return std::chrono::duration_cast<std::chrono::nanoseconds>(time.time_since_epoch()).count();
-}
-
 // Writes one run into an open transaction.
 class Writer {
  public:

@@ -75,6 +75,14 @@ std::string NewRunId() {
   return qnx::LowerHex(std::string_view(bytes, sizeof(bytes)));
 }
 
+long long Nanoseconds(Time time) {
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(time.time_since_epoch()).count();
+}
+
+Time FromNanoseconds(long long nanoseconds) {
+  return Time(std::chrono::duration_cast<Time::duration>(std::chrono::nanoseconds(nanoseconds)));
+}
+
 std::string UtcText(Time time) {
   const auto since = std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch());
   const auto seconds =
@@ -97,14 +105,17 @@ bool ParseUtc(const std::string& text, Time* time) {
   return true;
 }
 
+std::string ZoneOffset(int zone_minutes) {
+  const int distance = zone_minutes < 0 ? -zone_minutes : zone_minutes;
+  return qnx::Formatted("%c%02d:%02d", zone_minutes < 0 ? '-' : '+', distance / 60, distance % 60);
+}
+
 std::string ZoneText(const std::string& utc, int zone_minutes) {
   Time time;
   if (!ParseUtc(utc, &time)) return utc;
   std::string text = UtcText(time + std::chrono::minutes(zone_minutes)).substr(0, 19);
   text[10] = ' ';
-  const int distance = zone_minutes < 0 ? -zone_minutes : zone_minutes;
-  return text +
-         qnx::Formatted(" %c%02d:%02d", zone_minutes < 0 ? '-' : '+', distance / 60, distance % 60);
+  return text + " " + ZoneOffset(zone_minutes);
 }
 
 bool ParseMoment(const std::string& text, std::string* utc) {

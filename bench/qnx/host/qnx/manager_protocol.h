@@ -1,6 +1,6 @@
 // The opening message of a connection to a resource manager, and its answer. Host byte order.
-#ifndef KORVANDIS_QNX_RESOURCE_MANAGER_H
-#define KORVANDIS_QNX_RESOURCE_MANAGER_H
+#ifndef KORVANDIS_QNX_MANAGER_PROTOCOL_H
+#define KORVANDIS_QNX_MANAGER_PROTOCOL_H
 
 #include <cstdint>
 
@@ -30,4 +30,4 @@ static_assert(sizeof(DevctlRequest) == 8, "the data follows at offset 8");
 
 }  // namespace qnx
 
-#endif  // KORVANDIS_QNX_RESOURCE_MANAGER_H
+#endif  // KORVANDIS_QNX_MANAGER_PROTOCOL_H

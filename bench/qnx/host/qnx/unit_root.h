@@ -1,10 +1,15 @@
-// What a person is told when a program cannot reach the unit.
+// The directory that stands for the unit's '/', and why no unit can be reached below it.
 #ifndef KORVANDIS_QNX_UNIT_ROOT_H
 #define KORVANDIS_QNX_UNIT_ROOT_H
 
 #include <string>
 
 namespace qnx {
+
+const char kRootVariable[] = "HEADUNIT_ROOT";
+
+// The directory that the variable names, as it stands there; empty when it names none.
+std::string UnitRoot();
 
 // The reason why no unit can be reached: the directory that HEADUNIT_ROOT names is missing or is
 // not a directory, or no unit answers below it. Names the absolute path, and says when

@@ -85,9 +85,16 @@ std::string NewRunId();
 const char* OutcomeText(Outcome outcome);
 Outcome ParseOutcome(const std::string& text);
 
+// Nanoseconds since the epoch, and back.
+long long Nanoseconds(Time time);
+Time FromNanoseconds(long long nanoseconds);
+
 // "2026-11-23T11:28:17.250Z" and back; false for any other form. Milliseconds.
 std::string UtcText(Time time);
 bool ParseUtc(const std::string& text, Time* time);
+
+// How far east of UTC a zone is: "+01:00".
+std::string ZoneOffset(int zone_minutes);
 
 // The same moment in a zone: "2026-11-23 12:28:17 +01:00".
 std::string ZoneText(const std::string& utc, int zone_minutes);
