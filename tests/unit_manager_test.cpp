@@ -153,21 +153,6 @@ TEST_F(ManagerTest, AClientThatLeavesWithUnreadTextLosesNoWrite) {
   }
 }
 
-TEST_F(ManagerTest, TenThousandOpensLeaveNoDescriptor) {
-  const int before = CountDescriptors(getpid());
-  ASSERT_EQ(0, OpenPps("/key", O_WRONLY | O_CREAT).answer());
-  for (int i = 0; i < 10000; ++i) {
-    const int fd = platform::open(i % 2 == 0 ? "/pps/key" : "/pps/none", O_RDWR);
-    ASSERT_EQ(i % 2 == 0, fd >= 0);
-    if (fd >= 0) close(fd);
-  }
-  for (const char* manager : kAllManagers) {
-    for (int i = 0; i < 100; ++i) RawClient(manager, "", O_RDWR).Send("anything");
-  }
-  EXPECT_TRUE(Eventually([&] { return CountDescriptors(getpid()) == before; }))
-      << CountDescriptors(getpid()) << " instead of " << before;
-}
-
 TEST_F(ManagerTest, TwoUnitsDoNotShareARoot) {
   headunit::Unit second(options_);
   const std::string reason = second.Start();
