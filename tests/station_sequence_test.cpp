@@ -470,10 +470,18 @@ TEST_F(StationRunTest, OneRunAtATimeHasTheUnit) {
 }
 
 TEST_F(StationRunTest, ASecondServiceIsTold) {
+  const std::string text = "phase P\nstep A\nwait 0 s\n";
+  root_.AddFile("/slow.seq",
+                "phase P\nstep A\ndo usb present\nexpect present is yes\n"
+                "retry 10000 times every 0.02 s\nstep B\ndo bt name B\n");
+  support::Program during(root_, "station", {"run", root_.path() + "/slow.seq"});
+  EXPECT_TRUE(support::Eventually([&] { return Contains(during.Output(), "\nP\n"); }));
   support::Program second(root_, "korvandis");
   ASSERT_TRUE(
       support::Eventually([this] { return Contains(unit_->Control("status"), " services 2 "); }));
-  const std::string text = "phase P\nstep A\nwait 0 s\n";
+  support::WriteObject("/pps/zelmar/system/dev_status", "zmusb:n:1");
+  EXPECT_EQ(during.Wait(), 3) << during.Output();
+  EXPECT_PRED2(Contains, during.Output(), "error    B: 2 services are connected");
   EXPECT_EQ(RunText(text), 3);
   EXPECT_PRED2(Contains, program_->Output(),
                "error    A: 2 services are connected to the unit: end");

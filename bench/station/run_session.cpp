@@ -11,7 +11,6 @@
 #include "run_keeper.h"
 #include "run_report.h"
 #include "sequence_text.h"
-#include "station/link.h"
 
 namespace station {
 namespace {
@@ -98,9 +97,6 @@ int RunSession::RunOnce(const Values& values) {
   options.phases = phases_;
   options.timeout = context_.timeout;
   options.allow_several = context_.invocation.Has("--allow-several");
-  if (!options.allow_several) options.obstacle = SeveralServices();
-  if (!options.obstacle.empty())
-    options.obstacle += ": end the others, or run with --allow-several";
   options.person = person_;
   Progress progress(out_, console_);
   options.observers.push_back(&progress);

@@ -91,10 +91,11 @@ class Runner {
   std::string RunStep(const Step& step, records::Step* record) {
     record->name = step.name;
     record->start = std::chrono::system_clock::now();
-    record->problem = options_.obstacle.empty() ? stopped() : options_.obstacle;
+    LookForObstacle();
+    record->problem = obstacle_.empty() ? stopped() : obstacle_;
     if (record->problem.empty()) record->problem = MissingValues(step);
-    // One step is the error that keeps the run from being sent.
-    if (!options_.obstacle.empty() && !std::exchange(hindered_, true)) {
+    // One step is the error that keeps the rest from being sent.
+    if (!obstacle_.empty() && !std::exchange(hindered_, true)) {
       record->outcome = Outcome::kError;
       Tell([&](RunObserver* observer) { observer->BeginStep(*record); });
     }
@@ -122,6 +123,13 @@ class Runner {
                   (record->outcome == Outcome::kFailed ? "failed" : "ended with an error");
     }
     return answer;
+  }
+
+  // A second service may come at any time; from then on nothing is sent.
+  void LookForObstacle() {
+    if (options_.allow_several || !obstacle_.empty()) return;
+    obstacle_ = SeveralServices();
+    if (!obstacle_.empty()) obstacle_ += ": end the others, or run with --allow-several";
   }
 
   // The step that keeps a value did not pass: this one cannot run, and it is not to blame.
@@ -163,8 +171,7 @@ class Runner {
       interrupt_->Wait(-1, kServicePause);
       if (interrupt_->Pending()) return;
     }
-    record->problem = options_.allow_several ? "" : SeveralServices();
-    if (!record->problem.empty()) record->outcome = Outcome::kError;
+    record->problem.clear();
   }
 
   // Returns the answer as a person reads it.
@@ -247,6 +254,7 @@ class Runner {
   std::string stopped_in_teardown_;
   bool teardown_ = false;
   bool interrupted_ = false;
+  std::string obstacle_;  // why nothing can be sent, "" when it can
   bool hindered_ = false;
 };
 

@@ -46,7 +46,6 @@ struct RunOptions {
   std::set<std::string> phases;         // names of those that are run; none: all
   double timeout = 2;                   // seconds, longest wait for a reply
   bool allow_several = false;           // run although several services are connected
-  std::string obstacle;                 // why nothing can be sent, "" when it can
   Person* person = nullptr;             // null: every question is an error
   std::vector<RunObserver*> observers;  // called in this order
   // Asked before each request is sent: why it must not be, or nothing. A reason is an error of the
