@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 
 #include "qnx/text.h"
 #include "session.h"
@@ -19,6 +20,12 @@ namespace {
 const char kBusySeconds[] = "20";
 // Seconds that a server may take to accept a connection.
 const char kConnectSeconds[] = "10";
+
+// While one process makes a new SQLite file ready, another one that opens it is told that it is
+// locked, whatever it would wait for other writers.
+const int kAttempts = 40;
+const std::chrono::milliseconds kPause(50);
+const int kPrimaryResult = 0xFF;  // of a result of SQLite; the bits above tell more
 
 std::string SqliteOptions(const std::string& path) {
   return "dbname=\"" + path + "\" timeout=" + kBusySeconds;
@@ -33,6 +40,26 @@ std::string CheckPath(const std::string& path, Database::Mode mode) {
     return std::strerror(errno);
   }
   return S_ISREG(status.st_mode) ? "" : "it is not a file";
+}
+
+// Connects and looks at the tables. Throws.
+void Connect(const std::string& address, Database::Mode mode, Database::Inside& inside) {
+  if (inside.server) {
+    // A server that does not answer is told after a while, unless the address says otherwise.
+    ::setenv("PGCONNECT_TIMEOUT", kConnectSeconds, 0);
+    inside.sql.open(soci::postgresql, address);
+    inside.sql << "SET client_encoding TO 'UTF8'";
+    inside.sql << "SET client_min_messages TO warning";
+  } else {
+    inside.sql.open(soci::sqlite3, SqliteOptions(address));
+  }
+  if (mode == Database::Mode::kWrite) CreateTables(inside);
+  CheckVersion(inside);
+}
+
+bool IsBusy(const std::exception& error) {
+  const auto* const busy = dynamic_cast<const soci::sqlite3_soci_error*>(&error);
+  return busy != nullptr && (busy->result() & kPrimaryResult) == SQLITE_BUSY;
 }
 
 }  // namespace
@@ -53,23 +80,18 @@ std::unique_ptr<Database> Database::Open(const std::string& address, Mode mode,
       return nullptr;
     }
   }
-  try {
-    if (inside.server) {
-      // A server that does not answer is told after a while, unless the address says otherwise.
-      ::setenv("PGCONNECT_TIMEOUT", kConnectSeconds, 0);
-      inside.sql.open(soci::postgresql, address);
-      inside.sql << "SET client_encoding TO 'UTF8'";
-      inside.sql << "SET client_min_messages TO warning";
-    } else {
-      inside.sql.open(soci::sqlite3, SqliteOptions(address));
+  for (int attempt = 1;; ++attempt) {
+    try {
+      Connect(address, mode, inside);
+      problem->clear();
+      return database;
+    } catch (const std::exception& error) {
+      *problem = shown + ": " + Reason(error);
+      if (!IsBusy(error) || attempt == kAttempts) return nullptr;
     }
-    if (mode == Mode::kWrite) CreateTables(inside);
-    CheckVersion(inside);
-  } catch (const std::exception& error) {
-    *problem = shown + ": " + Reason(error);
-    return nullptr;
+    inside.sql.close();
+    std::this_thread::sleep_for(kPause);
   }
-  return database;
 }
 
 bool IsServer(const std::string& address) {
