@@ -317,6 +317,8 @@ TEST_F(StationReplayTest, MissingAndUnexpectedAnswersAreDifferences) {
   EXPECT_PRED2(Contains, output, "an answer that was not recorded: version mpu: ");
   EXPECT_PRED2(Contains, replay({}), "holds no requests");
   EXPECT_EQ(station_->Ask(7, 99), Bytes()) << "the service lives on";
+  StopService();
+  EXPECT_PRED2(Contains, replay({{1, kTo, mpu}}), "now       no service is connected\n");
 }
 
 }  // namespace

@@ -128,6 +128,8 @@ TEST(StationSequence, ErrorsNameTheLineAndTheReason) {
       {"device {unknown}\nphase P\nstep S\nwait 1 s", "1: no earlier step defines the value"},
       {"value 1\nphase P\nstep S\nwait 1 s", "1: '1' is not a name"},
       {"value a matches ([\nphase P\nstep S\nwait 1 s", "1: '([' is not a pattern"},
+      {"value a = 1\nvalue b = x{a}\nphase P\nstep S\nwait 1 s",
+       "2: a default cannot hold another value: {a}"},
       {"value a b\nphase P\nstep S\nwait 1 s", "1: it reads: value NAME"},
       {"include x.seq", "1: there is no x.seq"},
       {"include test.seq", "1: 'test.seq' includes itself"},

@@ -67,7 +67,12 @@ class Replay {
     const std::string request = DescribePacket(qnx::Direction::kToService, exchange.request);
     wire::Reply recorded;
     if (!wire::ParseReply(exchange.reply, &recorded)) {
-      Line("sent", request);
+      std::string reason;
+      if (CountServices(&reason) == 0) {
+        Differs(request, "                 now       no service is connected\n");
+      } else {
+        Line("sent", request);
+      }
       return true;
     }
     // What a write changed may take a moment: another answer is asked for again for a while.

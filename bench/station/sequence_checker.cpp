@@ -50,6 +50,12 @@ class Checker {
                            AsWritten(value->second.pattern));
       }
     }
+    for (const auto& [name, value] : sequence_.values) {
+      ForEachValue(value.text, [&, place = value.place](const std::string& other, std::size_t) {
+        if (sequence_.values.count(other) == 0) return;
+        Wrong(place, "a default cannot hold another value: {" + other + "}");
+      });
+    }
     for (const std::string& name : RequiredValues(sequence_, phases_)) {
       if (asked_ || values_.count(name) != 0) continue;
       Wrong(Place{}, "value " + Quoted(name) + " is missing: give it with --set " + name + "=...");
