@@ -1,4 +1,4 @@
-// What one request of each sub-command costs in the steady state, in counts, which do not depend
+// The cost of one request of each sub-command in the steady state, in counts, which do not depend
 // on how busy the machine is: instructions, heap allocations and system calls, as callgrind sees
 // them.
 //
@@ -23,8 +23,6 @@ const double kRounding = 0.05;  // of the counts, which are shown with one digit
 // Opens and closes a window: it does nothing, and nothing else enters this function.
 const setup::Bytes kMarker = wire::BuildRequest(setup::kKeyCommand, 0, {});
 const char kMarkerFunction[] = "CmdKey::Work(pkg*)";
-// Answered at once, so all that was sent before is done.
-const setup::Bytes kQuestion = wire::BuildRequest(7, 255, {});
 
 struct Row {
   std::string key;  // command and sub-command
@@ -81,18 +79,11 @@ class Measurement {
   // Two dumps: the second has `kRequests` times `request` and one marker.
   void Window(const setup::Bytes& request) {
     for (int i = 0; i < kWarmUp && !request.empty(); ++i) station_->Send(request);
-    Settle();
+    station_->Settle();
     station_->Send(kMarker);
     for (int i = 0; i < kRequests && !request.empty(); ++i) station_->Send(request);
     station_->Send(kMarker);
-    Settle();
-  }
-
-  void Settle() {
-    station_->Send(kQuestion);
-    for (wire::Reply reply{}; reply.command != 7 || reply.sub_command != 255;) {
-      if (!wire::ParseReply(station_->Receive(), &reply)) setup::Fail("a malformed reply");
-    }
+    station_->Settle();
   }
 
   setup::Split Read(std::size_t window) const {

@@ -7,8 +7,6 @@ namespace {
 
 const double kStartGoal = 0.010;  // seconds
 
-const setup::Bytes kQuery = wire::BuildRequest(7, 1, {});
-
 // From before the fork to the first reply, in seconds. The unit is asked without pause whether the
 // service has opened the MCU device, and the request is sent as soon as it has.
 double TimeToFirstReply(const setup::Unit& unit) {
@@ -18,7 +16,7 @@ double TimeToFirstReply(const setup::Unit& unit) {
     const auto start = setup::Clock::now();
     const setup::Process service(unit.root(), {setup::BinaryPath("korvandis")});
     unit.WaitForService(true);
-    station.Ask(kQuery);
+    station.Ask(setup::kVersionQuery);
     time = setup::Seconds(setup::Clock::now() - start);
   }
   unit.WaitForService(false);
@@ -31,7 +29,7 @@ double WaitsPerSecond(const setup::Unit& unit, long seconds) {
   {
     const setup::Process service(unit.root(), {setup::BinaryPath("korvandis")});
     unit.WaitForService(true);
-    setup::Station().Ask(kQuery);
+    setup::Station().Ask(setup::kVersionQuery);
     std::this_thread::sleep_for(std::chrono::seconds(1));
     const double before = service.Waits();
     std::this_thread::sleep_for(std::chrono::seconds(seconds));

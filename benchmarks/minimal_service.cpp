@@ -1,5 +1,5 @@
-// What a version query costs at the least: a program that answers the one request 7/1 with the
-// input and output of the service and nothing else. It is the measure for benchmarks/round_trip,
+// The least that a version query costs: a program that answers the one request 7/1 with the input
+// and output of the service and nothing else. It is the measure for benchmarks/round_trip,
 // which also checks that both write the same reply, the same lines to the log ring and the same
 // lines to standard error.
 //

@@ -1,4 +1,4 @@
-// What callgrind writes, as sums: what each caller spent in a window between two dumps.
+// Sums of a profile that callgrind wrote: the costs of each room between two dumps.
 #ifndef KORVANDIS_BENCHMARKS_PROFILE_H
 #define KORVANDIS_BENCHMARKS_PROFILE_H
 

@@ -12,9 +12,7 @@ namespace {
 const double kGoal = 1.25;
 const int kWarmUp = 300;  // queries
 
-const setup::Bytes kQuery = wire::BuildRequest(7, 1, {});
-
-// What one program leaves behind when it is asked once.
+// The traces of one program that is asked once.
 struct Traces {
   setup::Bytes reply;
   std::vector<std::string> log;
@@ -35,12 +33,12 @@ Traces AskOnce(const setup::Unit& unit, const std::string& program) {
     unit.WaitForService(true);
     qnx::SlogReader reader;
     if (reader.Open(unit.root() + qnx::kSlogPath) != 0) setup::Fail("no log ring");
-    // What the start logs may come a moment later than the open device.
+    // The log lines of the start may come a moment later than the open device.
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     reader.SkipToEnd();
     const std::size_t before = ReadFile(errors).size();
     setup::Station station;
-    traces.reply = station.Ask(kQuery);
+    traces.reply = station.Ask(setup::kVersionQuery);
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     qnx::SlogLine line;
     std::uint64_t lost = 0;
@@ -84,12 +82,12 @@ Cost Measure(const setup::Unit& unit, const std::string& program, long queries) 
     const setup::Process process(unit.root(), {program});
     unit.WaitForService(true);
     setup::Station station;
-    for (int i = 0; i < kWarmUp; ++i) station.Ask(kQuery);
+    for (int i = 0; i < kWarmUp; ++i) station.Ask(setup::kVersionQuery);
     std::vector<double> times;
     const double before = process.ProcessorTime();
     for (long i = 0; i < queries; ++i) {
       const auto start = setup::Clock::now();
-      station.Ask(kQuery);
+      station.Ask(setup::kVersionQuery);
       times.push_back(setup::Seconds(setup::Clock::now() - start));
     }
     cost.processor = (process.ProcessorTime() - before) / static_cast<double>(queries);

@@ -1,5 +1,5 @@
-// What every benchmark program needs around what it measures: a unit below a temporary root,
-// programs started on it, a station, and the rows of the result table.
+// Common to the benchmark programs: a unit below a temporary root, programs started on it, a
+// station, and the rows of the result table.
 //
 // A benchmark that cannot be carried out says why and ends with status 2; one whose goal is missed
 // prints its row all the same.
@@ -46,6 +46,15 @@ const int kCannotMeasure = 2;
 const std::size_t kAnswerSize = 4096;  // more than the unit answers to a control line
 const int kPatienceMs = 10000;         // for what takes milliseconds when all is well
 const int kMomentMs = 200;             // for an answer of a service that may not have started yet
+
+const std::uint8_t kVersionCommand = 7;
+const std::uint8_t kMpuVersion = 1;
+const std::uint8_t kNoVersion = 255;  // a sub-command without a source
+
+inline const Bytes kVersionQuery = wire::BuildRequest(kVersionCommand, kMpuVersion, {});
+
+// Answered at once with an empty reply, so everything that was sent before it is done.
+inline const Bytes kQuestion = wire::BuildRequest(kVersionCommand, kNoVersion, {});
 
 // Ends the program through Main, with everything released that it started.
 [[noreturn]] inline void Fail(const std::string& reason) { throw std::runtime_error(reason); }
@@ -183,12 +192,11 @@ class Unit {
     }
   }
 
-  // Whether the service answers a question within a moment.
+  // True when the service answers a question within a moment.
   static bool Answers() {
     const platform::Descriptor station = Connect(qnx::kStationPath);
-    const Bytes question = wire::BuildRequest(7, 1, {});
     pollfd answer = {station.Get(), POLLIN, 0};
-    return platform::write(station.Get(), question.data(), question.size()) > 0 &&
+    return platform::write(station.Get(), kVersionQuery.data(), kVersionQuery.size()) > 0 &&
            ::poll(&answer, 1, kMomentMs) > 0;
   }
 
@@ -242,6 +250,15 @@ class Station {
       if (count == 0 || errno != EAGAIN) Fail("the unit has hung up");
       if (Clock::now() > deadline) Fail("no reply within the time");
       std::fprintf(stderr, "no reply for %d s\n", platform::kManagerTimeoutMs / 1000);
+    }
+  }
+
+  // Returns when the service has done everything that was sent before.
+  void Settle() {
+    Send(kQuestion);
+    for (wire::Reply reply{};
+         reply.command != kVersionCommand || reply.sub_command != kNoVersion;) {
+      if (!wire::ParseReply(Receive(), &reply)) Fail("a malformed reply");
     }
   }
 

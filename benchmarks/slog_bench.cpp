@@ -7,7 +7,7 @@
 
 namespace {
 
-const std::uint32_t kLines = 2048;  // as a unit's ring
+const std::uint32_t kLines = 16384;  // as a unit's ring
 
 // The service's own form: nothing to format.
 void BM_Slogf(benchmark::State& state) {

@@ -54,11 +54,6 @@ setup::Bytes Text(const char* text) { return setup::Bytes(text, text + std::strl
 
 const setup::Bytes kCalibration = wire::BuildRequest(setup::kKeyCommand, 4, {});
 
-// Answered at once with an empty reply, and not among the packets.
-const std::uint8_t kVersionCommand = 7;
-const std::uint8_t kQuestionSubCommand = 255;
-const setup::Bytes kQuestion = wire::BuildRequest(kVersionCommand, kQuestionSubCommand, {});
-
 // Any row of the table but the calibration.
 const wire::CommandSpec& AnyCommand(Random* random) {
   for (;;) {
@@ -82,8 +77,8 @@ setup::Bytes WildPacket(Random* random) {
   if (Below(random, 2) == 0)
     parameters = Text(kTexts[Below(random, static_cast<unsigned>(std::size(kTexts)))]);
   const std::uint8_t command = AnyCommand(random).command;
-  const unsigned sub_command =
-      Below(random, 4) == 0 ? Below(random, kQuestionSubCommand) : Below(random, 30);
+  const unsigned sub_command = Below(random, 4) == 0 ? Below(random, setup::kNoVersion)
+                                                     : Below(random, 30);  // not the question
   return wire::BuildRequest(command, static_cast<std::uint8_t>(sub_command), parameters);
 }
 
@@ -152,7 +147,9 @@ Held Look(const setup::Unit& unit) {
   const std::string answer = unit.Ask("memory");
   if (answer.compare(0, std::strlen(kAnswer), kAnswer) != 0) setup::Fail(answer);
   Held held = Look(unit.process());
-  held.in_use = std::strtol(answer.c_str() + std::strlen(kAnswer), nullptr, 10) / 1024;
+  const std::string bytes = answer.substr(std::strlen(kAnswer));
+  if (!qnx::ParseNumber(bytes, 0, LONG_MAX, &held.in_use)) setup::Fail(answer);
+  held.in_use /= 1024;
   return held;
 }
 
@@ -220,7 +217,7 @@ class Soak {
     Settle();
   }
 
-  // What both hold once nothing is under way.
+  // Looks at both once nothing is under way.
   std::pair<Held, Held> LookAtBoth() {
     End();
     Settle();
@@ -254,12 +251,7 @@ class Soak {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
       ::kill(service_.pid(), SIGCONT);
     }
-    station_.Send(kQuestion);
-    for (;;) {
-      wire::Reply reply{};
-      if (!wire::ParseReply(station_.Receive(), &reply)) setup::Fail("a malformed reply");
-      if (reply.command == kVersionCommand && reply.sub_command == kQuestionSubCommand) break;
-    }
+    station_.Settle();
     if (trouble_ != kTroubles && --left_ == 0) End();
   }
 

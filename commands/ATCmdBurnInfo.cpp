@@ -27,7 +27,7 @@ const int kIdentitySize = static_cast<int>(sizeof(sysinfo_param_t().uuid));
 const int kUUIDLength = 16;
 const int kMachineSNLength = 20;
 
-// What the two identities differ in.
+// The differences between the two identities.
 struct Identity {
   const char* setName;  // as its lines name the write
   std::uint32_t get;

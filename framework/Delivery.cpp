@@ -27,7 +27,7 @@ const int kMostWaiting = 65536;
 // number of files), so that the thread does not spin, in microseconds.
 const useconds_t kPollFailureDelay = 100000;
 
-// What poll says of `fd` now.
+// The events that poll tells of `fd` now.
 short Probe(int fd, short events) {
   pollfd probe = {fd, events, 0};
   return ::poll(&probe, 1, 0) > 0 ? probe.revents : static_cast<short>(0);

@@ -27,7 +27,7 @@ class Delivery {
   Delivery(const Delivery&) = delete;
   Delivery& operator=(const Delivery&) = delete;
 
-  // What the functions of FilesControlBase promise.
+  // As the functions of FilesControlBase promise.
   bool Prepare();
   bool Release();
   bool Start();
@@ -38,7 +38,7 @@ class Delivery {
   void Forget(FileBase* file);
 
  private:
-  // What one place of the poll list stands for.
+  // The meaning of one place of the poll list.
   struct Watch {
     int key;
     FileBase* file;

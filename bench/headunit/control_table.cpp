@@ -73,8 +73,8 @@ std::string ShowStatus(const Parts& parts) {
   return Ok(text);
 }
 
-// What waited for a slow client is freed, but stays with the process, and blocks in use among it
-// hold their pages: two looks at the process alone do not tell whether something was lost.
+// Freed queues of slow clients stay with the process where blocks in use hold their pages, so the
+// memory of the process alone does not show a leak. The bytes in use do.
 std::string ShowMemory() {
   malloc_trim(0);
   const struct mallinfo2 heap = mallinfo2();

@@ -137,7 +137,7 @@ bool Outbox::SendCut(const std::string& message) {
   return true;
 }
 
-// What the reader wrote before it left is still to be read, so the socket stays as it is.
+// The socket stays open: messages of the reader from before its end can still be read.
 void Outbox::Break() {
   broken_ = true;
   DropQueue();

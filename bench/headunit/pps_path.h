@@ -9,7 +9,7 @@ namespace headunit {
 
 const std::size_t kDefaultBacklog = 256 * 1024;  // bytes that may wait for a reader
 
-// What follows '?' in a path.
+// The options behind '?' in a path.
 struct PpsOptions {
   bool wait = false;
   bool delta = false;

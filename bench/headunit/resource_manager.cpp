@@ -197,7 +197,7 @@ void ResourceManager::OnFileEvent(OpenFile* file, std::uint32_t events) {
     open = ReadFile(file, static_cast<std::size_t>(waiting), kMessagesPerBarrier);
   }
   if (open) return;
-  // What others sent before this end is taken in before it.
+  // Messages that others sent before this end are taken in first.
   file_poller_.Remove(file->socket_.Get());
   ended_.push_back(file);
   if (!in_barrier_) Barrier();

@@ -18,7 +18,7 @@ namespace {
 using qnx::NowMs;
 using qnx::WaitAgain;
 
-// What connecting may take before it is counted against the wait for the answer.
+// Connecting may take so long before it is counted against the wait for the answer.
 const int kLatenessMs = 50;
 
 bool LimitWait(int fd, int option, long ms) {

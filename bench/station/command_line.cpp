@@ -15,7 +15,7 @@ namespace {
 
 const double kLongestTimeout = 3600;
 
-// What stands in front of the options and behind them, in order, and the options.
+// The words in front of the options and behind them, in order, and the options.
 struct Arguments {
   std::vector<std::string> words;
   std::multimap<std::string, std::string> options;

@@ -55,7 +55,7 @@ std::vector<Proof> ByKey(const char* key, std::vector<Proof> others) {
   return others;
 }
 
-// What proves a write besides the question with the same words, which is asked first.
+// The proofs of a write besides the question with the same words, which is asked first.
 struct ProofRow {
   const char* words;
   std::vector<Proof> proofs;

@@ -68,7 +68,7 @@ std::string Join(const std::vector<std::string>& words, const char* between) {
   return text;
 }
 
-// What may follow each sequence of words: words, or what bash's compgen makes of `generator`.
+// The words that may follow a sequence of words, or the arguments of bash's compgen for them.
 struct Following {
   std::vector<std::string> words;
   std::vector<std::string> options;

@@ -25,7 +25,7 @@ std::string RangeText(const FieldInfo& info) {
   return qnx::Formatted("only numbers from %.15g to %.15g", info.lowest, info.highest);
 }
 
-// Whether a field can ever be this text.
+// True when a field can ever be this text.
 bool CanBe(const FieldInfo& info, const std::string& text) {
   if (info.choices != nullptr) {
     const wire::Choice* choice = info.choices;

@@ -49,7 +49,7 @@ class Json {
   void TextUnlessEmpty(const char* name, const std::string& text) {
     if (!text.empty()) Text(name, text);
   }
-  // Nothing for what is not a number.
+  // A number that is not finite is left out.
   void Number(const char* name, double number) {
     if (std::isfinite(number)) Raw(name, qnx::Formatted("%.15g", number));
   }

@@ -1,4 +1,4 @@
-// What is written to an object of the unit from one moment on. Inside this room only.
+// The writes to an object of the unit from one moment on. Inside this room only.
 #ifndef KORVANDIS_STATION_OBJECT_CHANGES_H
 #define KORVANDIS_STATION_OBJECT_CHANGES_H
 

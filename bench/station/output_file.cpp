@@ -22,7 +22,7 @@ std::string OutputFile::Open(const std::string& path, bool force) {
   while (true) {
     file_.Reset(::open(path.c_str(), flags, kFileMode));
     if (file_.IsOpen()) break;
-    // What is there already may be a device or a FIFO, which nothing is lost of.
+    // A device or a FIFO that is there already loses nothing when it is written to.
     if (errno == EEXIST) {
       struct stat status {};
       if (::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {

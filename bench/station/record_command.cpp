@@ -75,7 +75,7 @@ class Replay {
       }
       return true;
     }
-    // What a write changed may take a moment: another answer is asked for again for a while.
+    // A write may take effect a moment later: after another answer the question is repeated.
     const auto patience = Clock::now() + kPatience;
     const bool ignored = polled || Ignored(request);
     wire::Reply reply;

@@ -12,7 +12,7 @@
 namespace station {
 namespace {
 
-// What the options say of the values and phases. Returns what is wrong, or nothing.
+// Takes values and phases from the options. Returns what is wrong, or nothing.
 std::string ReadOptions(const Invocation& invocation, Values* given,
                         std::set<std::string>* phases) {
   for (const auto& [name, value] : invocation.options) {

@@ -1,4 +1,4 @@
-// What `station run` shows without a run. Inside this room only.
+// The output of `station run` with --list and --dry-run. Inside this room only.
 #ifndef KORVANDIS_STATION_RUN_LISTING_H
 #define KORVANDIS_STATION_RUN_LISTING_H
 
@@ -13,7 +13,7 @@ namespace station {
 // The values, phases and steps. `phases`: names of those that are shown; none: all.
 void ListSequence(const Sequence& sequence, const std::set<std::string>& phases, std::ostream& out);
 
-// What a run would send and expect, as far as it is known beforehand.
+// The requests and expectations of a run, as far as they are known beforehand.
 void ShowDryRun(const Sequence& sequence, const std::set<std::string>& phases, const Values& values,
                 std::ostream& out);
 

@@ -159,7 +159,7 @@ void RunSession::ShowBanner(const records::Run& run) {
 }
 
 int RunSession::RunLoop(const Values& given) {
-  // What is worse comes later.
+  // The better status in front.
   const int order[] = {tools::kExitRight, kExitError, tools::kExitWrong, tools::kExitUsage,
                        kExitInterrupted};
   const auto rank = [&](int status) {

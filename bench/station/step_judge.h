@@ -1,4 +1,4 @@
-// What an exchange makes of a step: its measurements and its outcome. Inside this room only.
+// The measurements and the outcome of a step, from its exchange. Inside this room only.
 #ifndef KORVANDIS_STATION_STEP_JUDGE_H
 #define KORVANDIS_STATION_STEP_JUDGE_H
 

@@ -68,7 +68,7 @@ class FileBase {
   // message is not delivered.
   bool IsCut() const { return m_cut; }
 
-  // What the destructor does about a controller. For the destructors of derived classes.
+  // Leaves the controller. For the destructors of derived classes.
   void Leave();
 
  private:
@@ -84,7 +84,7 @@ class FileBase {
   // Enters the controller that the file is registered with, null for none. False when it is
   // registered with another one.
   bool Join(Delivery* owner);
-  // What wakes the controller's thread when there is something else to wait for; can be null.
+  // Sets what is signalled when the controller's thread has another file to wait for; can be null.
   void SetWakeup(const std::shared_ptr<Wakeup>& wakeup);
 
   const fileTagInfo& m_tag;

@@ -1,4 +1,4 @@
-// What `headunit` says to a unit that runs already.
+// Requests of `headunit` to a unit that runs already.
 #ifndef KORVANDIS_HEADUNIT_PROGRAM_CONTROL_CLIENT_H
 #define KORVANDIS_HEADUNIT_PROGRAM_CONTROL_CLIENT_H
 

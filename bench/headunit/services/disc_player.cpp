@@ -103,7 +103,7 @@ DiscPlayer::Track DiscPlayer::Current() {
   Track track = {1, 1};
   const std::string info = ReadAttribute(kPlaying, "trackinfo", "json", "");
   ParseJson(info, {{"curmediaid", &track.number}, {"parentFolder", &track.folder}}, {});
-  // What a person wrote there may be anything.
+  // A person may have written any number there.
   track.number = std::clamp(track.number, 0, kMostNumber);
   track.folder = std::clamp(track.folder, 0, kMostNumber);
   return track;

@@ -1,4 +1,4 @@
-// What control lines can do to positioning.
+// Faults of positioning, for control lines.
 #ifndef KORVANDIS_HEADUNIT_SERVICES_POSITIONING_FAULTS_H
 #define KORVANDIS_HEADUNIT_SERVICES_POSITIONING_FAULTS_H
 

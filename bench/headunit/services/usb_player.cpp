@@ -41,7 +41,7 @@ std::string TrackLine(const Position& position) {
 
 void Step(const std::string& object, int by) {
   Position position = ReadPosition(object);
-  // What a person wrote there may be anything.
+  // A person may have written any number there.
   const bool sound = position.index >= 0 && position.index <= kMostIndex;
   position.index = sound ? position.index + by : 0;
   if (position.index < 0 || position.index > kMostIndex) position.index = 0;

@@ -124,7 +124,7 @@ class Reader {
   std::vector<std::pair<std::size_t, std::size_t>> steps_;  // phase and place in it, by position
 };
 
-// What a list shows of a run, in the order in which ReadRow takes it.
+// The columns of a run in a list, in the order in which ReadRow takes them.
 const char kColumns[] =
     "CAST(run.id AS TEXT), uid, device, title, station, program, sequence, sequence_crc, started,"
     " zone_minutes, seconds, outcome";
@@ -164,18 +164,10 @@ void AddFailures(soci::session& sql, RunRow* run) {
 std::string Database::List(const Filter& filter, std::size_t most, std::vector<RunRow>* rows) {
   soci::session& sql = inside_->sql;
   try {
-    soci::row row;
-    soci::statement statement(sql);
-    Bind(filter, &statement);
-    statement.exchange(soci::into(row));
-    statement.alloc();
-    statement.prepare("SELECT " + std::string(kColumns) + " FROM run WHERE 1 = 1" +
-                      Condition(filter) + " ORDER BY started DESC, id DESC LIMIT " +
-                      std::to_string(most));
-    statement.define_and_bind();
-    for (bool more = statement.execute(true); more; more = statement.fetch()) {
-      rows->push_back(ReadRow(row));
-    }
+    Query(sql, filter)
+        .Run("SELECT " + std::string(kColumns) + " FROM run WHERE 1 = 1" + Condition(filter) +
+                 " ORDER BY started DESC, id DESC LIMIT " + std::to_string(most),
+             [rows](const soci::row& row) { rows->push_back(ReadRow(row)); });
     for (RunRow& run : *rows) {
       if (run.outcome != "passed") AddFailures(sql, &run);
     }

@@ -200,7 +200,7 @@ std::string WriteSummaryPage(const std::string& address, const Filter& filter,
     return Reason(error);
   }
   out << kPageHead;
-  // Nothing in the data ends the script element that holds it.
+  // A "<" in the data could end the script element that holds it.
   const std::string data = json.text();
   for (const char c : data) {
     if (c == '<') {

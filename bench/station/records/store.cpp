@@ -146,14 +146,13 @@ class Writer {
 
   // The number of a name, which is new the first time a line sees it.
   long long StepName(const std::string& phase, const std::string& step) {
+    const char* const look = "SELECT id FROM step_name WHERE phase = :phase AND step = :step";
     long long id = 0;
-    sql_ << "SELECT id FROM step_name WHERE phase = :phase AND step = :step", soci::use(phase),
-        soci::use(step), soci::into(id);
+    sql_ << look, soci::use(phase), soci::use(step), soci::into(id);
     if (sql_.got_data()) return id;
     sql_ << "INSERT INTO step_name (phase, step) VALUES (:phase, :step) ON CONFLICT DO NOTHING",
         soci::use(phase), soci::use(step);
-    sql_ << "SELECT id FROM step_name WHERE phase = :phase AND step = :step", soci::use(phase),
-        soci::use(step), soci::into(id);
+    sql_ << look, soci::use(phase), soci::use(step), soci::into(id);
     return id;
   }
 

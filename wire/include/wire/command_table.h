@@ -35,7 +35,7 @@ struct ParameterSpec {
   const Choice* choices;  // of kChoice, otherwise null
 };
 
-// What the data bytes of a reply are.
+// The meaning of the data bytes of a reply.
 enum class ReplyKind {
   kNone,        // the service does not answer
   kText,        // all bytes

@@ -38,7 +38,7 @@ class ChildProcess {
   // -1 when the host has no process left. The number stays after the end.
   pid_t pid() const { return pid_; }
 
-  // Nothing once the end was seen.
+  // Sends a signal; has no effect once the end was seen.
   void Signal(int number) const;
 
   // The exit status, or 128 + the signal that ended it; nothing while it runs.

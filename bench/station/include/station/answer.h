@@ -1,4 +1,4 @@
-// What a reply's bytes mean: named fields, and whether they are right.
+// The meaning of a reply's bytes: named fields, and whether they are right.
 #ifndef KORVANDIS_STATION_ANSWER_H
 #define KORVANDIS_STATION_ANSWER_H
 

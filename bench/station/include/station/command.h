@@ -15,7 +15,7 @@
 
 namespace station {
 
-// What a command needs; each more than the one before.
+// Each needs more than the one before.
 enum class Needs { kNothing, kUnit, kReplies };
 
 // Option of the station's own commands, "--only PHASE".
@@ -63,7 +63,7 @@ struct Command {
   std::vector<Parameter> parameters;
   const char* help;
 
-  // What the request carries, and what comes back.
+  // The request and its reply.
   bool sent = false;  // it is a request, not a command of the station itself
   std::uint8_t number = 0;
   std::uint8_t sub_command = 0;

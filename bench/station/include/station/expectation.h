@@ -1,4 +1,4 @@
-// What a step of a sequence expects of one field.
+// The expectation of a step about one field.
 #ifndef KORVANDIS_STATION_EXPECTATION_H
 #define KORVANDIS_STATION_EXPECTATION_H
 

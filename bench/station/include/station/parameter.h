@@ -38,7 +38,7 @@ Parameter MakeParameter(const wire::ParameterSpec& spec);
 // The words of a choice, "fail, pass".
 std::string WordList(const wire::Choice* choices);
 
-// What an argument may be: "a number from 0 to 6".
+// The values that an argument may have: "a number from 0 to 6".
 std::string DescribeParameter(const Parameter& parameter);
 
 // Checks `text` and puts its normal form into *normal: a number without leading zeros, a MAC

@@ -10,15 +10,15 @@
 
 namespace station {
 
-// What a console can show.
+// The abilities of a console.
 struct Console {
   bool lines_change = false;  // a line can be written again: progress is shown
   bool colour = false;
   std::size_t width = 0;  // columns, 0: unknown
 };
 
-// What `out` can show: nothing special unless it is the standard output or error and a terminal;
-// neither colour nor progress with TERM=dumb or NO_COLOR.
+// The abilities of `out`: none unless it is the standard output or error and a terminal; neither
+// colour nor progress with TERM=dumb or NO_COLOR.
 Console ConsoleOf(const std::ostream& out);
 
 // `text` in the colour of the outcome, where there are colours.

@@ -25,7 +25,7 @@ struct RecordedPacket {
   Bytes packet;
 };
 
-// What stands at the beginning of a recording, and one packet of it.
+// The beginning of a recording; one packet of it.
 std::string RecordingHead(RecordingFormat format);
 std::string RecordingEntry(RecordingFormat format, const RecordedPacket& packet);
 

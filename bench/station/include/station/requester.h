@@ -20,7 +20,7 @@ struct ReadBack {
   double number;  // NaN when it is a text
 };
 
-// What became of one request.
+// One request and its result.
 struct Exchange {
   enum class Outcome {
     kRight,        // answered rightly, or sent when there is no answer
@@ -59,7 +59,6 @@ class Requester {
 
   // Longest wait for a reply, in seconds.
   void set_timeout(double timeout) { timeout_ = timeout; }
-  double timeout() const { return timeout_; }
 
  private:
   // The objects that may prove a write, by their paths, followed since before it was sent.

@@ -19,7 +19,7 @@ struct Place {
   int line = 0;          // from 1; 0: the command line
 };
 
-// What is wrong with a sequence or with the values that are given for it.
+// A mistake in a sequence or in the values that are given for it.
 struct Mistake {
   Place place;
   std::string reason;

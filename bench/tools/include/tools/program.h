@@ -1,5 +1,4 @@
-// What every command line program of the bench needs around its work: exit statuses, orderly ends,
-// text that is safe on a terminal.
+// Common to the bench's command line programs: exit statuses, orderly ends, times of day.
 #ifndef KORVANDIS_TOOLS_PROGRAM_H
 #define KORVANDIS_TOOLS_PROGRAM_H
 

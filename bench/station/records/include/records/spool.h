@@ -19,7 +19,7 @@ bool ParseRunJson(const std::string& line, Run* run);
 // that can be written is used.
 std::vector<std::string> SpoolPaths(const std::string& address);
 
-// What became of a run that was to be stored.
+// The result of storing a run.
 struct Stored {
   bool stored = false;
   long long number = 0;       // in the record, when it was stored
