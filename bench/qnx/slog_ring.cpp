@@ -181,6 +181,7 @@ int SlogReader::Open(const std::string& path) {
   inode_ = inode;
   path_ = path;
   position_ = 0;
+  begun_ = 0;
   return 0;
 }
 
@@ -228,7 +229,10 @@ SlogReader::Result SlogReader::Next(SlogLine* line, std::uint64_t* lost) {
   }
 
   const SlogSlot& slot = slots[position_ & (count - 1)];
-  const std::int64_t deadline = NowMs() + kUnfinishedMs;
+  if (position_ >= begun_) {
+    begun_ = next;
+    deadline_ = NowMs() + kUnfinishedMs;
+  }
   for (;;) {
     const std::uint64_t sequence = slot.sequence.load(std::memory_order_acquire);
     if (sequence == position_ + 1 && Copy(slot, position_, line)) {
@@ -236,7 +240,7 @@ SlogReader::Result SlogReader::Next(SlogLine* line, std::uint64_t* lost) {
       return Result::kLine;
     }
     const bool overwritten = sequence > position_ + 1;
-    if (overwritten || NowMs() >= deadline) {
+    if (overwritten || NowMs() >= deadline_) {
       ++position_;
       *lost = 1;
       return overwritten ? Result::kLost : Result::kUnfinished;

@@ -76,7 +76,7 @@ class SlogReader {
                   // it
     kLost,  // *lost lines were overwritten before they could be read; the reader is now behind them
   };
-  // A line that is just being written is waited for, half a second at most.
+  // Lines that are just being written are waited for, half a second at most for all of them.
   Result Next(SlogLine* line, std::uint64_t* lost);
 
   // Continues behind the newest line.
@@ -87,6 +87,8 @@ class SlogReader {
   void* map_ = nullptr;
   std::size_t size_ = 0;
   std::uint64_t position_ = 0;
+  std::uint64_t begun_ = 0;    // the lines in front of this index had been begun,
+  std::int64_t deadline_ = 0;  // and are given up when they are unfinished at this time of NowMs
   unsigned long inode_ = 0;
 };
 
