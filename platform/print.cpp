@@ -58,7 +58,7 @@ bool WaitForRoom(const Stream& stream, std::int64_t limit) {
   }
 }
 
-// Writes once. What the write returned, -1 with EAGAIN when it would have waited.
+// Writes once. Returns the result of the write, -1 with EAGAIN when it would have waited.
 ssize_t WriteSome(const Stream& stream) {
   std::size_t part = stream.length - stream.done;
   if (stream.asks) {

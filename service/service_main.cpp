@@ -48,7 +48,7 @@ void HoldStandardStreams() {
   do {
     fd = ::open("/dev/null", O_RDWR);
   } while (fd >= 0 && fd <= STDERR_FILENO);
-  const platform::Descriptor surplus(fd);
+  const platform::Descriptor surplus(fd);  // closed again
 }
 
 // Blocks SIGTERM for this thread and those it starts, so that only WaitForTermination collects it.

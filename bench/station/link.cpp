@@ -59,6 +59,10 @@ Clock::duration Seconds(double seconds) {
       std::chrono::duration<double>(std::clamp(seconds, 0.0, 1e6)));
 }
 
+double SecondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
 std::string Link::Send(const Bytes& packet) {
   Collect(0);
   if (!connection_.IsOpen()) {

@@ -31,10 +31,8 @@ std::string Operator::ReadAnswers(const std::string& path) {
   if (!problem.empty()) return problem;
   from_file_ = true;
   int number = 0;
-  for (std::size_t start = 0; start < text.size();) {
-    const std::size_t end = std::min(text.find('\n', start), text.size());
-    const std::string line = Trim(text.substr(start, end - start));
-    start = end + 1;
+  for (const std::string& whole : qnx::Lines(text)) {
+    const std::string line = Trim(whole);
     ++number;
     if (line.empty() || line[0] == '#') continue;
     answers_.push_back(ParseReply(line));

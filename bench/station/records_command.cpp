@@ -55,11 +55,8 @@ void PrintRow(Context& context, const records::RunRow& run) {
               << "  " << qnx::Escape(run.station) << "  "
               << (run.device.empty() ? "-" : qnx::Escape(run.device)) << "  "
               << qnx::Escape(run.title) << '\n';
-  std::size_t start = 0;
-  while (start < run.failed.size()) {
-    const std::size_t end = std::min(run.failed.find('\n', start), run.failed.size());
-    context.out << "    " << qnx::Escape(run.failed.substr(start, end - start)) << '\n';
-    start = end + 1;
+  for (const std::string& line : qnx::Lines(run.failed)) {
+    context.out << "    " << qnx::Escape(line) << '\n';
   }
 }
 

@@ -108,7 +108,7 @@ Exchange Requester::Send(std::uint8_t number, std::uint8_t sub_command, const By
       exchange.problem = "sent, but no service is connected that could take it";
     }
   }
-  exchange.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+  exchange.seconds = SecondsSince(start);
   return exchange;
 }
 
@@ -157,7 +157,7 @@ Exchange Requester::Perform(const Invocation& invocation, bool verify) {
   } else if (verify && !command.proofs.empty()) {
     const auto start = Clock::now();
     Prove(invocation, &followed, &exchange);
-    exchange.seconds += std::chrono::duration<double>(Clock::now() - start).count();
+    exchange.seconds += SecondsSince(start);
   }
   return exchange;
 }

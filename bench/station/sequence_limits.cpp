@@ -37,10 +37,8 @@ bool SplitCells(const std::string& line, std::vector<std::string>* cells) {
 void ReadLimits(const std::string& text, std::size_t file, std::vector<Limit>* limits,
                 std::vector<Mistake>* mistakes) {
   Place place{file, 0};
-  for (std::size_t start = 0; start < text.size();) {
-    const std::size_t end = std::min(text.find('\n', start), text.size());
-    const std::string line = Trim(text.substr(start, end - start));
-    start = end + 1;
+  for (const std::string& whole : qnx::Lines(text)) {
+    const std::string line = Trim(whole);
     ++place.line;
     if (line.empty() || line[0] == '#') continue;
     std::vector<std::string> cells;

@@ -86,11 +86,9 @@ class Parser {
     open_.push_back(path);
     const Place outer = place_;
     if (Open(path, &text)) {
-      for (std::size_t start = 0; start < text.size();) {
-        const std::size_t end = std::min(text.find('\n', start), text.size());
+      for (const std::string& line : qnx::Lines(text)) {
         ++place_.line;
-        ParseLine(Trim(text.substr(start, end - start)));
-        start = end + 1;
+        ParseLine(Trim(line));
       }
     } else {
       whole_ = false;

@@ -18,10 +18,6 @@ using records::Outcome;
 const int kServicePause = 100;  // milliseconds between two looks for the service
 const char kInterrupted[] = "interrupted";
 
-double Since(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
 int Milliseconds(double seconds) { return static_cast<int>(std::lround(seconds * 1000)); }
 
 // The worst outcome of what belongs together. A unit that failed has failed, whatever else went
@@ -70,7 +66,7 @@ class Runner {
       Tell([&](RunObserver* observer) { observer->EndStep(record.steps.back(), answer); });
     }
     record.outcome = Worst(outcomes);
-    record.seconds = Since(start);
+    record.seconds = SecondsSince(start);
     Tell([&](RunObserver* observer) { observer->EndPhase(record); });
     interrupt_->Tolerate(0);
   }
@@ -108,7 +104,7 @@ class Runner {
       answer = RunAttempts(step, record);
     }
     if (record->outcome == Outcome::kPassed && !step.question.empty()) AskPerson(step, record);
-    record->seconds = Since(start);
+    record->seconds = SecondsSince(start);
     if (interrupt_->Pending()) {
       interrupted_ = true;
       stopped() = kInterrupted;
@@ -297,7 +293,7 @@ void RunSequence(const Sequence& sequence, const Values& given, const RunOptions
   for (const records::Phase& phase : record->phases) outcomes.push_back(phase.outcome);
   if (runner.interrupted()) outcomes.push_back(Outcome::kAborted);
   record->outcome = Worst(outcomes);
-  record->seconds = Since(start);
+  record->seconds = SecondsSince(start);
   runner.Tell([&](RunObserver* observer) { observer->EndRun(*record); });
 }
 

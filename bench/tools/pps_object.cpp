@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <sstream>
 
 #include "platform/io.h"
 #include "platform/pps_guards.h"
@@ -47,9 +46,8 @@ int ListBelow(const std::string& path, std::vector<std::string>* names) {
     const int error = ReadObject(path + "/" + name, O_RDONLY | O_DIRECTORY, &text);
     if (error == ENOENT && !name.empty()) continue;  // removed meanwhile
     if (error != 0) return error;
-    std::istringstream lines(text);
     const auto first = static_cast<std::ptrdiff_t>(waiting.size());
-    for (std::string line; std::getline(lines, line);) waiting.push_back(name + line);
+    for (const std::string& line : qnx::Lines(text)) waiting.push_back(name + line);
     std::reverse(waiting.begin() + first, waiting.end());
   }
   return 0;

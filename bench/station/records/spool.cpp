@@ -5,11 +5,11 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <sstream>
 #include <vector>
 
 #include "qnx/text.h"
@@ -64,11 +64,8 @@ class Spool {
     for (ssize_t count; (count = ::pread(file_.Get(), chunk, sizeof(chunk), at)) > 0; at += count) {
       text.append(chunk, static_cast<std::size_t>(count));
     }
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-      if (!line.empty()) lines.push_back(line);
-    }
+    std::vector<std::string> lines = qnx::Lines(text);
+    lines.erase(std::remove(lines.begin(), lines.end(), ""), lines.end());
     return lines;
   }
 

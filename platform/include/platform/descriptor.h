@@ -1,4 +1,4 @@
-// The owner of one descriptor, of whatever open it came.
+// The owner of one descriptor.
 #ifndef KORVANDIS_PLATFORM_DESCRIPTOR_H
 #define KORVANDIS_PLATFORM_DESCRIPTOR_H
 

@@ -32,9 +32,9 @@ int access(const char* path, int mode);
 
 // Reads from `fd` into the `size` bytes at `data`; on a manager's file one message. Returns the
 // number of bytes read, 0 at the end and for an empty message, or -1 with errno (EAGAIN when
-// nothing comes in time). What becomes of a message that does not fit differs between systems: its
-// first `size` bytes are read, or none and the call fails, and the number can be that of the whole
-// message, larger than `size`. So a caller bounds the number by `size`.
+// nothing comes in time). Systems differ on a message that does not fit: its first `size` bytes are
+// read, or none and the call fails, and the number can be that of the whole message, larger than
+// `size`. So a caller bounds the number by `size`.
 ssize_t read(int fd, void* data, std::size_t size);
 
 // Writes `size` bytes to `fd`; on a manager's file they are one message. Returns the number of

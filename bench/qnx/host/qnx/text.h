@@ -45,6 +45,9 @@ inline std::string Counted(long long count, const char* one, const char* several
   return std::to_string(count) + ' ' + (count == 1 ? one : several);
 }
 
+// The lines of `text` without their ends; the last one need not have one.
+std::vector<std::string> Lines(std::string_view text);
+
 // A text as printf formats it, however long.
 __attribute__((format(printf, 1, 2))) std::string Formatted(const char* format, ...);
 

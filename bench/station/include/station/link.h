@@ -15,8 +15,9 @@ namespace station {
 
 using Clock = std::chrono::steady_clock;
 
-// The duration of `seconds`, at least 0.
+// The duration of `seconds`, at least 0; the seconds since `start`.
 Clock::duration Seconds(double seconds);
+double SecondsSince(Clock::time_point start);
 
 // The test connector: requests out, replies in. Opened with the first request, and again after the
 // unit was away.
