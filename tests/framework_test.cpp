@@ -369,6 +369,7 @@ TEST_F(FrameworkTest, StopsUnderAFloodAndKeepsNothing) {
     sender.join();
     wired.file.Close();
     EXPECT_TRUE(controller.Close());
+    EXPECT_EQ(CountDescriptors(::getpid()), before + 1);  // the other side's
   }
   EXPECT_EQ(CountDescriptors(::getpid()), before);
 }

@@ -181,6 +181,9 @@ TEST_F(I2cTest, WhatIsPrinted) {
   bus_.failing_number = kReceive;
   bus_.failing = 5;
   i2c_read(bus, 0x11, 4, 1, read.data(), 4, 1);
+  bus_.failing_number = kSend;
+  bus_.failing = 5;
+  i2c_write(bus, 0x11, 4, 1, nullptr, 0, 1);
   i2c_write(bus, 0x1A, 5, 1, value, 2, 1);
   i2c_write(bus, 0x50, 0x102, 2, value, 2, 1);
   i2c_send_recv(bus, 0x11, 4, 1, read.data(), 4, 1);
@@ -204,6 +207,14 @@ i2c_read(): read value failed. ret=5
 i2c_read(): read value failed. ret=5 
 i2c_read(): read value failed. ret=5 
 i2c_read(): MAX try error 
+i2c_write(): H slave=0x11, reg=0x4, size=0 
+11 00 00 00 02 00 00 00 01 00 00 00 01 00 00 00 : 04 
+i2c_write(): devctl failed. ret=5 
+i2c_write(): devctl failed. ret=5 
+i2c_write(): devctl failed. ret=5 
+i2c_write(): devctl failed. ret=5 
+i2c_write(): devctl failed. ret=5 
+i2c_write(): MAX try error 
 i2c_write(): H slave=0x1a, reg=0x5, size=2 
 1a 00 00 00 02 00 00 00 02 00 00 00 01 00 00 00 : 0b 23 00 00 
 i2c_write(): H slave=0x50, reg=0x102, size=2 

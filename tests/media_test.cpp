@@ -1,4 +1,5 @@
 // The media command on every kind of source, and the players behind it.
+#include "ATMedia.h"
 #include "support/recorder.h"
 
 namespace support {
@@ -119,6 +120,19 @@ TEST_F(MediaCommand, DrivesThePlayerOfEachSource) {
     Action setup = Disc(200, 1, 0);
     if (id != 1) setup.told.clear();
     Expect(3, {}, setup);
+  }
+}
+
+TEST(Players, TellWhetherTheyWrote) {
+  const TempRoot root;
+  Recorder pps(root, "/pps");
+  MediaUsbSD player;
+  CommMedia none;
+  for (const bool written : {true, false}) {
+    EXPECT_EQ(player.CtrlPreNext(1), written);
+    EXPECT_EQ(player.JumpTo(1, 2), written);
+    EXPECT_EQ(player.CtrlPlay(3) + player.CtrlPreNext(2) + none.CtrlPlay(1) + none.JumpTo(1, 2), 0);
+    for (const std::string& object : {kKey, kJump}) pps.Refuse(object, EACCES);
   }
 }
 
