@@ -41,7 +41,7 @@ const char kUsage[] =
     "connected; the exit status is 1 when that takes longer than SECONDS (default: 10).\n"
     "\n"
     "ctl sends one line to the unit that runs below $HEADUNIT_ROOT and prints its answer;\n"
-    "'headunit ctl help' lists what there is. The exit status is 1 when the unit refuses.\n"
+    "'headunit ctl help' lists the lines. The exit status is 1 when the unit refuses.\n"
     "\n"
     "import makes the profile NAME from the files of a dump of a unit's /pps and lists what it\n"
     "leaves out; --profile NAME finds it. Profiles lie in $XDG_DATA_HOME/korvandis/profiles or\n"

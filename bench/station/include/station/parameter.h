@@ -18,10 +18,10 @@ struct Parameter {
     kNumber,
     kChoice,
     // Of the station's own.
-    kHexByte,  // two digits
-    kSeconds,  // from `low` to `high`
-    kFile,     // name of a file of the host
-    kSequence  // the same, or the name of a shipped sequence
+    kHexByte,   // two digits
+    kSeconds,   // from `low` to `high`
+    kFile,      // name of a file of the host
+    kSequence,  // the same, or the name of a shipped sequence
   };
   const char* name;
   Kind kind;
