@@ -232,7 +232,7 @@ struct Fix {
 class PositioningTest : public ServicesTest {
  protected:
   static RawClient Client() {
-    return OpenPps("/services/geolocation/control?wait,backlog=30", O_RDWR | O_CREAT);
+    return OpenPps("/services/geolocation/control?wait,backlog=4096", O_RDWR | O_CREAT);
   }
 
   static void Request(const RawClient& client, const std::string& id = "10") {
