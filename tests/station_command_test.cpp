@@ -377,7 +377,8 @@ TEST(StationCommandLine, WrongUsageIsStatusTwoAndOneLine) {
   for (const char* line :
        {"", "nonsense", "chip --verify", "chip --nonsense", "chip --timeout", "chip --timeout 0",
         "chip --timeout soon", "chip --help=yes", "run /nonexistent", "run /", "run ''",
-        "gps watch --every 0", "replay /nonexistent", "bt name -- --verify x"}) {
+        "gps watch --every 0", "replay /nonexistent", "replay --ignore '' /dev/null",
+        "bt name -- --verify x", "run --station \xFF /dev/null"}) {
     const Ran ran = RunLine(Words(line));
     EXPECT_EQ(ran.status, 2) << line;
     EXPECT_EQ(ran.out, "");

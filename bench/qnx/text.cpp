@@ -31,6 +31,15 @@ std::size_t Utf8Length(std::string_view text) {
   return length;
 }
 
+bool IsUtf8(std::string_view text) {
+  while (!text.empty()) {
+    const std::size_t length = Utf8Length(text);
+    if (length == 0) return false;
+    text.remove_prefix(length);
+  }
+  return true;
+}
+
 std::string EscapeByte(char byte) {
   const auto value = static_cast<unsigned char>(byte);
   return {'\\', 'x', wire::UpperHexDigit(value >> 4U), wire::UpperHexDigit(value)};

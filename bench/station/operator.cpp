@@ -54,6 +54,10 @@ bool Operator::AskValue(const std::string& name, const Value& value, std::string
     }
     // The echo of a terminal ends the line.
     if (!IsThere()) out_ << tools::Escape(*text) << std::endl;
+    if (!tools::IsUtf8(*text)) {
+      out_ << Quoted(*text) << " is not text in UTF-8" << std::endl;
+      continue;
+    }
     if (value.pattern.empty() ? !text->empty() : pattern.Matches(*text)) return true;
     if (text->empty()) continue;
     out_ << Quoted(*text) << " does not match " << AsWritten(value.pattern) << std::endl;

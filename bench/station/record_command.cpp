@@ -199,6 +199,10 @@ int RecordTraffic(Context& context) {
 }
 
 int ReplayTraffic(Context& context) {
+  const auto ignored = context.invocation.options.equal_range("--ignore");
+  for (auto option = ignored.first; option != ignored.second; ++option) {
+    if (option->second.empty()) return UsageError(context, "--ignore needs a command, not ''");
+  }
   const std::string& path = context.invocation.arguments[0];
   std::string text;
   std::string problem = ReadFile(path, &text);

@@ -15,6 +15,9 @@ namespace {
 // Takes values and phases from the options. Returns what is wrong, or nothing.
 std::string ReadOptions(const Invocation& invocation, Values* given,
                         std::set<std::string>* phases) {
+  if (!tools::IsUtf8(invocation.Get("--station"))) {
+    return "--station needs text in UTF-8, not " + Quoted(invocation.Get("--station"));
+  }
   for (const auto& [name, value] : invocation.options) {
     if (name == "--only") phases->insert(value);
     if (name != "--set") continue;

@@ -6,6 +6,7 @@
 #include "sequence_text.h"
 #include "station/expectation.h"
 #include "station/pattern.h"
+#include "tools/program.h"
 
 namespace station {
 namespace {
@@ -45,6 +46,8 @@ class Checker {
       const auto value = sequence_.values.find(name);
       if (value == sequence_.values.end()) {
         Wrong(Place{}, "there is no value " + Quoted(name));
+      } else if (!tools::IsUtf8(text)) {
+        Wrong(Place{}, "value " + Quoted(name) + " is " + Quoted(text) + ", not text in UTF-8");
       } else if (!value->second.pattern.empty() && !Pattern(value->second.pattern).Matches(text)) {
         Wrong(Place{}, "value " + Quoted(name) + " is " + Quoted(text) + ", not matching " +
                            AsWritten(value->second.pattern));

@@ -21,6 +21,9 @@ inline bool IsControl(char c) {
 // none.
 std::size_t Utf8Length(std::string_view text);
 
+// True when all of `text` is well-formed UTF-8.
+bool IsUtf8(std::string_view text);
+
 // `text` with control characters, and bytes that are no UTF-8, written as \n, \t, \\ or \xNN.
 std::string Escape(std::string_view text);
 

@@ -57,6 +57,7 @@ using qnx::ReadMessage;
 
 using qnx::Escape;
 using qnx::IsControl;
+using qnx::IsUtf8;
 using qnx::Quoted;
 using qnx::Utf8Length;
 
