@@ -199,6 +199,7 @@ TEST(StationSequence, ValuesAreKnownBeforeAnythingIsSent) {
                "value 'serial' is 'x', not matching [0-9]+");
   // Some phases alone need the values that they use.
   EXPECT_EQ(Errors(text, {}, {"Keep"}), "");
+  EXPECT_PRED2(Contains, Errors(text, {{"serial", "\xFF"}}), "is '\\xFF', not text in UTF-8");
   EXPECT_PRED2(Contains, Errors(text, {{"serial", std::string(21, '1')}}), "11: 'serial': TEXT");
   EXPECT_PRED2(Contains, Errors(text, {{"serial", "1"}, {"low", "x"}}), "14: 'x' is not a number");
   EXPECT_PRED2(Contains, Errors(text, {{"serial", "1"}, {"other", ""}}), "no value 'other'");
@@ -571,6 +572,11 @@ TEST_F(StationRunTest, ALoopAsksForEachUnitUntilTheInputEnds) {
   EXPECT_PRED2(Contains, output,
                "FAIL, device 003\nThis shift: 3 units, 1 passed, 2 failed, 0 err");
   EXPECT_PRED2(Contains, support::ReadFile(root_.path() + "/002.json"), "\"outcome\": \"passed\"");
+  // A record that is a directory: the unit passed, and its run is not kept.
+  EXPECT_EQ(RunText(text, {"--loop", "--record", root_.path() + "/"}, "\xFF\n002\n"), 3);
+  EXPECT_PRED2(Contains, program_->Output(), "'\\xFF' is not text in UTF-8\nserial: 002\n");
+  EXPECT_PRED2(Contains, program_->Output(),
+               "ERROR, device 002\nThis shift: 1 unit, 0 passed, 0 failed, 1 err");
   EXPECT_EQ(RunText(text, {"--loop", "--json", root_.path() + "/one.json"}, "001\n"), 2);
   EXPECT_EQ(RunText(text, {"--loop", "--set", "serial=001"}, "001\n"), 2);
   EXPECT_EQ(RunText(text, {}, "001\n"), 2) << "without a terminal no question is asked";

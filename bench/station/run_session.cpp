@@ -108,16 +108,17 @@ int RunSession::RunOnce(const Values& values) {
   };
   RunSequence(sequence_, values, options, interrupt_, &run);
   last_ = run.outcome;
-  const int status = ExitStatus(run.outcome);
   std::string lost = WriteReports(run, &reports);
   if (event_file_.is_open() && !event_file_.good()) lost = context_.invocation.Get("--events");
   if (!lost.empty()) StationError(context_, tools::Escape(lost) + " could not be written");
-  const bool kept = keeper.Keep(&run);
-  if (context_.invocation.Has("--loop")) ShowBanner(run);
-  // A verdict that nobody can read is an error of the station, not of the unit.
+  // A passed run that is not kept, or whose verdict cannot be shown, is an error of the station.
+  const bool kept = keeper.Keep(&run) && lost.empty();
+  Outcome outcome = run.outcome;
+  if (outcome == Outcome::kPassed && !kept) outcome = Outcome::kError;
+  if (context_.invocation.Has("--loop")) ShowBanner(outcome, run.device);
   const bool told = out_.flush().good() && context_.out.flush().good();
-  if (lost.empty() && kept && told) return status;
-  return status == tools::kExitRight ? kExitError : status;
+  if (outcome == Outcome::kPassed && !told) outcome = Outcome::kError;
+  return ExitStatus(outcome);
 }
 
 std::string RunSession::OpenReports(const Values& values, Reports* reports) const {
@@ -142,17 +143,15 @@ std::string RunSession::WriteReports(const records::Run& run, Reports* reports) 
   return lost;
 }
 
-void RunSession::ShowBanner(const records::Run& run) {
-  if (run.outcome == Outcome::kAborted) return;
+void RunSession::ShowBanner(Outcome outcome, const std::string& device) {
+  if (outcome == Outcome::kAborted) return;
   const char* word = "ERROR";
-  if (run.outcome == Outcome::kPassed) word = "PASS";
-  if (run.outcome == Outcome::kFailed) word = "FAIL";
-  ++(run.outcome == Outcome::kPassed   ? passed_
-     : run.outcome == Outcome::kFailed ? failed_
-                                       : errors_);
+  if (outcome == Outcome::kPassed) word = "PASS";
+  if (outcome == Outcome::kFailed) word = "FAIL";
+  ++(outcome == Outcome::kPassed ? passed_ : outcome == Outcome::kFailed ? failed_ : errors_);
   const int units = passed_ + failed_ + errors_;
-  out_ << '\n' << Coloured(console_, run.outcome, Banner(word)) << '\n' << word;
-  if (!run.device.empty()) out_ << ", device " << tools::Escape(run.device);
+  out_ << '\n' << Coloured(console_, outcome, Banner(word)) << '\n' << word;
+  if (!device.empty()) out_ << ", device " << tools::Escape(device);
   out_ << "\nThis shift: " << units << (units == 1 ? " unit, " : " units, ") << passed_
        << " passed, " << failed_ << " failed, " << errors_
        << (errors_ == 1 ? " error\n" : " errors\n") << std::endl;

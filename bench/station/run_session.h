@@ -57,7 +57,8 @@ class RunSession {
   // Returns what could not be written, or nothing.
   static std::string WriteReports(const records::Run& run, Reports* reports);
 
-  void ShowBanner(const records::Run& run);
+  // The verdict of one unit of the shift, in large letters, and the counts so far.
+  void ShowBanner(records::Outcome outcome, const std::string& device);
 
   Context& context_;
   const Sequence& sequence_;
