@@ -1,5 +1,7 @@
 // The record of a line, on both kinds of databases.
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sqlite3.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -423,6 +425,18 @@ TEST_F(RecordedRuns, ARunThatIsNotStoredIsAnError) {
   std::filesystem::remove(record_);
   EXPECT_EQ(RunLine("B1", "U1"), 0);
   EXPECT_PRED2(Contains, out_, "Recorded as run 4, with 3 that waited\n");
+  // Another program has the record locked: the station says so, and a signal ends the wait.
+  sqlite3* other = nullptr;
+  sqlite3_open(record_.c_str(), &other);
+  sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+  support::Program waiting(root_, "station",
+                           {"run", root_.path() + "/line.seq", "--only", "Position", "--set",
+                            "board=B1", "--record", record_});
+  EXPECT_TRUE(support::Eventually([&] { return Contains(waiting.Errors(), "waiting for the"); }));
+  waiting.Signal(SIGINT);
+  EXPECT_EQ(waiting.Wait(support::milliseconds(5000)), 130);
+  EXPECT_PRED2(Contains, waiting.Errors(), "had the record locked; the run is kept in");
+  sqlite3_close(other);
   // A verdict that cannot be shown is not the unit's fault either.
   std::ofstream full("/dev/full");
   const std::string line = "run " + root_.path() + "/line.seq --only Position --set board=B1";

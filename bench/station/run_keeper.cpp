@@ -6,6 +6,7 @@
 #include "qnx/text.h"
 #include "qnx/unit_root.h"
 #include "records/spool.h"
+#include "station/progress.h"
 
 namespace station {
 namespace {
@@ -37,8 +38,12 @@ std::string RecordAddress(const Invocation& invocation) {
   return invocation.Get("--record", variable == nullptr ? "" : variable);
 }
 
-RunKeeper::RunKeeper(Context& context, std::ostream& out)
-    : context_(context), out_(out), address_(RecordAddress(context.invocation)) {}
+RunKeeper::RunKeeper(Context& context, std::ostream& out, tools::Interrupt* interrupt)
+    : context_(context),
+      out_(out),
+      address_(RecordAddress(context.invocation)),
+      interrupt_(interrupt),
+      patience_(interrupt, [this] { TellWait(); }) {}
 
 std::string RunKeeper::Refuse(const Invocation& request, const records::Run& run) {
   if (address_.empty() || request.arguments.empty()) return "";
@@ -53,8 +58,10 @@ std::string RunKeeper::Refuse(const Invocation& request, const records::Run& run
            std::string(identity->kind);
   }
   std::string problem;
+  patience_.Begin();
   if (database_ == nullptr) {
-    database_ = records::Database::Open(address_, records::Database::Mode::kWrite, &problem);
+    database_ =
+        records::Database::Open(address_, records::Database::Mode::kWrite, &problem, &patience_);
   }
   if (database_ != nullptr) {
     problem = database_->Claim(identity->kind, request.arguments[0], run.device, allow);
@@ -73,7 +80,10 @@ bool RunKeeper::Keep(records::Run* run) {
     run->log = TakeLog();
   }
   database_.reset();
-  const records::Stored stored = records::StoreRun(address_, *run);
+  patience_.Begin();
+  interrupt_->Tolerate(run->outcome == records::Outcome::kAborted ? 1 : 0);
+  const records::Stored stored = records::StoreRun(address_, *run, &patience_);
+  interrupt_->Tolerate(0);
   if (!stored.problem.empty()) {
     context_.err << "station: run: " << (stored.stored ? "" : "not recorded: ") << stored.problem
                  << '\n';
@@ -85,6 +95,13 @@ bool RunKeeper::Keep(records::Run* run) {
   }
   out_ << std::endl;
   return true;
+}
+
+void RunKeeper::TellWait() const {
+  // The terminal may show the step under way on this line.
+  context_.err << (ConsoleOf(context_.err).lines_change ? "\r\033[K" : "")
+               << "station: run: waiting for the record "
+               << qnx::Escape(records::WithoutPassword(address_)) << std::endl;
 }
 
 void RunKeeper::BeginRun(const records::Run& /*run*/, std::size_t /*steps*/) {

@@ -18,13 +18,15 @@ namespace station {
 class RunKeeper : public RunObserver {
  public:
   // `out`: where the person is told that a run is kept.
-  RunKeeper(Context& context, std::ostream& out);
+  // A signal that `interrupt` collects ends the waits for the record.
+  RunKeeper(Context& context, std::ostream& out, tools::Interrupt* interrupt);
 
   // Why a request must not be sent, or nothing: it burns in an identity that another device has, or
   // the record cannot be asked whether one has it.
   std::string Refuse(const Invocation& request, const records::Run& run);
 
-  // Stores the run. False when it is not in the record; the operator has been told.
+  // Stores the run. False when it is not in the record; the operator has been told. The signal that
+  // aborted the run does not end a wait for the record, a second one does.
   bool Keep(records::Run* run);
 
   void BeginRun(const records::Run& run, std::size_t steps) override;
@@ -32,12 +34,15 @@ class RunKeeper : public RunObserver {
   void EndStep(const records::Step& step, const std::string& answer) override;
 
  private:
+  void TellWait() const;
   void TakePackets(int milliseconds);
   std::vector<records::LogLine> TakeLog();
 
   Context& context_;
   std::ostream& out_;
   const std::string address_;
+  tools::Interrupt* interrupt_;
+  records::Patience patience_;
   std::unique_ptr<records::Database> database_;
   Monitor monitor_;
   bool monitors_ = false;

@@ -101,20 +101,21 @@ int RunSession::RunOnce(const Values& values) {
   Progress progress(out_, console_);
   options.observers.push_back(&progress);
   if (events_ != nullptr) options.observers.push_back(events_.get());
-  RunKeeper keeper(context_, out_);
+  RunKeeper keeper(context_, out_, interrupt_);
   options.observers.push_back(&keeper);
   options.refuse = [&keeper](const Invocation& request, const records::Run& so_far) {
     return keeper.Refuse(request, so_far);
   };
   RunSequence(sequence_, values, options, interrupt_, &run);
-  last_ = run.outcome;
   std::string lost = WriteReports(run, &reports);
   if (event_file_.is_open() && !event_file_.good()) lost = context_.invocation.Get("--events");
   if (!lost.empty()) StationError(context_, tools::Escape(lost) + " could not be written");
   // A passed run that is not kept, or whose verdict cannot be shown, is an error of the station.
-  const bool kept = keeper.Keep(&run) && lost.empty();
+  const bool kept = keeper.Keep(&run);
   Outcome outcome = run.outcome;
-  if (outcome == Outcome::kPassed && !kept) outcome = Outcome::kError;
+  if (outcome == Outcome::kPassed && (!kept || !lost.empty())) outcome = Outcome::kError;
+  if (!kept && interrupt_->Pending()) outcome = Outcome::kAborted;
+  last_ = outcome;
   if (context_.invocation.Has("--loop")) ShowBanner(outcome, run.device);
   const bool told = out_.flush().good() && context_.out.flush().good();
   if (outcome == Outcome::kPassed && !told) outcome = Outcome::kError;

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <thread>
 
 #include "qnx/text.h"
 #include "session.h"
@@ -16,19 +15,24 @@
 namespace records {
 namespace {
 
-// Seconds that a writer waits for the others of an SQLite file.
-const char kBusySeconds[] = "20";
 // Seconds that a server may take to accept a connection.
 const char kConnectSeconds[] = "10";
+// The longest wait of one statement for a lock of a server.
+const char kLockTimeout[] = "SET lock_timeout TO '10s'";
 
-// While one process makes a new SQLite file ready, another one that opens it is told that it is
-// locked, whatever it would wait for other writers.
-const int kAttempts = 40;
-const std::chrono::milliseconds kPause(50);
+// Between two looks at an SQLite file that another program has locked.
+const std::chrono::milliseconds kPause(20);
 const int kPrimaryResult = 0xFF;  // of a result of SQLite; the bits above tell more
 
-std::string SqliteOptions(const std::string& path) {
-  return "dbname=\"" + path + "\" timeout=" + kBusySeconds;
+// SQLite calls it again and again while another program has the file locked.
+int WaitForLock(void* patience, int /*calls*/) {
+  return static_cast<Patience*>(patience)->Pause(kPause) ? 1 : 0;
+}
+
+void OpenFile(const std::string& path, Database::Inside& inside) {
+  inside.sql.open(soci::sqlite3, "dbname=\"" + path + "\"");
+  const auto* const backend = static_cast<soci::sqlite3_session_backend*>(inside.sql.get_backend());
+  sqlite_api::sqlite3_busy_handler(backend->conn_, WaitForLock, inside.patience);
 }
 
 // Why a path cannot be read as a record, or nothing.
@@ -50,8 +54,9 @@ void Connect(const std::string& address, Database::Mode mode, Database::Inside& 
     inside.sql.open(soci::postgresql, address);
     inside.sql << "SET client_encoding TO 'UTF8'";
     inside.sql << "SET client_min_messages TO warning";
+    inside.sql << kLockTimeout;
   } else {
-    inside.sql.open(soci::sqlite3, SqliteOptions(address));
+    OpenFile(address, inside);
   }
   if (mode == Database::Mode::kWrite) CreateTables(inside);
   CheckVersion(inside);
@@ -68,10 +73,11 @@ Database::Database() : inside_(std::make_unique<Inside>()) {}
 Database::~Database() = default;
 
 std::unique_ptr<Database> Database::Open(const std::string& address, Mode mode,
-                                         std::string* problem) {
+                                         std::string* problem, Patience* patience) {
   std::unique_ptr<Database> database(new Database());
   Inside& inside = *database->inside_;
   inside.server = IsServer(address);
+  if (patience != nullptr) inside.patience = patience;
   const std::string shown = "the record " + qnx::Escape(WithoutPassword(address));
   if (!inside.server) {
     const std::string wrong = CheckPath(address, mode);
@@ -80,17 +86,18 @@ std::unique_ptr<Database> Database::Open(const std::string& address, Mode mode,
       return nullptr;
     }
   }
-  for (int attempt = 1;; ++attempt) {
+  while (true) {
     try {
       Connect(address, mode, inside);
       problem->clear();
       return database;
     } catch (const std::exception& error) {
-      *problem = shown + ": " + Reason(error);
-      if (!IsBusy(error) || attempt == kAttempts) return nullptr;
+      *problem = shown + ": " + Reason(inside, error);
+      // While one program makes a new file ready, SQLite tells another one that it is locked
+      // without a call of WaitForLock.
+      if (!IsBusy(error) || !inside.patience->Pause(kPause)) return nullptr;
     }
     inside.sql.close();
-    std::this_thread::sleep_for(kPause);
   }
 }
 
@@ -167,6 +174,10 @@ std::string Reason(const std::exception& error) {
   }
   text.erase(text.find_last_not_of(' ') + 1);
   return qnx::Escape(text);
+}
+
+std::string Reason(const Database::Inside& inside, const std::exception& error) {
+  return IsBusy(error) && inside.patience->IsOver() ? inside.patience->Reason() : Reason(error);
 }
 
 }  // namespace records

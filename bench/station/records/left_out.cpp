@@ -10,7 +10,8 @@ struct Database::Inside {};
 Database::Database() = default;
 Database::~Database() = default;
 
-std::unique_ptr<Database> Database::Open(const std::string&, Mode, std::string* problem) {
+std::unique_ptr<Database> Database::Open(const std::string&, Mode, std::string* problem,
+                                         Patience*) {
   *problem = "this program was built without the record store";
   return nullptr;
 }
@@ -22,7 +23,7 @@ std::string Database::Claim(const std::string&, const std::string&, const std::s
 std::string Database::List(const Filter&, std::size_t, std::vector<RunRow>*) { return ""; }
 bool Database::Load(const std::string&, Run*, std::string*) { return false; }
 
-Stored StoreRun(const std::string& address, const Run&) {
+Stored StoreRun(const std::string& address, const Run&, Patience*) {
   Stored result;
   Database::Open(address, Database::Mode::kWrite, &result.problem);
   return result;

@@ -11,6 +11,8 @@
 namespace records {
 
 struct Database::Inside {
+  Patience own;
+  Patience* patience = &own;
   soci::session sql;
   bool server = false;
 };
@@ -44,8 +46,9 @@ void Bind(const Filter& filter, soci::statement* statement);
 // A text that every database takes: bytes that are no UTF-8, and NUL, become \xNN.
 std::string Storable(const std::string& text);
 
-// One line of what a database says.
+// One line of what a database says; of a lock that did not go in time, in the station's words.
 std::string Reason(const std::exception& error);
+std::string Reason(const Database::Inside& inside, const std::exception& error);
 
 }  // namespace records
 

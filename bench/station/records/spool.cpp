@@ -5,7 +5,6 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -36,37 +35,24 @@ std::string StateDirectory() {
          "/.local/state/korvandis";
 }
 
-// The spool, opened and locked against every other process.
+// The spool, opened and locked against every other process: only while it is read or written, never
+// during a wait for the record, so that another process can add a run at once.
 class Spool {
  public:
   explicit Spool(const std::string& path) : path_(path) {}
 
   // Returns an empty text, or why not.
-  std::string OpenForAppending() {
-    file_.Reset(::open(path_.c_str(), O_RDWR | O_CLOEXEC | O_APPEND | O_CREAT, 0600));
-    if (!file_.IsOpen()) return std::strerror(errno);
-    while (::flock(file_.Get(), LOCK_EX) != 0) {
-      if (errno != EINTR) return std::strerror(errno);
-    }
-    return "";
-  }
+  std::string OpenForAppending() { return Open(O_APPEND | O_CREAT); }
+  std::string OpenForReading() { return Open(0); }
 
-  // False when there is nothing to read, or another process is at it.
-  bool OpenForReading() {
-    file_.Reset(::open(path_.c_str(), O_RDWR | O_CLOEXEC));
-    return file_.IsOpen() && ::flock(file_.Get(), LOCK_EX | LOCK_NB) == 0;
-  }
-
-  std::vector<std::string> Lines() const {
+  std::string Text() const {
     std::string text;
     char chunk[kChunkSize];
     off_t at = 0;
     for (ssize_t count; (count = ::pread(file_.Get(), chunk, sizeof(chunk), at)) > 0; at += count) {
       text.append(chunk, static_cast<std::size_t>(count));
     }
-    std::vector<std::string> lines = qnx::Lines(text);
-    lines.erase(std::remove(lines.begin(), lines.end(), ""), lines.end());
-    return lines;
+    return text;
   }
 
   // Adds a line. A line that a killed process left unfinished is ended first.
@@ -84,6 +70,15 @@ class Spool {
   bool Clear() const { return ::ftruncate(file_.Get(), 0) == 0; }
 
  private:
+  std::string Open(int flags) {
+    file_.Reset(::open(path_.c_str(), O_RDWR | O_CLOEXEC | flags, 0600));
+    if (!file_.IsOpen()) return std::strerror(errno);
+    while (::flock(file_.Get(), LOCK_EX) != 0) {
+      if (errno != EINTR) return std::strerror(errno);
+    }
+    return "";
+  }
+
   std::string path_;
   platform::Descriptor file_;
 };
@@ -92,13 +87,20 @@ void AddSentence(const std::string& sentence, std::string* text) {
   *text += (text->empty() ? "" : "; ") + sentence;
 }
 
+std::string ReadSpool(const std::string& path) {
+  Spool spool(path);
+  return spool.OpenForReading().empty() ? spool.Text() : "";
+}
+
 // Stores every run of the spool. The spool is emptied only when all of them are in the record, so
 // that a process that is killed meanwhile loses nothing; a run is never stored twice.
-void CatchUp(Database* database, const std::string& path, Stored* result) {
-  Spool spool(path);
-  if (!spool.OpenForReading()) return;
+void CatchUp(Database* database, const std::string& path, const Patience& patience,
+             Stored* result) {
+  const std::string text = ReadSpool(path);
   bool all = true;
-  for (const std::string& line : spool.Lines()) {
+  for (const std::string& line : qnx::Lines(text)) {
+    if (line.empty()) continue;
+    if (patience.IsOver()) return;
     Run run;
     std::string problem;
     if (ParseRunJson(line, &run)) {
@@ -119,7 +121,11 @@ void CatchUp(Database* database, const std::string& path, Stored* result) {
                   &result->problem);
     }
   }
-  if (all && !spool.Clear()) AddSentence(std::strerror(errno), &result->problem);
+  if (!all || text.empty()) return;
+  Spool spool(path);
+  // What another process has added meanwhile waits for the next time, with all before it.
+  if (!spool.OpenForReading().empty() || spool.Text() != text) return;
+  if (!spool.Clear()) AddSentence(std::strerror(errno), &result->problem);
 }
 
 }  // namespace
@@ -132,14 +138,16 @@ std::vector<std::string> SpoolPaths(const std::string& address) {
   return {address + ".spool", StateDirectory() + "/" + ShortHash(absolute) + ".spool"};
 }
 
-Stored StoreRun(const std::string& address, const Run& run) {
+Stored StoreRun(const std::string& address, const Run& run, Patience* patience) {
   Stored result;
+  Patience own;
+  if (patience == nullptr) patience = &own;
   const std::vector<std::string> paths = SpoolPaths(address);
   std::string problem;
   const std::unique_ptr<Database> database =
-      Database::Open(address, Database::Mode::kWrite, &problem);
+      Database::Open(address, Database::Mode::kWrite, &problem, patience);
   if (database != nullptr) {
-    for (const std::string& path : paths) CatchUp(database.get(), path, &result);
+    for (const std::string& path : paths) CatchUp(database.get(), path, *patience, &result);
     problem = database->Store(run, &result.number);
     result.stored = problem.empty();
     if (result.stored) return result;

@@ -1,6 +1,5 @@
 // Storing a run, and claiming an identity.
 #include <cmath>
-#include <thread>
 
 #include "hex.h"
 #include "qnx/text.h"
@@ -190,7 +189,8 @@ std::string Comparable(const std::string& kind, const std::string& value) {
 std::string Database::Store(const Run& run, long long* number) {
   std::string problem;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    if (attempt > 0) std::this_thread::sleep_for(kPause * attempt);
+    if (attempt > 0 && !inside_->patience->Pause(kPause * attempt)) break;
+    const auto start = std::chrono::steady_clock::now();
     try {
       Writing writing(*inside_);
       Writer writer(*inside_, run);
@@ -199,7 +199,9 @@ std::string Database::Store(const Run& run, long long* number) {
       if (number != nullptr) *number = writer.number();
       return "";
     } catch (const std::exception& error) {
-      problem = Reason(error);
+      problem = Reason(*inside_, error);
+      // Which part of it was a wait for a lock only the server knows.
+      if (inside_->server) inside_->patience->Count(std::chrono::steady_clock::now() - start);
     }
   }
   return problem;
@@ -230,7 +232,7 @@ std::string Database::Claim(const std::string& kind, const std::string& value,
     return "";
   } catch (const std::exception& error) {
     return "the record cannot be asked whether another device has this " + kind + ": " +
-           Reason(error);
+           Reason(*inside_, error);
   }
 }
 

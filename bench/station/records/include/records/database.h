@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "records/patience.h"
 #include "station/run_record.h"
 
 namespace records {
@@ -41,9 +42,10 @@ class Database {
   enum class Mode { kRead, kWrite };
 
   // Opens the record: `address` is the path of an SQLite file, or postgresql://... . kWrite creates
-  // the file and the tables when they are missing. Null, with the reason in *problem.
-  static std::unique_ptr<Database> Open(const std::string& address, Mode mode,
-                                        std::string* problem);
+  // the file and the tables when they are missing. Null, with the reason in *problem. `patience`,
+  // unless null, outlives the Database; it is how long this and all later calls wait for others.
+  static std::unique_ptr<Database> Open(const std::string& address, Mode mode, std::string* problem,
+                                        Patience* patience = nullptr);
   ~Database();
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "records/patience.h"
 #include "station/run_record.h"
 
 namespace records {
@@ -27,8 +28,9 @@ struct Stored {
   std::string problem;        // one or more sentences for the operator; empty when all is well
 };
 
-// Stores the runs that wait and then this one. What cannot be stored is kept in the spool.
-Stored StoreRun(const std::string& address, const Run& run);
+// Stores the runs that wait and then this one. What cannot be stored is kept in the spool,
+// as are all when the record is locked for longer than the patience lasts.
+Stored StoreRun(const std::string& address, const Run& run, Patience* patience = nullptr);
 
 }  // namespace records
 
