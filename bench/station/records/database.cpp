@@ -22,7 +22,8 @@ const char kLockTimeout[] = "SET lock_timeout TO '10s'";
 
 // Between two looks at an SQLite file that another program has locked.
 const std::chrono::milliseconds kPause(20);
-const int kPrimaryResult = 0xFF;  // of a result of SQLite; the bits above tell more
+const char kLockNotAvailable[] = "55P03";  // of a server: the lock timeout passed
+const int kPrimaryResult = 0xFF;           // of a result of SQLite; the bits above tell more
 
 // SQLite calls it again and again while another program has the file locked.
 int WaitForLock(void* patience, int /*calls*/) {
@@ -177,7 +178,10 @@ std::string Reason(const std::exception& error) {
 }
 
 std::string Reason(const Database::Inside& inside, const std::exception& error) {
-  return IsBusy(error) && inside.patience->IsOver() ? inside.patience->Reason() : Reason(error);
+  const auto* const server = dynamic_cast<const soci::postgresql_soci_error*>(&error);
+  const bool locked = server != nullptr ? server->sqlstate() == kLockNotAvailable
+                                        : IsBusy(error) && inside.patience->IsOver();
+  return locked ? inside.patience->Reason() : Reason(error);
 }
 
 }  // namespace records

@@ -115,11 +115,11 @@ void CatchUp(Database* database, const std::string& path, const Patience& patien
                       qnx::Escape(path) + ".broken",
                   &result->problem);
     }
-    all = all && problem.empty();
-    if (!problem.empty()) {
-      AddSentence("a run of " + qnx::Escape(path) + " is still not stored: " + problem,
-                  &result->problem);
-    }
+    if (problem.empty()) continue;
+    all = false;
+    if (patience.IsOver()) return;  // the new run waits for the same reason, and tells it
+    AddSentence("a run of " + qnx::Escape(path) + " is still not stored: " + problem,
+                &result->problem);
   }
   if (!all || text.empty()) return;
   Spool spool(path);
@@ -148,7 +148,12 @@ Stored StoreRun(const std::string& address, const Run& run, Patience* patience) 
       Database::Open(address, Database::Mode::kWrite, &problem, patience);
   if (database != nullptr) {
     for (const std::string& path : paths) CatchUp(database.get(), path, *patience, &result);
-    problem = database->Store(run, &result.number);
+    // A server would let this run wait as long again.
+    if (IsServer(address) && patience->IsOver()) {
+      problem = patience->Reason();
+    } else {
+      problem = database->Store(run, &result.number);
+    }
     result.stored = problem.empty();
     if (result.stored) return result;
   }
