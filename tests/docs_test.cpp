@@ -4,9 +4,8 @@
 // runs them: in order, in one shell, in a directory that is empty at first, with one unit of the
 // shipped profile and the service on it. What a command prints on standard output and error is
 // compared. A line "..." stands for any lines, "..." within a line for any text. A command goes on
-// in the next line behind a "\" and until the end of a here-document. A fenced block whose first
-// line is ```text NAME (any word for text) is a file NAME in the directory of every later block of
-// the document.
+// in the next line behind a "\". A fenced block whose first line is ```text NAME (any word for
+// text) is a file NAME in the directory of every later block of the document.
 //
 // In man pages the .EX blocks of the section EXAMPLES are such blocks.
 #include <sys/slog.h>
@@ -42,15 +41,6 @@ struct Line {
   std::string text;
 };
 
-// The word that ends the here-document of `command`, or nothing.
-std::string HereDocument(const std::string& command) {
-  const std::size_t mark = command.find("<<");
-  if (mark == std::string::npos) return "";
-  std::string word = command.substr(mark + 2);
-  word.erase(0, word.find_first_not_of("-'\""));
-  return word.substr(0, word.find_first_of("'\" >|;)"));
-}
-
 std::vector<Step> ReadSteps(const std::vector<Line>& lines) {
   std::vector<Step> steps;
   for (std::size_t i = 0; i < lines.size(); ++i) {
@@ -60,11 +50,7 @@ std::vector<Step> ReadSteps(const std::vector<Line>& lines) {
     }
     std::string command = lines[i].text.substr(2);
     steps.push_back({lines[i].number, "", {}});
-    const std::string end = HereDocument(command);
-    while ((command.back() == '\\' || !end.empty()) && i + 1 < lines.size()) {
-      command += "\n" + lines[++i].text;
-      if (lines[i].text == end) break;
-    }
+    while (command.back() == '\\' && i + 1 < lines.size()) command += "\n" + lines[++i].text;
     steps.back().command = command;
   }
   return steps;

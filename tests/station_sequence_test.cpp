@@ -141,8 +141,6 @@ TEST(StationSequence, ErrorsNameTheLineAndTheReason) {
       // bars part those of one error
       {"do nonsense", "3: unknown command 'nonsense'"},
       {"do version", "3: 'version' is not a command that is sent"},
-      {"do bt name 'open", "3: a quote ' is not closed"},
-      {"do media jump 1", "3: 'media jump' takes FOLDER TRACK"},
       {"do source tape", "3: 'source': NAME 'tape' is not one of"},
       {"do chip\ndo chip", "4: a second command"},
       {"do chip\nverify", "3: 'chip' cannot be verified"},
