@@ -58,7 +58,6 @@ std::string RunKeeper::Refuse(const Invocation& request, const records::Run& run
            std::string(identity->kind);
   }
   std::string problem;
-  patience_.Begin();
   if (database_ == nullptr) {
     database_ =
         records::Database::Open(address_, records::Database::Mode::kWrite, &problem, &patience_);

@@ -42,7 +42,7 @@ class RunKeeper : public RunObserver {
   std::ostream& out_;
   const std::string address_;
   tools::Interrupt* interrupt_;
-  records::Patience patience_;
+  records::Patience patience_;  // for all questions of the run, then again for storing it
   std::unique_ptr<records::Database> database_;
   Monitor monitor_;
   bool monitors_ = false;
