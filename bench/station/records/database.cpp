@@ -102,19 +102,6 @@ std::unique_ptr<Database> Database::Open(const std::string& address, Mode mode,
   }
 }
 
-bool IsServer(const std::string& address) {
-  return address.rfind("postgresql://", 0) == 0 || address.rfind("postgres://", 0) == 0;
-}
-
-std::string WithoutPassword(const std::string& address) {
-  const std::size_t start = address.find("://");
-  const std::size_t at = address.find('@');
-  if (!IsServer(address) || at == std::string::npos) return address;
-  const std::size_t colon = address.find(':', start + 3);
-  if (colon > at) return address;
-  return address.substr(0, colon) + address.substr(at);
-}
-
 Writing::Writing(Database::Inside& inside) : inside_(inside) {
   // An SQLite transaction that begins by reading cannot wait for another writer later.
   inside_.sql << (inside_.server ? "BEGIN" : "BEGIN IMMEDIATE");
