@@ -2,6 +2,7 @@
 #ifndef KORVANDIS_COMMANDS_ATCMDVERSION_H
 #define KORVANDIS_COMMANDS_ATCMDVERSION_H
 
+#include <cstddef>
 #include <map>
 
 #include "ATCmd.h"
@@ -27,12 +28,14 @@ struct verinfo {
   const char* ver;
 };
 
+const std::size_t kInfoTextSize = 256;  // bytes for a text of infoExchg, its end included
+
 // Working record of one request: what to look for, and the text found.
 struct infoExchg {
-  char path[256];
-  char attr[256];
-  char ver[256];
-  char verStr[256];
+  char path[kInfoTextSize];
+  char attr[kInfoTextSize];
+  char ver[kInfoTextSize];
+  char verStr[kInfoTextSize];
   int verLen;  // bytes in verStr
 };
 

@@ -2,6 +2,7 @@
 #ifndef KORVANDIS_COMMANDS_ATSRC_H
 #define KORVANDIS_COMMANDS_ATSRC_H
 
+#include <cstddef>
 #include <map>
 #include <string>
 
@@ -28,6 +29,8 @@ class SourcesNameIdMap {
 }  // namespace ZMCAR
 }  // namespace NXQ
 
+const std::size_t kSourceNameSize = 250;  // bytes, the end included
+
 // Lives for one request.
 class Src {
  public:
@@ -44,8 +47,8 @@ class Src {
   void GetNowPlaying();
 
   NXQ::ZMCAR::SourcesNameIdMap m_nameIdMap;
-  unsigned char m_srcID;  // 0 ("none") at first
-  char m_srcName[250];    // without the maker prefix; "" at first
+  unsigned char m_srcID;            // 0 ("none") at first
+  char m_srcName[kSourceNameSize];  // without the maker prefix; "" at first
   std::map<int, const char*> m_appMap;
 };
 
