@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 
 #include "misc.h"
@@ -22,11 +21,6 @@ const char kNaviInfoFile[] = "/zmnavigator/zmnavigator.info";
 
 const std::size_t kObjectSize = 16 * 1024;  // of a version object; the longest one has 5 records
 const std::size_t kInfoFileSize = 256;
-
-// True for a path that is known not to exist. One that cannot be asked for may be there.
-bool IsMissing(const char* path) {
-  return platform::access(path, F_OK) != 0 && (errno == ENOENT || errno == ENOTDIR);
-}
 
 // A reply holds no more of a text than this.
 int ReplyLength(std::size_t length) {
@@ -62,7 +56,9 @@ int CmdVer::SendVer(VER_SUB_CMD subCommand) {
     return 0;
   }
   LOGBASE(LOG_LEV_DEBUG, "SendVer", "m_subCmd = %d\n", subCommand);
-  if (subCommand == VER_NAVI && IsMissing(kNaviSystemInfo)) return SendNaviInfo();
+  if (subCommand == VER_NAVI && platform::access(kNaviSystemInfo, F_OK) != 0) {
+    return SendNaviInfo();
+  }
 
   infoExchg info;
   info.verStr[0] = '\0';

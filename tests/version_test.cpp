@@ -104,11 +104,6 @@ TEST_F(VersionTest, NavigationFallsBackToItsFile) {
     root_.AddFile(kNaviFile, content);
     EXPECT_EQ(Version(3), version) << content;
   }
-  // An object that cannot be asked for may be there.
-  pps_->Refuse(kNavi, EIO);
-  EXPECT_EQ(Version(3), "");
-  EXPECT_EQ(asked, (Lines{"access " + kNavi, "r 0 " + kNavi}));
-  pps_->Refuse(kNavi, ENOENT);
   // A FIFO is not waited for.
   const std::string fifo = root_.path() + kNaviFile;
   ASSERT_EQ(::unlink(fifo.c_str()) | ::mkfifo(fifo.c_str(), 0666), 0);
