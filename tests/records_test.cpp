@@ -168,6 +168,7 @@ TEST_P(Records, ARunThatCannotBeStoredWaitsForTheNext) {
     const Stored failed = StoreRun(Address(), kept);
     EXPECT_FALSE(failed.stored);
     EXPECT_PRED2(Contains, failed.problem, "the run is kept in " + SpoolPaths(Address())[0]);
+    EXPECT_EQ(failed.problem.find('\\'), std::string::npos) << failed.problem;
   }
   std::ofstream(SpoolPaths(Address())[0], std::ios::app) << "{\"id\":\"cut";
   Repair();

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 
 #include "qnx/text.h"
 #include "session.h"
@@ -154,13 +155,12 @@ std::string Storable(const std::string& text) {
 }
 
 std::string Reason(const std::exception& error) {
-  std::string text = error.what();
-  // Behind the reason the library repeats the statement with its values.
-  text.erase(std::min(text.find(" while "), text.size()));
-  for (char& c : text) {
-    if (c == '\n') c = ' ';
-  }
-  text.erase(text.find_last_not_of(' ') + 1);
+  // what() repeats the statement with its values behind the reason.
+  const auto* const known = dynamic_cast<const soci::soci_error*>(&error);
+  // A server's message has several lines, indented by tabs.
+  std::istringstream words(known != nullptr ? known->get_error_message() : error.what());
+  std::string text;
+  for (std::string word; words >> word;) text += (text.empty() ? "" : " ") + word;
   return qnx::Escape(text);
 }
 
