@@ -422,6 +422,8 @@ TEST(StationCommandLine, CompletesItsOwnTable) {
                "value serial\nvalue sum = 1\nphase First one\nstep A\n  wait 0 s\nphase B\nstep "
                "C\n  wait 0 s\n");
   EXPECT_EQ(complete("run " + root.path() + "/a.seq --set s"), "serial= sum=\n");
+  EXPECT_EQ(complete("run " + root.path() + "/a.seq --set serial = 0 : 1 --set s"),
+            "serial= sum=\n");
   EXPECT_EQ(complete("run --loop " + root.path() + "/a.seq --only \"\""), "First\\ one B\n");
 }
 

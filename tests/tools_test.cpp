@@ -254,6 +254,8 @@ TEST_F(PpsToolTest, BashCompletesWhatTheUnitHas) {
   EXPECT_EQ(complete("headunit ctl mcu ''"), "down up\n");
   EXPECT_EQ(complete("headunit ctl i2c speed ''"), "refuse accept\n");
   EXPECT_EQ(complete("headunit --no"), "--no-services\n");
+  EXPECT_EQ(complete("headunit im"), "import\n");
+  EXPECT_EQ(complete("headunit --service " + root_.path() + "/co"), root_.path() + "/complete\n");
 }
 
 class SloginfoTest : public ::testing::Test {

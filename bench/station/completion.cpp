@@ -19,6 +19,12 @@ _station_of_sequence() {
   [[ $1 == --set ]] && compopt -o nospace 2>/dev/null
   [ ${#COMPREPLY[@]} -eq 0 ] || COMPREPLY=($(printf '%q\n' "${COMPREPLY[@]}"))
 }
+# _station_files ARGUMENT...: what compgen finds, completed as names of files.
+_station_files() {
+  local IFS=$'\n'
+  COMPREPLY=($(compgen "$@"))
+  compopt -o filenames 2>/dev/null
+}
 # The names of the shipped sequences.
 _station_shipped() {
   local program=$(readlink -f "$(type -P "${COMP_WORDS[0]}")")
@@ -31,7 +37,14 @@ _station() {
   for ((i = 1; i < COMP_CWORD; i++)); do
     word=${COMP_WORDS[i]}
     case $word in
-      $all_value_options) ((i++)) ;;
+      $all_value_options)
+        ((i++))
+        # Readline breaks a value at = and :.
+        while [[ ${COMP_WORDS[i+1]-} == [=:]* ]]; do
+          ((i++))
+          [[ ${COMP_WORDS[i+1]-} == -* ]] || ((i++))
+        done
+        ;;
       -*) ;;
       *) key+="$word " ;;
     esac
@@ -41,8 +54,8 @@ _station() {
   esac
   case $previous in
     --set|--only) _station_of_sequence "$previous" "$(sed 's/^run //; s/ $//' <<<"$key")" "$current"; return ;;
-    $directory_options) COMPREPLY=($(compgen -d -- "$current")); return ;;
-    $file_options) COMPREPLY=($(compgen -f -- "$current")); return ;;
+    $directory_options) _station_files -d -- "$current"; return ;;
+    $file_options) _station_files -f -- "$current"; return ;;
     $other_options) return ;;
   esac
   case "$key|$current" in
@@ -144,10 +157,12 @@ int RunCompletion(Context& context) {
     for (const Option& option : GlobalOptions()) options.push_back(option.name);
     cases += "    '" + key + "'" + (following.arguments ? "*" : "") +
              "'|'-*) COMPREPLY=($(compgen -W '" + Join(options, " ") + "' -- \"$current\")) ;;\n";
-    const std::string words = "-W '" + Join(following.words, " ") + "'";
-    cases += "    '" + key + "|'*) COMPREPLY=($(compgen " +
-             (following.generator.empty() ? words : following.generator) +
-             " -- \"$current\")) ;;\n";
+    const std::string words = "COMPREPLY=($(compgen -W '" + Join(following.words, " ") + "' -- ";
+    cases += "    '" + key + "|'*) " +
+             (following.generator.empty()
+                  ? words + "\"$current\"))"
+                  : "_station_files " + following.generator + " -- \"$current\"") +
+             " ;;\n";
   }
   std::string script = kScript;
   Replace("$directory_options", Join(names.directories, "|"), &script);
