@@ -195,7 +195,7 @@ TEST_F(ProfileTest, TheProgramSaysWhatIsWrongOnItsCommandLine) {
     EXPECT_NE("", program.Errors());
     EXPECT_EQ("", program.Output());
   }
-  Program help(root_, "headunit", {"--help"});
+  Program help(root_, "headunit", {"import", "--help"});
   EXPECT_EQ(0, help.Wait());
   EXPECT_PRED2(Contains, help.Output(), "--no-services");
   Program status(root_, "headunit", {"ctl", "status"});

@@ -17,6 +17,8 @@ int main(int argc, char** argv) {
   // queue is to leave nothing behind.
   mallopt(M_ARENA_MAX, 1);
   std::vector<std::string> words(argv + 1, argv + argc);
+  // One text helps with all commands.
+  if (words.size() == 2 && words[1] == "--help") words.erase(words.begin());
   const std::string first = words.empty() ? "" : words[0];
   if (first == "ctl") return headunit::Control({words.begin() + 1, words.end()});
   if (first == "import") return headunit::Import({words.begin() + 1, words.end()});
