@@ -371,6 +371,7 @@ TEST_F(StationRunTest, AWriteThatIsNotCarriedOutIsNotRight) {
   EXPECT_PRED2(Contains, program_->Errors(), "cannot be proven");
   EXPECT_EQ(station({"raw", "4", "11", "1", "--timeout", "0.3"}), 0);
   StopService();
+  EXPECT_EQ(station({"raw", "4", "11", "1"}), 1);
   EXPECT_EQ(station({"bt", "on"}), 1);
   EXPECT_PRED2(Contains, program_->Errors(), "no service is connected");
   EXPECT_EQ(station({"chip", "--timeout", "1000"}), 1) << "no answer will ever come";

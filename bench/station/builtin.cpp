@@ -110,9 +110,9 @@ int RunRaw(Context& context) {
   double wait = context.timeout;
   if (!TakeSeconds(context, "--wait", 0, &wait)) return tools::kExitUsage;
   const bool silent = IsSilent(bytes[0], bytes[1]);
+  const bool waits = !silent || context.invocation.Has("--wait");
   Requester requester(wait, nullptr);
-  const Exchange exchange =
-      requester.Send(bytes[0], bytes[1], parameters, !silent || context.invocation.Has("--wait"));
+  const Exchange exchange = requester.Send(bytes[0], bytes[1], parameters, waits);
   if (exchange.outcome != Exchange::Outcome::kUnreachable) {
     context.out << "> " << Hex(exchange.request) << '\n'
                 << "  " << DescribePacket(qnx::Direction::kToService, exchange.request) << '\n';
@@ -123,13 +123,15 @@ int RunRaw(Context& context) {
   }
   context.out.flush();
   const bool unanswered = exchange.outcome == Exchange::Outcome::kUnanswered;
-  if (silent && exchange.reply.empty() && (exchange.right() || unanswered)) {
+  std::string reason;
+  const bool taken = exchange.right() || (unanswered && waits && CountServices(&reason) != 0);
+  if (silent && exchange.reply.empty() && taken) {
     context.out << "no answer, and none is expected: the service does not answer this command\n";
     return tools::kExitRight;
   }
   if (exchange.right()) return tools::kExitRight;
   context.err << "station: raw " << arguments[0] << ' ' << arguments[1] << ": " << exchange.problem
-              << (unanswered ? "; some commands are not answered" : "") << '\n';
+              << (unanswered && waits ? "; some commands are not answered" : "") << '\n';
   return tools::kExitWrong;
 }
 
