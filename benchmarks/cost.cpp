@@ -4,7 +4,8 @@
 //
 // Usage: cost [--update]. Prints the table on standard error and compares it with cost.expected,
 // beside this file: exit status 1 when what ships allocates more, makes more system calls or takes
-// 5 % more instructions, or when a row is missing. --update writes cost.expected instead.
+// 5 % more instructions, or when a row is missing. --update instead writes into cost.expected the
+// rows that are dearer or missing, and takes out those that are no longer measured.
 #include <map>
 #include <memory>
 #include <sstream>
@@ -119,27 +120,34 @@ setup::Cost Allowed(const std::string& line) {
   return cost;
 }
 
-// Compares with the lines of `file` and says what is dearer; true when nothing is.
-bool Compare(const std::vector<Row>& rows, const std::string& file) {
-  std::map<std::string, setup::Cost> allowed;
+// The lines of the table in `file`, by the keys of their rows.
+std::map<std::string, std::string> ReadTable(const std::string& file) {
+  std::map<std::string, std::string> table;
   std::ifstream lines(file);
   for (std::string line; std::getline(lines, line);) {
-    if (line[0] != '#') allowed[line.substr(0, line.find(' '))] = Allowed(line);
+    if (line[0] != '#') table[line.substr(0, line.find(' '))] = line;
   }
+  return table;
+}
+
+// Why a row does not keep to its line, which is empty when there is none; null when it does.
+const char* WhyDearer(const Row& row, const std::string& line) {
+  const setup::Cost& cost = row.split.ships;
+  const setup::Cost allowed = Allowed(line);
+  if (line.empty()) return "is not in the table";
+  if (cost.instructions > allowed.instructions * kMoreInstructions) {
+    return "takes over 5 % more instructions";
+  }
+  if (cost.allocations > allowed.allocations + kRounding) return "allocates more";
+  if (cost.calls > allowed.calls + kRounding) return "makes more system calls";
+  return nullptr;
+}
+
+// Says what is dearer than in the table; true when nothing is.
+bool Compare(const std::vector<Row>& rows, std::map<std::string, std::string> table) {
   bool cheap = true;
   for (const Row& row : rows) {
-    const setup::Cost& cost = row.split.ships;
-    const auto found = allowed.find(row.key);
-    const char* reason = nullptr;
-    if (found == allowed.end()) {
-      reason = "is not in the table";
-    } else if (cost.instructions > found->second.instructions * kMoreInstructions) {
-      reason = "takes over 5 % more instructions";
-    } else if (cost.allocations > found->second.allocations + kRounding) {
-      reason = "allocates more";
-    } else if (cost.calls > found->second.calls + kRounding) {
-      reason = "makes more system calls";
-    }
+    const char* const reason = WhyDearer(row, table[row.key]);
     if (reason == nullptr) continue;
     cheap = false;
     std::fprintf(stderr, "%s (%s) %s; if it is meant: benchmarks/run cost --update\n",
@@ -154,14 +162,20 @@ int Run(int argc, char** argv) {
   if (argc > 1 && !update) setup::Fail("usage: cost [--update]");
   std::vector<Row> rows = Rows();
   Measurement().Run(&rows);
+  std::map<std::string, std::string> before = ReadTable(expected);
   std::string table = kHead;
-  for (const Row& row : rows) table += Line(row) + "\n";
+  std::string updated = kHead;
+  for (const Row& row : rows) {
+    table += Line(row) + "\n";
+    const std::string& line = before[row.key];
+    updated += (WhyDearer(row, line) == nullptr ? line : Line(row)) + "\n";
+  }
   std::fputs(table.c_str(), stderr);
   if (update) {
-    std::ofstream(expected) << table;
+    std::ofstream(expected) << updated;
     return 0;
   }
-  const bool cheap = Compare(rows, expected);
+  const bool cheap = Compare(rows, before);
   setup::Row("cost of each request / `benchmarks/cost.expected`", cheap ? "as before" : "more",
              "no call, no allocation, no 5 % more", cheap);
   return cheap ? 0 : 1;
