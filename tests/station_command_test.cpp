@@ -363,6 +363,7 @@ TEST(StationCommandLine, DocumentsListTheTable) {
   for (std::size_t i = 0; i < wire::kCommandCount; ++i) {
     const wire::CommandSpec& row = wire::kCommands[i];
     table[row.command].insert(row.sub_command);
+    EXPECT_NE(wire::CommandName(row.command), nullptr) << row.words;
     const wire::Choice* choice = row.parameters[0].choices;
     for (; choice != nullptr && choice->word != nullptr; ++choice) {
       const std::string word = std::to_string(choice->value) + " " + choice->word;

@@ -69,9 +69,12 @@ class Hostile : public RecordedService {};
 // in the table of commands.
 TEST_F(Hostile, AnySubCommandWithAnyParameters) {
   std::set<std::pair<int, int>> known;
+  std::set<std::uint8_t> commands;
   for (std::size_t i = 0; i < wire::kCommandCount; ++i) {
     known.insert({wire::kCommands[i].command, wire::kCommands[i].sub_command});
+    commands.insert(wire::kCommands[i].command);
   }
+  commands.erase(7);  // which is asked below
   Recorder driver(root_, "/dev/sysinfo");
   driver.answer = [](const Bytes&) { return Join(Words({0}), Bytes(36, 'i')); };
   pps_->Hold(kNowPlaying, "zmplaysource::zmdisc\n");
@@ -85,7 +88,7 @@ TEST_F(Hostile, AnySubCommandWithAnyParameters) {
       ASSERT_TRUE(packet && wire::ParseReply(*packet, &reply)) << Errors();
     }
   };
-  for (const std::uint8_t command : Bytes{0, 3, 4, 5, 6, 10, 12, 13}) {
+  for (const std::uint8_t command : commands) {
     for (int sub = 0; sub < 256 && !HasFailure(); ++sub) {
       Mark();
       for (const int count : {0, 1, 2, 3, 4, 5, 8, 9, 34, 35, 127, 128, 254, sub % 255}) {
