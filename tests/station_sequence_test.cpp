@@ -540,9 +540,10 @@ TEST_F(StationRunTest, OnATerminalAPersonIsAskedUntilTheAnswerFits) {
   ASSERT_EQ(::unlockpt(terminal.Get()), 0);
   const std::string name = ::ptsname(terminal.Get());
   root_.AddFile("/test.seq", "value serial matches [0-9]{3}\nphase P\nstep A\nconfirm {serial}?\n");
-  support::Program program(root_, "station", {"run", root_.path() + "/test.seq"}, [&] {
+  const auto use_terminal = [&] {
     ::dup2(::open(name.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC), STDIN_FILENO);
-  });
+  };
+  support::Program program(root_, "station", {"run", root_.path() + "/test.seq"}, use_terminal);
   const std::pair<std::string, std::string> talk[] = {
       {"serial: ", "x\n"},
       {"'x' does not match [0-9]{3}\nserial: ", "001\n"},
@@ -553,6 +554,11 @@ TEST_F(StationRunTest, OnATerminalAPersonIsAskedUntilTheAnswerFits) {
     EXPECT_EQ(::write(terminal.Get(), typed.data(), typed.size()), ssize_t(typed.size()));
   }
   EXPECT_EQ(program.Wait(), 0) << program.Output();
+  // What is typed and not entered is no value.
+  support::Program left(root_, "station", {"run", root_.path() + "/test.seq"}, use_terminal);
+  EXPECT_TRUE(support::Eventually([&] { return Contains(left.Output(), "serial: "); }));
+  EXPECT_EQ(::write(terminal.Get(), "001\x04\x04", 5), 5);
+  EXPECT_EQ(left.Wait(), 2) << left.Output();
 }
 
 TEST_F(StationRunTest, ALoopAsksForEachUnitUntilTheInputEnds) {

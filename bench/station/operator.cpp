@@ -105,8 +105,8 @@ bool Operator::ReadLine(std::string* line) {
       typed_.append(part, static_cast<std::size_t>(count));
       continue;
     }
-    // The end; the last line may lack its end.
-    *line = Trim(typed_);
+    // The end. The last line of a file may lack its own; at a terminal it was not entered.
+    *line = IsThere() ? "" : Trim(typed_);
     typed_.clear();
     return !line->empty();
   }
