@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "records/database.h"
+#include "records/json_list.h"
 #include "tools/program.h"
 
 namespace station {
@@ -57,14 +58,7 @@ class Json {
 
   template <typename Items, typename Write>
   void List(const char* name, const Items& items, Write write) {
-    Key(name);
-    writer_.StartArray();
-    for (const auto& item : items) {
-      Open();
-      write(item);
-      Close();
-    }
-    writer_.EndArray();
+    records::WriteList(&writer_, name, items, write);
   }
 
  private:

@@ -8,6 +8,8 @@
 #include <cmath>
 #include <string>
 
+#include "records/json_list.h"
+
 namespace records {
 
 class JsonWriter {
@@ -44,14 +46,7 @@ class JsonWriter {
   // A list of objects, whose members `write` writes.
   template <typename Items, typename Write>
   void List(const char* name, const Items& items, Write write) {
-    Key(name);
-    writer_.StartArray();
-    for (const auto& item : items) {
-      Open();
-      write(item);
-      Close();
-    }
-    writer_.EndArray();
+    WriteList(&writer_, name, items, write);
   }
 
  private:
